@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <variant>
+
+#include "base/RefPtr.h"
+#include "scan/DirNode.h"
+#include "scan/FileEntry.h"
+
+namespace quon {
+
+/// Which of the two sizes is shown, sorted by and totalled.
+enum class Metric : std::uint8_t {
+  logical,   ///< apparent length
+  physical,  ///< allocated on disk
+};
+
+/// One row of any list: a folder, a file with the folder that holds it, or everything that is not listed.
+struct Entry {
+  struct File {
+    FileEntry file;
+    RefPtr<DirNode> container;
+  };
+  struct Rest {};
+  using Payload = std::variant<RefPtr<DirNode>, File, Rest>;
+
+  /// The name of the row for what is not listed.
+  static constexpr const char* kRestName = "smaller items";
+
+  Payload payload;
+  std::string name;
+  std::uint64_t logical = 0;
+  std::uint64_t physical = 0;
+  std::string id;  ///< unique within a listing: "d:", "f:" or "r:" + full path
+
+  [[nodiscard]] std::uint64_t size(Metric metric) const;
+  /// The full path behind the row; for the rest, the folder whose rest it is.
+  [[nodiscard]] std::string path() const { return id.substr(2); }
+  /// Modification time of a folder or file; 0, for unknown, of the rest.
+  [[nodiscard]] std::int64_t mtime() const;
+
+  /// `folderPath` is the full path of the folder itself, or of the one that holds the file.
+  [[nodiscard]] static Entry ofFolder(const RefPtr<DirNode>& node, std::string folderPath);
+  [[nodiscard]] static Entry ofFile(const FileEntry& file, const RefPtr<DirNode>& container,
+                                    std::string_view containerPath);
+};
+
+}  // namespace quon

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <concepts>
+
+#include "base/Fatal.h"
+
+namespace quon {
+
+/// Sums of sizes and counts. An overflow is a broken promise to the user and stops the program.
+template <std::integral Number>
+[[nodiscard]] constexpr Number checkedAdd(Number a, Number b) {
+  Number sum{};
+  if (__builtin_add_overflow(a, b, &sum)) fatal("a total overflows");
+  return sum;
+}
+
+template <std::integral Number>
+[[nodiscard]] constexpr Number checkedSub(Number a, Number b) {
+  Number difference{};
+  if (__builtin_sub_overflow(a, b, &difference)) fatal("a total underflows");
+  return difference;
+}
+
+template <std::integral Number>
+[[nodiscard]] constexpr Number checkedMul(Number a, Number b) {
+  Number product{};
+  if (__builtin_mul_overflow(a, b, &product)) fatal("a product of sizes overflows");
+  return product;
+}
+
+/// a - b, or 0 when b is the larger.
+template <std::unsigned_integral Number>
+[[nodiscard]] constexpr Number saturatingSub(Number a, Number b) {
+  return a > b ? a - b : Number{0};
+}
+
+}  // namespace quon

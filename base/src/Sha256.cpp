@@ -1,0 +1,27 @@
+#include "base/Sha256.h"
+
+#include <array>
+#include <cstddef>
+#include <openssl/evp.h>
+
+#include "base/Fatal.h"
+
+namespace quon {
+
+std::string sha256Hex(std::string_view bytes) {
+  std::array<unsigned char, 32> digest{};
+  unsigned int length = 0;
+  const int done = EVP_Digest(bytes.data(), bytes.size(), digest.data(), &length, EVP_sha256(), nullptr);
+  QUON_CHECK(done == 1 && length == digest.size(), "the cryptographic library cannot compute SHA-256");
+
+  constexpr std::string_view hexDigits = "0123456789abcdef";
+  std::string hex;
+  hex.reserve(2 * digest.size());
+  for (const unsigned char byte : digest) {
+    hex += hexDigits[byte >> 4];
+    hex += hexDigits[byte & 0xf];
+  }
+  return hex;
+}
+
+}  // namespace quon

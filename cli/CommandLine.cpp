@@ -1,0 +1,88 @@
+#include "CommandLine.h"
+
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <map>
+
+namespace quon::cli {
+namespace {
+
+constexpr int kWrongUsage = 2;
+constexpr unsigned kMostThreads = 1024;
+
+void addShared(CLI::App& verb, Command& command) {
+  verb.add_flag("--json", command.json, "Print one JSON document and nothing else");
+}
+
+void addPath(CLI::App& verb, Command& command, const std::string& what) {
+  verb.add_option("PATH", command.path, what);
+}
+
+void addMetric(CLI::App& verb, Command& command) {
+  static const std::map<std::string, Metric> kMetrics{{"logical", Metric::logical}, {"physical", Metric::physical}};
+  verb.add_option("--metric", command.metric, "Which size counts: logical (apparent) or physical (on disk)")
+      ->transform(CLI::Transformer(kMetrics))
+      ->type_name("logical|physical");
+}
+
+void addLimit(CLI::App& verb, Command& command) {
+  verb.add_option("--limit", command.limit, "The most rows to list")->check(CLI::PositiveNumber)->capture_default_str();
+}
+
+void addVerbs(CLI::App& app, Command& command) {
+  const std::string folder = "A folder; without one the configured root, else the home folder";
+
+  CLI::App* scan = app.add_subcommand("scan", "Scan a folder afresh and save its index");
+  addPath(*scan, command, folder);
+  scan->add_option("--threads", command.threads, "Folders to list at once")
+      ->check(CLI::Range(1U, kMostThreads))
+      ->type_name("N");
+  scan->add_flag("!--no-index", command.saveIndex, "Do not save an index");
+  scan->add_flag("--cross-devices", command.crossDevices, "Enter other file systems too");
+  scan->callback([&command] { command.verb = Command::Verb::scan; });
+
+  CLI::App* list = app.add_subcommand("ls", "List a folder, largest first");
+  addPath(*list, command, folder);
+  addLimit(*list, command);
+  list->callback([&command] { command.verb = Command::Verb::ls; });
+
+  CLI::App* largest = app.add_subcommand("largest", "List the largest files below a folder");
+  addPath(*largest, command, folder);
+  addLimit(*largest, command);
+  largest->callback([&command] { command.verb = Command::Verb::largest; });
+
+  CLI::App* names = app.add_subcommand("names", "List file names that occur more than once");
+  addPath(*names, command, folder);
+  addLimit(*names, command);
+  names->add_option("--name", command.name, "List the files of this name instead")->type_name("NAME");
+  names->callback([&command] { command.verb = Command::Verb::names; });
+
+  CLI::App* indexes = app.add_subcommand("indexes", "List the saved indexes");
+  indexes->callback([&command] { command.verb = Command::Verb::indexes; });
+
+  for (CLI::App* verb : {scan, list, largest, names, indexes}) addShared(*verb, command);
+  for (CLI::App* verb : {scan, list, largest}) addMetric(*verb, command);
+}
+
+}  // namespace
+
+std::variant<Command, int> parseCommandLine(int count, char** arguments) {
+  Command command;
+  CLI::App app(
+      "Shows where the storage of a folder goes.\n"
+      "quon never writes to your disk. Nothing is moved or deleted unless you pick Move to Trash yourself.",
+      "quon");
+  app.require_subcommand(1);
+  app.set_version_flag("--version", QUON_VERSION);
+  addVerbs(app, command);
+  try {
+    app.parse(count, arguments);
+  } catch (const CLI::ParseError& stop) {
+    if (stop.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) return app.exit(stop);
+    std::cerr << "quon: " << stop.what() << " (see quon --help)\n";
+    return kWrongUsage;
+  }
+  return command;
+}
+
+}  // namespace quon::cli

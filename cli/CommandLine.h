@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <variant>
+
+#include "model/Entry.h"
+
+namespace quon::cli {
+
+/// What the user asked for.
+struct Command {
+  enum class Verb { scan, ls, largest, names, indexes };
+
+  Verb verb = Verb::ls;
+  std::string path;  ///< as typed; "" when none was given
+  bool json = false;
+  Metric metric = Metric::logical;
+  std::size_t limit = 500;
+  unsigned threads = 0;  ///< scan: 0 for the program's own choice
+  bool saveIndex = true;
+  bool crossDevices = false;
+  std::string name;  ///< names: list the files of this name; "" for the table of names
+};
+
+/// The command, or the exit status when there is nothing left to do: help was printed, or wrong usage told.
+[[nodiscard]] std::variant<Command, int> parseCommandLine(int count, char** arguments);
+
+}  // namespace quon::cli

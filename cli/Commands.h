@@ -1,0 +1,16 @@
+#pragma once
+
+#include "CommandLine.h"
+#include "Session.h"
+
+namespace quon::cli {
+
+// Each command prints its result and returns the exit status; what goes wrong is thrown.
+
+[[nodiscard]] int runScan(Session& session, const Command& command);
+/// `ls` and `largest`.
+[[nodiscard]] int runRows(Session& session, const Command& command);
+[[nodiscard]] int runNames(Session& session, const Command& command);
+[[nodiscard]] int runIndexes(Session& session, const Command& command);
+
+}  // namespace quon::cli

@@ -1,0 +1,80 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "Commands.h"
+#include "Output.h"
+#include "base/ByteJson.h"
+#include "base/HumanBytes.h"
+#include "base/Path.h"
+#include "base/Text.h"
+#include "store/ScanStore.h"
+
+namespace quon::cli {
+namespace {
+
+/// Names whose files together take less are noise.
+constexpr std::uint64_t kLeastTotal = 10485760;  // 10 MiB
+constexpr std::size_t kSizeColumns = 10;
+constexpr std::size_t kCountColumns = 10;
+constexpr std::size_t kGap = 2;
+
+std::string row(const Session& session, std::uint64_t size, const std::string& count, const std::string& name) {
+  const std::size_t used = kSizeColumns + (count.empty() ? 0 : kCountColumns) + kGap;
+  const std::size_t left = session.terminal.columns > used ? session.terminal.columns - used : 1;
+  std::string text = fmt::format("{:>{}}", humanBytes(size), kSizeColumns);
+  if (!count.empty()) text += fmt::format("{:>{}}", count, kCountColumns);
+  return text + std::string(kGap, ' ') + fitToWidth(displayText(name), left) + "\n";
+}
+
+int printNames(const Session& session, const Command& command, const OpenedTree& tree) {
+  const auto names = ScanStore::repeatedNames(tree.index, static_cast<std::int64_t>(command.limit), kLeastTotal);
+  if (command.json) {
+    Json rows = Json::array();
+    for (const RepeatedName& name : names) {
+      rows.push_back({{"name", encodeBytes(name.name)},
+                      {"count", name.count},
+                      {"logical", name.logical},
+                      {"physical", name.physical}});
+    }
+    printDocument(Json{{"rows", std::move(rows)}});
+    return 0;
+  }
+  print(fmt::format("{}: names of more than one file, as of {}\n\n", displayText(tree.root),
+                    localTime(tree.scannedAt)));
+  for (const RepeatedName& name : names) {
+    print(row(session, name.physical, grouped(static_cast<std::uint64_t>(name.count)) + " ×", name.name));
+  }
+  if (names.empty()) print(fmt::format("No repeated name takes {} or more.\n", humanBytes(kLeastTotal)));
+  return 0;
+}
+
+int printFilesOfName(const Session& session, const Command& command, const OpenedTree& tree) {
+  const auto files =
+      ScanStore::paths(command.name, tree.index, tree.root, static_cast<std::int64_t>(command.limit));
+  if (command.json) {
+    Json rows = Json::array();
+    for (const NamedFile& file : files) {
+      rows.push_back({{"path", encodeBytes(file.path)},
+                      {"logical", file.logical},
+                      {"physical", file.physical},
+                      {"mtime", file.mtime}});
+    }
+    printDocument(Json{{"files", std::move(rows)}});
+    return 0;
+  }
+  for (const NamedFile& file : files) print(row(session, file.physical, "", file.path));
+  if (files.empty()) print("No file of that name.\n");
+  return 0;
+}
+
+}  // namespace
+
+int runNames(Session& session, const Command& command) {
+  const OpenedTree tree = session.open(session.resolve(command.path));
+  if (tree.index.empty()) throw CommandFailure("names are looked up in a saved index, and none could be saved");
+  return command.name.empty() ? printNames(session, command, tree) : printFilesOfName(session, command, tree);
+}
+
+}  // namespace quon::cli

@@ -1,0 +1,91 @@
+#include <fmt/format.h>
+
+#include <nlohmann/json.hpp>
+
+#include "Commands.h"
+#include "Output.h"
+#include "RowTable.h"
+#include "base/ByteJson.h"
+#include "base/HumanBytes.h"
+#include "base/Path.h"
+#include "base/Text.h"
+#include "model/FolderRows.h"
+#include "platform/Files.h"
+
+namespace quon::cli {
+namespace {
+
+constexpr std::size_t kRowsShown = 12;
+
+Json document(const OpenedTree& tree) {
+  const DirNode& root = *tree.result.root;
+  Json json{{"root", encodeBytes(tree.root)},
+            {"dirs", root.totalDirs},
+            {"files", root.totalFiles},
+            {"logical", root.totalLogical},
+            {"physical", root.totalPhysical},
+            {"errors", tree.result.errorCount},
+            {"errorSamples", toJson(tree.result.errorSamples)},
+            {"hardlinksDeduped", tree.result.hardlinksDeduped},
+            {"skippedProtected", toJson(tree.result.skippedProtected)},
+            {"elapsedMs", tree.elapsedMs},
+            {"index", nullptr}};
+  if (!tree.index.empty()) json["index"] = encodeBytes(tree.index);
+  return json;
+}
+
+std::string summary(const Session& session, const OpenedTree& tree) {
+  const DirNode& root = *tree.result.root;
+  std::string text = fmt::format("{}: {} files in {} folders, {} ({} on disk), in {:.2f} s\n", displayText(tree.root),
+                                 grouped(root.totalFiles), grouped(root.totalDirs), humanBytes(root.totalLogical),
+                                 humanBytes(root.totalPhysical), static_cast<double>(tree.elapsedMs) / 1000.0);
+  if (tree.result.hardlinksDeduped > 0) {
+    text += fmt::format("{} further names of hard-linked files, counted once\n",
+                        grouped(tree.result.hardlinksDeduped));
+  }
+  if (!tree.index.empty()) {
+    std::error_code ignored;
+    const auto facts = session.platform.files.facts(tree.index, ignored);
+    text += fmt::format("index saved ({})\n", humanBytes(facts ? facts->logical : 0));
+  }
+  return text + "\n";
+}
+
+/// Unreadable folders make the totals too small: that is always told.
+void tellErrors(const WalkResult& result) {
+  if (result.errorCount == 0) return;
+  constexpr std::size_t kSamplesTold = 5;
+  warn(fmt::format("{} {} could not be read and {} missing from the totals:", grouped(result.errorCount),
+                   result.errorCount == 1 ? "folder" : "folders", result.errorCount == 1 ? "is" : "are"));
+  const std::size_t told = std::min(kSamplesTold, result.errorSamples.size());
+  for (std::size_t index = 0; index < told; ++index) {
+    fmt::print(stderr, "  {}\n", displayText(result.errorSamples[index].empty() ? "/" : result.errorSamples[index]));
+  }
+  if (result.errorCount > told) fmt::print(stderr, "  and {} more\n", grouped(result.errorCount - told));
+}
+
+}  // namespace
+
+int runScan(Session& session, const Command& command) {
+  const OpenedTree tree = session.scan({.root = session.resolve(command.path),
+                                        .threads = command.threads,
+                                        .oneFileSystem = !command.crossDevices,
+                                        .saveIndex = command.saveIndex,
+                                        .indexDirectory = {}});
+  if (command.json) {
+    printDocument(document(tree));
+  } else {
+    const DirNode& root = *tree.result.root;
+    const RowTable table{.metric = command.metric,
+                         .total = command.metric == Metric::logical ? root.totalLogical : root.totalPhysical,
+                         .columns = session.terminal.columns,
+                         .colour = session.terminal.colour};
+    print(summary(session, tree) +
+          table.text(scopeEntries(tree.scope, pathPrefix(tree.root), command.metric, kRowsShown)));
+  }
+  tellErrors(tree.result);
+  const bool notSaved = command.saveIndex && tree.index.empty();
+  return notSaved ? 1 : 0;
+}
+
+}  // namespace quon::cli

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+
+#include "CommandLine.h"
+#include "ScanRunner.h"
+#include "platform/Folders.h"
+#include "platform/Platform.h"
+#include "platform_linux/LinuxTerminal.h"
+#include "scan/WalkResult.h"
+
+namespace quon::cli {
+
+/// A command cannot be carried out: what() is the one line to tell, without the program's name.
+class CommandFailure : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// A scanned tree and where in it the user asked to look.
+struct OpenedTree {
+  WalkResult result;
+  std::string root;           ///< "/" for the file system's root
+  RefPtr<DirNode> scope;      ///< the folder that was asked for
+  std::string index;          ///< the index behind it; "" when none could be saved
+  double scannedAt = 0;       ///< seconds since 1970
+  std::int64_t elapsedMs = 0; ///< of the scan that made it
+};
+
+/// What every command works with. Threads: main only.
+class Session {
+ public:
+  Session(const Platform& platform, Folders folders, const Terminal& terminal);
+
+  const Platform& platform;
+  const Folders folders;
+  const Terminal terminal;
+
+  /// The folder that was asked for as an absolute path without links. CommandFailure when it is missing, no
+  /// folder, or not allowed.
+  [[nodiscard]] std::string resolve(const std::string& typed) const;
+  /// The nearest saved root that holds the path, else the path scanned as a root of its own.
+  [[nodiscard]] OpenedTree open(const std::string& path);
+  [[nodiscard]] OpenedTree scan(FolderScan::Options options);
+
+ private:
+  ScanRunner runner;
+};
+
+/// A line on standard error that does not end the command.
+void warn(const std::string& line);
+
+}  // namespace quon::cli

@@ -1,0 +1,46 @@
+#include <exception>
+#include <variant>
+
+#include "CommandLine.h"
+#include "Commands.h"
+#include "Output.h"
+#include "Session.h"
+#include "platform_linux/LinuxPlatform.h"
+
+namespace {
+
+using namespace quon;
+using namespace quon::cli;
+
+constexpr int kFailed = 1;
+constexpr int kInterrupted = 130;
+
+int run(Session& session, const Command& command) {
+  switch (command.verb) {
+    case Command::Verb::scan: return runScan(session, command);
+    case Command::Verb::ls:
+    case Command::Verb::largest: return runRows(session, command);
+    case Command::Verb::names: return runNames(session, command);
+    case Command::Verb::indexes: return runIndexes(session, command);
+  }
+  return kFailed;
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  const auto parsed = parseCommandLine(count, arguments);
+  if (const int* status = std::get_if<int>(&parsed)) return *status;
+  try {
+    LinuxPlatform::raiseOpenFileLimit();
+    const LinuxPlatform platform;
+    Session session(platform.services(), LinuxPlatform::folders(), Terminal::detect());
+    const int status = run(session, std::get<Command>(parsed));
+    return flushOutput() ? status : kFailed;
+  } catch (const Interrupted&) {
+    return kInterrupted;
+  } catch (const std::exception& failure) {
+    warn(failure.what());
+    return kFailed;
+  }
+}

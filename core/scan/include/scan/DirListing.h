@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "platform/Platform.h"
+#include "scan/FileEntry.h"
+
+namespace quon {
+
+/// The direct entries of one folder, as live updates read them: no recursion, and no de-duplication of links.
+struct DirListing {
+  struct Subdir {
+    std::string name;
+    std::int64_t mtime = 0;
+  };
+
+  std::vector<FileEntry> files;  ///< every entry that is no folder, in listing order
+  std::vector<Subdir> subdirs;   ///< the folders that a scan would enter
+  bool error = false;            ///< could not be opened, or not be read to its end
+  /// Identifiers (see linkIdentifier) of the regular files with two or more links, by name; of two entries of
+  /// one name the later.
+  std::map<std::string, std::uint64_t> linkIDs;
+
+  /// Threads: any; allocates a buffer of its own.
+  [[nodiscard]] static DirListing read(const Platform& platform, const std::string& path, std::uint32_t rootDev,
+                                       bool oneFileSystem);
+};
+
+}  // namespace quon

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/RefPtr.h"
+#include "scan/FileEntry.h"
+
+namespace quon {
+
+/// One folder of the scan tree: its own ("direct") figures, as the folder's listing gave them, and the totals
+/// of everything below it, which are only ever derived by rolling up.
+///
+/// A parent owns its children; a child points back without owning. Nodes are compared by identity.
+///
+/// Threads: while a scan runs, each node is written by the one thread that lists it; afterwards the tree is
+/// changed only by whoever applies patches. Nodes carry no lock. Chains of 100,000 nested folders are freed,
+/// rolled up and named without recursion.
+class DirNode final : public RefCounted<DirNode> {
+ public:
+  explicit DirNode(std::string ownName) : name(std::move(ownName)) {}
+
+  std::string name;           ///< bytes; the root's own name is never used in paths
+  DirNode* parent = nullptr;  ///< none for the root and for a node taken out of the tree
+  std::vector<RefPtr<DirNode>> subdirs;  ///< in the order they were found
+  std::vector<FileEntry> keptFiles;      ///< files of at least the scan's minKeep logical bytes
+  std::uint64_t directLogical = 0;
+  std::uint64_t directPhysical = 0;
+  std::uint64_t directFiles = 0;
+  std::uint64_t totalLogical = 0;
+  std::uint64_t totalPhysical = 0;
+  std::uint64_t totalFiles = 0;
+  std::uint64_t totalDirs = 0;  ///< folders strictly below this one
+  std::int64_t mtime = 0;
+  std::int64_t directNewest = 0;  ///< newest mtime of the direct files; 0 when there are none
+  std::int64_t newest = 0;        ///< of mtime, directNewest and every child's newest
+  bool error = false;             ///< could not be opened, or not be read to its end
+
+  /// Totals of the whole subtree, children first. An overflow is fatal.
+  void rollup();
+  /// Totals of this node alone, taking the children's as they stand.
+  void rollupShallow();
+  /// The node's full path, given the path of the tree's root. A root of "/" yields a doubled slash, so roots
+  /// are given without trailing slash ("" for the file system's root).
+  [[nodiscard]] std::string path(std::string_view root) const;
+
+  /// Takes one file out of this node and of all totals above; saturates at 0, leaves the newest times alone.
+  void subtractFile(const FileEntry& entry);
+  /// Takes this subtree out of its parent and of all totals above; nothing for a node without parent. The
+  /// newest times above are left alone. An underflow is fatal: an intact tree has none.
+  void removeFromTree();
+
+  /// Frees a node that lost its last reference and all below it that are not held elsewhere.
+  static void destroy(DirNode* node);
+};
+
+}  // namespace quon

@@ -1,0 +1,86 @@
+#include "scan/DirNode.h"
+
+#include <algorithm>
+
+#include "base/Checked.h"
+
+namespace quon {
+
+void DirNode::rollup() {
+  // Parents precede their children in this list, so its reverse rolls children up first.
+  std::vector<DirNode*> parentsFirst{this};
+  for (std::size_t at = 0; at < parentsFirst.size(); ++at) {
+    for (const RefPtr<DirNode>& child : parentsFirst[at]->subdirs) parentsFirst.push_back(child.get());
+  }
+  std::for_each(parentsFirst.rbegin(), parentsFirst.rend(), [](DirNode* node) { node->rollupShallow(); });
+}
+
+void DirNode::rollupShallow() {
+  totalLogical = directLogical;
+  totalPhysical = directPhysical;
+  totalFiles = directFiles;
+  totalDirs = subdirs.size();
+  newest = std::max(directNewest, mtime);
+  for (const RefPtr<DirNode>& child : subdirs) {
+    totalLogical = checkedAdd(totalLogical, child->totalLogical);
+    totalPhysical = checkedAdd(totalPhysical, child->totalPhysical);
+    totalFiles = checkedAdd(totalFiles, child->totalFiles);
+    totalDirs = checkedAdd(totalDirs, child->totalDirs);
+    newest = std::max(newest, child->newest);
+  }
+}
+
+std::string DirNode::path(std::string_view root) const {
+  std::size_t length = root.size();
+  for (const DirNode* node = this; node->parent != nullptr; node = node->parent) length += 1 + node->name.size();
+  std::string whole(length, '/');
+  std::copy(root.begin(), root.end(), whole.begin());
+  std::size_t end = length;
+  for (const DirNode* node = this; node->parent != nullptr; node = node->parent) {
+    end -= node->name.size();
+    node->name.copy(whole.data() + end, node->name.size());
+    end -= 1;  // the slash that the string was filled with
+  }
+  return whole;
+}
+
+void DirNode::subtractFile(const FileEntry& entry) {
+  std::erase_if(keptFiles, [&](const FileEntry& kept) { return kept.name == entry.name; });
+  directLogical = saturatingSub(directLogical, entry.logical);
+  directPhysical = saturatingSub(directPhysical, entry.physical);
+  directFiles = saturatingSub<std::uint64_t>(directFiles, 1);
+  for (DirNode* node = this; node != nullptr; node = node->parent) {
+    node->totalLogical = saturatingSub(node->totalLogical, entry.logical);
+    node->totalPhysical = saturatingSub(node->totalPhysical, entry.physical);
+    node->totalFiles = saturatingSub<std::uint64_t>(node->totalFiles, 1);
+  }
+}
+
+void DirNode::removeFromTree() {
+  if (parent == nullptr) return;
+  DirNode* const above = std::exchange(parent, nullptr);
+  const RefPtr<DirNode> alive(this);
+  std::erase_if(above->subdirs, [this](const RefPtr<DirNode>& child) { return child == this; });
+  for (DirNode* node = above; node != nullptr; node = node->parent) {
+    node->totalLogical = checkedSub(node->totalLogical, totalLogical);
+    node->totalPhysical = checkedSub(node->totalPhysical, totalPhysical);
+    node->totalFiles = checkedSub(node->totalFiles, totalFiles);
+    node->totalDirs = checkedSub(node->totalDirs, totalDirs + 1);
+  }
+}
+
+void DirNode::destroy(DirNode* node) {
+  std::vector<DirNode*> doomed{node};
+  while (!doomed.empty()) {
+    DirNode* const last = doomed.back();
+    doomed.pop_back();
+    for (RefPtr<DirNode>& owned : last->subdirs) {
+      DirNode* const child = owned.leak();
+      child->parent = nullptr;
+      if (child->releaseIsLast()) doomed.push_back(child);
+    }
+    delete last;
+  }
+}
+
+}  // namespace quon

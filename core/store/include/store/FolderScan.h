@@ -1,0 +1,66 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+
+#include "base/Mutex.h"
+#include "platform/Platform.h"
+#include "scan/Progress.h"
+#include "scan/WalkResult.h"
+
+namespace quon {
+
+class ScanStore;
+class Walker;
+
+/// One fresh scan of a folder into its index: walk, roll up, save. An index that cannot be saved does not spoil
+/// the scan: the result stands and the reason is told.
+/// Serves one run. Threads: `run` blocks its caller; `cancel`, `progress` and `buildingFile` are for any thread.
+class FolderScan {
+ public:
+  struct Options {
+    std::string root;            ///< absolute, canonical, without trailing slash; "/" for "/"
+    unsigned threads = 0;        ///< 0 for the walker's own choice
+    bool oneFileSystem = true;
+    bool saveIndex = true;
+    std::string indexDirectory = {};  ///< where the index is saved
+    std::set<std::string> skipPaths = {};
+  };
+
+  struct Outcome {
+    WalkResult result;           ///< rolled up
+    std::int64_t elapsedMs = 0;  ///< walk and roll-up
+    double scannedAt = 0;        ///< seconds since 1970
+    std::string index;           ///< the saved index; "" when there is none
+    std::string notSaved;        ///< why an index that was asked for was not saved; "" when it was
+    bool cancelled = false;      ///< nothing else holds then, and nothing was saved
+  };
+
+  FolderScan(const Platform& platform, Options options);
+  ~FolderScan();
+
+  /// Throws std::system_error "cannot scan PATH" when the root is no folder or cannot be looked at.
+  [[nodiscard]] Outcome run();
+  void cancel();
+  [[nodiscard]] Progress::Snapshot progress() const;
+  /// The file that is being built; "" when there is none.
+  [[nodiscard]] std::string buildingFile() const;
+
+ private:
+  void openStore(Outcome& outcome);
+  void save(Outcome& outcome, std::uint64_t eventId, std::uint32_t rootDev);
+  [[nodiscard]] WalkResult walk(std::uint32_t rootDev);
+
+  const Platform& platform;
+  const Options options;
+  mutable Mutex lock;
+  std::unique_ptr<ScanStore> store QUON_GUARDED_BY(lock);
+  std::unique_ptr<Walker> walker QUON_GUARDED_BY(lock);
+  std::atomic<bool> cancelled{false};
+};
+
+}  // namespace quon

@@ -1,0 +1,104 @@
+#include "store/DirIds.h"
+
+#include <algorithm>
+#include <boost/unordered/unordered_flat_set.hpp>
+#include <functional>
+#include <vector>
+
+#include "base/Checked.h"
+#include "base/Path.h"
+#include "scan/DirNode.h"
+
+namespace quon {
+namespace {
+
+struct Row {
+  std::int64_t id;
+  DirNode* node;
+  std::uint32_t parent;
+};
+
+/// What a folder is looked up by.
+struct Step {
+  std::uint32_t parent;
+  std::string_view name;
+};
+
+}  // namespace
+
+struct DirIds::Table {
+  // The set holds indexes into `rows`; hash and equality look at the row behind them.
+  struct Hash {
+    using is_transparent = void;
+    const std::vector<Row>* rows;
+    std::size_t operator()(const Step& step) const {
+      return std::hash<std::string_view>()(step.name) ^ (step.parent * 0x9E3779B97F4A7C15ULL);
+    }
+    std::size_t operator()(std::uint32_t index) const {
+      return (*this)(Step{(*rows)[index].parent, (*rows)[index].node->name});
+    }
+  };
+  struct Equal {
+    using is_transparent = void;
+    const std::vector<Row>* rows;
+    bool operator()(std::uint32_t a, std::uint32_t b) const { return a == b; }
+    bool operator()(const Step& step, std::uint32_t index) const {
+      return (*rows)[index].parent == step.parent && (*rows)[index].node->name == step.name;
+    }
+    bool operator()(std::uint32_t index, const Step& step) const { return (*this)(step, index); }
+  };
+
+  std::string rootPath;
+  std::vector<Row> rows;  // by ascending id
+  boost::unordered_flat_set<std::uint32_t, Hash, Equal> byName{0, Hash{&rows}, Equal{&rows}};
+};
+
+DirIds::DirIds(std::string rootPath) : table(std::make_unique<Table>()) { table->rootPath = std::move(rootPath); }
+DirIds::~DirIds() = default;
+DirIds::DirIds(DirIds&& other) noexcept = default;
+DirIds& DirIds::operator=(DirIds&& other) noexcept = default;
+
+void DirIds::reserve(std::size_t count) {
+  table->rows.reserve(count);
+  table->byName.reserve(count);
+}
+
+std::uint32_t DirIds::add(std::int64_t id, std::uint32_t parent, DirNode& node) {
+  const auto index = static_cast<std::uint32_t>(table->rows.size());
+  QUON_CHECK(index == 0 || table->rows.back().id < id, "folders are added by ascending id");
+  table->rows.push_back({id, &node, parent});
+  if (index != 0) table->byName.insert(index);
+  return index;
+}
+
+std::optional<std::int64_t> DirIds::find(std::string_view path) const {
+  const std::optional<std::string_view> below = relativeTo(path, table->rootPath);
+  if (!below || table->rows.empty()) return std::nullopt;
+  std::uint32_t at = 0;
+  for (std::string_view rest = *below; !rest.empty();) {
+    const std::size_t slash = rest.find('/');
+    const std::string_view name = rest.substr(0, slash);
+    rest = slash == std::string_view::npos ? std::string_view() : rest.substr(slash + 1);
+    if (name.empty()) continue;
+    const auto found = table->byName.find(Step{at, name});
+    if (found == table->byName.end()) return std::nullopt;
+    at = *found;
+  }
+  return table->rows[at].id;
+}
+
+std::size_t DirIds::size() const { return table->rows.size(); }
+
+std::optional<std::uint32_t> DirIds::indexOf(std::int64_t id) const {
+  const std::vector<Row>& rows = table->rows;
+  // A freshly written index numbers its folders from 1 without a gap.
+  const auto guess = static_cast<std::uint64_t>(id) - 1;
+  if (guess < rows.size() && rows[guess].id == id) return static_cast<std::uint32_t>(guess);
+  const auto at = std::ranges::lower_bound(rows, id, {}, &Row::id);
+  if (at == rows.end() || at->id != id) return std::nullopt;
+  return static_cast<std::uint32_t>(at - rows.begin());
+}
+
+DirNode& DirIds::node(std::uint32_t index) const { return *table->rows[index].node; }
+
+}  // namespace quon

@@ -1,0 +1,116 @@
+#include "store/FolderScan.h"
+
+#include <chrono>
+#include <system_error>
+#include <utility>
+
+#include "base/Path.h"
+#include "base/Text.h"
+#include "platform/Files.h"
+#include "scan/Walker.h"
+#include "store/ScanStore.h"
+#include "store/StoreError.h"
+
+namespace quon {
+namespace {
+
+using std::chrono::duration_cast;
+using std::chrono::steady_clock;
+using std::chrono::system_clock;
+
+/// Identifiers of file-system events are times, in microseconds since 1970; so the present one needs no journal.
+std::uint64_t currentEventId() {
+  return static_cast<std::uint64_t>(
+      duration_cast<std::chrono::microseconds>(system_clock::now().time_since_epoch()).count());
+}
+
+}  // namespace
+
+FolderScan::FolderScan(const Platform& services, Options chosen)
+    : platform(services), options(std::move(chosen)) {}
+FolderScan::~FolderScan() = default;
+
+FolderScan::Outcome FolderScan::run() {
+  std::error_code error;
+  const auto facts = platform.files.facts(options.root, error);
+  if (facts && !facts->isDirectory) error = std::make_error_code(std::errc::not_a_directory);
+  if (error) throw std::system_error(error, "cannot scan " + displayText(options.root));
+
+  Outcome outcome;
+  if (options.saveIndex) openStore(outcome);
+  const std::uint64_t eventId = currentEventId();
+  const auto begin = steady_clock::now();
+  outcome.result = walk(facts->device);
+  if (!cancelled) {
+    outcome.result.root->rollup();
+    outcome.elapsedMs = duration_cast<std::chrono::milliseconds>(steady_clock::now() - begin).count();
+    outcome.scannedAt =
+        std::chrono::duration<double>(system_clock::now().time_since_epoch()).count();
+    save(outcome, eventId, facts->device);
+  }
+  outcome.cancelled = cancelled;
+  const MutexLock held(lock);
+  store.reset();  // removes a building file that was not moved into place
+  return outcome;
+}
+
+void FolderScan::openStore(Outcome& outcome) {
+  try {
+    auto opened = std::make_unique<ScanStore>(platform,
+                                              ScanStore::canonicalURL(options.indexDirectory, options.root));
+    const MutexLock held(lock);
+    store = std::move(opened);
+  } catch (const StoreError& reason) {
+    outcome.notSaved = reason.what();
+  }
+}
+
+WalkResult FolderScan::walk(std::uint32_t rootDev) {
+  Walker* running = nullptr;
+  {
+    const MutexLock held(lock);
+    walker = std::make_unique<Walker>(platform,
+                                      Walker::Options{.rootDev = rootDev,
+                                                      .oneFileSystem = options.oneFileSystem,
+                                                      .skipPaths = options.skipPaths},
+                                      store.get());
+    running = walker.get();
+    if (cancelled) running->cancelRun();
+  }
+  const unsigned threads = options.threads != 0 ? options.threads : Walker::defaultThreads(platform);
+  return running->run(std::string(pathPrefix(options.root)), RefPtr<DirNode>(new DirNode(options.root)), threads);
+}
+
+void FolderScan::save(Outcome& outcome, std::uint64_t eventId, std::uint32_t rootDev) {
+  ScanStore* finishing = nullptr;
+  {
+    const MutexLock held(lock);
+    finishing = store.get();
+  }
+  if (finishing == nullptr) return;
+  try {
+    finishing->finish(options.root, outcome.elapsedMs, outcome.result, eventId, rootDev);
+    outcome.index = finishing->finalURL();
+  } catch (const StoreError& reason) {
+    outcome.notSaved = reason.what();
+  }
+}
+
+void FolderScan::cancel() {
+  cancelled = true;
+  const MutexLock held(lock);
+  if (walker) walker->cancelRun();
+  if (store) store->interrupt();
+}
+
+Progress::Snapshot FolderScan::progress() const {
+  const MutexLock held(lock);
+  return walker ? walker->progress->snapshot() : Progress::Snapshot();
+}
+
+std::string FolderScan::buildingFile() const {
+  const MutexLock held(lock);
+  return store ? store->buildingURL() : std::string();
+}
+
+}  // namespace quon

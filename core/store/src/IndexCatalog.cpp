@@ -1,0 +1,101 @@
+#include "store/IndexCatalog.h"
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+#include <string_view>
+#include <system_error>
+
+#include "IndexMeta.h"
+#include "base/Path.h"
+#include "platform/Files.h"
+#include "store/ScanStore.h"
+#include "store/StoreError.h"
+
+namespace quon {
+namespace {
+
+/// Where desktops mount removable volumes, and how many components below name the volume: user and volume, or
+/// the volume alone.
+struct RemovableParent {
+  std::string_view path;
+  int components;
+};
+constexpr std::array<RemovableParent, 3> kRemovable{{{"/run/media", 2}, {"/media", 2}, {"/mnt", 1}}};
+
+/// True when `root`, which does not exist, would lie on a removable volume that is not mounted now.
+bool isUnplugged(const std::string& root, const std::vector<std::string>& mounted) {
+  for (const RemovableParent& parent : kRemovable) {
+    const auto below = relativeTo(root, parent.path);
+    if (!below || below->empty()) continue;
+    // No mount point at or above the root, up to where volumes are mounted: its volume is absent.
+    return std::ranges::none_of(mounted, [&](const std::string& point) {
+      const auto at = relativeTo(point, parent.path);
+      return at && !at->empty() && isInside(root, point) &&
+             std::ranges::count(*at, '/') < parent.components;
+    });
+  }
+  return false;
+}
+
+IndexEntry::Status statusOf(const Platform& platform, const std::string& root,
+                            const std::vector<std::string>& mounted) {
+  std::error_code error;
+  const auto facts = platform.files.facts(root, error);
+  if (facts && facts->isDirectory) return IndexEntry::Status::live;
+  if (!facts && error != std::errc::no_such_file_or_directory) return IndexEntry::Status::offline;
+  return isUnplugged(root, mounted) ? IndexEntry::Status::offline : IndexEntry::Status::orphaned;
+}
+
+IndexEntry readEntry(const Platform& platform, const std::string& url, const std::vector<std::string>& mounted) {
+  IndexEntry entry;
+  entry.url = url;
+  std::error_code ignored;
+  if (const auto facts = platform.files.facts(url, ignored)) entry.bytes = facts->logical;
+  try {
+    const MetaMap meta = ScanStore::meta(url);
+    if (!meta.contains("complete") || !meta.contains("root")) return entry;
+    if (decodeCount(meta, "format") != static_cast<std::uint64_t>(ScanStore::formatVersion)) return entry;
+    entry.scannedAt = decodeSeconds(meta, "scannedAt");
+    entry.root = meta.at("root");
+    entry.status = statusOf(platform, entry.root, mounted);
+  } catch (const StoreError&) {
+    entry.status = IndexEntry::Status::unusable;
+  } catch (const std::invalid_argument&) {
+    entry.status = IndexEntry::Status::unusable;
+  }
+  return entry;
+}
+
+bool isLive(const IndexEntry& entry) { return entry.status == IndexEntry::Status::live; }
+
+}  // namespace
+
+std::vector<IndexEntry> IndexCatalog::list(const Platform& platform, const std::string& indexDirectory) {
+  const std::vector<std::string> mounted = platform.files.mountPoints();
+  std::vector<IndexEntry> entries;
+  for (const FolderItem& item : platform.files.list(indexDirectory)) {
+    if (!item.name.ends_with(".sqlite")) continue;
+    entries.push_back(readEntry(platform, joinPath(indexDirectory, item.name), mounted));
+  }
+  std::ranges::sort(entries, [](const IndexEntry& a, const IndexEntry& b) {
+    return a.scannedAt != b.scannedAt ? a.scannedAt > b.scannedAt : a.url < b.url;
+  });
+  for (IndexEntry& entry : entries) {
+    entry.covered = std::ranges::any_of(entries, [&](const IndexEntry& other) {
+      return isLive(other) && other.root != entry.root && !entry.root.empty() && isInside(entry.root, other.root);
+    });
+  }
+  return entries;
+}
+
+const IndexEntry* IndexCatalog::nearest(const std::vector<IndexEntry>& entries, const std::string& path) {
+  const IndexEntry* found = nullptr;
+  for (const IndexEntry& entry : entries) {
+    if (!isLive(entry) || !isInside(path, entry.root)) continue;
+    if (found == nullptr || entry.root.size() > found->root.size()) found = &entry;
+  }
+  return found;
+}
+
+}  // namespace quon

@@ -1,0 +1,117 @@
+#include "IndexMeta.h"
+
+#include <fmt/format.h>
+
+#include <charconv>
+#include <cmath>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <stdexcept>
+
+#include "base/ByteJson.h"
+#include "store/ScanStore.h"
+
+namespace quon {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::string encodePaths(const std::vector<std::string>& paths) {
+  Json array = Json::array();
+  for (const std::string& path : paths) array.push_back(encodeBytes(path));
+  return array.dump();
+}
+
+const std::string& valueOf(const MetaMap& meta, const std::string& key) {
+  const auto found = meta.find(key);
+  if (found == meta.end()) throw std::invalid_argument(key);
+  return found->second;
+}
+
+Json arrayOf(const MetaMap& meta, const std::string& key) {
+  Json array = Json::parse(valueOf(meta, key), nullptr, /*allow_exceptions=*/false);
+  if (!array.is_array()) throw std::invalid_argument(key);
+  return array;
+}
+
+std::string bytesOf(const Json& value, const std::string& key) {
+  if (!value.is_string()) throw std::invalid_argument(key);
+  std::optional<std::string> bytes = decodeBytes(value.get_ref<const std::string&>());
+  if (!bytes) throw std::invalid_argument(key);
+  return *std::move(bytes);
+}
+
+template <typename Number>
+Number parsed(const std::string& text, const std::string& key) {
+  Number number{};
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size()) throw std::invalid_argument(key);
+  return number;
+}
+
+}  // namespace
+
+std::vector<std::pair<std::string, std::string>> metaRows(std::string_view rootPath, std::int64_t elapsedMs,
+                                                          const WalkResult& result, std::uint64_t lastEventId,
+                                                          std::uint32_t rootDev, double scannedAt) {
+  return {{"format", std::to_string(ScanStore::formatVersion)},
+          {"root", std::string(rootPath)},
+          {"scannedAt", fmt::format("{}", scannedAt)},  // the shortest text that reads back to the same value
+          {"elapsedMs", std::to_string(elapsedMs)},
+          {"errorCount", std::to_string(result.errorCount)},
+          {"errorSamples", encodePaths(result.errorSamples)},
+          {"hardlinksDeduped", std::to_string(result.hardlinksDeduped)},
+          {"linksVersion", "1"},
+          {"skippedProtected", encodePaths(result.skippedProtected)},
+          {"topFiles", encodeTopFiles(result.topFiles)},
+          {"lastEventId", std::to_string(lastEventId)},
+          {"rootDev", std::to_string(rootDev)},
+          {"complete", "1"}};
+}
+
+std::string encodeTopFiles(const std::vector<TopFile>& topFiles) {
+  Json array = Json::array();
+  for (const TopFile& file : topFiles) {
+    array.push_back(
+        {{"p", encodeBytes(file.path)}, {"l", file.logical}, {"y", file.physical}, {"m", file.mtime}});
+  }
+  return array.dump();
+}
+
+std::vector<TopFile> decodeTopFiles(const MetaMap& meta) {
+  const std::string key = "topFiles";
+  std::vector<TopFile> files;
+  for (const Json& item : arrayOf(meta, key)) {
+    for (const char* field : {"p", "l", "y", "m"}) {
+      if (!item.contains(field)) throw std::invalid_argument(key);
+    }
+    if (!item["l"].is_number_unsigned() || !item["y"].is_number_unsigned() || !item["m"].is_number_integer()) {
+      throw std::invalid_argument(key);
+    }
+    files.push_back({bytesOf(item["p"], key), item["l"].get<std::uint64_t>(), item["y"].get<std::uint64_t>(),
+                     item["m"].get<std::int64_t>()});
+  }
+  return files;
+}
+
+std::vector<std::string> decodePaths(const MetaMap& meta, const std::string& key) {
+  std::vector<std::string> paths;
+  for (const Json& item : arrayOf(meta, key)) paths.push_back(bytesOf(item, key));
+  return paths;
+}
+
+std::uint64_t decodeCount(const MetaMap& meta, const std::string& key) {
+  return parsed<std::uint64_t>(valueOf(meta, key), key);
+}
+
+double decodeSeconds(const MetaMap& meta, const std::string& key) {
+  const auto seconds = parsed<double>(valueOf(meta, key), key);
+  if (!std::isfinite(seconds)) throw std::invalid_argument(key);
+  return seconds;
+}
+
+std::uint64_t decodeCountOr(const MetaMap& meta, const std::string& key, std::uint64_t fallback) {
+  return meta.contains(key) ? decodeCount(meta, key) : fallback;
+}
+
+}  // namespace quon

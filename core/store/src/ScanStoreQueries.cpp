@@ -1,0 +1,85 @@
+// Questions that need more than the tree holds, which keeps only large files. Each opens the index for the
+// length of one call.
+#include <algorithm>
+#include <limits>
+
+#include "DirPathResolver.h"
+#include "base/Path.h"
+#include "store/ScanStore.h"
+#include "store/Sqlite.h"
+
+namespace quon {
+namespace {
+
+std::int64_t asParameter(std::uint64_t size) {
+  return static_cast<std::int64_t>(
+      std::min<std::uint64_t>(size, std::numeric_limits<std::int64_t>::max()));
+}
+
+/// What sum() yields on our connections: the 64 bits of an unsigned total.
+std::uint64_t total(const Statement& row, int column) { return static_cast<std::uint64_t>(row.integer(column)); }
+
+}  // namespace
+
+std::map<std::string, std::string> ScanStore::meta(const std::string& url) {
+  Database database = Database::openRead(url);
+  std::map<std::string, std::string> meta;
+  Statement rows = database.prepare("SELECT key, value FROM meta");
+  while (rows.step()) meta.emplace(rows.text(0), rows.text(1));
+  return meta;
+}
+
+std::vector<RepeatedName> ScanStore::repeatedNames(const std::string& url, std::int64_t limit,
+                                                   std::uint64_t minTotalPhysical) {
+  Database database = Database::openRead(url);
+  Statement rows = database.prepare(
+      "SELECT name, COUNT(*), SUM(logical), SUM(physical) FROM files\n"
+      "GROUP BY name\n"
+      "HAVING COUNT(*) > 1 AND SUM(physical) >= ?\n"
+      "ORDER BY SUM(physical) DESC LIMIT ?");
+  rows.bind(1, asParameter(minTotalPhysical));
+  rows.bind(2, limit);
+  std::vector<RepeatedName> names;
+  while (rows.step()) {
+    names.push_back({std::string(rows.text(0)), rows.integer(1), total(rows, 2), total(rows, 3)});
+  }
+  return names;
+}
+
+std::vector<NamedFile> ScanStore::paths(std::string_view named, const std::string& url,
+                                        const std::string& rootPath, std::int64_t limit) {
+  Database database = Database::openRead(url);
+  DirPathResolver folders(database, rootPath);
+  Statement rows = database.prepare(
+      "SELECT dir, logical, physical, mtime FROM files WHERE name = ? ORDER BY physical DESC LIMIT ?");
+  rows.bind(1, named);
+  rows.bind(2, limit);
+  std::vector<NamedFile> files;
+  while (rows.step()) {
+    files.push_back({joinPath(folders.path(rows.integer(0)), named), rows.size(1), rows.size(2), rows.integer(3)});
+  }
+  return files;
+}
+
+std::vector<DupeFile> ScanStore::dupeCandidates(const std::string& url, const std::string& rootPath,
+                                                std::uint64_t minSize) {
+  Database database = Database::openRead(url);
+  DirPathResolver folders(database, rootPath);
+  Statement rows = database.prepare(
+      "SELECT dir, name, logical, physical, mtime FROM files\n"
+      "WHERE logical >= ?1 AND logical IN (\n"
+      "  SELECT logical FROM files WHERE logical >= ?1\n"
+      "  GROUP BY logical HAVING COUNT(*) > 1\n"
+      ")");
+  rows.bind(1, asParameter(minSize));
+  std::vector<DupeFile> files;
+  while (rows.step()) {
+    files.push_back({.path = joinPath(folders.path(rows.integer(0)), rows.text(1)),
+                     .logical = rows.size(2),
+                     .physical = rows.size(3),
+                     .mtime = rows.integer(4)});
+  }
+  return files;
+}
+
+}  // namespace quon

@@ -1,0 +1,157 @@
+// Loading reads three flat queries: the folders by ascending id, so that a parent is met before its children;
+// the files' sums by folder; the files large enough to be kept. What they yield is checked before it is
+// believed: an index may be damaged or made to deceive, and a wrong tree is worse than none.
+#include "TreeLoader.h"
+
+#include <algorithm>
+#include <limits>
+#include <stdexcept>
+#include <utility>
+
+#include "IndexMeta.h"
+#include "IndexSchema.h"
+#include "base/Text.h"
+#include "scan/DirNode.h"
+#include "store/StoreError.h"
+
+namespace quon {
+namespace {
+
+bool isEntryName(std::string_view name) {
+  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos &&
+         name.find('\0') == std::string_view::npos;
+}
+
+bool addOverflows(std::uint64_t& total, std::uint64_t value) {
+  return __builtin_add_overflow(total, value, &total);
+}
+
+}  // namespace
+
+TreeLoader::TreeLoader(Database& opened, std::string path, const std::string& root, std::uint64_t keep)
+    : database(opened),
+      url(std::move(path)),
+      rootPath(root),
+      minKeep(keep) {
+  loaded.idByPath = DirIds(root);
+}
+
+Loaded TreeLoader::load() {
+  try {
+    acceptMeta();
+    probe.mark("meta");
+    readDirs();
+    probe.mark("dirs");
+    readAggregates();
+    probe.mark("aggregates");
+    readKeptFiles();
+    probe.mark("keptFiles");
+    rollUp();
+    probe.mark("rollup");
+    readFigures();
+    probe.mark("topFiles");
+  } catch (const std::invalid_argument&) {  // a figure of the metadata
+    refuse();
+  }
+  return std::move(loaded);
+}
+
+void TreeLoader::refuse() const { throw StoreError::incompatible(incompleteMessage(url)); }
+
+void TreeLoader::acceptMeta() {
+  Statement rows = database.prepare("SELECT key, value FROM meta");
+  while (rows.step()) meta.emplace(rows.text(0), rows.text(1));
+  if (meta["complete"] != "1" || meta["format"] != std::to_string(ScanStore::formatVersion)) refuse();
+  if (meta["root"] != rootPath) {
+    throw StoreError::incompatible("index is for " + displayText(meta["root"]) + ", not " + displayText(rootPath));
+  }
+}
+
+void TreeLoader::readDirs() {
+  Statement rows = database.prepare("SELECT id, parent, name, mtime, error FROM dirs ORDER BY id");
+  while (rows.step()) addDir(rows);
+  if (!loaded.result.root) throw StoreError::incompatible("index has no root dir");
+}
+
+void TreeLoader::addDir(const Statement& row) {
+  RefPtr<DirNode> node(new DirNode(std::string(row.text(2))));
+  node->mtime = row.integer(3);
+  node->error = row.integer(4) != 0;
+  const std::int64_t id = row.integer(0);
+  if (row.isNull(1)) {
+    // A root that comes later would have children before it, which are refused below for want of a parent.
+    if (loaded.result.root) refuse();
+    loaded.idByPath.add(id, 0, *node);
+    loaded.result.root = std::move(node);
+    return;
+  }
+  const auto parent = loaded.idByPath.indexOf(row.integer(1));
+  if (!parent || !isEntryName(node->name)) refuse();
+  if (loaded.idByPath.size() >= std::numeric_limits<std::uint32_t>::max()) refuse();
+  loaded.idByPath.add(id, *parent, *node);
+  DirNode& above = loaded.idByPath.node(*parent);
+  node->parent = &above;
+  above.subdirs.push_back(std::move(node));
+}
+
+DirNode& TreeLoader::folderOf(std::int64_t id) const {
+  const auto index = loaded.idByPath.indexOf(id);
+  if (!index) refuse();
+  return loaded.idByPath.node(*index);
+}
+
+void TreeLoader::readAggregates() {
+  Statement rows = database.prepare(
+      "SELECT dir, COUNT(*), SUM(logical), SUM(physical), MAX(mtime) FROM files GROUP BY dir");
+  std::uint64_t allLogical = 0;
+  std::uint64_t allPhysical = 0;
+  while (rows.step()) {
+    DirNode& node = folderOf(rows.integer(0));
+    node.directFiles = rows.size(1);
+    node.directLogical = static_cast<std::uint64_t>(rows.integer(2));  // sum() yields the unsigned total's bits
+    node.directPhysical = static_cast<std::uint64_t>(rows.integer(3));
+    node.directNewest = std::max<std::int64_t>(0, rows.integer(4));  // as the walk counts, from 0 upwards
+    // The root's totals are these sums: if they fit, every total does.
+    if (addOverflows(allLogical, node.directLogical) || addOverflows(allPhysical, node.directPhysical)) refuse();
+  }
+}
+
+void TreeLoader::readKeptFiles() {
+  Statement rows =
+      database.prepare("SELECT dir, name, logical, physical, mtime FROM files WHERE logical >= ?");
+  rows.bind(1, static_cast<std::int64_t>(
+                   std::min<std::uint64_t>(minKeep, std::numeric_limits<std::int64_t>::max())));
+  while (rows.step()) {
+    if (!isEntryName(rows.text(1))) refuse();
+    folderOf(rows.integer(0))
+        .keptFiles.push_back({std::string(rows.text(1)), rows.size(2), rows.size(3), rows.integer(4)});
+  }
+}
+
+void TreeLoader::rollUp() { loaded.result.root->rollup(); }
+
+void TreeLoader::readFigures() {
+  WalkResult& result = loaded.result;
+  result.topFiles = decodeTopFiles(meta);
+  result.errorCount = decodeCount(meta, "errorCount");
+  result.errorSamples = decodePaths(meta, "errorSamples");
+  result.hardlinksDeduped = decodeCount(meta, "hardlinksDeduped");
+  result.skippedProtected = decodePaths(meta, "skippedProtected");
+  loaded.scannedAt = decodeSeconds(meta, "scannedAt");
+  loaded.scanElapsedMs = static_cast<std::int64_t>(decodeCount(meta, "elapsedMs"));
+  // Absent from an index that nothing can be caught up with; that is found out when it is tried.
+  loaded.lastEventId = decodeCountOr(meta, "lastEventId", 0);
+  loaded.hasLinkRegistry = meta.contains("linksVersion") && meta["linksVersion"] == "1";
+  const std::uint64_t device = decodeCountOr(meta, "rootDev", 0);
+  if (device > std::numeric_limits<std::uint32_t>::max()) refuse();
+  loaded.rootDev = static_cast<std::uint32_t>(device);
+}
+
+Loaded ScanStore::load(const std::string& url, const std::string& rootPath, std::uint64_t minKeep) {
+  Database database = Database::openRead(url);
+  // One snapshot for all queries, whatever is patched meanwhile.
+  database.exec("BEGIN");
+  return TreeLoader(database, url, rootPath, minKeep).load();
+}
+
+}  // namespace quon

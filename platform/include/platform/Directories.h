@@ -1,0 +1,86 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+namespace quon {
+
+enum class EntryType : std::uint8_t { unknown, regular, directory, symlink, other };
+
+/// One entry of a folder, as the bulk listing yields it. Attributes that the file system would not tell hold
+/// their defaults: the type from the listing itself, everything else as initialised here.
+struct DirEntry {
+  std::string_view name;  ///< bytes; valid until the next call of the reader
+  EntryType type = EntryType::unknown;
+  std::uint32_t device = 0;  ///< 0 when not told
+  std::uint64_t fileID = 0;  ///< inode number; 0 when not told
+  std::uint64_t linkCount = 1;
+  std::uint64_t logical = 0;   ///< apparent length, bytes
+  std::uint64_t physical = 0;  ///< allocated bytes
+  std::int64_t mtime = 0;      ///< whole seconds since 1970, rounded down
+};
+
+enum class ReadStatus : std::uint8_t {
+  more,    ///< entries delivered; ask again
+  end,     ///< nothing left
+  failed,  ///< the listing broke off; what was delivered before stays true
+};
+
+struct DirectoryBatch {
+  std::span<const DirEntry> entries;
+  ReadStatus status = ReadStatus::end;
+  /// Some entry's attributes were refused (a folder that may be read but not searched). An entry that vanished
+  /// between listing and look-up is left out and is not a failure.
+  bool attributesRefused = false;
+  std::error_code error;  ///< the reason, when failed or refused
+};
+
+/// A folder held open. Closed by its destructor.
+class OpenDirectory {
+ public:
+  virtual ~OpenDirectory() = default;
+  OpenDirectory(const OpenDirectory&) = delete;
+  OpenDirectory& operator=(const OpenDirectory&) = delete;
+
+ protected:
+  OpenDirectory() = default;
+};
+
+using OpenDirectoryRef = std::shared_ptr<OpenDirectory>;
+
+struct OpenedDirectory {
+  OpenDirectoryRef directory;  ///< empty on failure
+  std::error_code error;
+};
+
+/// Lists folders through one buffer that it reuses.
+/// Threads: confined to the thread that uses it; what it opens may be shared.
+class DirectoryReader {
+ public:
+  virtual ~DirectoryReader() = default;
+
+  /// Opens a folder for reading; a symbolic link or anything else that is not a folder is refused. The path is
+  /// absolute, or empty for "/", and may be longer than the system's limit for one call.
+  [[nodiscard]] virtual OpenedDirectory open(const std::string& path) = 0;
+  /// The same for a child of an open folder, however deep that lies.
+  [[nodiscard]] virtual OpenedDirectory openChild(const OpenDirectory& parent, const std::string& name) = 0;
+
+  /// Begins the listing of a folder; abandons the one before.
+  virtual void start(const OpenDirectoryRef& directory) = 0;
+  /// The next entries, at most a few hundred so that a caller can stop soon; "." and ".." are left out.
+  [[nodiscard]] virtual DirectoryBatch next() = 0;
+};
+
+/// Makes readers. Threads: any.
+class DirectoryService {
+ public:
+  virtual ~DirectoryService() = default;
+  /// Allocates the reader's 256 KiB buffer.
+  [[nodiscard]] virtual std::unique_ptr<DirectoryReader> makeReader() const = 0;
+};
+
+}  // namespace quon

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+
+namespace quon {
+
+/// Where the program keeps its own files, and the user's home. Absolute paths without trailing slash.
+struct Folders {
+  std::string home;
+  std::string data;    ///< indexes and digests
+  std::string config;  ///< user defaults
+  std::string state;   ///< the event journal
+
+  /// One database a scanned root lies here.
+  [[nodiscard]] std::string index() const { return data + "/index"; }
+};
+
+}  // namespace quon

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace quon {
+
+/// A thread that was started. Joined by its destructor.
+class RunningThread {
+ public:
+  virtual ~RunningThread() = default;
+  virtual void join() = 0;
+};
+
+/// Starts threads under a name and with a stack size of the caller's choice. Threads: any.
+class ThreadService {
+ public:
+  virtual ~ThreadService() = default;
+  /// The name is cut to what the system keeps (15 bytes on Linux). An exception that leaves the body is fatal.
+  /// Throws std::system_error when the system has no thread to give.
+  [[nodiscard]] virtual std::unique_ptr<RunningThread> start(const std::string& name, std::size_t stackBytes,
+                                                             std::function<void()> body) const = 0;
+  /// Processors that this process may run on, at least 1.
+  [[nodiscard]] virtual unsigned activeProcessors() const = 0;
+};
+
+}  // namespace quon

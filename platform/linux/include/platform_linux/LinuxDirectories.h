@@ -1,0 +1,13 @@
+#pragma once
+
+#include "platform/Directories.h"
+
+namespace quon {
+
+/// Bulk listing with getdents64 and one statx an entry.
+class LinuxDirectories final : public DirectoryService {
+ public:
+  [[nodiscard]] std::unique_ptr<DirectoryReader> makeReader() const override;
+};
+
+}  // namespace quon

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <memory>
+
+#include "platform/Folders.h"
+#include "platform/Platform.h"
+
+namespace quon {
+
+/// The services of a Linux desktop. Threads: any.
+class LinuxPlatform {
+ public:
+  LinuxPlatform();
+  ~LinuxPlatform();
+
+  [[nodiscard]] const Platform& services() const;
+  /// From $HOME (else the user database) and the XDG variables; those that are not absolute are ignored.
+  [[nodiscard]] static Folders folders();
+  /// Lets the process hold as many open folders as its hard limit allows. Called once by main.
+  static void raiseOpenFileLimit();
+
+ private:
+  struct Services;
+  std::unique_ptr<Services> owned;
+};
+
+}  // namespace quon

@@ -1,0 +1,125 @@
+#include "platform_linux/LinuxFiles.h"
+
+#include <fcntl.h>
+#include <mntent.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+
+#include "DeviceNumber.h"
+#include "base/Text.h"
+#include "platform_linux/Descriptor.h"
+
+namespace quon {
+namespace {
+
+constexpr mode_t kFolderMode = 0700;
+constexpr mode_t kFileMode = 0600;
+constexpr std::size_t kMountLine = 16384;  // four paths of PATH_MAX
+
+std::error_code lastError() { return {errno, std::generic_category()}; }
+
+[[noreturn]] void raise(const char* operation, const std::string& path) {
+  throw std::system_error(lastError(), operation + (" " + displayText(path)));
+}
+
+}  // namespace
+
+Descriptor::~Descriptor() {
+  if (number >= 0) ::close(number);
+}
+
+std::optional<PathFacts> LinuxFiles::facts(const std::string& path, std::error_code& error) const {
+  struct stat found {};
+  if (::stat(path.c_str(), &found) != 0) {
+    error = lastError();
+    return std::nullopt;
+  }
+  return PathFacts{.isDirectory = S_ISDIR(found.st_mode),
+                   .device = deviceNumber(major(found.st_dev), minor(found.st_dev)),
+                   .fileID = found.st_ino,
+                   .logical = static_cast<std::uint64_t>(found.st_size),
+                   .mtime = found.st_mtim.tv_sec};
+}
+
+std::optional<std::string> LinuxFiles::canonical(const std::string& path, std::error_code& error) const {
+  const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr), &std::free);
+  if (!resolved) {
+    error = lastError();
+    return std::nullopt;
+  }
+  return std::string(resolved.get());
+}
+
+std::error_code LinuxFiles::readable(const std::string& folder) const {
+  const Descriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return opened.isOpen() ? std::error_code() : lastError();
+}
+
+std::vector<std::string> LinuxFiles::mountPoints() const {
+  const std::unique_ptr<FILE, decltype(&::endmntent)> table(::setmntent("/proc/self/mounts", "re"), &::endmntent);
+  if (!table) raise("cannot read", "/proc/self/mounts");
+  std::vector<std::string> points;
+  std::array<char, kMountLine> space{};
+  mntent entry{};
+  while (::getmntent_r(table.get(), &entry, space.data(), space.size()) != nullptr) {
+    points.emplace_back(entry.mnt_dir);
+  }
+  return points;
+}
+
+void LinuxFiles::makePrivateFolder(const std::string& path) const {
+  for (std::size_t end = path.find('/', 1); true; end = path.find('/', end + 1)) {
+    const std::string folder = path.substr(0, end);
+    if (::mkdir(folder.c_str(), kFolderMode) != 0 && errno != EEXIST) {
+      // A parent that may not be made but is there (a read-only mount, say) is no obstacle.
+      const std::error_code reason = lastError();
+      struct stat found {};
+      if (::stat(folder.c_str(), &found) != 0 || !S_ISDIR(found.st_mode)) {
+        errno = reason.value();
+        raise("cannot create folder", folder);
+      }
+    }
+    if (end == std::string::npos) return;
+  }
+}
+
+void LinuxFiles::createPrivateFile(const std::string& path) const {
+  const Descriptor file(::open(path.c_str(), O_CREAT | O_EXCL | O_RDWR | O_NOFOLLOW | O_CLOEXEC, kFileMode));
+  if (!file.isOpen()) raise("cannot create", path);
+}
+
+void LinuxFiles::replace(const std::string& from, const std::string& to) const {
+  if (::rename(from.c_str(), to.c_str()) != 0) raise("cannot move into place", to);
+}
+
+bool LinuxFiles::remove(const std::string& path) const {
+  if (::unlink(path.c_str()) == 0) return true;
+  if (errno == ENOENT) return false;
+  raise("cannot remove", path);
+}
+
+std::vector<FolderItem> LinuxFiles::list(const std::string& folder) const {
+  std::error_code error;
+  std::vector<FolderItem> items;
+  for (std::filesystem::directory_iterator at(folder, error), end; !error && at != end; at.increment(error)) {
+    struct stat found {};
+    const std::string path = at->path().string();
+    // An entry that vanishes meanwhile is left out.
+    if (::lstat(path.c_str(), &found) != 0) continue;
+    items.push_back({at->path().filename().string(), found.st_mtim.tv_sec});
+  }
+  if (error && error != std::errc::no_such_file_or_directory) {
+    throw std::system_error(error, "cannot list " + displayText(folder));
+  }
+  return items;
+}
+
+}  // namespace quon

@@ -1,0 +1,64 @@
+#include "platform_linux/LinuxPlatform.h"
+
+#include <pwd.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+
+#include "base/Path.h"
+#include "platform_linux/LinuxDirectories.h"
+#include "platform_linux/LinuxFiles.h"
+#include "platform_linux/LinuxThreads.h"
+
+namespace quon {
+namespace {
+
+/// The variable's value when it is an absolute path, without trailing slashes; else the fallback.
+std::string absoluteFromEnvironment(const char* variable, const std::string& fallback) {
+  const char* value = std::getenv(variable);  // NOLINT(concurrency-mt-unsafe): main, before any thread
+  if (value == nullptr || *value != '/') return fallback;
+  return withoutTrailingSlashes(value);
+}
+
+std::string homeFromUserDatabase() {
+  std::array<char, 4096> space{};
+  passwd record{};
+  passwd* found = nullptr;
+  if (getpwuid_r(getuid(), &record, space.data(), space.size(), &found) != 0 || found == nullptr) return "/";
+  return withoutTrailingSlashes(found->pw_dir);
+}
+
+}  // namespace
+
+struct LinuxPlatform::Services {
+  LinuxDirectories directories;
+  LinuxFiles files;
+  LinuxThreads threads;
+  Platform platform{directories, files, threads};
+};
+
+LinuxPlatform::LinuxPlatform() : owned(std::make_unique<Services>()) {}
+LinuxPlatform::~LinuxPlatform() = default;
+
+const Platform& LinuxPlatform::services() const { return owned->platform; }
+
+Folders LinuxPlatform::folders() {
+  Folders found;
+  found.home = absoluteFromEnvironment("HOME", homeFromUserDatabase());
+  found.data = absoluteFromEnvironment("XDG_DATA_HOME", found.home + "/.local/share") + "/quon";
+  found.config = absoluteFromEnvironment("XDG_CONFIG_HOME", found.home + "/.config") + "/quon";
+  found.state = absoluteFromEnvironment("XDG_STATE_HOME", found.home + "/.local/state") + "/quon";
+  return found;
+}
+
+void LinuxPlatform::raiseOpenFileLimit() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == limit.rlim_max) return;
+  limit.rlim_cur = limit.rlim_max;
+  // A refusal leaves the limit as it was, which is enough for a walk.
+  (void)setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+}  // namespace quon

@@ -1,0 +1,50 @@
+#include <gtest/gtest.h>
+#include <vector>
+
+#include "base/Path.h"
+
+namespace quon {
+namespace {
+
+TEST(Path, JoinsAndTakesApart) {
+  EXPECT_EQ(joinPath("/home", "a b"), "/home/a b");
+  EXPECT_EQ(joinPath("/", "usr"), "//usr");
+  EXPECT_EQ(lastComponent("/home/a b"), "a b");
+  EXPECT_EQ(lastComponent("//usr"), "usr");
+  EXPECT_EQ(lastComponent("name"), "name");
+  EXPECT_EQ(lastComponent("/"), "/");
+  EXPECT_EQ(withoutTrailingSlashes("/home//"), "/home");
+  EXPECT_EQ(withoutTrailingSlashes("///"), "/");
+  EXPECT_EQ(withoutTrailingSlashes(""), "");
+}
+
+TEST(Path, ExpandsOnlyTheTildeOfTheHomeFolder) {
+  EXPECT_EQ(expandTilde("~", "/home/ann"), "/home/ann");
+  EXPECT_EQ(expandTilde("~/x", "/home/ann"), "/home/ann/x");
+  for (const char* same : {"~bob/x", "/~/x", "x~", ""}) EXPECT_EQ(expandTilde(same, "/home/ann"), same);
+}
+
+TEST(Path, TellsWhatLiesBelowARoot) {
+  struct Case {
+    std::string_view path, root;
+    std::optional<std::string_view> below;
+  };
+  const std::vector<Case> cases{
+      {"/a/b", "/a/b", ""},
+      {"/a/b/c/d", "/a/b", "c/d"},
+      {"/a/bc", "/a/b", std::nullopt},
+      {"/a", "/a/b", std::nullopt},
+      {"/", "/", ""},
+      {"/usr/bin", "/", "usr/bin"},
+      {"//usr/bin", "/", "usr/bin"},
+      {"//usr", "//usr", ""},
+      {"usr", "/", std::nullopt},
+  };
+  for (const auto& [path, root, below] : cases) {
+    EXPECT_EQ(relativeTo(path, root), below) << path << " below " << root;
+    EXPECT_EQ(isInside(path, root), below.has_value()) << path << " below " << root;
+  }
+}
+
+}  // namespace
+}  // namespace quon

@@ -1,0 +1,66 @@
+#include <cstdint>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <limits>
+#include <set>
+#include <string>
+
+#include "base/Checked.h"
+#include "base/HumanBytes.h"
+#include "base/Sha256.h"
+#include "base/Uuid.h"
+
+namespace quon {
+namespace {
+
+constexpr std::uint64_t largest = std::numeric_limits<std::uint64_t>::max();
+
+TEST(HumanBytes, DividesWhileALargerUnitRemains) {
+  EXPECT_EQ(humanBytes(0), "0 B");
+  EXPECT_EQ(humanBytes(1023), "1023 B");
+  EXPECT_EQ(humanBytes(1024), "1.0 KB");
+  EXPECT_EQ(humanBytes(1536), "1.5 KB");
+  EXPECT_EQ(humanBytes((1ULL << 20) - 1), "1024.0 KB");
+  EXPECT_EQ(humanBytes(1ULL << 20), "1.0 MB");
+  EXPECT_EQ(humanBytes(5ULL << 29), "2.5 GB");
+  EXPECT_EQ(humanBytes(1ULL << 50), "1024.0 TB");
+  EXPECT_EQ(humanBytes(largest), "16777216.0 TB");
+}
+
+TEST(HumanBytes, GroupsDigitsByThree) {
+  EXPECT_EQ(grouped(0), "0");
+  EXPECT_EQ(grouped(999), "999");
+  EXPECT_EQ(grouped(1000), "1,000");
+  EXPECT_EQ(grouped(123456), "123,456");
+  EXPECT_EQ(grouped(largest), "18,446,744,073,709,551,615");
+}
+
+TEST(Digest, MatchesThePublishedVectors) {
+  EXPECT_EQ(sha256Hex(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
+  EXPECT_EQ(sha256Hex("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+  EXPECT_EQ(sha256Hex(std::string(1'000'000, 'a')),
+            "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0");
+}
+
+TEST(Uuid, IsRandomAndOfVersion4) {
+  std::set<std::string> seen;
+  for (int round = 0; round < 200; ++round) {
+    const std::string uuid = freshUuid();
+    EXPECT_THAT(uuid,
+                testing::MatchesRegex("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}"));
+    seen.insert(uuid);
+  }
+  EXPECT_EQ(seen.size(), 200U);
+}
+
+TEST(CheckedDeathTest, StopsInsteadOfWrapping) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EQ(checkedAdd(largest - 1, std::uint64_t{1}), largest);
+  EXPECT_EQ(saturatingSub(std::uint64_t{3}, std::uint64_t{5}), 0U);
+  EXPECT_DEATH((void)checkedAdd(largest, std::uint64_t{1}), "overflows");
+  EXPECT_DEATH((void)checkedSub(std::uint64_t{3}, std::uint64_t{5}), "underflows");
+  EXPECT_DEATH((void)checkedMul(largest, std::uint64_t{2}), "overflows");
+}
+
+}  // namespace
+}  // namespace quon

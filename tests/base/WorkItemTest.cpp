@@ -1,0 +1,65 @@
+#include <barrier>
+#include <gtest/gtest.h>
+#include <thread>
+#include <vector>
+
+#include "base/WorkItem.h"
+
+namespace quon {
+namespace {
+
+TEST(WorkItem, RunsOnceOrNeverAndFreesItsCaptures) {
+  const auto captured = std::make_shared<int>();
+  const WorkItem run([captured] { ++*captured; });
+  WorkItem copy;
+  copy = run;
+  EXPECT_TRUE(copy.isPending());
+  run.run();
+  copy.run();
+  EXPECT_FALSE(copy.cancel());
+
+  const WorkItem cancelled([captured] { ++*captured; });
+  EXPECT_TRUE(cancelled.cancel());
+  EXPECT_FALSE(cancelled.cancel());
+  EXPECT_FALSE(cancelled.isPending());
+  cancelled.run();
+  EXPECT_EQ(*captured, 1);
+  EXPECT_EQ(captured.use_count(), 1);
+
+  const WorkItem none;
+  none.run();
+  EXPECT_FALSE(none.cancel());
+  EXPECT_FALSE(none.isPending());
+}
+
+TEST(WorkItem, IsNeverBothCancelledAndRun) {
+  constexpr int rounds = 2000;
+  std::vector<int> runs(rounds, 0);
+  std::vector<int> cancels(rounds, 0);
+  std::vector<WorkItem> items;
+  items.reserve(rounds);
+  for (int& count : runs) items.emplace_back([&count] { ++count; });
+  std::barrier together(2);
+  {
+    std::jthread canceller([&] {
+      for (std::size_t round = 0; round < items.size(); ++round) {
+        together.arrive_and_wait();
+        cancels[round] = items[round].cancel() ? 1 : 0;
+      }
+    });
+    for (const WorkItem& item : items) {
+      together.arrive_and_wait();
+      item.run();
+    }
+  }
+  for (std::size_t round = 0; round < items.size(); ++round)
+    ASSERT_EQ(runs[round] + cancels[round], 1) << round;
+}
+
+TEST(WorkItemDeathTest, RefusesAnEmptyFunction) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_DEATH(WorkItem(std::function<void()>()), "empty function");
+}
+
+}  // namespace
+}  // namespace quon
