@@ -13,6 +13,7 @@
 #include <system_error>
 #include <utility>
 
+#include "BatchTable.h"
 #include "IndexMeta.h"
 #include "IndexSchema.h"
 #include "base/Mutex.h"
@@ -31,10 +32,11 @@ namespace {
 
 constexpr std::size_t kMostQueued = 32768;
 /// The bound by size, for trees of few folders with very many files each.
-constexpr std::size_t kMostQueuedBytes = 32 * 1024 * 1024;
+/// Small, too, so that little is left to write when the walk ends and only one processor has work.
+constexpr std::size_t kMostQueuedBytes = 4 * 1024 * 1024;
 /// The writer is woken for so many folders at a time: waking it for each costs more than writing it.
 constexpr std::size_t kWakeAt = 256;
-constexpr std::size_t kWakeAtBytes = 1024 * 1024;
+constexpr std::size_t kWakeAtBytes = 512 * 1024;
 constexpr std::int64_t kRowsPerTransaction = 100000;
 constexpr std::size_t kWriterStack = 1024 * 1024;
 constexpr std::int64_t kStaleSeconds = 3600;
@@ -102,7 +104,7 @@ class ScanStore::Writer {
   void write();
   [[nodiscard]] bool take(Drained& drained) QUON_EXCLUDES(lock);
   void writeRows(const Drained& drained);
-  void writeFiles(const Folder& folder);
+  void writeLinks(const std::vector<Link>& links);
   std::int64_t dirId(const DirNode& node);
   void drain() QUON_EXCLUDES(lock);
   void complete(std::string_view rootPath, std::int64_t elapsedMs, const WalkResult& result,
@@ -112,6 +114,8 @@ class ScanStore::Writer {
   std::atomic<bool> interrupted{false};
 
   // Writer thread, and the owner once that has ended.
+  BatchTable batch;
+  std::vector<BatchTable::Folder> batchFolders;
   Database database;
   Statement insertDir;
   Statement insertFile;
@@ -170,7 +174,8 @@ ScanStore::Writer::Writer(const Platform& services, std::string url)
     database.exec(kBuildScript);
     database.stopWhen(interrupted);
     insertDir = database.prepare("INSERT INTO dirs (parent, name, mtime) VALUES (?, ?, ?)");
-    insertFile = database.prepare("INSERT INTO files (dir, name, logical, physical, mtime) VALUES (?, ?, ?, ?, ?)");
+    batch.attach(database);
+    insertFile = database.prepare(BatchTable::kInsertFiles);
     insertLink = database.prepare("INSERT OR REPLACE INTO links (fileid, dir, name, counted) VALUES (?, ?, ?, ?)");
     markError = database.prepare("UPDATE dirs SET error = 1 WHERE id = ?");
     thread = platform.threads.start("scanstore-writer", kWriterStack, [this] { write(); });
@@ -244,39 +249,34 @@ bool ScanStore::Writer::take(Drained& drained) {
 }
 
 void ScanStore::Writer::writeRows(const Drained& drained) {
-  for (const Link& link : drained.links) {
+  writeLinks(drained.links);
+  batchFolders.clear();
+  for (const Folder& folder : drained.folders) {
+    const std::int64_t id = dirId(*folder.node);
+    if (folder.node->error) {
+      markError.bind(1, id);
+      markError.run();
+    }
+    if (folder.files.size() > 0) batchFolders.push_back({id, &folder.files});
+    rowsInTransaction += static_cast<std::int64_t>(folder.files.size()) + 1;
+  }
+  batch.fill(batchFolders);
+  insertFile.run();
+  if (rowsInTransaction < kRowsPerTransaction) return;
+  database.exec("COMMIT");
+  database.exec("BEGIN");
+  rowsInTransaction = 0;
+}
+
+void ScanStore::Writer::writeLinks(const std::vector<Link>& links) {
+  for (const Link& link : links) {
     insertLink.bind(1, static_cast<std::int64_t>(link.fileID));
     insertLink.bind(2, dirId(*link.node));
     insertLink.bind(3, link.name);
     insertLink.bind(4, static_cast<std::int64_t>(link.counted));
     insertLink.run();
   }
-  rowsInTransaction += static_cast<std::int64_t>(drained.links.size());
-  for (const Folder& folder : drained.folders) {
-    writeFiles(folder);
-    rowsInTransaction += static_cast<std::int64_t>(folder.files.size()) + 1;
-    if (rowsInTransaction < kRowsPerTransaction) continue;
-    database.exec("COMMIT");
-    database.exec("BEGIN");
-    rowsInTransaction = 0;
-  }
-}
-
-void ScanStore::Writer::writeFiles(const Folder& folder) {
-  const std::int64_t id = dirId(*folder.node);
-  if (folder.node->error) {
-    markError.bind(1, id);
-    markError.run();
-  }
-  insertFile.bind(1, id);
-  for (std::size_t index = 0; index < folder.files.size(); ++index) {
-    const FileBatch::File file = folder.files[index];
-    insertFile.bind(2, file.name);
-    insertFile.bind(3, static_cast<std::int64_t>(file.logical));
-    insertFile.bind(4, static_cast<std::int64_t>(file.physical));
-    insertFile.bind(5, file.mtime);
-    insertFile.run();
-  }
+  rowsInTransaction += static_cast<std::int64_t>(links.size());
 }
 
 std::int64_t ScanStore::Writer::dirId(const DirNode& node) {

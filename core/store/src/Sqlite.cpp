@@ -90,6 +90,10 @@ bool Statement::isNull(int column) const {
 }
 
 std::unique_ptr<sqlite3, Database::Close> Database::open(const std::string& path, int flags) {
+  // Counting SQLite's own allocations takes a lock for each; nobody reads the counts. Refused, and harmless,
+  // when another part of the program uses SQLite already.
+  static const int kConfigured = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+  (void)kConfigured;
   sqlite3* opened = nullptr;
   const int status = sqlite3_open_v2(path.c_str(), &opened, flags | SQLITE_OPEN_NOMUTEX, nullptr);
   std::unique_ptr<sqlite3, Close> connection(opened);
@@ -140,6 +144,19 @@ Statement Database::prepare(std::string_view sql) {
                                         nullptr);
   if (status != SQLITE_OK) raise(connection.get());
   return Statement(statement);
+}
+
+void Database::beginRead(int waitMs) {
+  exec("BEGIN");
+  sqlite3_busy_timeout(connection.get(), waitMs);
+  try {
+    (void)prepare("SELECT 1 FROM meta").step();  // takes the lock
+  } catch (const StoreError&) {
+    exec("ROLLBACK");
+    sqlite3_busy_timeout(connection.get(), kBusyTimeoutMs);
+    throw;
+  }
+  sqlite3_busy_timeout(connection.get(), kBusyTimeoutMs);
 }
 
 std::int64_t Database::lastInsertRowId() const { return sqlite3_last_insert_rowid(connection.get()); }

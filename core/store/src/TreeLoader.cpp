@@ -4,6 +4,7 @@
 #include "TreeLoader.h"
 
 #include <algorithm>
+#include <future>
 #include <limits>
 #include <stdexcept>
 #include <utility>
@@ -28,25 +29,24 @@ bool addOverflows(std::uint64_t& total, std::uint64_t value) {
 
 }  // namespace
 
-TreeLoader::TreeLoader(Database& opened, std::string path, const std::string& root, std::uint64_t keep)
-    : database(opened),
-      url(std::move(path)),
-      rootPath(root),
-      minKeep(keep) {
+TreeLoader::TreeLoader(std::string path, const std::string& root, std::uint64_t keep)
+    : url(std::move(path)), rootPath(root), minKeep(keep) {
   loaded.idByPath = DirIds(root);
 }
 
 Loaded TreeLoader::load() {
+  open();
   try {
     acceptMeta();
     probe.mark("meta");
+    std::future<std::vector<FolderSums>> sums = std::async(std::launch::async, [this] { return readAggregates(); });
     readDirs();
     probe.mark("dirs");
-    readAggregates();
-    probe.mark("aggregates");
     readKeptFiles();
     probe.mark("keptFiles");
-    rollUp();
+    applyAggregates(sums.get());
+    probe.mark("aggregates");
+    loaded.result.root->rollup();
     probe.mark("rollup");
     readFigures();
     probe.mark("topFiles");
@@ -54,6 +54,25 @@ Loaded TreeLoader::load() {
     refuse();
   }
   return std::move(loaded);
+}
+
+/// While both connections hold their read locks nobody can commit, so both see the same. A writer that is about
+/// to commit lets no second reader in and waits for the first: then both let it pass, and try again.
+void TreeLoader::open() {
+  constexpr int kTries = 20;
+  constexpr int kWaitMs = 2000;
+  database = Database::openRead(url);
+  second = Database::openRead(url);
+  for (int left = kTries; true; --left) {
+    database.beginRead(kWaitMs);
+    try {
+      second.beginRead(0);
+      return;
+    } catch (const StoreError&) {
+      if (left == 0) throw;
+      database.exec("ROLLBACK");
+    }
+  }
 }
 
 void TreeLoader::refuse() const { throw StoreError::incompatible(incompleteMessage(url)); }
@@ -100,19 +119,30 @@ DirNode& TreeLoader::folderOf(std::int64_t id) const {
   return loaded.idByPath.node(*index);
 }
 
-void TreeLoader::readAggregates() {
-  Statement rows = database.prepare(
-      "SELECT dir, COUNT(*), SUM(logical), SUM(physical), MAX(mtime) FROM files GROUP BY dir");
+/// On a thread of its own: touches nothing but the second connection.
+std::vector<TreeLoader::FolderSums> TreeLoader::readAggregates() {
+  Statement rows =
+      second.prepare("SELECT dir, COUNT(*), SUM(logical), SUM(physical), MAX(mtime) FROM files GROUP BY dir");
+  std::vector<FolderSums> sums;
+  while (rows.step()) {
+    // sum() yields the bits of an unsigned total.
+    sums.push_back({rows.integer(0), rows.size(1), static_cast<std::uint64_t>(rows.integer(2)),
+                    static_cast<std::uint64_t>(rows.integer(3)), rows.integer(4)});
+  }
+  return sums;
+}
+
+void TreeLoader::applyAggregates(const std::vector<FolderSums>& sums) {
   std::uint64_t allLogical = 0;
   std::uint64_t allPhysical = 0;
-  while (rows.step()) {
-    DirNode& node = folderOf(rows.integer(0));
-    node.directFiles = rows.size(1);
-    node.directLogical = static_cast<std::uint64_t>(rows.integer(2));  // sum() yields the unsigned total's bits
-    node.directPhysical = static_cast<std::uint64_t>(rows.integer(3));
-    node.directNewest = std::max<std::int64_t>(0, rows.integer(4));  // as the walk counts, from 0 upwards
+  for (const FolderSums& sum : sums) {
+    DirNode& node = folderOf(sum.folder);
+    node.directFiles = sum.files;
+    node.directLogical = sum.logical;
+    node.directPhysical = sum.physical;
+    node.directNewest = std::max<std::int64_t>(0, sum.newest);  // as the walk counts, from 0 upwards
     // The root's totals are these sums: if they fit, every total does.
-    if (addOverflows(allLogical, node.directLogical) || addOverflows(allPhysical, node.directPhysical)) refuse();
+    if (addOverflows(allLogical, sum.logical) || addOverflows(allPhysical, sum.physical)) refuse();
   }
 }
 
@@ -127,8 +157,6 @@ void TreeLoader::readKeptFiles() {
         .keptFiles.push_back({std::string(rows.text(1)), rows.size(2), rows.size(3), rows.integer(4)});
   }
 }
-
-void TreeLoader::rollUp() { loaded.result.root->rollup(); }
 
 void TreeLoader::readFigures() {
   WalkResult& result = loaded.result;
@@ -148,10 +176,7 @@ void TreeLoader::readFigures() {
 }
 
 Loaded ScanStore::load(const std::string& url, const std::string& rootPath, std::uint64_t minKeep) {
-  Database database = Database::openRead(url);
-  // One snapshot for all queries, whatever is patched meanwhile.
-  database.exec("BEGIN");
-  return TreeLoader(database, url, rootPath, minKeep).load();
+  return TreeLoader(url, rootPath, minKeep).load();
 }
 
 }  // namespace quon

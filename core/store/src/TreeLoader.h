@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
+#include <vector>
 
 #include "LoadProbe.h"
 #include "store/ScanStore.h"
@@ -9,26 +11,38 @@
 
 namespace quon {
 
-/// Rebuilds a scan tree from an index that was opened for reading, and refuses what no scan could have written.
-/// Serves one load. Threads: confined to one.
+/// Rebuilds a scan tree from an index, and refuses what no scan could have written. Two connections that see the
+/// same state of the file are read at once: the sums of the files take longer than all the rest.
+/// Serves one load. Threads: confined to one; starts another for its own time.
 class TreeLoader {
  public:
-  TreeLoader(Database& database, std::string url, const std::string& rootPath, std::uint64_t minKeep);
+  TreeLoader(std::string url, const std::string& rootPath, std::uint64_t minKeep);
   /// StoreError as ScanStore::load.
   [[nodiscard]] Loaded load();
 
  private:
+  /// What the files of one folder sum up to.
+  struct FolderSums {
+    std::int64_t folder;
+    std::uint64_t files;
+    std::uint64_t logical;
+    std::uint64_t physical;
+    std::int64_t newest;
+  };
+
+  void open();
   void acceptMeta();
   void readDirs();
   void addDir(const Statement& row);
-  void readAggregates();
+  [[nodiscard]] std::vector<FolderSums> readAggregates();
+  void applyAggregates(const std::vector<FolderSums>& sums);
   void readKeptFiles();
-  void rollUp();
   void readFigures();
   [[nodiscard]] DirNode& folderOf(std::int64_t id) const;
   [[noreturn]] void refuse() const;
 
-  Database& database;
+  Database database;
+  Database second;  ///< for the aggregates
   const std::string url;
   const std::string rootPath;
   const std::uint64_t minKeep;

@@ -69,6 +69,12 @@ class Database {
   /// From now on every statement fails soon after the flag, which outlives the connection, is set.
   void stopWhen(const std::atomic<bool>& flag);
   void close() { connection.reset(); }
+  /// For sources of this module that extend the connection.
+  [[nodiscard]] sqlite3* raw() { return connection.get(); }
+
+  /// Begins a transaction that sees one state of the file until it ends. StoreError when a writer that is about
+  /// to commit is not done in time, `waitMs` milliseconds.
+  void beginRead(int waitMs);
 
  private:
   struct Close {
