@@ -9,6 +9,8 @@ namespace {
 TEST(Path, JoinsAndTakesApart) {
   EXPECT_EQ(joinPath("/home", "a b"), "/home/a b");
   EXPECT_EQ(joinPath("/", "usr"), "//usr");
+  EXPECT_EQ(joinPath(pathPrefix("/"), "usr"), "/usr");
+  EXPECT_EQ(joinPath(pathPrefix("/home"), "usr"), "/home/usr");
   EXPECT_EQ(lastComponent("/home/a b"), "a b");
   EXPECT_EQ(lastComponent("//usr"), "usr");
   EXPECT_EQ(lastComponent("name"), "name");
