@@ -31,7 +31,9 @@ std::string withoutTrailingSlashes(std::string_view path) {
   return std::string(trimmed(path));
 }
 
-std::string_view pathPrefix(std::string_view root) { return root == "/" ? std::string_view() : root; }
+std::string_view pathPrefix(std::string_view root) {
+  return root == "/" ? std::string_view() : root;
+}
 
 std::string expandTilde(std::string_view path, std::string_view home) {
   if (path != "~" && !path.starts_with("~/")) return std::string(path);
