@@ -1,8 +1,9 @@
 #include "CommandLine.h"
 
-#include <CLI/CLI.hpp>
 #include <iostream>
 #include <map>
+
+#include <CLI/CLI.hpp>
 
 namespace quon::cli {
 namespace {
@@ -19,14 +20,17 @@ void addPath(CLI::App& verb, Command& command, const std::string& what) {
 }
 
 void addMetric(CLI::App& verb, Command& command) {
-  static const std::map<std::string, Metric> kMetrics{{"logical", Metric::logical}, {"physical", Metric::physical}};
+  static const std::map<std::string, Metric> kMetrics{{"logical", Metric::logical},
+                                                      {"physical", Metric::physical}};
   verb.add_option("--metric", command.metric, "Which size counts: logical (apparent) or physical (on disk)")
       ->transform(CLI::Transformer(kMetrics))
       ->type_name("logical|physical");
 }
 
 void addLimit(CLI::App& verb, Command& command) {
-  verb.add_option("--limit", command.limit, "The most rows to list")->check(CLI::PositiveNumber)->capture_default_str();
+  verb.add_option("--limit", command.limit, "The most rows to list")
+      ->check(CLI::PositiveNumber)
+      ->capture_default_str();
 }
 
 void addVerbs(CLI::App& app, Command& command) {

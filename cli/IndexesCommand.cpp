@@ -1,6 +1,6 @@
+#include <cmath>
 #include <fmt/format.h>
 
-#include <cmath>
 #include <nlohmann/json.hpp>
 
 #include "Commands.h"
@@ -15,10 +15,14 @@ namespace {
 
 const char* nameOf(IndexEntry::Status status) {
   switch (status) {
-    case IndexEntry::Status::live: return "live";
-    case IndexEntry::Status::offline: return "offline";
-    case IndexEntry::Status::orphaned: return "orphaned";
-    case IndexEntry::Status::unusable: return "unusable";
+    case IndexEntry::Status::live:
+      return "live";
+    case IndexEntry::Status::offline:
+      return "offline";
+    case IndexEntry::Status::orphaned:
+      return "orphaned";
+    case IndexEntry::Status::unusable:
+      return "unusable";
   }
   return "unusable";
 }

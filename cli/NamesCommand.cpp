@@ -1,6 +1,6 @@
+#include <algorithm>
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "Commands.h"
@@ -20,7 +20,8 @@ constexpr std::size_t kSizeColumns = 10;
 constexpr std::size_t kCountColumns = 10;
 constexpr std::size_t kGap = 2;
 
-std::string row(const Session& session, std::uint64_t size, const std::string& count, const std::string& name) {
+std::string row(const Session& session, std::uint64_t size, const std::string& count,
+                const std::string& name) {
   const std::size_t used = kSizeColumns + (count.empty() ? 0 : kCountColumns) + kGap;
   const std::size_t left = session.terminal.columns > used ? session.terminal.columns - used : 1;
   std::string text = fmt::format("{:>{}}", humanBytes(size), kSizeColumns);
@@ -29,7 +30,8 @@ std::string row(const Session& session, std::uint64_t size, const std::string& c
 }
 
 int printNames(const Session& session, const Command& command, const OpenedTree& tree) {
-  const auto names = ScanStore::repeatedNames(tree.index, static_cast<std::int64_t>(command.limit), kLeastTotal);
+  const auto names =
+      ScanStore::repeatedNames(tree.index, static_cast<std::int64_t>(command.limit), kLeastTotal);
   if (command.json) {
     Json rows = Json::array();
     for (const RepeatedName& name : names) {
@@ -73,7 +75,8 @@ int printFilesOfName(const Session& session, const Command& command, const Opene
 
 int runNames(Session& session, const Command& command) {
   const OpenedTree tree = session.open(session.resolve(command.path));
-  if (tree.index.empty()) throw CommandFailure("names are looked up in a saved index, and none could be saved");
+  if (tree.index.empty())
+    throw CommandFailure("names are looked up in a saved index, and none could be saved");
   return command.name.empty() ? printNames(session, command, tree) : printFilesOfName(session, command, tree);
 }
 

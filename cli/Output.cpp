@@ -1,12 +1,12 @@
 #include "Output.h"
 
-#include <fmt/chrono.h>
-#include <fmt/format.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
 #include <nlohmann/json.hpp>
 
 #include "base/ByteJson.h"
@@ -40,9 +40,13 @@ Json toJson(const std::vector<std::string>& paths) {
   return array;
 }
 
-void printDocument(const Json& document) { print(document.dump() + "\n"); }
+void printDocument(const Json& document) {
+  print(document.dump() + "\n");
+}
 
-void print(std::string_view text) { std::fwrite(text.data(), 1, text.size(), stdout); }
+void print(std::string_view text) {
+  std::fwrite(text.data(), 1, text.size(), stdout);
+}
 
 std::string localTime(double secondsSince1970) {
   const auto seconds = static_cast<std::time_t>(secondsSince1970);
@@ -51,7 +55,9 @@ std::string localTime(double secondsSince1970) {
   return fmt::format("{:%Y-%m-%d %H:%M}", local);
 }
 
-const char* nameOf(Metric metric) { return metric == Metric::logical ? "logical" : "physical"; }
+const char* nameOf(Metric metric) {
+  return metric == Metric::logical ? "logical" : "physical";
+}
 
 bool flushOutput() {
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return true;

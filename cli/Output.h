@@ -1,10 +1,11 @@
 #pragma once
 
-#include <nlohmann/json_fwd.hpp>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <nlohmann/json_fwd.hpp>
 
 #include "model/Entry.h"
 

@@ -1,8 +1,7 @@
 #include "RowTable.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
+#include <fmt/format.h>
 #include <string_view>
 
 #include "base/HumanBytes.h"
@@ -12,10 +11,10 @@ namespace quon::cli {
 namespace {
 
 constexpr std::size_t kBarCells = 16;
-constexpr std::size_t kSizeColumns = 10;   // "1023.9 MB"
-constexpr std::size_t kShareColumns = 8;   // "100.0%"
+constexpr std::size_t kSizeColumns = 10;  // "1023.9 MB"
+constexpr std::size_t kShareColumns = 8;  // "100.0%"
 constexpr std::size_t kGap = 2;
-constexpr std::size_t kNarrow = 60;        // below this the bar gives way to the name
+constexpr std::size_t kNarrow = 60;  // below this the bar gives way to the name
 constexpr const char* kFolderColour = "\033[1;34m";
 constexpr const char* kDim = "\033[2m";
 constexpr const char* kPlain = "\033[0m";

@@ -11,10 +11,10 @@ namespace quon::cli {
 /// Rows as a table that fits the terminal: size, share of the total, a bar, name or path.
 struct RowTable {
   Metric metric = Metric::logical;
-  std::uint64_t total = 0;    ///< what a share of 100 % is
-  std::size_t columns = 80;   ///< of the terminal
+  std::uint64_t total = 0;   ///< what a share of 100 % is
+  std::size_t columns = 80;  ///< of the terminal
   bool colour = false;
-  bool fullPaths = false;     ///< show paths instead of names
+  bool fullPaths = false;  ///< show paths instead of names
 
   [[nodiscard]] std::string text(std::span<const Entry> rows) const;
 

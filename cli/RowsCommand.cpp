@@ -17,12 +17,9 @@ namespace {
 
 Json document(const Command& command, const std::string& path, const DirNode& scope,
               const std::vector<Entry>& rows) {
-  return {{"path", encodeBytes(path)},
-          {"metric", nameOf(command.metric)},
-          {"logical", scope.totalLogical},
-          {"physical", scope.totalPhysical},
-          {"files", scope.totalFiles},
-          {"dirs", scope.totalDirs},
+  return {{"path", encodeBytes(path)},     {"metric", nameOf(command.metric)},
+          {"logical", scope.totalLogical}, {"physical", scope.totalPhysical},
+          {"files", scope.totalFiles},     {"dirs", scope.totalDirs},
           {"rows", toJson(rows)}};
 }
 

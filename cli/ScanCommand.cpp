@@ -36,9 +36,10 @@ Json document(const OpenedTree& tree) {
 
 std::string summary(const Session& session, const OpenedTree& tree) {
   const DirNode& root = *tree.result.root;
-  std::string text = fmt::format("{}: {} files in {} folders, {} ({} on disk), in {:.2f} s\n", displayText(tree.root),
-                                 grouped(root.totalFiles), grouped(root.totalDirs), humanBytes(root.totalLogical),
-                                 humanBytes(root.totalPhysical), static_cast<double>(tree.elapsedMs) / 1000.0);
+  std::string text =
+      fmt::format("{}: {} files in {} folders, {} ({} on disk), in {:.2f} s\n", displayText(tree.root),
+                  grouped(root.totalFiles), grouped(root.totalDirs), humanBytes(root.totalLogical),
+                  humanBytes(root.totalPhysical), static_cast<double>(tree.elapsedMs) / 1000.0);
   if (tree.result.hardlinksDeduped > 0) {
     text += fmt::format("{} further names of hard-linked files, counted once\n",
                         grouped(tree.result.hardlinksDeduped));
@@ -59,7 +60,8 @@ void tellErrors(const WalkResult& result) {
                    result.errorCount == 1 ? "folder" : "folders", result.errorCount == 1 ? "is" : "are"));
   const std::size_t told = std::min(kSamplesTold, result.errorSamples.size());
   for (std::size_t index = 0; index < told; ++index) {
-    fmt::print(stderr, "  {}\n", displayText(result.errorSamples[index].empty() ? "/" : result.errorSamples[index]));
+    fmt::print(stderr, "  {}\n",
+               displayText(result.errorSamples[index].empty() ? "/" : result.errorSamples[index]));
   }
   if (result.errorCount > told) fmt::print(stderr, "  and {} more\n", grouped(result.errorCount - told));
 }

@@ -1,10 +1,9 @@
 #include "ScanRunner.h"
 
-#include <fmt/format.h>
-
 #include <chrono>
 #include <cstdio>
 #include <exception>
+#include <fmt/format.h>
 #include <optional>
 #include <utility>
 
@@ -88,8 +87,8 @@ void ScanRunner::showProgress() {
     const MutexLock held(lock);
     now = scan->progress();
   }
-  const std::string counts = fmt::format("{} dirs · {} files · {}", grouped(now.dirs), grouped(now.files),
-                                         humanBytes(now.logical));
+  const std::string counts =
+      fmt::format("{} dirs · {} files · {}", grouped(now.dirs), grouped(now.files), humanBytes(now.logical));
   const std::size_t used = displayWidth(counts) + 2;
   const std::size_t left = terminal.columns > used + 1 ? terminal.columns - used - 1 : 0;
   fmt::print(stderr, "\r\033[K{}  {}", counts, fitToWidth(displayText(now.currentPath), left));

@@ -1,7 +1,6 @@
 #include "Session.h"
 
 #include <fmt/format.h>
-
 #include <system_error>
 #include <utility>
 
@@ -27,7 +26,9 @@ std::string reasonOf(const std::error_code& error) {
 
 }  // namespace
 
-void warn(const std::string& line) { fmt::print(stderr, "quon: {}\n", line); }
+void warn(const std::string& line) {
+  fmt::print(stderr, "quon: {}\n", line);
+}
 
 Session::Session(const Platform& services, Folders places, const Terminal& streams)
     : platform(services), folders(std::move(places)), terminal(streams), runner(services, streams) {}

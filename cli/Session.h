@@ -22,11 +22,11 @@ class CommandFailure : public std::runtime_error {
 /// A scanned tree and where in it the user asked to look.
 struct OpenedTree {
   WalkResult result;
-  std::string root;           ///< "/" for the file system's root
-  RefPtr<DirNode> scope;      ///< the folder that was asked for
-  std::string index;          ///< the index behind it; "" when none could be saved
-  double scannedAt = 0;       ///< seconds since 1970
-  std::int64_t elapsedMs = 0; ///< of the scan that made it
+  std::string root;            ///< "/" for the file system's root
+  RefPtr<DirNode> scope;       ///< the folder that was asked for
+  std::string index;           ///< the index behind it; "" when none could be saved
+  double scannedAt = 0;        ///< seconds since 1970
+  std::int64_t elapsedMs = 0;  ///< of the scan that made it
 };
 
 /// What every command works with. Threads: main only.

@@ -17,11 +17,15 @@ constexpr int kInterrupted = 130;
 
 int run(Session& session, const Command& command) {
   switch (command.verb) {
-    case Command::Verb::scan: return runScan(session, command);
+    case Command::Verb::scan:
+      return runScan(session, command);
     case Command::Verb::ls:
-    case Command::Verb::largest: return runRows(session, command);
-    case Command::Verb::names: return runNames(session, command);
-    case Command::Verb::indexes: return runIndexes(session, command);
+    case Command::Verb::largest:
+      return runRows(session, command);
+    case Command::Verb::names:
+      return runNames(session, command);
+    case Command::Verb::indexes:
+      return runIndexes(session, command);
   }
   return kFailed;
 }

@@ -4,7 +4,9 @@
 
 namespace quon {
 
-std::uint64_t Entry::size(Metric metric) const { return metric == Metric::logical ? logical : physical; }
+std::uint64_t Entry::size(Metric metric) const {
+  return metric == Metric::logical ? logical : physical;
+}
 
 std::int64_t Entry::mtime() const {
   if (const auto* node = std::get_if<RefPtr<DirNode>>(&payload)) return (*node)->mtime;
@@ -17,7 +19,8 @@ Entry Entry::ofFolder(const RefPtr<DirNode>& node, std::string folderPath) {
 }
 
 Entry Entry::ofFile(const FileEntry& file, const RefPtr<DirNode>& container, std::string_view containerPath) {
-  return {File{file, container}, file.name, file.logical, file.physical, "f:" + joinPath(containerPath, file.name)};
+  return {File{file, container}, file.name, file.logical, file.physical,
+          "f:" + joinPath(containerPath, file.name)};
 }
 
 }  // namespace quon

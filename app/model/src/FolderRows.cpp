@@ -29,7 +29,8 @@ std::vector<Entry> scopeEntries(const RefPtr<DirNode>& node, std::string_view ro
     rows.push_back(Entry::ofFolder(child, joinPath(path, child->name)));
   }
   for (const FileEntry& file : node->keptFiles) rows.push_back(Entry::ofFile(file, node, path));
-  std::ranges::stable_sort(rows, [&](const Entry& a, const Entry& b) { return a.size(metric) > b.size(metric); });
+  std::ranges::stable_sort(rows,
+                           [&](const Entry& a, const Entry& b) { return a.size(metric) > b.size(metric); });
 
   std::uint64_t logical = node->totalLogical;
   std::uint64_t physical = node->totalPhysical;
@@ -75,7 +76,8 @@ RefPtr<DirNode> folderAt(const RefPtr<DirNode>& root, std::string_view pathBelow
     const std::size_t slash = rest.find('/');
     const std::string_view name = rest.substr(0, slash);
     rest = slash == std::string_view::npos ? std::string_view() : rest.substr(slash + 1);
-    const auto child = std::ranges::find(at->subdirs, name, [](const auto& node) { return std::string_view(node->name); });
+    const auto child =
+        std::ranges::find(at->subdirs, name, [](const auto& node) { return std::string_view(node->name); });
     at = child == at->subdirs.end() ? RefPtr<DirNode>() : *child;
   }
   return at;

@@ -11,7 +11,7 @@ namespace quon {
 }  // namespace quon
 
 /// Stops the program when an invariant does not hold, in every build type.
-#define QUON_CHECK(condition, message)          \
-  do {                                          \
-    if (!(condition)) ::quon::fatal(message);   \
+#define QUON_CHECK(condition, message)        \
+  do {                                        \
+    if (!(condition)) ::quon::fatal(message); \
   } while (false)

@@ -34,7 +34,9 @@ class QUON_THREAD_ANNOTATION(capability("mutex")) Mutex {
 /// Holds a Mutex for a scope.
 class QUON_THREAD_ANNOTATION(scoped_lockable) MutexLock {
  public:
-  explicit MutexLock(Mutex& mutex) QUON_THREAD_ANNOTATION(acquire_capability(mutex)) : held(mutex) { held.lock(); }
+  explicit MutexLock(Mutex& mutex) QUON_THREAD_ANNOTATION(acquire_capability(mutex)) : held(mutex) {
+    held.lock();
+  }
   ~MutexLock() QUON_THREAD_ANNOTATION(release_capability()) { held.unlock(); }
   MutexLock(const MutexLock&) = delete;
   MutexLock& operator=(const MutexLock&) = delete;

@@ -18,9 +18,7 @@ class RefCounted {
 
   void retain() const { references.fetch_add(1, std::memory_order_relaxed); }
   /// Drops a reference; true when it was the last and the caller must free the object.
-  [[nodiscard]] bool releaseIsLast() const {
-    return references.fetch_sub(1, std::memory_order_acq_rel) == 1;
-  }
+  [[nodiscard]] bool releaseIsLast() const { return references.fetch_sub(1, std::memory_order_acq_rel) == 1; }
 
  protected:
   RefCounted() = default;

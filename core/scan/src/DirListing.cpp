@@ -10,7 +10,8 @@ void take(const DirEntry& entry, std::uint32_t rootDev, bool oneFileSystem, DirL
   if (entry.name.empty()) return;
   const std::uint32_t device = entry.device != 0 ? entry.device : rootDev;
   if (entry.type == EntryType::directory) {
-    if (!oneFileSystem || device == rootDev) listing.subdirs.push_back({std::string(entry.name), entry.mtime});
+    if (!oneFileSystem || device == rootDev)
+      listing.subdirs.push_back({std::string(entry.name), entry.mtime});
     return;
   }
   listing.files.push_back({std::string(entry.name), entry.logical, entry.physical, entry.mtime});

@@ -32,7 +32,8 @@ void DirNode::rollupShallow() {
 
 std::string DirNode::path(std::string_view root) const {
   std::size_t length = root.size();
-  for (const DirNode* node = this; node->parent != nullptr; node = node->parent) length += 1 + node->name.size();
+  for (const DirNode* node = this; node->parent != nullptr; node = node->parent)
+    length += 1 + node->name.size();
   std::string whole(length, '/');
   std::copy(root.begin(), root.end(), whole.begin());
   std::size_t end = length;

@@ -36,6 +36,8 @@ void Progress::end() {
   current = nullptr;
 }
 
-std::string Progress::pathOfCurrent() const { return current == nullptr ? currentPath : current->path(rootPath); }
+std::string Progress::pathOfCurrent() const {
+  return current == nullptr ? currentPath : current->path(rootPath);
+}
 
 }  // namespace quon

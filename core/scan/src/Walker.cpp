@@ -1,9 +1,10 @@
-// The walk: workers take folders from one shared stack, list each through a buffer of their own, sum the files
-// into the folder's node and push the child folders back.
+// The walk: workers take folders from one shared stack, list each through a buffer of their own, sum the
+// files into the folder's node and push the child folders back.
 //
 // - A node is written only by the worker that lists it; its parent's worker made it before it was pushed, and
 //   the stack's lock hands it over.
-// - A folder is opened relative to its parent's descriptor, which the child's work holds until then. That costs
+// - A folder is opened relative to its parent's descriptor, which the child's work holds until then. That
+// costs
 //   no path walk, follows no link that appears meanwhile and knows no limit on path lengths. Held parents are
 //   bounded (kHeldParents); children beyond the bound are opened by their full path.
 // - The largest files are gathered per worker and merged in worker order at the end.
@@ -67,7 +68,8 @@ class Walker::Run {
   void takeFile(const DirEntry& entry, DirNode& node, Bench& bench);
   [[nodiscard]] OpenDirectoryRef heldParent(const OpenDirectoryRef& directory);
   void recordError(DirNode& node);
-  [[nodiscard]] Result merge(const RefPtr<DirNode>& rootNode, const std::vector<std::unique_ptr<Bench>>& benches);
+  [[nodiscard]] Result merge(const RefPtr<DirNode>& rootNode,
+                             const std::vector<std::unique_ptr<Bench>>& benches);
 
   Walker& walker;
   const Options& options;
@@ -121,8 +123,9 @@ Walker::Result Walker::Run::walk(const std::string& root, const RefPtr<DirNode>&
   for (unsigned index = 0; index < threads; ++index) {
     benches.push_back(std::make_unique<Bench>(walker.platform.directories.makeReader(), options.topN));
     try {
-      workers.push_back(walker.platform.threads.start("quonscan-" + std::to_string(index), kStackBytes,
-                                                      [this, bench = benches.back().get()] { work(*bench); }));
+      workers.push_back(
+          walker.platform.threads.start("quonscan-" + std::to_string(index), kStackBytes,
+                                        [this, bench = benches.back().get()] { work(*bench); }));
     } catch (const std::system_error&) {
       if (workers.empty()) throw;
       break;  // fewer workers do the same walk
@@ -159,7 +162,8 @@ void Walker::Run::scanDir(const Work& work, Bench& bench) {
   if (node.error) recordError(node);
   node.subdirs.assign(std::make_move_iterator(bench.children.begin()),
                       std::make_move_iterator(bench.children.end()));
-  node.keptFiles.assign(std::make_move_iterator(bench.kept.begin()), std::make_move_iterator(bench.kept.end()));
+  node.keptFiles.assign(std::make_move_iterator(bench.kept.begin()),
+                        std::make_move_iterator(bench.kept.end()));
   bench.children.clear();
   bench.kept.clear();
   if (walker.sink != nullptr) walker.sink->record(node, bench.files.build());
@@ -224,8 +228,7 @@ void Walker::Run::takeFile(const DirEntry& entry, DirNode& node, Bench& bench) {
   if (entry.logical < options.minKeep) return;
   bench.kept.push_back({std::string(entry.name), entry.logical, entry.physical, entry.mtime});
   if (bench.heap.wouldKeep(entry.logical)) {
-    bench.heap.offer(
-        {joinPath(node.path(rootPath), entry.name), entry.logical, entry.physical, entry.mtime});
+    bench.heap.offer({joinPath(node.path(rootPath), entry.name), entry.logical, entry.physical, entry.mtime});
   }
 }
 
@@ -233,9 +236,8 @@ void Walker::Run::takeFile(const DirEntry& entry, DirNode& node, Bench& bench) {
 OpenDirectoryRef Walker::Run::heldParent(const OpenDirectoryRef& directory) {
   if (heldParents.load(std::memory_order_relaxed) >= kHeldParents) return nullptr;
   heldParents.fetch_add(1, std::memory_order_relaxed);
-  return {directory.get(), [directory, &held = heldParents](OpenDirectory*) {
-            held.fetch_sub(1, std::memory_order_relaxed);
-          }};
+  return {directory.get(),
+          [directory, &held = heldParents](OpenDirectory*) { held.fetch_sub(1, std::memory_order_relaxed); }};
 }
 
 void Walker::Run::recordError(DirNode& node) {

@@ -1,11 +1,10 @@
-// An eponymous virtual table (https://www.sqlite.org/vtab.html) over the folders in hand: it exists by its name
-// alone, in no schema, and knows a single plan, the scan from the first file of the first folder to the last of
-// the last.
+// An eponymous virtual table (https://www.sqlite.org/vtab.html) over the folders in hand: it exists by its
+// name alone, in no schema, and knows a single plan, the scan from the first file of the first folder to the
+// last of the last.
 #include "BatchTable.h"
 
-#include <sqlite3.h>
-
 #include <cstddef>
+#include <sqlite3.h>
 
 #include "store/Sqlite.h"
 #include "store/StoreError.h"
@@ -68,7 +67,8 @@ int close(sqlite3_vtab_cursor* cursor) {
   return SQLITE_OK;
 }
 
-int filter(sqlite3_vtab_cursor* base, int /*plan*/, const char* /*name*/, int /*count*/, sqlite3_value** /*values*/) {
+int filter(sqlite3_vtab_cursor* base, int /*plan*/, const char* /*name*/, int /*count*/,
+           sqlite3_value** /*values*/) {
   auto& cursor = *static_cast<Cursor*>(base);
   cursor.folder = 0;
   cursor.file = 0;
@@ -94,12 +94,23 @@ int column(sqlite3_vtab_cursor* base, sqlite3_context* context, int index) {
   const auto& cursor = *static_cast<Cursor*>(base);
   const FileBatch::File& file = cursor.current;
   switch (index) {
-    case 0: sqlite3_result_int64(context, foldersOf(cursor)[cursor.folder].id); break;
-    case 1: sqlite3_result_text64(context, file.name.data(), file.name.size(), SQLITE_STATIC, SQLITE_UTF8); break;
-    case 2: sqlite3_result_int64(context, static_cast<std::int64_t>(file.logical)); break;
-    case 3: sqlite3_result_int64(context, static_cast<std::int64_t>(file.physical)); break;
-    case 4: sqlite3_result_int64(context, file.mtime); break;
-    default: return SQLITE_ERROR;
+    case 0:
+      sqlite3_result_int64(context, foldersOf(cursor)[cursor.folder].id);
+      break;
+    case 1:
+      sqlite3_result_text64(context, file.name.data(), file.name.size(), SQLITE_STATIC, SQLITE_UTF8);
+      break;
+    case 2:
+      sqlite3_result_int64(context, static_cast<std::int64_t>(file.logical));
+      break;
+    case 3:
+      sqlite3_result_int64(context, static_cast<std::int64_t>(file.physical));
+      break;
+    case 4:
+      sqlite3_result_int64(context, file.mtime);
+      break;
+    default:
+      return SQLITE_ERROR;
   }
   return SQLITE_OK;
 }

@@ -21,7 +21,8 @@ class BatchTable {
 
   /// The columns are those of `files`, in their order.
   static constexpr const char* kInsertFiles =
-      "INSERT INTO files (dir, name, logical, physical, mtime) SELECT dir, name, logical, physical, mtime FROM batch";
+      "INSERT INTO files (dir, name, logical, physical, mtime) SELECT dir, name, logical, physical, mtime "
+      "FROM batch";
 
   /// Makes the table known to the connection as "batch".
   void attach(Database& database);

@@ -1,9 +1,10 @@
 #include "store/DirIds.h"
 
 #include <algorithm>
-#include <boost/unordered/unordered_flat_set.hpp>
 #include <functional>
 #include <vector>
+
+#include <boost/unordered/unordered_flat_set.hpp>
 
 #include "base/Checked.h"
 #include "base/Path.h"
@@ -53,7 +54,9 @@ struct DirIds::Table {
   boost::unordered_flat_set<std::uint32_t, Hash, Equal> byName{0, Hash{&rows}, Equal{&rows}};
 };
 
-DirIds::DirIds(std::string rootPath) : table(std::make_unique<Table>()) { table->rootPath = std::move(rootPath); }
+DirIds::DirIds(std::string rootPath) : table(std::make_unique<Table>()) {
+  table->rootPath = std::move(rootPath);
+}
 DirIds::~DirIds() = default;
 DirIds::DirIds(DirIds&& other) noexcept = default;
 DirIds& DirIds::operator=(DirIds&& other) noexcept = default;
@@ -87,7 +90,9 @@ std::optional<std::int64_t> DirIds::find(std::string_view path) const {
   return table->rows[at].id;
 }
 
-std::size_t DirIds::size() const { return table->rows.size(); }
+std::size_t DirIds::size() const {
+  return table->rows.size();
+}
 
 std::optional<std::uint32_t> DirIds::indexOf(std::int64_t id) const {
   const std::vector<Row>& rows = table->rows;
@@ -99,6 +104,8 @@ std::optional<std::uint32_t> DirIds::indexOf(std::int64_t id) const {
   return static_cast<std::uint32_t>(at - rows.begin());
 }
 
-DirNode& DirIds::node(std::uint32_t index) const { return *table->rows[index].node; }
+DirNode& DirIds::node(std::uint32_t index) const {
+  return *table->rows[index].node;
+}
 
 }  // namespace quon

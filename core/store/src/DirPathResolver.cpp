@@ -15,8 +15,7 @@ constexpr std::size_t kLongestRemembered = 4096;
 }  // namespace
 
 DirPathResolver::DirPathResolver(Database& database, const std::string& root)
-    : lookUp(database.prepare("SELECT parent, name FROM dirs WHERE id = ?")),
-      rootPath(pathPrefix(root)) {}
+    : lookUp(database.prepare("SELECT parent, name FROM dirs WHERE id = ?")), rootPath(pathPrefix(root)) {}
 
 const std::string& DirPathResolver::path(std::int64_t id) {
   // Up to the first folder whose path is known, then down again.

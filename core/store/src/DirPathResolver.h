@@ -1,8 +1,9 @@
 #pragma once
 
-#include <boost/unordered/unordered_flat_map.hpp>
 #include <cstdint>
 #include <string>
+
+#include <boost/unordered/unordered_flat_map.hpp>
 
 #include "store/Sqlite.h"
 

@@ -1,8 +1,7 @@
 #include "ExactSum.h"
 
-#include <sqlite3.h>
-
 #include <cstdint>
+#include <sqlite3.h>
 
 #include "store/StoreError.h"
 

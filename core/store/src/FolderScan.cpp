@@ -18,7 +18,8 @@ using std::chrono::duration_cast;
 using std::chrono::steady_clock;
 using std::chrono::system_clock;
 
-/// Identifiers of file-system events are times, in microseconds since 1970; so the present one needs no journal.
+/// Identifiers of file-system events are times, in microseconds since 1970; so the present one needs no
+/// journal.
 std::uint64_t currentEventId() {
   return static_cast<std::uint64_t>(
       duration_cast<std::chrono::microseconds>(system_clock::now().time_since_epoch()).count());
@@ -44,8 +45,7 @@ FolderScan::Outcome FolderScan::run() {
   if (!cancelled) {
     outcome.result.root->rollup();
     outcome.elapsedMs = duration_cast<std::chrono::milliseconds>(steady_clock::now() - begin).count();
-    outcome.scannedAt =
-        std::chrono::duration<double>(system_clock::now().time_since_epoch()).count();
+    outcome.scannedAt = std::chrono::duration<double>(system_clock::now().time_since_epoch()).count();
     save(outcome, eventId, facts->device);
   }
   outcome.cancelled = cancelled;
@@ -56,8 +56,8 @@ FolderScan::Outcome FolderScan::run() {
 
 void FolderScan::openStore(Outcome& outcome) {
   try {
-    auto opened = std::make_unique<ScanStore>(platform,
-                                              ScanStore::canonicalURL(options.indexDirectory, options.root));
+    auto opened =
+        std::make_unique<ScanStore>(platform, ScanStore::canonicalURL(options.indexDirectory, options.root));
     const MutexLock held(lock);
     store = std::move(opened);
   } catch (const StoreError& reason) {
@@ -69,16 +69,17 @@ WalkResult FolderScan::walk(std::uint32_t rootDev) {
   Walker* running = nullptr;
   {
     const MutexLock held(lock);
-    walker = std::make_unique<Walker>(platform,
-                                      Walker::Options{.rootDev = rootDev,
-                                                      .oneFileSystem = options.oneFileSystem,
-                                                      .skipPaths = options.skipPaths},
-                                      store.get());
+    walker = std::make_unique<Walker>(
+        platform,
+        Walker::Options{
+            .rootDev = rootDev, .oneFileSystem = options.oneFileSystem, .skipPaths = options.skipPaths},
+        store.get());
     running = walker.get();
     if (cancelled) running->cancelRun();
   }
   const unsigned threads = options.threads != 0 ? options.threads : Walker::defaultThreads(platform);
-  return running->run(std::string(pathPrefix(options.root)), RefPtr<DirNode>(new DirNode(options.root)), threads);
+  return running->run(std::string(pathPrefix(options.root)), RefPtr<DirNode>(new DirNode(options.root)),
+                      threads);
 }
 
 void FolderScan::save(Outcome& outcome, std::uint64_t eventId, std::uint32_t rootDev) {

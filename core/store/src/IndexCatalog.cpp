@@ -31,8 +31,7 @@ bool isUnplugged(const std::string& root, const std::vector<std::string>& mounte
     // No mount point at or above the root, up to where volumes are mounted: its volume is absent.
     return std::ranges::none_of(mounted, [&](const std::string& point) {
       const auto at = relativeTo(point, parent.path);
-      return at && !at->empty() && isInside(root, point) &&
-             std::ranges::count(*at, '/') < parent.components;
+      return at && !at->empty() && isInside(root, point) && std::ranges::count(*at, '/') < parent.components;
     });
   }
   return false;
@@ -47,7 +46,8 @@ IndexEntry::Status statusOf(const Platform& platform, const std::string& root,
   return isUnplugged(root, mounted) ? IndexEntry::Status::offline : IndexEntry::Status::orphaned;
 }
 
-IndexEntry readEntry(const Platform& platform, const std::string& url, const std::vector<std::string>& mounted) {
+IndexEntry readEntry(const Platform& platform, const std::string& url,
+                     const std::vector<std::string>& mounted) {
   IndexEntry entry;
   entry.url = url;
   std::error_code ignored;
@@ -67,7 +67,9 @@ IndexEntry readEntry(const Platform& platform, const std::string& url, const std
   return entry;
 }
 
-bool isLive(const IndexEntry& entry) { return entry.status == IndexEntry::Status::live; }
+bool isLive(const IndexEntry& entry) {
+  return entry.status == IndexEntry::Status::live;
+}
 
 }  // namespace
 
@@ -83,7 +85,8 @@ std::vector<IndexEntry> IndexCatalog::list(const Platform& platform, const std::
   });
   for (IndexEntry& entry : entries) {
     entry.covered = std::ranges::any_of(entries, [&](const IndexEntry& other) {
-      return isLive(other) && other.root != entry.root && !entry.root.empty() && isInside(entry.root, other.root);
+      return isLive(other) && other.root != entry.root && !entry.root.empty() &&
+             isInside(entry.root, other.root);
     });
   }
   return entries;

@@ -1,12 +1,12 @@
 #include "IndexMeta.h"
 
-#include <fmt/format.h>
-
 #include <charconv>
 #include <cmath>
-#include <nlohmann/json.hpp>
+#include <fmt/format.h>
 #include <optional>
 #include <stdexcept>
+
+#include <nlohmann/json.hpp>
 
 #include "base/ByteJson.h"
 #include "store/ScanStore.h"
@@ -85,7 +85,8 @@ std::vector<TopFile> decodeTopFiles(const MetaMap& meta) {
     for (const char* field : {"p", "l", "y", "m"}) {
       if (!item.contains(field)) throw std::invalid_argument(key);
     }
-    if (!item["l"].is_number_unsigned() || !item["y"].is_number_unsigned() || !item["m"].is_number_integer()) {
+    if (!item["l"].is_number_unsigned() || !item["y"].is_number_unsigned() ||
+        !item["m"].is_number_integer()) {
       throw std::invalid_argument(key);
     }
     files.push_back({bytesOf(item["p"], key), item["l"].get<std::uint64_t>(), item["y"].get<std::uint64_t>(),

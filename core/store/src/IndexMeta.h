@@ -15,11 +15,9 @@ using MetaMap = std::map<std::string, std::string>;
 
 /// The metadata of a finished scan as key and value, in the order they are written; "complete" comes last.
 /// `scannedAt` is seconds since 1970.
-[[nodiscard]] std::vector<std::pair<std::string, std::string>> metaRows(std::string_view rootPath,
-                                                                        std::int64_t elapsedMs,
-                                                                        const WalkResult& result,
-                                                                        std::uint64_t lastEventId,
-                                                                        std::uint32_t rootDev, double scannedAt);
+[[nodiscard]] std::vector<std::pair<std::string, std::string>> metaRows(
+    std::string_view rootPath, std::int64_t elapsedMs, const WalkResult& result, std::uint64_t lastEventId,
+    std::uint32_t rootDev, double scannedAt);
 
 /// The value of "topFiles". Names keep every byte (see base/ByteJson.h).
 [[nodiscard]] std::string encodeTopFiles(const std::vector<TopFile>& topFiles);
@@ -30,6 +28,7 @@ using MetaMap = std::map<std::string, std::string>;
 [[nodiscard]] std::uint64_t decodeCount(const MetaMap& meta, const std::string& key);
 [[nodiscard]] double decodeSeconds(const MetaMap& meta, const std::string& key);
 /// `fallback` when the value is absent.
-[[nodiscard]] std::uint64_t decodeCountOr(const MetaMap& meta, const std::string& key, std::uint64_t fallback);
+[[nodiscard]] std::uint64_t decodeCountOr(const MetaMap& meta, const std::string& key,
+                                          std::uint64_t fallback);
 
 }  // namespace quon

@@ -7,14 +7,14 @@
 #include "store/Sqlite.h"
 #include "store/StoreError.h"
 
-#define QUON_LINKS_SQL                                        \
-  "CREATE TABLE IF NOT EXISTS links (\n"                      \
-  "  fileid INTEGER NOT NULL,\n"                              \
-  "  dir INTEGER NOT NULL,\n"                                 \
-  "  name TEXT NOT NULL,\n"                                   \
-  "  counted INTEGER NOT NULL,\n"                             \
-  "  PRIMARY KEY (fileid, dir, name)\n"                       \
-  ");\n"                                                      \
+#define QUON_LINKS_SQL                   \
+  "CREATE TABLE IF NOT EXISTS links (\n" \
+  "  fileid INTEGER NOT NULL,\n"         \
+  "  dir INTEGER NOT NULL,\n"            \
+  "  name TEXT NOT NULL,\n"              \
+  "  counted INTEGER NOT NULL,\n"        \
+  "  PRIMARY KEY (fileid, dir, name)\n"  \
+  ");\n"                                 \
   "CREATE INDEX IF NOT EXISTS idx_links_dir ON links(dir);"
 
 namespace quon {

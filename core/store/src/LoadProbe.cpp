@@ -1,9 +1,8 @@
 #include "LoadProbe.h"
 
-#include <fmt/format.h>
-
 #include <cstdio>
 #include <cstdlib>
+#include <fmt/format.h>
 
 namespace quon {
 

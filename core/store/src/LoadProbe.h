@@ -5,8 +5,8 @@
 
 namespace quon {
 
-/// Writes how long each phase of a load took to standard error, one line a phase, when the environment variable
-/// QUON_LOADPROBE is set; else nothing. Threads: confined to one.
+/// Writes how long each phase of a load took to standard error, one line a phase, when the environment
+/// variable QUON_LOADPROBE is set; else nothing. Threads: confined to one.
 class LoadProbe {
  public:
   LoadProbe();

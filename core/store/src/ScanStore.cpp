@@ -1,17 +1,18 @@
 // Writing an index.
 //
 // Walker threads queue what they found; one thread, the only one to touch the connection, drains both queues
-// whole and turns them into rows inside large transactions. A folder's row is inserted when it is first needed,
-// its parent's before it, so a parent always has the smaller id. The first failure is kept; from then on the
-// queues are drained without writing, so that no walker blocks, and `finish` tells.
+// whole and turns them into rows inside large transactions. A folder's row is inserted when it is first
+// needed, its parent's before it, so a parent always has the smaller id. The first failure is kept; from then
+// on the queues are drained without writing, so that no walker blocks, and `finish` tells.
 #include "store/ScanStore.h"
 
 #include <atomic>
-#include <boost/unordered/unordered_flat_map.hpp>
 #include <chrono>
 #include <optional>
 #include <system_error>
 #include <utility>
+
+#include <boost/unordered/unordered_flat_map.hpp>
 
 #include "BatchTable.h"
 #include "IndexMeta.h"
@@ -50,8 +51,8 @@ double secondsSince1970() {
   return since.count();
 }
 
-/// Rolls back what a patch of the earlier index left unfinished when it was killed. Its journal would otherwise
-/// be taken for one of the new file that is about to bear its name.
+/// Rolls back what a patch of the earlier index left unfinished when it was killed. Its journal would
+/// otherwise be taken for one of the new file that is about to bear its name.
 void settleEarlier(const Platform& platform, const std::string& finalURL) {
   const std::string journal = finalURL + "-journal";
   std::error_code absent;
@@ -146,7 +147,9 @@ ScanStore::ScanStore(const Platform& platform, std::string finalURL)
     : writer(std::make_unique<Writer>(platform, std::move(finalURL))) {}
 ScanStore::~ScanStore() = default;
 
-void ScanStore::record(const DirNode& node, FileBatch files) { writer->record(node, std::move(files)); }
+void ScanStore::record(const DirNode& node, FileBatch files) {
+  writer->record(node, std::move(files));
+}
 void ScanStore::recordLink(std::uint64_t fileID, const DirNode& node, std::string_view name, bool counted) {
   writer->recordLink(fileID, node, name, counted);
 }
@@ -154,11 +157,21 @@ void ScanStore::finish(std::string_view rootPath, std::int64_t elapsedMs, const 
                        std::uint64_t lastEventId, std::uint32_t rootDev) {
   writer->finish(rootPath, elapsedMs, result, lastEventId, rootDev);
 }
-void ScanStore::abort() { writer->abort(); }
-void ScanStore::interrupt() { writer->interrupt(); }
-const std::string& ScanStore::finalURL() const { return writer->finalURL; }
-const std::string& ScanStore::buildingURL() const { return writer->buildingURL; }
-const char* ScanStore::patchIndexSQL() { return kPatchIndexScript; }
+void ScanStore::abort() {
+  writer->abort();
+}
+void ScanStore::interrupt() {
+  writer->interrupt();
+}
+const std::string& ScanStore::finalURL() const {
+  return writer->finalURL;
+}
+const std::string& ScanStore::buildingURL() const {
+  return writer->buildingURL;
+}
+const char* ScanStore::patchIndexSQL() {
+  return kPatchIndexScript;
+}
 
 ScanStore::Writer::Writer(const Platform& services, std::string url)
     : finalURL(std::move(url)), buildingURL(finalURL + ".building-" + freshUuid()), platform(services) {
@@ -176,7 +189,8 @@ ScanStore::Writer::Writer(const Platform& services, std::string url)
     insertDir = database.prepare("INSERT INTO dirs (parent, name, mtime) VALUES (?, ?, ?)");
     batch.attach(database);
     insertFile = database.prepare(BatchTable::kInsertFiles);
-    insertLink = database.prepare("INSERT OR REPLACE INTO links (fileid, dir, name, counted) VALUES (?, ?, ?, ?)");
+    insertLink =
+        database.prepare("INSERT OR REPLACE INTO links (fileid, dir, name, counted) VALUES (?, ?, ?, ?)");
     markError = database.prepare("UPDATE dirs SET error = 1 WHERE id = ?");
     thread = platform.threads.start("scanstore-writer", kWriterStack, [this] { write(); });
   } catch (...) {

@@ -12,12 +12,13 @@ namespace quon {
 namespace {
 
 std::int64_t asParameter(std::uint64_t size) {
-  return static_cast<std::int64_t>(
-      std::min<std::uint64_t>(size, std::numeric_limits<std::int64_t>::max()));
+  return static_cast<std::int64_t>(std::min<std::uint64_t>(size, std::numeric_limits<std::int64_t>::max()));
 }
 
 /// What sum() yields on our connections: the 64 bits of an unsigned total.
-std::uint64_t total(const Statement& row, int column) { return static_cast<std::uint64_t>(row.integer(column)); }
+std::uint64_t total(const Statement& row, int column) {
+  return static_cast<std::uint64_t>(row.integer(column));
+}
 
 }  // namespace
 
@@ -56,7 +57,8 @@ std::vector<NamedFile> ScanStore::paths(std::string_view named, const std::strin
   rows.bind(2, limit);
   std::vector<NamedFile> files;
   while (rows.step()) {
-    files.push_back({joinPath(folders.path(rows.integer(0)), named), rows.size(1), rows.size(2), rows.integer(3)});
+    files.push_back(
+        {joinPath(folders.path(rows.integer(0)), named), rows.size(1), rows.size(2), rows.integer(3)});
   }
   return files;
 }

@@ -10,7 +10,8 @@
 namespace quon {
 namespace {
 
-/// A folder and all below it; UNION, not UNION ALL, so that a damaged index that goes in circles comes to an end.
+/// A folder and all below it; UNION, not UNION ALL, so that a damaged index that goes in circles comes to an
+/// end.
 constexpr const char* kSubtree =
     "WITH RECURSIVE sub(id) AS (\n"
     "  SELECT ? UNION SELECT d.id FROM dirs d JOIN sub ON d.parent = sub.id\n"
@@ -67,7 +68,8 @@ void removeFile(Database& database, std::int64_t folder, std::string_view name, 
 
 }  // namespace
 
-void ScanStore::remove(const std::string& path, bool isDir, const std::string& url, const std::string& rootPath) {
+void ScanStore::remove(const std::string& path, bool isDir, const std::string& url,
+                       const std::string& rootPath) {
   const std::optional<std::string_view> below = relativeTo(path, rootPath);
   if (!below || below->empty()) throw notHeld(path);
   Database database = Database::openWrite(url, " for writing");

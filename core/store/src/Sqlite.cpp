@@ -1,9 +1,8 @@
 #include "store/Sqlite.h"
 
-#include <sqlite3.h>
-
 #include <filesystem>
 #include <limits>
+#include <sqlite3.h>
 
 #include "ExactSum.h"
 #include "IndexSchema.h"
@@ -25,8 +24,8 @@ void check(int status, sqlite3_stmt* statement) {
   if (status != SQLITE_OK) raise(sqlite3_db_handle(statement));
 }
 
-/// An index comes from a folder that others may have written to by accident or malice: nothing that its schema
-/// could hold besides tables and plain indexes may run.
+/// An index comes from a folder that others may have written to by accident or malice: nothing that its
+/// schema could hold besides tables and plain indexes may run.
 void distrust(sqlite3* connection) {
   sqlite3_db_config(connection, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
   sqlite3_db_config(connection, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
@@ -36,19 +35,26 @@ void distrust(sqlite3* connection) {
 
 }  // namespace
 
-void Statement::Finalise::operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
-void Database::Close::operator()(sqlite3* connection) const { sqlite3_close_v2(connection); }
+void Statement::Finalise::operator()(sqlite3_stmt* statement) const {
+  sqlite3_finalize(statement);
+}
+void Database::Close::operator()(sqlite3* connection) const {
+  sqlite3_close_v2(connection);
+}
 
 void Statement::bind(int parameter, std::int64_t value) {
   check(sqlite3_bind_int64(statement.get(), parameter, value), statement.get());
 }
 
 void Statement::bind(int parameter, std::string_view bytes) {
-  check(sqlite3_bind_text64(statement.get(), parameter, bytes.data(), bytes.size(), SQLITE_STATIC, SQLITE_UTF8),
-        statement.get());
+  check(
+      sqlite3_bind_text64(statement.get(), parameter, bytes.data(), bytes.size(), SQLITE_STATIC, SQLITE_UTF8),
+      statement.get());
 }
 
-void Statement::bindNull(int parameter) { check(sqlite3_bind_null(statement.get(), parameter), statement.get()); }
+void Statement::bindNull(int parameter) {
+  check(sqlite3_bind_null(statement.get(), parameter), statement.get());
+}
 
 bool Statement::step() {
   const int status = sqlite3_step(statement.get());
@@ -62,7 +68,9 @@ void Statement::run() {
   reset();
 }
 
-void Statement::reset() { sqlite3_reset(statement.get()); }
+void Statement::reset() {
+  sqlite3_reset(statement.get());
+}
 
 std::int64_t Statement::integer(int column) const {
   if (sqlite3_column_type(statement.get(), column) != SQLITE_INTEGER) {
@@ -140,8 +148,8 @@ void Database::exec(const char* script) {
 
 Statement Database::prepare(std::string_view sql) {
   sqlite3_stmt* statement = nullptr;
-  const int status = sqlite3_prepare_v2(connection.get(), sql.data(), static_cast<int>(sql.size()), &statement,
-                                        nullptr);
+  const int status =
+      sqlite3_prepare_v2(connection.get(), sql.data(), static_cast<int>(sql.size()), &statement, nullptr);
   if (status != SQLITE_OK) raise(connection.get());
   return Statement(statement);
 }
@@ -159,8 +167,12 @@ void Database::beginRead(int waitMs) {
   sqlite3_busy_timeout(connection.get(), kBusyTimeoutMs);
 }
 
-std::int64_t Database::lastInsertRowId() const { return sqlite3_last_insert_rowid(connection.get()); }
-std::int64_t Database::changes() const { return sqlite3_changes64(connection.get()); }
+std::int64_t Database::lastInsertRowId() const {
+  return sqlite3_last_insert_rowid(connection.get());
+}
+std::int64_t Database::changes() const {
+  return sqlite3_changes64(connection.get());
+}
 
 void Database::stopWhen(const std::atomic<bool>& flag) {
   // The handler only reads; SQLite takes the pointer back without const.

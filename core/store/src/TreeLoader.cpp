@@ -39,7 +39,8 @@ Loaded TreeLoader::load() {
   try {
     acceptMeta();
     probe.mark("meta");
-    std::future<std::vector<FolderSums>> sums = std::async(std::launch::async, [this] { return readAggregates(); });
+    std::future<std::vector<FolderSums>> sums =
+        std::async(std::launch::async, [this] { return readAggregates(); });
     readDirs();
     probe.mark("dirs");
     readKeptFiles();
@@ -56,8 +57,8 @@ Loaded TreeLoader::load() {
   return std::move(loaded);
 }
 
-/// While both connections hold their read locks nobody can commit, so both see the same. A writer that is about
-/// to commit lets no second reader in and waits for the first: then both let it pass, and try again.
+/// While both connections hold their read locks nobody can commit, so both see the same. A writer that is
+/// about to commit lets no second reader in and waits for the first: then both let it pass, and try again.
 void TreeLoader::open() {
   constexpr int kTries = 20;
   constexpr int kWaitMs = 2000;
@@ -75,14 +76,17 @@ void TreeLoader::open() {
   }
 }
 
-void TreeLoader::refuse() const { throw StoreError::incompatible(incompleteMessage(url)); }
+void TreeLoader::refuse() const {
+  throw StoreError::incompatible(incompleteMessage(url));
+}
 
 void TreeLoader::acceptMeta() {
   Statement rows = database.prepare("SELECT key, value FROM meta");
   while (rows.step()) meta.emplace(rows.text(0), rows.text(1));
   if (meta["complete"] != "1" || meta["format"] != std::to_string(ScanStore::formatVersion)) refuse();
   if (meta["root"] != rootPath) {
-    throw StoreError::incompatible("index is for " + displayText(meta["root"]) + ", not " + displayText(rootPath));
+    throw StoreError::incompatible("index is for " + displayText(meta["root"]) + ", not " +
+                                   displayText(rootPath));
   }
 }
 

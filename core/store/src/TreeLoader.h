@@ -11,9 +11,9 @@
 
 namespace quon {
 
-/// Rebuilds a scan tree from an index, and refuses what no scan could have written. Two connections that see the
-/// same state of the file are read at once: the sums of the files take longer than all the rest.
-/// Serves one load. Threads: confined to one; starts another for its own time.
+/// Rebuilds a scan tree from an index, and refuses what no scan could have written. Two connections that see
+/// the same state of the file are read at once: the sums of the files take longer than all the rest. Serves
+/// one load. Threads: confined to one; starts another for its own time.
 class TreeLoader {
  public:
   TreeLoader(std::string url, const std::string& rootPath, std::uint64_t minKeep);

@@ -33,8 +33,8 @@ enum class ReadStatus : std::uint8_t {
 struct DirectoryBatch {
   std::span<const DirEntry> entries;
   ReadStatus status = ReadStatus::end;
-  /// Some entry's attributes were refused (a folder that may be read but not searched). An entry that vanished
-  /// between listing and look-up is left out and is not a failure.
+  /// Some entry's attributes were refused (a folder that may be read but not searched). An entry that
+  /// vanished between listing and look-up is left out and is not a failure.
   bool attributesRefused = false;
   std::error_code error;  ///< the reason, when failed or refused
 };
@@ -63,8 +63,8 @@ class DirectoryReader {
  public:
   virtual ~DirectoryReader() = default;
 
-  /// Opens a folder for reading; a symbolic link or anything else that is not a folder is refused. The path is
-  /// absolute, or empty for "/", and may be longer than the system's limit for one call.
+  /// Opens a folder for reading; a symbolic link or anything else that is not a folder is refused. The path
+  /// is absolute, or empty for "/", and may be longer than the system's limit for one call.
   [[nodiscard]] virtual OpenedDirectory open(const std::string& path) = 0;
   /// The same for a child of an open folder, however deep that lies.
   [[nodiscard]] virtual OpenedDirectory openChild(const OpenDirectory& parent, const std::string& name) = 0;

@@ -24,13 +24,15 @@ struct FolderItem {
 
 /// Looks at paths, and keeps the program's own files, which nobody but their owner may read: an index tells
 /// every file name that a user has. Nothing here ever touches a file that is not the program's own.
-/// Threads: any. Failures are std::system_error, whose what() names operation and path, unless told otherwise.
+/// Threads: any. Failures are std::system_error, whose what() names operation and path, unless told
+/// otherwise.
 class FileService {
  public:
   virtual ~FileService() = default;
 
   /// Facts of the path, following links; nullopt with the reason when it cannot be looked at.
-  [[nodiscard]] virtual std::optional<PathFacts> facts(const std::string& path, std::error_code& error) const = 0;
+  [[nodiscard]] virtual std::optional<PathFacts> facts(const std::string& path,
+                                                       std::error_code& error) const = 0;
   /// The absolute path without links, "." and ".."; nullopt with the reason.
   [[nodiscard]] virtual std::optional<std::string> canonical(const std::string& path,
                                                              std::error_code& error) const = 0;

@@ -2,16 +2,15 @@
 // that the destructor uses to end it.
 #include "platform_linux/Interrupts.h"
 
+#include <array>
+#include <cerrno>
+#include <cstdint>
 #include <poll.h>
 #include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
-#include <unistd.h>
-
-#include <array>
-#include <cerrno>
-#include <cstdint>
 #include <system_error>
+#include <unistd.h>
 #include <utility>
 
 #include "platform_linux/Descriptor.h"
@@ -77,6 +76,8 @@ Interrupts::~Interrupts() {
   pthread_sigmask(SIG_SETMASK, &listener->before, nullptr);
 }
 
-void leaveNow(int status) { ::_exit(status); }
+void leaveNow(int status) {
+  ::_exit(status);
+}
 
 }  // namespace quon

@@ -1,5 +1,5 @@
-// Listing: getdents64 fills the 256 KiB buffer; the records in it are handed out in batches, each entry looked
-// up with one statx relative to the open folder, so that no path is walked per file.
+// Listing: getdents64 fills the 256 KiB buffer; the records in it are handed out in batches, each entry
+// looked up with one statx relative to the open folder, so that no path is walked per file.
 //
 // Folders are opened relative to their parent's descriptor where the caller has one. A path of any length is
 // reached by stepping down in pieces that each fit one system call.
@@ -8,18 +8,17 @@
 // kernel allows it (to their owner and to root), and without elsewhere.
 #include "platform_linux/LinuxDirectories.h"
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include <array>
 #include <cerrno>
 #include <climits>
 #include <cstddef>
 #include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
 #include <limits>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include "DeviceNumber.h"
 #include "platform_linux/Descriptor.h"
@@ -30,7 +29,8 @@ namespace {
 constexpr std::size_t kBufferBytes = 256 * 1024;
 /// Few enough that a caller who checks for cancellation between batches stops at once even on a slow disk.
 constexpr std::size_t kBatchEntries = 128;
-constexpr std::uint64_t kBlockBytes = 512;  // the unit of stx_blocks, whatever the file system's block size is
+constexpr std::uint64_t kBlockBytes =
+    512;  // the unit of stx_blocks, whatever the file system's block size is
 /// No file is larger; the index stores sizes as signed 64-bit integers.
 constexpr std::uint64_t kLargestSize = std::numeric_limits<std::int64_t>::max();
 constexpr int kOpenFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
@@ -78,20 +78,29 @@ int openLongPath(const std::string& path) {
 
 EntryType typeOfMode(std::uint16_t mode) {
   switch (mode & S_IFMT) {
-    case S_IFREG: return EntryType::regular;
-    case S_IFDIR: return EntryType::directory;
-    case S_IFLNK: return EntryType::symlink;
-    default: return EntryType::other;
+    case S_IFREG:
+      return EntryType::regular;
+    case S_IFDIR:
+      return EntryType::directory;
+    case S_IFLNK:
+      return EntryType::symlink;
+    default:
+      return EntryType::other;
   }
 }
 
 EntryType typeOfListing(std::uint8_t type) {
   switch (type) {
-    case DT_REG: return EntryType::regular;
-    case DT_DIR: return EntryType::directory;
-    case DT_LNK: return EntryType::symlink;
-    case DT_UNKNOWN: return EntryType::unknown;
-    default: return EntryType::other;
+    case DT_REG:
+      return EntryType::regular;
+    case DT_DIR:
+      return EntryType::directory;
+    case DT_LNK:
+      return EntryType::symlink;
+    case DT_UNKNOWN:
+      return EntryType::unknown;
+    default:
+      return EntryType::other;
   }
 }
 

@@ -1,17 +1,16 @@
 #include "platform_linux/LinuxFiles.h"
 
-#include <fcntl.h>
-#include <mntent.h>
-#include <sys/stat.h>
-#include <sys/sysmacros.h>
-#include <unistd.h>
-
 #include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <memory>
+#include <mntent.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
 
 #include "DeviceNumber.h"
 #include "base/Text.h"
@@ -24,7 +23,9 @@ constexpr mode_t kFolderMode = 0700;
 constexpr mode_t kFileMode = 0600;
 constexpr std::size_t kMountLine = 16384;  // four paths of PATH_MAX
 
-std::error_code lastError() { return {errno, std::generic_category()}; }
+std::error_code lastError() {
+  return {errno, std::generic_category()};
+}
 
 [[noreturn]] void raise(const char* operation, const std::string& path) {
   throw std::system_error(lastError(), operation + (" " + displayText(path)));
@@ -64,7 +65,8 @@ std::error_code LinuxFiles::readable(const std::string& folder) const {
 }
 
 std::vector<std::string> LinuxFiles::mountPoints() const {
-  const std::unique_ptr<FILE, decltype(&::endmntent)> table(::setmntent("/proc/self/mounts", "re"), &::endmntent);
+  const std::unique_ptr<FILE, decltype(&::endmntent)> table(::setmntent("/proc/self/mounts", "re"),
+                                                            &::endmntent);
   if (!table) raise("cannot read", "/proc/self/mounts");
   std::vector<std::string> points;
   std::array<char, kMountLine> space{};

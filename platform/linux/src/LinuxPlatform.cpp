@@ -1,11 +1,10 @@
 #include "platform_linux/LinuxPlatform.h"
 
+#include <array>
+#include <cstdlib>
 #include <pwd.h>
 #include <sys/resource.h>
 #include <unistd.h>
-
-#include <array>
-#include <cstdlib>
 
 #include "base/Path.h"
 #include "platform_linux/LinuxDirectories.h"
@@ -42,7 +41,9 @@ struct LinuxPlatform::Services {
 LinuxPlatform::LinuxPlatform() : owned(std::make_unique<Services>()) {}
 LinuxPlatform::~LinuxPlatform() = default;
 
-const Platform& LinuxPlatform::services() const { return owned->platform; }
+const Platform& LinuxPlatform::services() const {
+  return owned->platform;
+}
 
 Folders LinuxPlatform::folders() {
   Folders found;

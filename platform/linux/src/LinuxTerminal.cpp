@@ -1,11 +1,10 @@
 #include "platform_linux/LinuxTerminal.h"
 
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include <charconv>
 #include <cstdlib>
 #include <string_view>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 namespace quon {
 namespace {

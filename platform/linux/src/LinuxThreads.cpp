@@ -1,9 +1,8 @@
 #include "platform_linux/LinuxThreads.h"
 
+#include <exception>
 #include <pthread.h>
 #include <sched.h>
-
-#include <exception>
 #include <system_error>
 
 #include "base/Fatal.h"
@@ -63,7 +62,8 @@ std::unique_ptr<RunningThread> LinuxThreads::start(const std::string& name, std:
                                                    std::function<void()> body) const {
   Attributes attributes;
   int status = pthread_attr_setstacksize(&attributes.value, stackBytes);
-  if (status != 0) throw std::system_error(status, std::generic_category(), "cannot set the stack of " + name);
+  if (status != 0)
+    throw std::system_error(status, std::generic_category(), "cannot set the stack of " + name);
   auto start = std::make_unique<Start>(Start{name.substr(0, kLongestName), std::move(body)});
   pthread_t thread{};
   status = pthread_create(&thread, &attributes.value, runBody, start.get());

@@ -1,9 +1,8 @@
 #include "platform_linux/SystemLog.h"
 
+#include <cstdio>
 #include <syslog.h>
 #include <unistd.h>
-
-#include <cstdio>
 
 namespace quon {
 

@@ -1,15 +1,14 @@
 #include "support/TempFolder.h"
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdlib>
+#include <dirent.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <memory>
+#include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
 
 #include "platform_linux/Descriptor.h"
 
@@ -18,7 +17,9 @@ namespace {
 
 constexpr std::uint64_t kWrittenBytes = 65536;
 
-[[noreturn]] void raise(const std::string& what) { throw std::system_error(errno, std::generic_category(), what); }
+[[noreturn]] void raise(const std::string& what) {
+  throw std::system_error(errno, std::generic_category(), what);
+}
 
 std::string makeFolder() {
   const char* base = std::getenv("TMPDIR");  // NOLINT(concurrency-mt-unsafe)
@@ -66,9 +67,13 @@ void removeTree(const std::string& path) {
 }
 
 TempFolder::TempFolder() : path(makeFolder()) {}
-TempFolder::~TempFolder() { removeTree(path); }
+TempFolder::~TempFolder() {
+  removeTree(path);
+}
 
-std::string TempFolder::at(std::string_view name) const { return path + "/" + std::string(name); }
+std::string TempFolder::at(std::string_view name) const {
+  return path + "/" + std::string(name);
+}
 
 std::string TempFolder::folder(std::string_view name) const {
   std::filesystem::create_directories(at(name));
@@ -82,7 +87,8 @@ std::string TempFolder::file(std::string_view name, std::uint64_t bytes) const {
   if (!made.isOpen()) raise("cannot make " + full);
   if (bytes < kWrittenBytes) {
     const std::string content(bytes, 'q');
-    if (::write(made.get(), content.data(), content.size()) != static_cast<ssize_t>(content.size())) raise(full);
+    if (::write(made.get(), content.data(), content.size()) != static_cast<ssize_t>(content.size()))
+      raise(full);
   } else if (::ftruncate(made.get(), static_cast<off_t>(bytes)) != 0) {
     raise(full);
   }

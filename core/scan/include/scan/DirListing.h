@@ -25,8 +25,8 @@ struct DirListing {
   std::map<std::string, std::uint64_t> linkIDs;
 
   /// Threads: any; allocates a buffer of its own.
-  [[nodiscard]] static DirListing read(const Platform& platform, const std::string& path, std::uint32_t rootDev,
-                                       bool oneFileSystem);
+  [[nodiscard]] static DirListing read(const Platform& platform, const std::string& path,
+                                       std::uint32_t rootDev, bool oneFileSystem);
 };
 
 }  // namespace quon

@@ -22,8 +22,8 @@ class DirNode final : public RefCounted<DirNode> {
  public:
   explicit DirNode(std::string ownName) : name(std::move(ownName)) {}
 
-  std::string name;           ///< bytes; the root's own name is never used in paths
-  DirNode* parent = nullptr;  ///< none for the root and for a node taken out of the tree
+  std::string name;                      ///< bytes; the root's own name is never used in paths
+  DirNode* parent = nullptr;             ///< none for the root and for a node taken out of the tree
   std::vector<RefPtr<DirNode>> subdirs;  ///< in the order they were found
   std::vector<FileEntry> keptFiles;      ///< files of at least the scan's minKeep logical bytes
   std::uint64_t directLogical = 0;

@@ -6,9 +6,9 @@
 
 namespace quon {
 
-/// Which multiply-linked files a scan has counted already. A file is known by its device and its inode number:
-/// inode numbers repeat from one file system to the next, and a bind-mounted file can bring a foreign one into
-/// any tree. Threads: any; split by the inode number's low six bits, so that workers rarely meet.
+/// Which multiply-linked files a scan has counted already. A file is known by its device and its inode
+/// number: inode numbers repeat from one file system to the next, and a bind-mounted file can bring a foreign
+/// one into any tree. Threads: any; split by the inode number's low six bits, so that workers rarely meet.
 class HardLinks {
  public:
   HardLinks();

@@ -9,8 +9,8 @@ namespace quon {
 
 class DirNode;
 
-/// Receives what a walk finds. Called from all walker threads at once; nodes stay alive until the walk's owner
-/// frees the tree.
+/// Receives what a walk finds. Called from all walker threads at once; nodes stay alive until the walk's
+/// owner frees the tree.
 class ScanSink {
  public:
   virtual ~ScanSink() = default;

@@ -16,8 +16,9 @@ namespace quon {
 class ScanSink;
 
 /// Fills a DirNode tree for one root with several worker threads. Each multiply-linked file is counted once,
-/// at its first sighting. Folders that cannot be read are marked, counted and sampled; they never end the walk.
-/// Symbolic links are counted with their own size and never followed; nothing but folders is ever opened.
+/// at its first sighting. Folders that cannot be read are marked, counted and sampled; they never end the
+/// walk. Symbolic links are counted with their own size and never followed; nothing but folders is ever
+/// opened.
 ///
 /// Serves one run. Threads: `run` blocks its caller; `cancelRun`, `progress` and `cancel` are for any thread.
 class Walker {
@@ -31,8 +32,8 @@ class Walker {
   struct Options {
     std::uint32_t rootDev = 0;  ///< device number of the root
     std::uint64_t minKeep = kMinKeep;
-    std::int64_t topN = kTopFiles;        ///< how many of the largest files to remember
-    bool oneFileSystem = true;            ///< folders on another device are not entered nor listed
+    std::int64_t topN = kTopFiles;         ///< how many of the largest files to remember
+    bool oneFileSystem = true;             ///< folders on another device are not entered nor listed
     std::set<std::string> skipPaths = {};  ///< full paths of folders not to enter
   };
 

@@ -10,8 +10,8 @@ namespace quon {
 
 class DirNode;
 
-/// The row id of every folder of a loaded index, found by the folder's full path. Paths are not kept: a lookup
-/// goes down from the root by (parent, name), so that memory does not grow with the depth of the tree.
+/// The row id of every folder of a loaded index, found by the folder's full path. Paths are not kept: a
+/// lookup goes down from the root by (parent, name), so that memory does not grow with the depth of the tree.
 /// Refers to the nodes of the loaded tree: valid while that stands unchanged. Threads: confined to one.
 class DirIds {
  public:

@@ -17,14 +17,14 @@ namespace quon {
 class ScanStore;
 class Walker;
 
-/// One fresh scan of a folder into its index: walk, roll up, save. An index that cannot be saved does not spoil
-/// the scan: the result stands and the reason is told.
-/// Serves one run. Threads: `run` blocks its caller; `cancel`, `progress` and `buildingFile` are for any thread.
+/// One fresh scan of a folder into its index: walk, roll up, save. An index that cannot be saved does not
+/// spoil the scan: the result stands and the reason is told. Serves one run. Threads: `run` blocks its
+/// caller; `cancel`, `progress` and `buildingFile` are for any thread.
 class FolderScan {
  public:
   struct Options {
-    std::string root;            ///< absolute, canonical, without trailing slash; "/" for "/"
-    unsigned threads = 0;        ///< 0 for the walker's own choice
+    std::string root;      ///< absolute, canonical, without trailing slash; "/" for "/"
+    unsigned threads = 0;  ///< 0 for the walker's own choice
     bool oneFileSystem = true;
     bool saveIndex = true;
     std::string indexDirectory = {};  ///< where the index is saved

@@ -16,13 +16,13 @@ namespace quon {
 
 /// An index read back.
 struct Loaded {
-  WalkResult result;                ///< the tree, rolled up, with the scan's saved figures
-  double scannedAt = 0;             ///< seconds since 1970, with fraction
+  WalkResult result;     ///< the tree, rolled up, with the scan's saved figures
+  double scannedAt = 0;  ///< seconds since 1970, with fraction
   std::int64_t scanElapsedMs = 0;
-  std::uint64_t lastEventId = 0;    ///< 0 when the index does not know it
-  bool hasLinkRegistry = false;     ///< the registry of links is present and complete
-  std::uint32_t rootDev = 0;        ///< 0 when the index does not know it
-  DirIds idByPath;                  ///< folder path to row id
+  std::uint64_t lastEventId = 0;  ///< 0 when the index does not know it
+  bool hasLinkRegistry = false;   ///< the registry of links is present and complete
+  std::uint32_t rootDev = 0;      ///< 0 when the index does not know it
+  DirIds idByPath;                ///< folder path to row id
 };
 
 /// A file name that occurs more than once, with the totals over all files of that name.
@@ -51,14 +51,14 @@ struct DupeFile {
   std::uint64_t privateSize = 0;  ///< bytes shared with no clone; 0 until fetched
 };
 
-/// The index of one scanned root: an SQLite file that is written while the walk runs. As an object it writes one
-/// index once; its static operations read and change a finished one, each over a connection of its own.
+/// The index of one scanned root: an SQLite file that is written while the walk runs. As an object it writes
+/// one index once; its static operations read and change a finished one, each over a connection of its own.
 ///
 /// Nothing is seen under the final name before it is whole: the file is built under another name in the same
 /// folder and moved into place at the end. A root is an absolute path without trailing slash ("/" for "/").
 ///
-/// Threads: `record` and `recordLink` from any thread, at most 32,768 folders waiting, beyond which they block;
-/// `interrupt` from any; everything else confined to the owner. Static operations: any thread.
+/// Threads: `record` and `recordLink` from any thread, at most 32,768 folders waiting, beyond which they
+/// block; `interrupt` from any; everything else confined to the owner. Static operations: any thread.
 class ScanStore final : public ScanSink {
  public:
   static constexpr int formatVersion = 1;
@@ -67,8 +67,8 @@ class ScanStore final : public ScanSink {
   /// component too long for the names built from it is cut; the digest keeps it apart from others.
   [[nodiscard]] static std::string canonicalURL(const std::string& indexDirectory, std::string_view root);
 
-  /// Opens a new file beside `finalURL` and sweeps builds of the same index that were left an hour ago or more.
-  /// StoreError (sqlite) "cannot open PATH: reason".
+  /// Opens a new file beside `finalURL` and sweeps builds of the same index that were left an hour ago or
+  /// more. StoreError (sqlite) "cannot open PATH: reason".
   ScanStore(const Platform& platform, std::string finalURL);
   /// Aborts what was not finished.
   ~ScanStore() override;
@@ -76,8 +76,9 @@ class ScanStore final : public ScanSink {
   void record(const DirNode& node, FileBatch files) override;
   void recordLink(std::uint64_t fileID, const DirNode& node, std::string_view name, bool counted) override;
 
-  /// Writes what is queued, the metadata and the secondary indexes, and moves the file into place, replacing an
-  /// earlier index. On failure the building file is gone, the earlier index as it was, and the StoreError tells.
+  /// Writes what is queued, the metadata and the secondary indexes, and moves the file into place, replacing
+  /// an earlier index. On failure the building file is gone, the earlier index as it was, and the StoreError
+  /// tells.
   void finish(std::string_view rootPath, std::int64_t elapsedMs, const WalkResult& result,
               std::uint64_t lastEventId, std::uint32_t rootDev);
   /// Stops writing and removes the building file.
@@ -90,9 +91,10 @@ class ScanStore final : public ScanSink {
 
   /// All metadata. StoreError as openRead.
   [[nodiscard]] static std::map<std::string, std::string> meta(const std::string& url);
-  /// Rebuilds the tree. StoreError: missing, sqlite, or incompatible for an index that is incomplete, of another
-  /// format or root, or damaged.
-  [[nodiscard]] static Loaded load(const std::string& url, const std::string& rootPath, std::uint64_t minKeep);
+  /// Rebuilds the tree. StoreError: missing, sqlite, or incompatible for an index that is incomplete, of
+  /// another format or root, or damaged.
+  [[nodiscard]] static Loaded load(const std::string& url, const std::string& rootPath,
+                                   std::uint64_t minKeep);
   /// Names that occur more than once with at least so many allocated bytes in all, largest first.
   [[nodiscard]] static std::vector<RepeatedName> repeatedNames(const std::string& url, std::int64_t limit,
                                                                std::uint64_t minTotalPhysical);
@@ -100,11 +102,13 @@ class ScanStore final : public ScanSink {
   [[nodiscard]] static std::vector<NamedFile> paths(std::string_view named, const std::string& url,
                                                     const std::string& rootPath, std::int64_t limit);
   /// Every file of at least `minSize` bytes whose logical size occurs more than once.
-  [[nodiscard]] static std::vector<DupeFile> dupeCandidates(const std::string& url, const std::string& rootPath,
+  [[nodiscard]] static std::vector<DupeFile> dupeCandidates(const std::string& url,
+                                                            const std::string& rootPath,
                                                             std::uint64_t minSize);
-  /// Takes a trashed file, or a folder with all below it, out of the index. StoreError (missing) with the path
-  /// when the index does not hold it.
-  static void remove(const std::string& path, bool isDir, const std::string& url, const std::string& rootPath);
+  /// Takes a trashed file, or a folder with all below it, out of the index. StoreError (missing) with the
+  /// path when the index does not hold it.
+  static void remove(const std::string& path, bool isDir, const std::string& url,
+                     const std::string& rootPath);
   /// The script that live patching runs before it writes to an index of an older version.
   [[nodiscard]] static const char* patchIndexSQL();
 

@@ -52,9 +52,9 @@ class Database {
  public:
   Database() = default;
 
-  /// An existing index, for reading. A file that holds more than the tables and indexes of an index (a view, a
-  /// trigger, another schema) is refused before anything of it runs.
-  /// StoreError: missing "no index at PATH", sqlite "cannot open PATH", incompatible.
+  /// An existing index, for reading. A file that holds more than the tables and indexes of an index (a view,
+  /// a trigger, another schema) is refused before anything of it runs. StoreError: missing "no index at
+  /// PATH", sqlite "cannot open PATH", incompatible.
   [[nodiscard]] static Database openRead(const std::string& path);
   /// The same, for changing it. StoreError: sqlite "cannot open PATH" + purpose.
   [[nodiscard]] static Database openWrite(const std::string& path, const std::string& purpose);
@@ -72,8 +72,8 @@ class Database {
   /// For sources of this module that extend the connection.
   [[nodiscard]] sqlite3* raw() { return connection.get(); }
 
-  /// Begins a transaction that sees one state of the file until it ends. StoreError when a writer that is about
-  /// to commit is not done in time, `waitMs` milliseconds.
+  /// Begins a transaction that sees one state of the file until it ends. StoreError when a writer that is
+  /// about to commit is not done in time, `waitMs` milliseconds.
   void beginRead(int waitMs);
 
  private:

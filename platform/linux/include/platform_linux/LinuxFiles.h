@@ -6,7 +6,8 @@ namespace quon {
 
 class LinuxFiles final : public FileService {
  public:
-  [[nodiscard]] std::optional<PathFacts> facts(const std::string& path, std::error_code& error) const override;
+  [[nodiscard]] std::optional<PathFacts> facts(const std::string& path,
+                                               std::error_code& error) const override;
   [[nodiscard]] std::optional<std::string> canonical(const std::string& path,
                                                      std::error_code& error) const override;
   [[nodiscard]] std::error_code readable(const std::string& folder) const override;
