@@ -1,0 +1,70 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+
+namespace quon {
+
+class BackgroundQueue;
+
+/// The bits of an event's flags.
+namespace EventFlag {
+constexpr std::uint32_t mustScanSubdirs = 0x01;  ///< everything below the folder may have changed: "deep"
+constexpr std::uint32_t userDropped = 0x02;
+constexpr std::uint32_t kernelDropped = 0x04;
+constexpr std::uint32_t idsWrapped = 0x08;
+constexpr std::uint32_t historyDone = 0x10;  ///< all changes since the requested identifier are delivered
+constexpr std::uint32_t rootChanged = 0x20;  ///< the watched root was moved, removed, or mounted over
+constexpr std::uint32_t mount = 0x40;
+constexpr std::uint32_t unmount = 0x80;
+/// Any of these says that changes may have been lost: what was known must be scanned afresh.
+constexpr std::uint32_t lostTrack = 0xEE;
+}  // namespace EventFlag
+
+/// Something changed directly in a folder, or, with mustScanSubdirs, anywhere below it.
+struct FolderEvent {
+  std::string path;  ///< bytes, absolute
+  std::uint32_t flags = 0;
+  std::uint64_t id = 0;  ///< microseconds since 1970 made strictly increasing, so that ids only grow
+};
+
+/// Events of one folder tree from an identifier on: first, as history, the folders that changed since then,
+/// each once with its newest identifier, then one event with historyDone, then live ones as they happen.
+class EventStream {
+ public:
+  virtual ~EventStream() = default;  ///< stops
+
+  /// False when the tree cannot be watched; the service's log tells why. Called once.
+  [[nodiscard]] virtual bool start() = 0;
+  /// No delivery begins after it has returned. May be called twice, from any thread but a delivery's own.
+  virtual void stop() = 0;
+};
+
+/// Where a stream begins and what it follows.
+struct EventRequest {
+  std::string root;                            ///< absolute, canonical, "/" for "/"
+  std::uint64_t since = 0;                     ///< identifier to resume from
+  std::chrono::duration<double> latency{0.0};  ///< how long to gather live events before a delivery
+  bool watchRoot = true;  ///< tell with rootChanged when the root itself is moved or removed
+};
+
+/// The desktop's journal of file-system events, with identifiers that can be resumed. Threads: any.
+class EventService {
+ public:
+  using Callback = std::function<void(std::span<const FolderEvent>)>;
+
+  virtual ~EventService() = default;
+
+  /// A stream that is not started yet; it delivers on the queue, which outlives it. nullptr when there is no
+  /// journal to be had; the service's log tells why.
+  [[nodiscard]] virtual std::unique_ptr<EventStream> create(const EventRequest& request,
+                                                            BackgroundQueue& queue, Callback callback) = 0;
+  /// The identifier of this moment: no event that happened before has a larger one.
+  [[nodiscard]] virtual std::uint64_t currentEventId() = 0;
+};
+
+}  // namespace quon
