@@ -5,6 +5,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "base/Text.h"
+
 namespace quon::cli {
 namespace {
 
@@ -83,7 +85,7 @@ std::variant<Command, int> parseCommandLine(int count, char** arguments) {
     app.parse(count, arguments);
   } catch (const CLI::ParseError& stop) {
     if (stop.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) return app.exit(stop);
-    std::cerr << "quon: " << stop.what() << " (see quon --help)\n";
+    std::cerr << "quon: " << displayText(stop.what()) << " (see quon --help)\n";
     return kWrongUsage;
   }
   return command;

@@ -1,6 +1,7 @@
 #include "RowTable.h"
 
 #include <algorithm>
+#include <cmath>
 #include <fmt/format.h>
 #include <string_view>
 
@@ -27,7 +28,7 @@ double shareOf(std::uint64_t part, std::uint64_t whole) {
 std::string bar(double share) {
   constexpr std::string_view kEighths[] = {"", "▏", "▎", "▍", "▌", "▋", "▊", "▉"};
   const double clamped = std::clamp(share, 0.0, 1.0);
-  const auto eighths = static_cast<std::size_t>(clamped * static_cast<double>(kBarCells * 8) + 0.5);
+  const auto eighths = static_cast<std::size_t>(std::lround(clamped * static_cast<double>(kBarCells * 8)));
   std::string cells;
   for (std::size_t cell = 0; cell < eighths / 8; ++cell) cells += "█";
   cells += kEighths[eighths % 8];

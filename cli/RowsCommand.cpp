@@ -41,6 +41,7 @@ int runRows(Session& session, const Command& command) {
                                           : scopeEntries(tree.scope, prefix, command.metric, command.limit);
   if (command.json) {
     printDocument(document(command, path, *tree.scope, rows));
+    tellUnreadable(tree);
     return 0;
   }
   const DirNode& scope = *tree.scope;
@@ -51,6 +52,7 @@ int runRows(Session& session, const Command& command) {
                        .fullPaths = largest};
   print(heading(path, tree) + table.text(rows));
   if (largest && rows.empty()) print(fmt::format("No file of {} or more.\n", humanBytes(Walker::kMinKeep)));
+  tellUnreadable(tree);
   return 0;
 }
 

@@ -52,20 +52,6 @@ std::string summary(const Session& session, const OpenedTree& tree) {
   return text + "\n";
 }
 
-/// Unreadable folders make the totals too small: that is always told.
-void tellErrors(const WalkResult& result) {
-  if (result.errorCount == 0) return;
-  constexpr std::size_t kSamplesTold = 5;
-  warn(fmt::format("{} {} could not be read and {} missing from the totals:", grouped(result.errorCount),
-                   result.errorCount == 1 ? "folder" : "folders", result.errorCount == 1 ? "is" : "are"));
-  const std::size_t told = std::min(kSamplesTold, result.errorSamples.size());
-  for (std::size_t index = 0; index < told; ++index) {
-    fmt::print(stderr, "  {}\n",
-               displayText(result.errorSamples[index].empty() ? "/" : result.errorSamples[index]));
-  }
-  if (result.errorCount > told) fmt::print(stderr, "  and {} more\n", grouped(result.errorCount - told));
-}
-
 }  // namespace
 
 int runScan(Session& session, const Command& command) {
@@ -85,7 +71,7 @@ int runScan(Session& session, const Command& command) {
     print(summary(session, tree) +
           table.text(scopeEntries(tree.scope, pathPrefix(tree.root), command.metric, kRowsShown)));
   }
-  tellErrors(tree.result);
+  tellUnreadable(tree);
   const bool notSaved = command.saveIndex && tree.index.empty();
   return notSaved ? 1 : 0;
 }

@@ -20,7 +20,7 @@ using Seconds = std::chrono::duration<double>;
 constexpr Seconds kProgressInterval{0.2};
 /// How long an interrupted scan may take to end in good order.
 constexpr Seconds kGrace{0.2};
-constexpr std::size_t kScanStack = 4 * 1024 * 1024;
+constexpr std::size_t kScanStack = std::size_t{4} * 1024 * 1024;
 constexpr int kInterrupted = 130;
 
 }  // namespace

@@ -1,10 +1,13 @@
 #include "Session.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "Output.h"
+#include "base/HumanBytes.h"
 #include "base/Path.h"
 #include "base/Text.h"
 #include "model/FolderRows.h"
@@ -24,10 +27,55 @@ std::string reasonOf(const std::error_code& error) {
   return error.message();
 }
 
+/// An index that cannot be read does not tell its root, but its name is made from it: gives those entries
+/// their root that would hold the path, so that such an index is met, told and replaced instead of passed
+/// over.
+void nameDamagedRoots(std::vector<IndexEntry>& entries, const std::string& indexFolder,
+                      const std::string& path) {
+  for (IndexEntry& entry : entries) {
+    if (entry.status != IndexEntry::Status::unusable) continue;
+    std::string root = path;
+    while (root != "/" && entry.url != ScanStore::canonicalURL(indexFolder, root)) {
+      root.resize(std::max<std::size_t>(root.rfind('/'), 1));
+    }
+    if (entry.url != ScanStore::canonicalURL(indexFolder, root)) continue;
+    entry.root = root;
+    entry.status = IndexEntry::Status::live;
+  }
+}
+
+/// The folders at and below this one that could not be read, parents first.
+std::vector<const DirNode*> unreadableBelow(const DirNode& scope) {
+  std::vector<const DirNode*> unreadable;
+  std::vector<const DirNode*> waiting{&scope};
+  while (!waiting.empty()) {
+    const DirNode* const folder = waiting.back();
+    waiting.pop_back();
+    if (folder->error) unreadable.push_back(folder);
+    for (const RefPtr<DirNode>& child : folder->subdirs) waiting.push_back(child.get());
+  }
+  return unreadable;
+}
+
 }  // namespace
 
 void warn(const std::string& line) {
   fmt::print(stderr, "quon: {}\n", line);
+}
+
+void tellUnreadable(const OpenedTree& tree) {
+  constexpr std::size_t kTold = 5;
+  const std::vector<const DirNode*> unreadable = unreadableBelow(*tree.scope);
+  if (unreadable.empty()) return;
+  const bool one = unreadable.size() == 1;
+  warn(fmt::format("{} {} could not be read and {} missing from the totals:", grouped(unreadable.size()),
+                   one ? "folder" : "folders", one ? "is" : "are"));
+  const std::size_t told = std::min(kTold, unreadable.size());
+  for (std::size_t index = 0; index < told; ++index) {
+    const std::string path = unreadable[index]->path(pathPrefix(tree.root));
+    fmt::print(stderr, "  {}\n", displayText(path.empty() ? "/" : path));
+  }
+  if (unreadable.size() > told) fmt::print(stderr, "  and {} more\n", grouped(unreadable.size() - told));
 }
 
 Session::Session(const Platform& services, Folders places, const Terminal& streams)
@@ -52,7 +100,8 @@ std::string Session::resolve(const std::string& typed) const {
 }
 
 OpenedTree Session::open(const std::string& path) {
-  const std::vector<IndexEntry> saved = IndexCatalog::list(platform, folders.index());
+  std::vector<IndexEntry> saved = IndexCatalog::list(platform, folders.index());
+  nameDamagedRoots(saved, folders.index(), path);
   FolderScan::Options options{.root = path};
   if (const IndexEntry* nearest = IndexCatalog::nearest(saved, path)) {
     try {

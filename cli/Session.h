@@ -52,4 +52,7 @@ class Session {
 /// A line on standard error that does not end the command.
 void warn(const std::string& line);
 
+/// Unreadable folders make totals too small: tells how many lie at and below the tree's scope, and the first few.
+void tellUnreadable(const OpenedTree& tree);
+
 }  // namespace quon::cli

@@ -34,7 +34,7 @@ int run(Session& session, const Command& command) {
 
 int main(int count, char** arguments) {
   const auto parsed = parseCommandLine(count, arguments);
-  if (const int* status = std::get_if<int>(&parsed)) return *status;
+  if (const int* status = std::get_if<int>(&parsed)) return flushOutput() ? *status : kFailed;
   try {
     LinuxPlatform::raiseOpenFileLimit();
     const LinuxPlatform platform;

@@ -29,8 +29,10 @@ DirListing DirListing::read(const Platform& platform, const std::string& path, s
   const OpenedDirectory opened = reader->open(path);
   if (!opened.directory) {
     listing.error = true;
+    listing.refusal = opened.error;
     return listing;
   }
+  listing.self = opened.directory->facts();
   reader->start(opened.directory);
   while (true) {
     const DirectoryBatch batch = reader->next();

@@ -74,9 +74,9 @@ class Walker::Run {
   Walker& walker;
   const Options& options;
   std::string rootPath;
+  std::atomic<std::int64_t> heldParents{0};  // outlives the stack, whose work lets go of parents
   WorkStack stack;
   HardLinks links;
-  std::atomic<std::int64_t> heldParents{0};
 
   Mutex skipLock;
   std::vector<std::string> skippedPaths QUON_GUARDED_BY(skipLock);

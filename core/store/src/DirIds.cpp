@@ -6,7 +6,6 @@
 
 #include <boost/unordered/unordered_flat_set.hpp>
 
-#include "base/Checked.h"
 #include "base/Path.h"
 #include "scan/DirNode.h"
 
@@ -42,7 +41,9 @@ struct DirIds::Table {
   struct Equal {
     using is_transparent = void;
     const std::vector<Row>* rows;
-    bool operator()(std::uint32_t a, std::uint32_t b) const { return a == b; }
+    bool operator()(std::uint32_t a, std::uint32_t b) const {
+      return (*this)(Step{(*rows)[a].parent, (*rows)[a].node->name}, b);
+    }
     bool operator()(const Step& step, std::uint32_t index) const {
       return (*rows)[index].parent == step.parent && (*rows)[index].node->name == step.name;
     }
@@ -66,12 +67,13 @@ void DirIds::reserve(std::size_t count) {
   table->byName.reserve(count);
 }
 
-std::uint32_t DirIds::add(std::int64_t id, std::uint32_t parent, DirNode& node) {
+std::optional<std::uint32_t> DirIds::add(std::int64_t id, std::uint32_t parent, DirNode& node) {
   const auto index = static_cast<std::uint32_t>(table->rows.size());
-  QUON_CHECK(index == 0 || table->rows.back().id < id, "folders are added by ascending id");
+  if (index != 0 && table->rows.back().id >= id) return std::nullopt;
   table->rows.push_back({id, &node, parent});
-  if (index != 0) table->byName.insert(index);
-  return index;
+  if (index == 0 || table->byName.insert(index).second) return index;
+  table->rows.pop_back();
+  return std::nullopt;
 }
 
 std::optional<std::int64_t> DirIds::find(std::string_view path) const {

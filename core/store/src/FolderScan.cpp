@@ -48,7 +48,7 @@ FolderScan::Outcome FolderScan::run() {
     outcome.scannedAt = std::chrono::duration<double>(system_clock::now().time_since_epoch()).count();
     save(outcome, eventId, facts->device);
   }
-  outcome.cancelled = cancelled;
+  outcome.cancelled = cancelled && outcome.index.empty();  // too late once the index stands in its place
   const MutexLock held(lock);
   store.reset();  // removes a building file that was not moved into place
   return outcome;

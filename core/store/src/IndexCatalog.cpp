@@ -6,7 +6,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "IndexMeta.h"
+#include "store/IndexMeta.h"
 #include "base/Path.h"
 #include "platform/Files.h"
 #include "store/ScanStore.h"
@@ -54,7 +54,8 @@ IndexEntry readEntry(const Platform& platform, const std::string& url,
   if (const auto facts = platform.files.facts(url, ignored)) entry.bytes = facts->logical;
   try {
     const MetaMap meta = ScanStore::meta(url);
-    if (!meta.contains("complete") || !meta.contains("root")) return entry;
+    const auto complete = meta.find("complete");
+    if (complete == meta.end() || complete->second != "1" || !meta.contains("root")) return entry;
     if (decodeCount(meta, "format") != static_cast<std::uint64_t>(ScanStore::formatVersion)) return entry;
     entry.scannedAt = decodeSeconds(meta, "scannedAt");
     entry.root = meta.at("root");

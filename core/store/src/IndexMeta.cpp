@@ -1,4 +1,4 @@
-#include "IndexMeta.h"
+#include "store/IndexMeta.h"
 
 #include <charconv>
 #include <cmath>
@@ -15,6 +15,9 @@ namespace quon {
 namespace {
 
 using Json = nlohmann::ordered_json;
+/// For reading: an ordered object copies its values when it grows, each with all that is nested in it, by
+/// recursion, which a value made for that turns into a stack overflow.
+using ParsedJson = nlohmann::json;
 
 std::string encodePaths(const std::vector<std::string>& paths) {
   Json array = Json::array();
@@ -28,13 +31,13 @@ const std::string& valueOf(const MetaMap& meta, const std::string& key) {
   return found->second;
 }
 
-Json arrayOf(const MetaMap& meta, const std::string& key) {
-  Json array = Json::parse(valueOf(meta, key), nullptr, /*allow_exceptions=*/false);
+ParsedJson arrayOf(const MetaMap& meta, const std::string& key) {
+  ParsedJson array = ParsedJson::parse(valueOf(meta, key), nullptr, /*allow_exceptions=*/false);
   if (!array.is_array()) throw std::invalid_argument(key);
   return array;
 }
 
-std::string bytesOf(const Json& value, const std::string& key) {
+std::string bytesOf(const ParsedJson& value, const std::string& key) {
   if (!value.is_string()) throw std::invalid_argument(key);
   std::optional<std::string> bytes = decodeBytes(value.get_ref<const std::string&>());
   if (!bytes) throw std::invalid_argument(key);
@@ -81,7 +84,7 @@ std::string encodeTopFiles(const std::vector<TopFile>& topFiles) {
 std::vector<TopFile> decodeTopFiles(const MetaMap& meta) {
   const std::string key = "topFiles";
   std::vector<TopFile> files;
-  for (const Json& item : arrayOf(meta, key)) {
+  for (const ParsedJson& item : arrayOf(meta, key)) {
     for (const char* field : {"p", "l", "y", "m"}) {
       if (!item.contains(field)) throw std::invalid_argument(key);
     }
@@ -97,7 +100,7 @@ std::vector<TopFile> decodeTopFiles(const MetaMap& meta) {
 
 std::vector<std::string> decodePaths(const MetaMap& meta, const std::string& key) {
   std::vector<std::string> paths;
-  for (const Json& item : arrayOf(meta, key)) paths.push_back(bytesOf(item, key));
+  for (const ParsedJson& item : arrayOf(meta, key)) paths.push_back(bytesOf(item, key));
   return paths;
 }
 

@@ -6,6 +6,8 @@
 // on the queues are drained without writing, so that no walker blocks, and `finish` tells.
 #include "store/ScanStore.h"
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <optional>
@@ -15,7 +17,7 @@
 #include <boost/unordered/unordered_flat_map.hpp>
 
 #include "BatchTable.h"
-#include "IndexMeta.h"
+#include "store/IndexMeta.h"
 #include "IndexSchema.h"
 #include "base/Mutex.h"
 #include "base/Path.h"
@@ -34,12 +36,12 @@ namespace {
 constexpr std::size_t kMostQueued = 32768;
 /// The bound by size, for trees of few folders with very many files each.
 /// Small, too, so that little is left to write when the walk ends and only one processor has work.
-constexpr std::size_t kMostQueuedBytes = 4 * 1024 * 1024;
+constexpr std::size_t kMostQueuedBytes = std::size_t{4} * 1024 * 1024;
 /// The writer is woken for so many folders at a time: waking it for each costs more than writing it.
 constexpr std::size_t kWakeAt = 256;
-constexpr std::size_t kWakeAtBytes = 512 * 1024;
+constexpr std::size_t kWakeAtBytes = std::size_t{512} * 1024;
 constexpr std::int64_t kRowsPerTransaction = 100000;
-constexpr std::size_t kWriterStack = 1024 * 1024;
+constexpr std::size_t kWriterStack = std::size_t{1024} * 1024;
 constexpr std::int64_t kStaleSeconds = 3600;
 /// What file systems allow (NAME_MAX), and what is added to the last component: "-" + digest + ".sqlite" +
 /// ".building-" + UUID, the longest name built from it.
@@ -51,12 +53,16 @@ double secondsSince1970() {
   return since.count();
 }
 
-/// Rolls back what a patch of the earlier index left unfinished when it was killed. Its journal would
-/// otherwise be taken for one of the new file that is about to bear its name.
+/// Rolls back what a patch of the earlier index left unfinished when it was killed, and writes what another
+/// program left in a write-ahead log. Either would otherwise be taken for one of the new file that is about to
+/// bear its name.
 void settleEarlier(const Platform& platform, const std::string& finalURL) {
-  const std::string journal = finalURL + "-journal";
-  std::error_code absent;
-  if (!platform.files.facts(journal, absent)) return;
+  const std::array<std::string, 2> leftovers{finalURL + "-journal", finalURL + "-wal"};
+  const auto isThere = [&](const std::string& path) {
+    std::error_code absent;
+    return platform.files.facts(path, absent).has_value();
+  };
+  if (std::ranges::none_of(leftovers, isThere)) return;
   try {
     Database earlier = Database::openWrite(finalURL, " for patching");
     earlier.exec("BEGIN IMMEDIATE");
@@ -64,7 +70,8 @@ void settleEarlier(const Platform& platform, const std::string& finalURL) {
   } catch (const StoreError&) {
     // Not an index any more; it is about to be replaced.
   }
-  platform.files.remove(journal);
+  for (const std::string& leftover : leftovers) platform.files.remove(leftover);
+  platform.files.remove(finalURL + "-shm");
 }
 
 }  // namespace
@@ -193,6 +200,9 @@ ScanStore::Writer::Writer(const Platform& services, std::string url)
         database.prepare("INSERT OR REPLACE INTO links (fileid, dir, name, counted) VALUES (?, ?, ?, ?)");
     markError = database.prepare("UPDATE dirs SET error = 1 WHERE id = ?");
     thread = platform.threads.start("scanstore-writer", kWriterStack, [this] { write(); });
+  } catch (const std::system_error& reason) {
+    platform.files.remove(buildingURL);
+    throw StoreError::sqlite("cannot open " + displayText(buildingURL) + ": " + reason.what());
   } catch (...) {
     platform.files.remove(buildingURL);
     throw;
@@ -363,6 +373,8 @@ void ScanStore::Writer::complete(std::string_view rootPath, std::int64_t elapsed
   }
   for (Statement* statement : {&insertDir, &insertFile, &insertLink, &markError}) *statement = Statement();
   database.close();
+  // A small index is complete before SQLite has looked at the flag once.
+  if (interrupted) throw StoreError::sqlite("interrupted");
   settleEarlier(platform, finalURL);
   platform.files.replace(buildingURL, finalURL);
 }

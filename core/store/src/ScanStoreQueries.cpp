@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <limits>
 
-#include "DirPathResolver.h"
+#include "store/DirPathResolver.h"
+#include "EntryName.h"
 #include "base/Path.h"
 #include "store/ScanStore.h"
 #include "store/Sqlite.h"
+#include "store/StoreError.h"
 
 namespace quon {
 namespace {
@@ -36,9 +38,10 @@ std::vector<RepeatedName> ScanStore::repeatedNames(const std::string& url, std::
   Statement rows = database.prepare(
       "SELECT name, COUNT(*), SUM(logical), SUM(physical) FROM files\n"
       "GROUP BY name\n"
-      "HAVING COUNT(*) > 1 AND SUM(physical) >= ?\n"
-      "ORDER BY SUM(physical) DESC LIMIT ?");
-  rows.bind(1, asParameter(minTotalPhysical));
+      "HAVING COUNT(*) > 1 AND (SUM(physical) < 0, SUM(physical)) >= (?1 < 0, ?1)\n"
+      "ORDER BY SUM(physical) < 0 DESC, SUM(physical) DESC LIMIT ?2");
+  // Totals are unsigned, SQL's integers signed: what SQL takes for negative is the larger.
+  rows.bind(1, static_cast<std::int64_t>(minTotalPhysical));
   rows.bind(2, limit);
   std::vector<RepeatedName> names;
   while (rows.step()) {
@@ -76,6 +79,7 @@ std::vector<DupeFile> ScanStore::dupeCandidates(const std::string& url, const st
   rows.bind(1, asParameter(minSize));
   std::vector<DupeFile> files;
   while (rows.step()) {
+    if (!isEntryName(rows.text(1))) throw StoreError::incompatible("the index holds a name that no file can have");
     files.push_back({.path = joinPath(folders.path(rows.integer(0)), rows.text(1)),
                      .logical = rows.size(2),
                      .physical = rows.size(3),

@@ -14,6 +14,9 @@ namespace {
 
 constexpr int kBusyTimeoutMs = 2000;
 constexpr int kStepsBetweenLooks = 100000;  // virtual machine instructions: some milliseconds
+/// A row takes at least a dozen bytes, and the most laborious question some 80 steps a row; ten times that.
+constexpr std::uint64_t kMostStepsPerByte = 64;
+constexpr std::uint64_t kMostStepsOfAnyFile = 5'000'000;
 
 [[noreturn]] void raise(sqlite3* connection) {
   const char* message = connection == nullptr ? nullptr : sqlite3_errmsg(connection);
@@ -35,11 +38,11 @@ void distrust(sqlite3* connection) {
 
 }  // namespace
 
-void Statement::Finalise::operator()(sqlite3_stmt* statement) const {
-  sqlite3_finalize(statement);
+void Statement::Finalise::operator()(sqlite3_stmt* prepared) const {
+  sqlite3_finalize(prepared);
 }
-void Database::Close::operator()(sqlite3* connection) const {
-  sqlite3_close_v2(connection);
+void Database::Close::operator()(sqlite3* opened) const {
+  sqlite3_close_v2(opened);
 }
 
 void Statement::bind(int parameter, std::int64_t value) {
@@ -113,11 +116,23 @@ std::unique_ptr<sqlite3, Database::Close> Database::open(const std::string& path
   return connection;
 }
 
+/// A connection that only reads is refused a file whose last writer was killed.
+void Database::rollBack(const std::string& path) {
+  try {
+    (void)openWrite(path, "");
+  } catch (const StoreError&) {
+    // Not to be written by this user, or damaged: reading tells.
+  }
+}
+
 Database Database::openRead(const std::string& path) {
   std::error_code ignored;
   if (!std::filesystem::exists(path, ignored)) throw StoreError::missing("no index at " + displayText(path));
   Database database;
+  if (std::filesystem::exists(path + "-journal", ignored)) rollBack(path);
   database.connection = open(path, SQLITE_OPEN_READONLY);
+  const auto bytes = std::filesystem::file_size(path, ignored);
+  database.limitWork(ignored ? 0 : bytes);
   distrust(database.connection.get());
   registerExactSum(database.connection.get());
   checkSchema(database, path);
@@ -140,6 +155,22 @@ Database Database::create(const std::string& path) {
   Database database;
   database.connection = open(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
   return database;
+}
+
+/// Pages of a damaged file can lead to one another over and over: a few of them stand for more rows than anyone
+/// can wait for.
+void Database::limitWork(std::uint64_t fileBytes) {
+  looksLeft = std::make_unique<std::uint64_t>(
+      (kMostStepsOfAnyFile + fileBytes * kMostStepsPerByte) / kStepsBetweenLooks);
+  sqlite3_progress_handler(
+      connection.get(), kStepsBetweenLooks,
+      [](void* left) {
+        auto& looks = *static_cast<std::uint64_t*>(left);
+        if (looks == 0) return 1;
+        --looks;
+        return 0;
+      },
+      looksLeft.get());
 }
 
 void Database::exec(const char* script) {

@@ -6,10 +6,12 @@
 #include <algorithm>
 #include <future>
 #include <limits>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 
-#include "IndexMeta.h"
+#include "store/IndexMeta.h"
+#include "EntryName.h"
 #include "IndexSchema.h"
 #include "base/Text.h"
 #include "scan/DirNode.h"
@@ -17,11 +19,6 @@
 
 namespace quon {
 namespace {
-
-bool isEntryName(std::string_view name) {
-  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos &&
-         name.find('\0') == std::string_view::npos;
-}
 
 bool addOverflows(std::uint64_t& total, std::uint64_t value) {
   return __builtin_add_overflow(total, value, &total);
@@ -40,12 +37,14 @@ Loaded TreeLoader::load() {
     acceptMeta();
     probe.mark("meta");
     std::future<std::vector<FolderSums>> sums =
-        std::async(std::launch::async, [this] { return readAggregates(); });
+        // On this thread, when the system has no other to give.
+        std::async(std::launch::async | std::launch::deferred, [this] { return readAggregates(); });
     readDirs();
     probe.mark("dirs");
     readKeptFiles();
     probe.mark("keptFiles");
     applyAggregates(sums.get());
+    checkKeptFiles();
     probe.mark("aggregates");
     loaded.result.root->rollup();
     probe.mark("rollup");
@@ -104,14 +103,14 @@ void TreeLoader::addDir(const Statement& row) {
   if (row.isNull(1)) {
     // A root that comes later would have children before it, which are refused below for want of a parent.
     if (loaded.result.root) refuse();
-    loaded.idByPath.add(id, 0, *node);
+    (void)loaded.idByPath.add(id, 0, *node);  // the first is never refused
     loaded.result.root = std::move(node);
     return;
   }
   const auto parent = loaded.idByPath.indexOf(row.integer(1));
   if (!parent || !isEntryName(node->name)) refuse();
   if (loaded.idByPath.size() >= std::numeric_limits<std::uint32_t>::max()) refuse();
-  loaded.idByPath.add(id, *parent, *node);
+  if (!loaded.idByPath.add(id, *parent, *node)) refuse();
   DirNode& above = loaded.idByPath.node(*parent);
   node->parent = &above;
   above.subdirs.push_back(std::move(node));
@@ -139,7 +138,10 @@ std::vector<TreeLoader::FolderSums> TreeLoader::readAggregates() {
 void TreeLoader::applyAggregates(const std::vector<FolderSums>& sums) {
   std::uint64_t allLogical = 0;
   std::uint64_t allPhysical = 0;
+  std::optional<std::int64_t> before;
   for (const FolderSums& sum : sums) {
+    if (before && sum.folder <= *before) refuse();  // one group a folder, unless the file's own index is damaged
+    before = sum.folder;
     DirNode& node = folderOf(sum.folder);
     node.directFiles = sum.files;
     node.directLogical = sum.logical;
@@ -157,8 +159,24 @@ void TreeLoader::readKeptFiles() {
                    std::min<std::uint64_t>(minKeep, std::numeric_limits<std::int64_t>::max())));
   while (rows.step()) {
     if (!isEntryName(rows.text(1))) refuse();
-    folderOf(rows.integer(0))
-        .keptFiles.push_back({std::string(rows.text(1)), rows.size(2), rows.size(3), rows.integer(4)});
+    DirNode& node = folderOf(rows.integer(0));
+    if (node.keptFiles.empty()) keeping.push_back(&node);
+    node.keptFiles.push_back({std::string(rows.text(1)), rows.size(2), rows.size(3), rows.integer(4)});
+  }
+}
+
+/// The sums may have been read through the file's own index, the kept files were not: a file in which the two
+/// contradict each other is damaged.
+void TreeLoader::checkKeptFiles() const {
+  for (const DirNode* node : keeping) {
+    std::uint64_t logical = 0;
+    std::uint64_t physical = 0;
+    for (const FileEntry& file : node->keptFiles) {
+      if (addOverflows(logical, file.logical) || addOverflows(physical, file.physical)) refuse();
+    }
+    const bool fits = logical <= node->directLogical && physical <= node->directPhysical &&
+                      node->keptFiles.size() <= node->directFiles;
+    if (!fits) refuse();
   }
 }
 
@@ -170,7 +188,9 @@ void TreeLoader::readFigures() {
   result.hardlinksDeduped = decodeCount(meta, "hardlinksDeduped");
   result.skippedProtected = decodePaths(meta, "skippedProtected");
   loaded.scannedAt = decodeSeconds(meta, "scannedAt");
-  loaded.scanElapsedMs = static_cast<std::int64_t>(decodeCount(meta, "elapsedMs"));
+  const std::uint64_t elapsedMs = decodeCount(meta, "elapsedMs");
+  if (elapsedMs > std::numeric_limits<std::int64_t>::max()) refuse();
+  loaded.scanElapsedMs = static_cast<std::int64_t>(elapsedMs);
   // Absent from an index that nothing can be caught up with; that is found out when it is tried.
   loaded.lastEventId = decodeCountOr(meta, "lastEventId", 0);
   loaded.hasLinkRegistry = meta.contains("linksVersion") && meta["linksVersion"] == "1";

@@ -37,6 +37,7 @@ class TreeLoader {
   [[nodiscard]] std::vector<FolderSums> readAggregates();
   void applyAggregates(const std::vector<FolderSums>& sums);
   void readKeptFiles();
+  void checkKeptFiles() const;
   void readFigures();
   [[nodiscard]] DirNode& folderOf(std::int64_t id) const;
   [[noreturn]] void refuse() const;
@@ -48,6 +49,7 @@ class TreeLoader {
   const std::uint64_t minKeep;
   std::map<std::string, std::string> meta;
   Loaded loaded;
+  std::vector<const DirNode*> keeping;  ///< folders with kept files
   LoadProbe probe;
 };
 

@@ -13,6 +13,7 @@ struct PathFacts {
   bool isDirectory = false;
   std::uint32_t device = 0;
   std::uint64_t fileID = 0;
+  std::uint64_t linkCount = 1;
   std::uint64_t logical = 0;
   std::int64_t mtime = 0;  ///< whole seconds since 1970
 };

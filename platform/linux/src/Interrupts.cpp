@@ -19,7 +19,7 @@
 namespace quon {
 namespace {
 
-constexpr std::size_t kListenerStack = 256 * 1024;
+constexpr std::size_t kListenerStack = std::size_t{256} * 1024;
 
 sigset_t interruptSignals() {
   sigset_t signals;

@@ -15,6 +15,7 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <limits>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -26,7 +27,7 @@
 namespace quon {
 namespace {
 
-constexpr std::size_t kBufferBytes = 256 * 1024;
+constexpr std::size_t kBufferBytes = std::size_t{256} * 1024;
 /// Few enough that a caller who checks for cancellation between batches stops at once even on a slow disk.
 constexpr std::size_t kBatchEntries = 128;
 constexpr std::uint64_t kBlockBytes =
@@ -48,6 +49,7 @@ class LinuxDirectory final : public OpenDirectory {
  public:
   explicit LinuxDirectory(int number) : descriptor(number) {}
   [[nodiscard]] int number() const { return descriptor.get(); }
+  [[nodiscard]] FolderFacts facts() const override;
 
  private:
   Descriptor descriptor;
@@ -59,21 +61,42 @@ int openAt(int parent, const char* name) {
   return ::openat(parent, name, kOpenFlags);
 }
 
-/// Steps down a path that is too long for one call: each piece is as many whole components as fit.
-int openLongPath(const std::string& path) {
+/// Opens a path none of whose components may be a link: a folder that was replaced by one must not lead out of
+/// the tree. In a sandbox that lacks the call, only the last component is held to that.
+int openWithoutLinks(int parent, const char* path, int flags) {
+  open_how how{};
+  how.flags = static_cast<std::uint64_t>(flags);
+  how.resolve = RESOLVE_NO_SYMLINKS;
+  const auto opened = static_cast<int>(::syscall(SYS_openat2, parent, path, &how, sizeof how));
+  if (opened >= 0 || (errno != ENOSYS && errno != EPERM)) return opened;
+  if (errno == EPERM && (flags & O_NOATIME) != 0) return openWithoutLinks(parent, path, flags & ~O_NOATIME);
+  return ::openat(parent, path, flags);
+}
+
+/// Opens a path of any length, stepping down where it is too long for one call: each piece is as many whole
+/// components as fit.
+int openPath(const std::string& path) {
   Descriptor at(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
-  std::size_t begin = 1;
-  while (at.isOpen() && path.size() - begin >= PATH_MAX) {
+  std::size_t begin = path.find_first_not_of('/');
+  while (at.isOpen() && begin != std::string::npos && path.size() - begin >= PATH_MAX) {
     const std::size_t slash = path.rfind('/', begin + PATH_MAX - 2);
     if (slash == std::string::npos || slash <= begin) {
       errno = ENAMETOOLONG;
       return -1;
     }
     const std::string piece = path.substr(begin, slash - begin);
-    at = Descriptor(::openat(at.get(), piece.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    begin = slash + 1;
+    at = Descriptor(openWithoutLinks(at.get(), piece.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    begin = path.find_first_not_of('/', slash);  // a piece that began with a slash would lead back to "/"
   }
-  return at.isOpen() ? openAt(at.get(), path.c_str() + begin) : -1;
+  if (!at.isOpen()) return -1;
+  return openWithoutLinks(at.get(), begin == std::string::npos ? "." : path.c_str() + begin,
+                          kOpenFlags | O_NOATIME);
+}
+
+FolderFacts LinuxDirectory::facts() const {
+  struct statx found;
+  if (::statx(descriptor.get(), "", AT_EMPTY_PATH, STATX_BASIC_STATS, &found) != 0) return {};
+  return {deviceNumber(found.stx_dev_major, found.stx_dev_minor), found.stx_ino, found.stx_mtime.tv_sec};
 }
 
 EntryType typeOfMode(std::uint16_t mode) {
@@ -109,16 +132,17 @@ class LinuxDirectoryReader final : public DirectoryReader {
   LinuxDirectoryReader() : buffer(std::make_unique_for_overwrite<std::byte[]>(kBufferBytes)) {}
 
   OpenedDirectory open(const std::string& path) override {
-    if (path.empty()) return opened(openAt(AT_FDCWD, "/"));
-    return opened(path.size() < PATH_MAX ? openAt(AT_FDCWD, path.c_str()) : openLongPath(path));
+    return opened(openPath(path));
   }
 
   OpenedDirectory openChild(const OpenDirectory& parent, const std::string& name) override {
     return opened(openAt(static_cast<const LinuxDirectory&>(parent).number(), name.c_str()));
   }
 
-  void start(const OpenDirectoryRef& directory) override {
+  using DirectoryReader::start;
+  void start(const OpenDirectoryRef& directory, Detail wanted) override {
     current = directory;
+    detail = wanted;
     descriptor = static_cast<const LinuxDirectory&>(*directory).number();
     position = 0;
     filled = 0;
@@ -170,6 +194,10 @@ class LinuxDirectoryReader final : public DirectoryReader {
     if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))) return false;
 
     entry = DirEntry{.name = name, .type = typeOfListing(header.type)};
+    if (detail == Detail::identity && entry.type != EntryType::unknown) {
+      entry.fileID = header.inode;
+      return true;
+    }
     struct statx found;
     if (::statx(descriptor, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_BASIC_STATS, &found) != 0) {
       if (errno == ENOENT) return false;
@@ -192,6 +220,7 @@ class LinuxDirectoryReader final : public DirectoryReader {
   std::array<DirEntry, kBatchEntries> entries;
   OpenDirectoryRef current;
   int descriptor = -1;
+  Detail detail = Detail::full;
   std::size_t position = 0;
   std::size_t filled = 0;
 };

@@ -46,6 +46,7 @@ std::optional<PathFacts> LinuxFiles::facts(const std::string& path, std::error_c
   return PathFacts{.isDirectory = S_ISDIR(found.st_mode),
                    .device = deviceNumber(major(found.st_dev), minor(found.st_dev)),
                    .fileID = found.st_ino,
+                   .linkCount = found.st_nlink,
                    .logical = static_cast<std::uint64_t>(found.st_size),
                    .mtime = found.st_mtim.tv_sec};
 }
@@ -80,8 +81,8 @@ std::vector<std::string> LinuxFiles::mountPoints() const {
 void LinuxFiles::makePrivateFolder(const std::string& path) const {
   for (std::size_t end = path.find('/', 1); true; end = path.find('/', end + 1)) {
     const std::string folder = path.substr(0, end);
-    if (::mkdir(folder.c_str(), kFolderMode) != 0 && errno != EEXIST) {
-      // A parent that may not be made but is there (a read-only mount, say) is no obstacle.
+    if (::mkdir(folder.c_str(), kFolderMode) != 0) {
+      // A folder that is there already is no obstacle, also where none may be made (a read-only mount, say).
       const std::error_code reason = lastError();
       struct stat found {};
       if (::stat(folder.c_str(), &found) != 0 || !S_ISDIR(found.st_mode)) {

@@ -48,9 +48,13 @@ const Platform& LinuxPlatform::services() const {
 Folders LinuxPlatform::folders() {
   Folders found;
   found.home = absoluteFromEnvironment("HOME", homeFromUserDatabase());
-  found.data = absoluteFromEnvironment("XDG_DATA_HOME", found.home + "/.local/share") + "/quon";
-  found.config = absoluteFromEnvironment("XDG_CONFIG_HOME", found.home + "/.config") + "/quon";
-  found.state = absoluteFromEnvironment("XDG_STATE_HOME", found.home + "/.local/state") + "/quon";
+  const auto own = [&](const char* variable, const char* usual) {
+    const std::string folder = absoluteFromEnvironment(variable, joinPath(pathPrefix(found.home), usual));
+    return joinPath(pathPrefix(folder), "quon");
+  };
+  found.data = own("XDG_DATA_HOME", ".local/share");
+  found.config = own("XDG_CONFIG_HOME", ".config");
+  found.state = own("XDG_STATE_HOME", ".local/state");
   return found;
 }
 

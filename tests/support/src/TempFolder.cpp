@@ -6,9 +6,12 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <memory>
+#include <string_view>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 #include "platform_linux/Descriptor.h"
 
@@ -28,40 +31,62 @@ std::string makeFolder() {
   return pattern;
 }
 
-/// Removes all files of the open folder; the name of one folder in it, or "" when there is none left.
-std::string emptyOfFiles(int folder) {
-  const std::unique_ptr<DIR, decltype(&::closedir)> listing(
-      ::fdopendir(::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)), &::closedir);
-  if (!listing) return "";
-  std::string subfolder;
+struct ListingEnd {
+  void operator()(DIR* listing) const { ::closedir(listing); }
+};
+
+/// Removes all that can be removed from the open folder; the names of the folders that are not empty.
+std::vector<std::string> emptyOfFiles(int folder) {
+  const std::unique_ptr<DIR, ListingEnd> listing(
+      ::fdopendir(::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
+  std::vector<std::string> left;
+  if (!listing) return left;
   while (const dirent* entry = ::readdir(listing.get())) {  // NOLINT(concurrency-mt-unsafe): own stream
-    const std::string name = entry->d_name;
+    const std::string_view name = entry->d_name;
     if (name == "." || name == ".." || ::unlinkat(folder, entry->d_name, 0) == 0) continue;
-    if (::unlinkat(folder, entry->d_name, AT_REMOVEDIR) != 0) subfolder = name;
+    if (::unlinkat(folder, entry->d_name, AT_REMOVEDIR) != 0 && errno != ENOTDIR) left.emplace_back(name);
   }
-  return subfolder;
+  return left;
+}
+
+/// The folder's child, made accessible; not open when it is no folder or a mount of another file system.
+Descriptor openChild(int folder, const std::string& name) {
+  if (::fchmodat(folder, name.c_str(), S_IRWXU, 0) != 0) return {};
+  Descriptor child(::openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  struct stat above {};
+  struct stat below {};
+  const bool same = child.isOpen() && ::fstat(folder, &above) == 0 && ::fstat(child.get(), &below) == 0 &&
+                    above.st_dev == below.st_dev;
+  return same ? std::move(child) : Descriptor();
 }
 
 }  // namespace
 
 /// Goes down into one folder after the other and comes back up through "..", so that depth costs nothing.
+/// Each folder is listed once; what cannot be removed is left.
 void removeTree(const std::string& path) {
   ::chmod(path.c_str(), S_IRWXU);
   Descriptor at(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  std::size_t depth = 0;
-  while (at.isOpen()) {
-    const std::string below = emptyOfFiles(at.get());
-    if (!below.empty()) {
-      ::fchmodat(at.get(), below.c_str(), S_IRWXU, 0);
-      Descriptor next(::openat(at.get(), below.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-      if (!next.isOpen()) return;  // a mount point, say: left for whoever made it
-      at = std::move(next);
-      ++depth;
+  if (!at.isOpen()) return;
+  std::vector<std::vector<std::string>> left{emptyOfFiles(at.get())};  // of each folder on the way down
+  while (true) {
+    if (!left.back().empty()) {
+      Descriptor child = openChild(at.get(), left.back().back());
+      if (child.isOpen()) {
+        at = std::move(child);
+        left.push_back(emptyOfFiles(at.get()));
+      } else {
+        left.back().pop_back();
+      }
       continue;
     }
-    if (depth == 0) break;
-    --depth;
-    at = Descriptor(::openat(at.get(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    left.pop_back();
+    if (left.empty()) break;
+    Descriptor above(::openat(at.get(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!above.isOpen()) return;
+    at = std::move(above);
+    ::unlinkat(at.get(), left.back().back().c_str(), AT_REMOVEDIR);
+    left.back().pop_back();
   }
   ::rmdir(path.c_str());
 }

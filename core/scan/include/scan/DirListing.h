@@ -3,8 +3,10 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <system_error>
 #include <vector>
 
+#include "platform/Directories.h"
 #include "platform/Platform.h"
 #include "scan/FileEntry.h"
 
@@ -20,6 +22,9 @@ struct DirListing {
   std::vector<FileEntry> files;  ///< every entry that is no folder, in listing order
   std::vector<Subdir> subdirs;   ///< the folders that a scan would enter
   bool error = false;            ///< could not be opened, or not be read to its end
+  /// Why it could not be opened; none when it could.
+  std::error_code refusal;
+  FolderFacts self;  ///< of the folder, taken before its entries; all zero when it could not be opened
   /// Identifiers (see linkIdentifier) of the regular files with two or more links, by name; of two entries of
   /// one name the later.
   std::map<std::string, std::uint64_t> linkIDs;

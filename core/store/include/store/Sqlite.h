@@ -55,6 +55,8 @@ class Database {
   /// An existing index, for reading. A file that holds more than the tables and indexes of an index (a view,
   /// a trigger, another schema) is refused before anything of it runs. StoreError: missing "no index at
   /// PATH", sqlite "cannot open PATH", incompatible.
+  /// Rolls back first what a killed writer left unfinished. Meant for one question: when its statements have
+  /// taken many times the steps that a sound file of this size could ask for, they fail.
   [[nodiscard]] static Database openRead(const std::string& path);
   /// The same, for changing it. StoreError: sqlite "cannot open PATH" + purpose.
   [[nodiscard]] static Database openWrite(const std::string& path, const std::string& purpose);
@@ -81,6 +83,10 @@ class Database {
     void operator()(sqlite3* connection) const;
   };
   static std::unique_ptr<sqlite3, Close> open(const std::string& path, int flags);
+  static void rollBack(const std::string& path);
+  void limitWork(std::uint64_t fileBytes);
+
+  std::unique_ptr<std::uint64_t> looksLeft;  ///< until the work is too much
   std::unique_ptr<sqlite3, Close> connection;
 };
 

@@ -1,9 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
-#include <boost/unordered/unordered_flat_map.hpp>
+#include <unordered_map>
 
 #include "store/Sqlite.h"
 
@@ -19,8 +20,9 @@ class DirPathResolver {
  private:
   Statement lookUp;
   const std::string rootPath;
-  boost::unordered_flat_map<std::int64_t, std::string> known;
-  std::string found;
+  std::unordered_map<std::int64_t, std::string> known;
+  std::string found;                   ///< the path told last
+  std::optional<std::int64_t> foundId;  ///< whose it is
 };
 
 }  // namespace quon

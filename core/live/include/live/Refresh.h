@@ -1,0 +1,108 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "live/Batch.h"
+#include "platform/Platform.h"
+#include "scan/WalkResult.h"
+
+namespace quon {
+
+class EventService;
+class ScanPatcher;
+struct FolderEvent;
+struct Loaded;
+
+/// Brings an index and its tree up to date with the folders that changed, without a scan. The batch
+/// operations serve the catch-up at launch and the live watcher alike: `prepare` reads the disk,
+/// `commitStore` writes the index, `commitTree` and `rollupDirty` change the tree, each where its caller
+/// says.
+namespace Refresh {
+
+/// Why an index cannot be brought up to date; the answer is a scan.
+class Failure : public std::runtime_error {
+ public:
+  enum class Kind { journalUnavailable, tooManyChanges, deviceChanged };
+  [[nodiscard]] static Failure journalUnavailable(const std::string& reason);
+  [[nodiscard]] static Failure tooManyChanges(std::size_t count);
+  [[nodiscard]] static Failure deviceChanged();
+  const Kind kind;
+
+ private:
+  Failure(Kind which, const std::string& message);
+};
+
+/// Counts of what a batch did.
+struct Outcome {
+  std::int64_t refreshedDirs = 0;
+  std::int64_t walkedSubtrees = 0;
+  std::int64_t removedSubtrees = 0;
+  std::uint64_t newEventId = 0;  ///< what the index is current to
+};
+
+/// Changed folders; true for those whose whole subtree may have changed.
+using Changes = std::map<std::string, bool>;
+
+/// The root that a batch is about, and what was left out when it was scanned.
+struct Scope {
+  std::string rootPath;  ///< "/" for "/"
+  std::uint32_t rootDev = 0;
+  std::uint64_t minKeep = 0;
+  std::set<std::string> skipPaths;
+};
+
+/// The path rules of every event: trailing slashes dropped, paths outside the root or below a skipped one
+/// left out, a deep mark kept once it is set.
+[[nodiscard]] Changes coalesce(const std::vector<FolderEvent>& events, const std::string& rootPath,
+                               const std::set<std::string>& skipPaths);
+/// One event by the same rules; false when it is left out.
+bool addChange(Changes& changes, const FolderEvent& event, const std::string& rootPath,
+               const std::set<std::string>& skipPaths);
+
+/// Reads the changed folders from the disk and compares them with what the patcher's index holds. Folders
+/// whose modification time differs from the stored one are read even when no event named them. Throws Failure
+/// when the root has gone or lies on another device. Threads: any; starts walker threads.
+[[nodiscard]] Batch prepare(const Platform& platform, const Changes& changes, ScanPatcher& patcher,
+                            const Scope& scope);
+
+/// Writes the batch within the patcher's transaction.
+void commitStore(const Batch& batch, ScanPatcher& patcher);
+
+/// The new list of largest files: what lay under changed folders is replaced by the batch's files.
+[[nodiscard]] std::vector<TopFile> patchTop(std::vector<TopFile> topFiles, const Batch& batch,
+                                            std::uint64_t minKeep, std::size_t capacity);
+
+/// What the batch does, in numbers.
+[[nodiscard]] Outcome outcomeOf(const Batch& batch, std::uint64_t newEventId);
+
+/// Applies the batch to the tree; the nodes whose totals must be rolled up again. Throws std::logic_error
+/// when the tree does not hold a folder that the index does.
+[[nodiscard]] std::vector<DirNode*> commitTree(const RefPtr<DirNode>& root, const std::string& rootPath,
+                                               std::uint64_t minKeep, Batch& batch);
+/// Rolls up the nodes and all their ancestors, each once, children first.
+void rollupDirty(const std::vector<DirNode*>& nodes);
+
+struct CatchUpOptions {
+  std::string rootPath;
+  std::string indexURL;
+  std::uint64_t minKeep = 0;
+  std::set<std::string> skipPaths = {};
+  std::size_t maxChanges = 20000;
+};
+
+/// Replays the journal from the loaded index's event on and patches tree and index. The tree in `loaded` is
+/// changed in place and returned. Throws Failure and StoreError; the index is unchanged then, the tree
+/// perhaps not. Threads: any, not the main one: waits up to 30 seconds for the journal.
+[[nodiscard]] std::pair<WalkResult, Outcome> catchUp(const Platform& platform, EventService& events,
+                                                     Loaded& loaded, const CatchUpOptions& options);
+
+}  // namespace Refresh
+
+}  // namespace quon

@@ -1,0 +1,94 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "base/RefPtr.h"
+#include "scan/DirNode.h"
+#include "scan/FileBatch.h"
+#include "store/Sqlite.h"
+
+namespace quon {
+
+/// One row of the registry of hard links.
+struct LinkSighting {
+  std::uint64_t fileID = 0;
+  std::int64_t dirId = 0;
+  std::string name;
+  bool counted = false;  ///< the one sighting of its file whose sizes are counted
+};
+
+/// A folder as the index knows it.
+struct StoredDir {
+  std::int64_t id = 0;
+  std::string name;
+  std::int64_t mtime = 0;
+};
+
+/// Writes one batch of changes to an existing index, in one transaction that `commit` ends; without it the
+/// destructor leaves every row as it was. A statement that fails (a full disk) throws StoreError, and the
+/// batch is lost as a whole.
+///
+/// Threads: confined to one at a time. Other connections wait up to 2 seconds for its lock.
+class ScanPatcher {
+ public:
+  /// The files of walked folders, by node.
+  using Listings = std::unordered_map<const DirNode*, FileBatch>;
+
+  /// StoreError (sqlite) "cannot open PATH for patching", or incompatible.
+  ScanPatcher(const std::string& indexURL, std::string rootPath);
+  ~ScanPatcher();
+  ScanPatcher(const ScanPatcher&) = delete;
+  ScanPatcher& operator=(const ScanPatcher&) = delete;
+
+  /// None outside the root and for folders that the index does not hold.
+  [[nodiscard]] std::optional<std::int64_t> dirId(const std::string& path);
+  [[nodiscard]] std::optional<std::string> path(std::int64_t dir);
+  [[nodiscard]] std::vector<std::string> childNames(std::int64_t dir);
+  /// The child folders with what was stored of them.
+  [[nodiscard]] std::vector<StoredDir> children(std::int64_t dir);
+  /// The folder itself and all below it.
+  [[nodiscard]] std::vector<std::int64_t> dirIdsUnder(std::int64_t dir);
+  /// Logical and physical size and mtime of a counted file.
+  [[nodiscard]] std::optional<FileEntry> file(std::int64_t dir, std::string_view name);
+
+  void replaceFiles(std::int64_t dir, const std::vector<FileEntry>& files, std::int64_t mtime, bool error);
+  void deleteSubtree(std::int64_t dir, const std::string& path);
+  void insertSubtree(std::int64_t parent, const DirNode& node, const Listings& listings);
+
+  [[nodiscard]] std::vector<LinkSighting> linksIn(std::int64_t dir);
+  [[nodiscard]] std::vector<LinkSighting> linkSightings(std::uint64_t fileID);
+  /// The counted sightings in the folder and all below it.
+  [[nodiscard]] std::vector<LinkSighting> countedLinksUnder(std::int64_t dir);
+  /// The files of which the folder and all below it hold a sighting, counted or not.
+  [[nodiscard]] std::vector<std::uint64_t> linkedFilesUnder(std::int64_t dir);
+  void setLink(std::uint64_t fileID, std::int64_t dir, std::string_view name, bool counted);
+  void deleteLink(std::uint64_t fileID, std::int64_t dir, std::string_view name);
+  void deleteLinks(std::int64_t dir);
+  /// Sightings that are not counted in sizes.
+  [[nodiscard]] std::uint64_t linkDupeCount();
+
+  /// The largest files of at least `minKeep` bytes, largest first: reads all files of the index.
+  [[nodiscard]] std::vector<TopFile> topFiles(std::int64_t limit, std::uint64_t minKeep);
+  void updateTopFiles(const std::vector<TopFile>& topFiles);
+
+  /// Ends the batch. `scannedAt` is seconds since 1970.
+  void commit(std::uint64_t lastEventId, double scannedAt);
+
+ private:
+  struct Statements;
+  void setMeta(std::string_view key, std::string_view value);
+  std::int64_t insertFolder(std::int64_t parent, const DirNode& node, const Listings& listings);
+
+  Database db;
+  std::unordered_map<std::string, std::int64_t> idByPath;
+  const std::string rootPath;
+  std::unique_ptr<Statements> statements;
+};
+
+}  // namespace quon

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "SubtreeWalk.h"
+#include "live/Batch.h"
+#include "live/Refresh.h"
+#include "scan/DirListing.h"
+
+namespace quon::Refresh {
+
+/// A folder that was read in place.
+struct ListedFolder {
+  std::string path;
+  std::int64_t id = 0;
+  DirListing listing;
+  std::vector<Batch::Op::Child> children;
+  std::vector<LinkSighting> formerLinks;  ///< what the registry held of it
+};
+
+/// Reads what changed from the disk. See the .cpp for how. Serves one batch. Threads: confined to one.
+class BatchBuilder {
+ public:
+  BatchBuilder(const Platform& services, ScanPatcher& index, const Scope& about);
+  [[nodiscard]] Batch build(const Changes& changes);
+
+ private:
+  friend class LinkResolver;
+
+  void handle(std::string path, bool deep);
+  void handleKnown(const std::string& path, std::int64_t id, bool deep);
+  void refresh(const std::string& path, std::int64_t id, DirListing listing);
+  void compareChildren(ListedFolder& folder);
+  void walk(const std::string& path);
+  void remove(const std::string& path, std::int64_t id);
+  void cover(const std::string& path);
+  /// Hands the links below a folder that goes to the resolver.
+  void releaseLinksUnder(std::int64_t id);
+  void want(const std::string& path);
+  [[nodiscard]] bool isCovered(const std::string& path) const;
+  [[nodiscard]] Batch assemble();
+
+  const Platform& platform;
+  ScanPatcher& patcher;
+  const Scope& scope;
+
+  Changes todo;
+  std::set<std::string> handled;
+  std::set<std::string> covered;  ///< subtrees walked or removed as a whole
+
+  enum class Step { listed, walked, removed };
+  struct Done {
+    Step step;
+    std::string path;
+  };
+  std::vector<Done> order;  ///< of what was done, which is the order it is written in
+  std::map<std::string, ListedFolder> listed;
+  std::map<std::string, WalkedSubtree> walked;
+  std::set<std::string> deepWalks;        ///< those of `walked` that replace a folder the index holds
+  std::set<std::uint64_t> releasedLinks;  ///< files that may have lost a sighting
+  Batch batch;
+};
+
+}  // namespace quon::Refresh

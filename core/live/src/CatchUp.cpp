@@ -1,0 +1,141 @@
+#include <chrono>
+#include <condition_variable>
+#include <fmt/format.h>
+#include <optional>
+
+#include "base/Mutex.h"
+#include "base/Path.h"
+#include "base/ThreadQueue.h"
+#include "live/Refresh.h"
+#include "platform/Events.h"
+#include "platform/Files.h"
+#include "scan/TopHeap.h"
+#include "scan/Walker.h"
+#include "store/ScanStore.h"
+
+namespace quon::Refresh {
+namespace {
+
+constexpr std::chrono::seconds kReplayTimeout{30};
+
+/// Gathers what the journal replays. Threads: filled on the stream's queue, awaited on the caller's.
+class Collector {
+ public:
+  void take(std::span<const FolderEvent> events) QUON_EXCLUDES(lock) {
+    const MutexLock held(lock);
+    for (const FolderEvent& event : events) {
+      if ((event.flags & EventFlag::historyDone) != 0) {
+        done = true;
+      } else if ((event.flags & EventFlag::lostTrack) != 0) {
+        dropped = fmt::format("journal flags 0x{:X}", event.flags);
+        done = true;
+      } else {
+        paths.push_back(event);
+      }
+    }
+    if (done) changed.broadcast();
+  }
+
+  /// False when the time is up.
+  [[nodiscard]] bool wait() QUON_EXCLUDES(lock) {
+    const auto deadline = std::chrono::steady_clock::now() + kReplayTimeout;
+    const MutexLock held(lock);
+    while (!done && std::chrono::steady_clock::now() < deadline) changed.waitUntil(lock, deadline);
+    return done;
+  }
+
+  [[nodiscard]] std::vector<FolderEvent> result() QUON_EXCLUDES(lock) {
+    const MutexLock held(lock);
+    if (dropped) throw Failure::journalUnavailable(*dropped);
+    return std::move(paths);
+  }
+
+ private:
+  Mutex lock;
+  Condition changed;
+  std::vector<FolderEvent> paths QUON_GUARDED_BY(lock);
+  std::optional<std::string> dropped QUON_GUARDED_BY(lock);
+  bool done QUON_GUARDED_BY(lock) = false;
+};
+
+std::vector<FolderEvent> changedPaths(EventService& events, const std::string& root, std::uint64_t since) {
+  Collector collector;
+  ThreadQueue queue([] {});
+  const std::unique_ptr<EventStream> stream = events.create(
+      {.root = root, .since = since, .latency = std::chrono::duration<double>(0.0), .watchRoot = true}, queue,
+      [&](std::span<const FolderEvent> batch) { collector.take(batch); });
+  if (!stream) throw Failure::journalUnavailable("stream creation failed");
+  if (!stream->start()) throw Failure::journalUnavailable("stream start failed");
+  const bool inTime = collector.wait();
+  stream->stop();
+  if (!inTime) throw Failure::journalUnavailable("replay timed out");
+  return collector.result();
+}
+
+void checkDevice(const Platform& platform, const Loaded& loaded, const std::string& rootPath) {
+  std::error_code gone;
+  const auto facts = platform.files.facts(rootPath, gone);
+  if (!facts || loaded.rootDev == 0 || facts->device != loaded.rootDev) throw Failure::deviceChanged();
+}
+
+std::vector<TopFile> topFilesOf(const RefPtr<DirNode>& root, std::string_view rootPath) {
+  TopHeap heap(Walker::kTopFiles);
+  std::vector<const DirNode*> waiting{root.get()};
+  while (!waiting.empty()) {
+    const DirNode* node = waiting.back();
+    waiting.pop_back();
+    for (const RefPtr<DirNode>& child : node->subdirs) waiting.push_back(child.get());
+    for (const FileEntry& file : node->keptFiles) {
+      if (!heap.wouldKeep(file.logical)) continue;
+      heap.offer({joinPath(node->path(rootPath), file.name), file.logical, file.physical, file.mtime});
+    }
+  }
+  return sortedLargestFirst(std::move(heap.items));
+}
+
+double secondsSince1970() {
+  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+}  // namespace
+
+Failure::Failure(Kind which, const std::string& message) : std::runtime_error(message), kind(which) {}
+Failure Failure::journalUnavailable(const std::string& reason) {
+  return {Kind::journalUnavailable, "journal replay unavailable: " + reason};
+}
+Failure Failure::tooManyChanges(std::size_t count) {
+  return {Kind::tooManyChanges, fmt::format("{} changed dirs — a rescan is cheaper", count)};
+}
+Failure Failure::deviceChanged() {
+  return {Kind::deviceChanged, "root is on a different device than the index"};
+}
+
+std::pair<WalkResult, Outcome> catchUp(const Platform& platform, EventService& events, Loaded& loaded,
+                                       const CatchUpOptions& options) {
+  if (!loaded.hasLinkRegistry) throw Failure::journalUnavailable("index predates the hardlink registry");
+  if (loaded.lastEventId == 0) throw Failure::journalUnavailable("index predates event tracking");
+  checkDevice(platform, loaded, options.rootPath);
+  // Taken before the replay: what happens meanwhile is replayed once more by whoever goes on from here.
+  const std::uint64_t newEventId = events.currentEventId();
+  const Changes changes = coalesce(changedPaths(events, options.rootPath, loaded.lastEventId),
+                                   options.rootPath, options.skipPaths);
+  const auto rootChange = changes.find(options.rootPath);
+  if (changes.size() > options.maxChanges || (rootChange != changes.end() && rootChange->second)) {
+    throw Failure::tooManyChanges(changes.size());
+  }
+
+  ScanPatcher patcher(options.indexURL, options.rootPath);
+  Batch batch = prepare(platform, changes, patcher,
+                        {options.rootPath, loaded.rootDev, options.minKeep, options.skipPaths});
+  commitStore(batch, patcher);
+  WalkResult result = loaded.result;
+  (void)commitTree(result.root, options.rootPath, options.minKeep, batch);
+  result.root->rollup();
+  result.topFiles = topFilesOf(result.root, pathPrefix(options.rootPath));
+  patcher.updateTopFiles(result.topFiles);
+  patcher.commit(newEventId, secondsSince1970());
+  result.hardlinksDeduped = patcher.linkDupeCount();
+  return {std::move(result), outcomeOf(batch, newEventId)};
+}
+
+}  // namespace quon::Refresh

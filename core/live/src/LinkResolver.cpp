@@ -1,0 +1,185 @@
+// Hard links within a batch.
+//
+// A sighting is a name of a multiply-linked file. Those in folders that the batch has read ("fresh") are
+// known from the disk; those elsewhere ("untouched") from the registry. For each file that either has fresh
+// sightings or may have lost its counted one:
+//
+//   no fresh, one untouched is counted      nothing to do
+//   no fresh, none counted                  read the folder of an untouched one, which then is fresh
+//   fresh, an untouched one is counted      fresh ones are not; if the size changed, read the counted one's
+//   folder fresh, none counted elsewhere           one fresh sighting is counted: the one that was, if it is
+//   among them
+//
+// A file that the registry does not hold may have had one name until now, which was counted as any file is:
+// its folder is searched for by inode number and read as well.
+#include "LinkResolver.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "InodeSearch.h"
+#include "base/Path.h"
+#include "platform/Files.h"
+
+namespace quon::Refresh {
+namespace {
+
+const LinkSighting* countedOf(const std::vector<LinkSighting>& sightings) {
+  const auto found = std::ranges::find_if(sightings, &LinkSighting::counted);
+  return found == sightings.end() ? nullptr : &*found;
+}
+
+}  // namespace
+
+void LinkResolver::collectListed(const ListedFolder& folder) {
+  for (const FileEntry& entry : folder.listing.files) {
+    const auto link = folder.listing.linkIDs.find(entry.name);
+    if (link == folder.listing.linkIDs.end()) continue;
+    const bool wasCounted = std::ranges::any_of(folder.formerLinks, [&](const LinkSighting& former) {
+      return former.counted && former.fileID == link->second && former.name == entry.name;
+    });
+    freshByFile[link->second].push_back(
+        {.folder = folder.path, .name = entry.name, .entry = entry, .wasCounted = wasCounted});
+  }
+}
+
+void LinkResolver::collectWalked(const WalkedSubtree& subtree) {
+  for (const WalkedLink& link : subtree.links) {
+    Fresh fresh{.folder = link.node->path(subtree.path),
+                .name = link.name,
+                .entry = {},
+                .node = link.node,
+                .walkCounted = link.counted};
+    const FileBatch& files = builder.batch.listings.at(link.node);
+    for (std::size_t index = 0; link.counted && index < files.size(); ++index) {
+      const FileBatch::File file = files[index];
+      if (file.name == link.name) fresh.entry = {link.name, file.logical, file.physical, file.mtime};
+    }
+    freshByFile[link.fileID].push_back(std::move(fresh));
+  }
+}
+
+void LinkResolver::collectFresh() {
+  freshByFile.clear();
+  for (const auto& [path, folder] : builder.listed) collectListed(folder);
+  for (const auto& [path, subtree] : builder.walked) collectWalked(subtree);
+}
+
+std::set<std::uint64_t> LinkResolver::affected() const {
+  std::set<std::uint64_t> files = builder.releasedLinks;
+  for (const auto& [fileID, fresh] : freshByFile) files.insert(fileID);
+  return files;
+}
+
+LinkResolver::Linked LinkResolver::gather(std::uint64_t fileID) {
+  Linked linked;
+  if (const auto found = freshByFile.find(fileID); found != freshByFile.end()) linked.fresh = found->second;
+  for (LinkSighting& sighting : builder.patcher.linkSightings(fileID)) {
+    linked.wasKnown = true;
+    const std::optional<std::string> folder = builder.patcher.path(sighting.dirId);
+    const bool read = !folder || builder.listed.contains(*folder) || builder.isCovered(*folder);
+    if (!read) linked.untouched.push_back(std::move(sighting));
+  }
+  return linked;
+}
+
+/// More names than the batch has read, none of which the registry knows: some may lie in the tree.
+bool LinkResolver::hasUnseenNames(const Linked& linked) const {
+  if (linked.wasKnown || linked.fresh.empty()) return false;
+  const Fresh& first = linked.fresh.front();
+  std::error_code vanished;
+  const auto facts = builder.platform.files.facts(joinPath(pathPrefix(first.folder), first.name), vanished);
+  return facts && facts->linkCount > linked.fresh.size();
+}
+
+bool LinkResolver::isStale(const LinkSighting& counted, const Linked& linked) const {
+  const auto present = std::ranges::find_if(
+      linked.fresh, [](const Fresh& fresh) { return fresh.node == nullptr || fresh.walkCounted; });
+  if (present == linked.fresh.end()) return false;
+  const std::optional<FileEntry> stored = builder.patcher.file(counted.dirId, counted.name);
+  return !stored || stored->logical != present->entry.logical ||
+         stored->physical != present->entry.physical || stored->mtime != present->entry.mtime;
+}
+
+void LinkResolver::settle() {
+  collectFresh();
+  std::set<std::uint64_t> unknown;
+  for (const std::uint64_t fileID : affected()) {
+    const Linked linked = gather(fileID);
+    const LinkSighting* counted = countedOf(linked.untouched);
+    const LinkSighting* needed = nullptr;
+    if (linked.fresh.empty() && counted == nullptr && !linked.untouched.empty())
+      needed = &linked.untouched.front();
+    if (!linked.fresh.empty() && counted != nullptr && isStale(*counted, linked)) needed = counted;
+    if (needed != nullptr) {
+      const std::string folder = *builder.patcher.path(needed->dirId);
+      builder.want(folder);
+      builder.batch.promotedDirs.push_back(folder);
+    }
+    if (!searched.contains(fileID) && hasUnseenNames(linked)) unknown.insert(fileID);
+  }
+  if (unknown.empty()) return;
+  searched.insert(unknown.begin(), unknown.end());
+  for (const std::string& folder : foldersHolding(builder.platform, unknown, builder.scope))
+    builder.want(folder);
+}
+
+void LinkResolver::decide() {
+  collectFresh();
+  for (const std::uint64_t fileID : affected()) decideOne(fileID);
+  forgetVanished();
+}
+
+void LinkResolver::decideOne(std::uint64_t fileID) {
+  Linked linked = gather(fileID);
+  const bool countedElsewhere = countedOf(linked.untouched) != nullptr;
+  if (linked.fresh.empty()) {
+    if (linked.untouched.size() == 1) forgetLastName(linked.untouched.front());
+    return;
+  }
+  // Listed names carry the file's size, and of each walk's names the one that it counted.
+  const auto rank = [](const Fresh& fresh) {
+    if (fresh.node != nullptr && !fresh.walkCounted) return 3;
+    if (fresh.wasCounted) return 0;
+    return fresh.node != nullptr ? 1 : 2;
+  };
+  std::ranges::stable_sort(linked.fresh, {}, rank);
+  for (std::size_t index = 0; index < linked.fresh.size(); ++index) {
+    const Fresh& fresh = linked.fresh[index];
+    const bool counted = index == 0 && !countedElsewhere;
+    if (!counted) drop(fresh);
+    builder.batch.linkWrites.push_back({fileID, fresh.folder, fresh.name, counted});
+  }
+}
+
+void LinkResolver::drop(const Fresh& fresh) {
+  if (fresh.node != nullptr) {
+    if (fresh.walkCounted) dropFile(*fresh.node, fresh.name, builder.batch.listings);
+    return;
+  }
+  std::erase_if(builder.listed.at(fresh.folder).listing.files,
+                [&](const FileEntry& entry) { return entry.name == fresh.name; });
+}
+
+/// A file that is down to one name is like any other, and the registry need not know it.
+void LinkResolver::forgetLastName(const LinkSighting& last) {
+  const std::optional<std::string> folder = builder.patcher.path(last.dirId);
+  if (!folder) return;
+  std::error_code vanished;
+  const auto facts = builder.platform.files.facts(joinPath(pathPrefix(*folder), last.name), vanished);
+  if (facts && facts->linkCount == 1) builder.batch.linkDeletes.push_back(last);
+}
+
+/// What the registry held of the folders read in place and the disk holds no longer.
+void LinkResolver::forgetVanished() {
+  for (const auto& [path, folder] : builder.listed) {
+    for (const LinkSighting& former : folder.formerLinks) {
+      const auto link = folder.listing.linkIDs.find(former.name);
+      if (link == folder.listing.linkIDs.end() || link->second != former.fileID) {
+        builder.batch.linkDeletes.push_back(former);
+      }
+    }
+  }
+}
+
+}  // namespace quon::Refresh

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "BatchBuilder.h"
+
+namespace quon::Refresh {
+
+/// Sees to it that each multiply-linked file keeps exactly one counted sighting, and that this one carries
+/// the file's present size. Works on what a batch has read. Threads: confined to one.
+class LinkResolver {
+ public:
+  explicit LinkResolver(BatchBuilder& owner) : builder(owner) {}
+
+  /// Wants every further folder that a decision needs to have read: where a sighting must take over the
+  /// count, where the counted sighting's size is out of date, where the first name of a file lies that had
+  /// one only.
+  void settle();
+  /// With all of them read: says which sightings are counted, and takes the others out of what was read.
+  void decide();
+
+ private:
+  /// A name of a file in what the batch has read.
+  struct Fresh {
+    std::string folder;
+    std::string name;
+    FileEntry entry;           ///< its present size; not of a walked name that the walk did not count
+    DirNode* node = nullptr;   ///< of a walked folder; none for a listed one
+    bool walkCounted = false;  ///< the walk counted this name
+    bool wasCounted = false;   ///< the registry counts this name
+  };
+  /// All that is known of one file.
+  struct Linked {
+    std::vector<Fresh> fresh;
+    std::vector<LinkSighting> untouched;  ///< in folders that the batch has not read
+    bool wasKnown = false;                ///< the registry holds it
+  };
+
+  void collectFresh();
+  void collectListed(const ListedFolder& folder);
+  void collectWalked(const WalkedSubtree& subtree);
+  [[nodiscard]] std::set<std::uint64_t> affected() const;
+  [[nodiscard]] Linked gather(std::uint64_t fileID);
+  [[nodiscard]] bool hasUnseenNames(const Linked& linked) const;
+  [[nodiscard]] bool isStale(const LinkSighting& counted, const Linked& linked) const;
+  void decideOne(std::uint64_t fileID);
+  void drop(const Fresh& fresh);
+  void forgetLastName(const LinkSighting& last);
+  void forgetVanished();
+
+  BatchBuilder& builder;
+  std::set<std::uint64_t> searched;
+  std::map<std::uint64_t, std::vector<Fresh>> freshByFile;
+};
+
+}  // namespace quon::Refresh

@@ -1,0 +1,156 @@
+#include <algorithm>
+#include <stdexcept>
+#include <unordered_map>
+#include <utility>
+
+#include "base/Checked.h"
+#include "base/Path.h"
+#include "base/Text.h"
+#include "live/Refresh.h"
+#include "scan/DirNode.h"
+
+namespace quon::Refresh {
+namespace {
+
+using Kind = Batch::Op::Kind;
+
+DirNode* childOf(DirNode& node, std::string_view name) {
+  const auto found =
+      std::ranges::find_if(node.subdirs, [&](const RefPtr<DirNode>& child) { return child->name == name; });
+  return found == node.subdirs.end() ? nullptr : found->get();
+}
+
+/// Finds nodes by path, remembering folders on the way: a batch names many folders of few parents.
+class NodeFinder {
+ public:
+  NodeFinder(DirNode& rootNode, const std::string& root) : rootPath(root) { known.emplace(root, &rootNode); }
+
+  DirNode& at(const std::string& path) {
+    DirNode* node = find(path);
+    if (node == nullptr) throw std::logic_error("the tree does not hold " + displayText(path));
+    return *node;
+  }
+
+  DirNode* find(const std::string& path) {
+    if (const auto hit = known.find(path); hit != known.end()) return hit->second;
+    const std::optional<std::string_view> below = relativeTo(path, rootPath);
+    if (!below) return nullptr;
+    DirNode* node = known.at(rootPath);
+    for (std::string_view rest = *below; !rest.empty() && node != nullptr;) {
+      const std::size_t slash = rest.find('/');
+      node = childOf(*node, rest.substr(0, slash));
+      rest = slash == std::string_view::npos ? std::string_view() : rest.substr(slash + 1);
+    }
+    if (node != nullptr) known.emplace(path, node);
+    return node;
+  }
+
+  void forgetBelow(const std::string& path) {
+    std::erase_if(known, [&](const auto& item) { return isInside(item.first, path); });
+  }
+
+ private:
+  const std::string rootPath;
+  std::unordered_map<std::string, DirNode*> known;
+};
+
+/// Takes a subtree out of its parent without touching totals, which are rolled up afterwards.
+void detach(DirNode& node) {
+  DirNode* const parent = std::exchange(node.parent, nullptr);
+  if (parent != nullptr)
+    std::erase_if(parent->subdirs, [&](const RefPtr<DirNode>& child) { return child == &node; });
+}
+
+void attach(DirNode& parent, const RefPtr<DirNode>& child) {
+  child->parent = &parent;
+  parent.subdirs.push_back(child);
+}
+
+void setFiles(DirNode& node, const Batch::Op& op, std::uint64_t minKeep) {
+  node.mtime = op.mtime;
+  node.error = op.error;
+  node.directLogical = 0;
+  node.directPhysical = 0;
+  node.directFiles = op.files.size();
+  node.directNewest = 0;
+  node.keptFiles.clear();
+  for (const FileEntry& file : op.files) {
+    node.directLogical = checkedAdd(node.directLogical, file.logical);
+    node.directPhysical = checkedAdd(node.directPhysical, file.physical);
+    node.directNewest = std::max(node.directNewest, file.mtime);
+    if (file.logical >= minKeep) node.keptFiles.push_back(file);
+  }
+}
+
+void applyRefresh(NodeFinder& nodes, const Batch::Op& op, std::uint64_t minKeep) {
+  DirNode& node = nodes.at(op.path);
+  setFiles(node, op, minKeep);
+  for (const Batch::Op::Child& child : op.children) {
+    if (DirNode* former = childOf(node, child.name)) {
+      nodes.forgetBelow(joinPath(pathPrefix(op.path), child.name));
+      detach(*former);
+    }
+    if (child.node) attach(node, child.node);
+  }
+}
+
+/// The node whose totals change.
+DirNode* apply(NodeFinder& nodes, const Batch::Op& op, std::uint64_t minKeep) {
+  if (op.kind == Kind::refresh) {
+    applyRefresh(nodes, op, minKeep);
+    return &nodes.at(op.path);
+  }
+  DirNode* const former = nodes.find(op.path);
+  if (former == nullptr && op.kind == Kind::remove) return nullptr;
+  if (former == nullptr || former->parent == nullptr) {
+    throw std::logic_error("the tree does not hold " + displayText(op.path));
+  }
+  DirNode* const parent = former->parent;
+  nodes.forgetBelow(op.path);
+  detach(*former);
+  if (op.node) attach(*parent, op.node);
+  return parent;
+}
+
+bool isBelow(const DirNode* node, const DirNode* root) {
+  while (node->parent != nullptr) node = node->parent;
+  return node == root;
+}
+
+std::size_t depthOf(const DirNode* node) {
+  std::size_t depth = 0;
+  for (; node->parent != nullptr; node = node->parent) ++depth;
+  return depth;
+}
+
+}  // namespace
+
+std::vector<DirNode*> commitTree(const RefPtr<DirNode>& root, const std::string& rootPath,
+                                 std::uint64_t minKeep, Batch& batch) {
+  NodeFinder nodes(*root, rootPath);
+  std::vector<RefPtr<DirNode>> changed;  // held, since a later op may take one out of the tree
+  for (const Batch::Op& op : batch.ops) {
+    if (DirNode* node = apply(nodes, op, minKeep)) changed.emplace_back(node);
+  }
+  std::vector<DirNode*> dirty;
+  for (const RefPtr<DirNode>& node : changed) {
+    if (isBelow(node.get(), root.get())) dirty.push_back(node.get());
+  }
+  return dirty;
+}
+
+void rollupDirty(const std::vector<DirNode*>& nodes) {
+  std::unordered_map<DirNode*, std::size_t> depths;
+  for (DirNode* start : nodes) {
+    std::size_t depth = depths.contains(start) ? 0 : depthOf(start);
+    for (DirNode* node = start; node != nullptr && !depths.contains(node); node = node->parent) {
+      depths.emplace(node, depth--);
+    }
+  }
+  std::vector<std::pair<std::size_t, DirNode*>> deepestFirst;
+  for (const auto& [node, depth] : depths) deepestFirst.emplace_back(depth, node);
+  std::ranges::sort(deepestFirst, std::greater<>(), &std::pair<std::size_t, DirNode*>::first);
+  for (const auto& [depth, node] : deepestFirst) node->rollupShallow();
+}
+
+}  // namespace quon::Refresh

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "database/DatabaseError.h"
+#include "database/Statement.h"
+
+struct sqlite3;
+
+namespace quon {
+
+/// A connection to an SQLite file, closed by its destructor; an open transaction is rolled back by that.
+/// Failures are DatabaseError. Threads: one at a time.
+class Database {
+ public:
+  enum class Mode { read, write, create };  ///< an existing file; the same; made when it is missing
+
+  /// No connection: nothing may be asked of it.
+  Database() = default;
+  [[nodiscard]] static Database open(const std::string& path, Mode mode);
+
+  /// For a file that others may have written to by accident or malice: nothing that its schema could hold
+  /// besides tables and plain indexes may run.
+  void distrust();
+  /// How long a statement waits for the lock of another connection. 2,000 ms at first.
+  void setBusyTimeout(int timeoutMs);
+  /// From now on every statement fails soon after the flag, which outlives the connection, is set.
+  void stopWhen(const std::atomic<bool>& flag);
+
+  void exec(const char* script);
+  [[nodiscard]] Statement prepare(std::string_view sql);
+  /// The number in the first column of the first row; `missing` when there is no row, or NULL in it.
+  [[nodiscard]] std::int64_t number(std::string_view sql, std::int64_t missing = 0);
+  [[nodiscard]] std::int64_t lastInsertRowId() const;
+  /// Rows changed by the statement that ran last.
+  [[nodiscard]] std::int64_t changes() const;
+
+  [[nodiscard]] bool isOpen() const { return connection != nullptr; }
+  void close() { connection.reset(); }
+  /// For modules that extend the connection with functions and tables of their own.
+  [[nodiscard]] sqlite3* raw() { return connection.get(); }
+
+ private:
+  struct Close {
+    void operator()(sqlite3* connection) const;
+  };
+  std::unique_ptr<sqlite3, Close> connection;
+};
+
+/// A transaction that writes, rolled back unless it is committed.
+class Transaction {
+ public:
+  explicit Transaction(Database& target);
+  ~Transaction();
+  Transaction(const Transaction&) = delete;
+  Transaction& operator=(const Transaction&) = delete;
+
+  void commit();
+
+ private:
+  Database& database;
+  bool open = true;
+};
+
+}  // namespace quon

@@ -1,0 +1,84 @@
+#include "platform_linux/EventRecorder.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+#include <sys/eventfd.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+#include "Privilege.h"
+#include "RecorderLock.h"
+#include "RecorderLoop.h"
+
+namespace quon {
+
+struct EventRecorder::State {
+  State(Folders given, Log& lines, const EventOptions& how)
+      : folders(std::move(given)),
+        log(lines),
+        options(how),
+        lock(folders.state),
+        wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (!wake.isOpen()) throw std::system_error(errno, std::generic_category(), "cannot start recording");
+  }
+
+  [[nodiscard]] const EventClock& clock() const {
+    return options.clock == nullptr ? systemClock : *options.clock;
+  }
+
+  /// One hold of the lock; false when it was in vain.
+  [[nodiscard]] bool record() {
+    RecorderLoop loop(folders, log, options, clock(), wake.get());
+    while (!stopped) {
+      if (!loop.turn() || !lock.isCurrent()) return false;
+    }
+    loop.finish();
+    return true;
+  }
+
+  const Folders folders;
+  Log& log;
+  const EventOptions options;
+  const SystemEventClock systemClock;
+  RecorderLock lock;
+  Descriptor wake;
+  std::atomic<bool> stopped{false};
+};
+
+EventRecorder::EventRecorder(Folders folders, Log& log, EventOptions options)
+    : state(std::make_unique<State>(std::move(folders), log, options)) {}
+
+EventRecorder::~EventRecorder() = default;
+
+bool EventRecorder::tryBegin() {
+  return state->lock.tryTake();
+}
+
+bool EventRecorder::waitToBegin() {
+  return state->lock.wait();
+}
+
+int EventRecorder::otherRecorder() const {
+  return RecorderLock::holder(state->folders.state);
+}
+
+void EventRecorder::run() {
+  Privilege::lower();
+  while (!state->stopped && !state->record()) {
+    // The state folder was removed, and the lock with it: begin again with those that are there now.
+    if (!state->lock.wait()) return;
+  }
+  state->lock.release();
+}
+
+void EventRecorder::stop() {
+  state->stopped = true;
+  const std::uint64_t one = 1;
+  // An eventfd below its limit takes the write.
+  (void)!::write(state->wake.get(), &one, sizeof one);
+  state->lock.interrupt();
+}
+
+}  // namespace quon

@@ -1,0 +1,186 @@
+// The kernel tells the handle of the folder in which something changed and merges events on the same folder. Handles
+// are gathered, and resolved once a batch: the folder is opened by its handle, which takes privilege, its path read
+// from /proc/self/fd, and that path opened once more with the user's own rights. A path that the user may not list is
+// dropped, as is what lies outside the root.
+//
+// A folder that was moved tells so itself and is deep. For one that was created only the parent is told; the parent's
+// children that were born since the batch before are deep. Every folder of the file system is marked from the
+// beginning, so nothing has to be placed, and nothing that happens in a new folder is missed.
+#include "FanotifyWatch.h"
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/fanotify.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+#include "Privilege.h"
+#include "base/Path.h"
+#include "base/Text.h"
+#include "platform_linux/EventClock.h"
+
+namespace quon {
+namespace {
+
+constexpr std::uint64_t kMask = FAN_CREATE | FAN_DELETE | FAN_MODIFY | FAN_CLOSE_WRITE | FAN_ATTRIB |
+                                FAN_MOVED_FROM | FAN_MOVED_TO | FAN_DELETE_SELF | FAN_MOVE_SELF | FAN_ONDIR;
+constexpr std::size_t kBufferBytes = 64 * 1024;
+constexpr int kMostReads = 64;
+/// The kernel's clock for files is behind by one tick of its timer.
+constexpr std::int64_t kClockLag = 100'000;
+
+[[noreturn]] void raise(const std::string& root) {
+  throw std::system_error(errno, std::generic_category(), "cannot watch the file system of " + displayText(root));
+}
+
+std::int64_t wallNow() {
+  return static_cast<std::int64_t>(SystemEventClock().wallMicros());
+}
+
+/// The path of an open folder as this process sees it; "" when it has none or one too long to be told.
+std::string pathOf(const Descriptor& folder, bool& tooLong) {
+  std::array<char, PATH_MAX + 1> path{};
+  const std::string link = fmt::format("/proc/self/fd/{}", folder.get());
+  const ssize_t length = ::readlink(link.c_str(), path.data(), path.size());
+  tooLong = length < 0 && errno == ENAMETOOLONG;
+  struct stat found {};
+  if (length <= 0 || path[0] != '/' || ::fstat(folder.get(), &found) != 0 || found.st_nlink == 0) return {};
+  return {path.data(), static_cast<std::size_t>(length)};
+}
+
+}  // namespace
+
+std::unique_ptr<RootWatch> makeFanotifyWatch(RootWatchSettings settings) {
+  return std::make_unique<FanotifyWatch>(std::move(settings));
+}
+
+FanotifyWatch::FanotifyWatch(RootWatchSettings how) : settings(std::move(how)), gatheredSince(wallNow()) {
+  rootFolder = openFolder(AT_FDCWD, settings.root);
+  if (!rootFolder.isOpen()) {
+    throw std::system_error(errno, std::generic_category(), "cannot open " + displayText(settings.root));
+  }
+  const Privilege privilege;
+  group = Descriptor(
+      ::fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK | FAN_REPORT_DIR_FID, O_RDONLY | O_CLOEXEC));
+  if (!group.isOpen()) raise(settings.root);
+  if (::fanotify_mark(group.get(), FAN_MARK_ADD | FAN_MARK_FILESYSTEM, kMask, rootFolder.get(), ".") != 0) {
+    raise(settings.root);
+  }
+}
+
+std::optional<int> FanotifyWatch::enter(int, int, std::string_view, const FolderIdentity&) {
+  return 0;
+}
+
+bool FanotifyWatch::wasThere(const std::string&, const FolderIdentity&) const {
+  return false;
+}
+
+bool FanotifyWatch::drain() {
+  alignas(fanotify_event_metadata) std::array<char, kBufferBytes> buffer;
+  for (int reads = 0; reads < kMostReads; ++reads) {
+    const ssize_t bytes = ::read(group.get(), buffer.data(), buffer.size());
+    if (bytes <= 0) return true;
+    auto left = static_cast<std::size_t>(bytes);
+    const char* at = buffer.data();
+    while (left >= FAN_EVENT_METADATA_LEN) {
+      const auto* event = reinterpret_cast<const fanotify_event_metadata*>(at);
+      if (event->event_len < FAN_EVENT_METADATA_LEN || event->event_len > left) break;
+      gather(*event);
+      at += event->event_len;
+      left -= event->event_len;
+    }
+  }
+  return false;
+}
+
+void FanotifyWatch::gather(const fanotify_event_metadata& event) {
+  if ((event.mask & FAN_Q_OVERFLOW) != 0) {
+    seen.overflowed = true;
+    return;
+  }
+  // Whether it concerns the root or a folder above it shows when its place is looked at.
+  if ((event.mask & (FAN_MOVE_SELF | FAN_DELETE_SELF)) != 0 && (event.mask & FAN_ONDIR) != 0) seen.rootMoved = true;
+  const char* record = reinterpret_cast<const char*>(&event) + event.metadata_len;
+  const auto* info = reinterpret_cast<const fanotify_event_info_fid*>(record);
+  if (event.event_len < event.metadata_len + sizeof(fanotify_event_info_fid)) return;
+  if (info->hdr.info_type != FAN_EVENT_INFO_TYPE_DFID) return;
+  const auto* handle = reinterpret_cast<const file_handle*>(info->handle);
+  const std::size_t bytes = sizeof(file_handle) + handle->handle_bytes;
+  Change& change = changed[std::string(reinterpret_cast<const char*>(handle), bytes)];
+  if ((event.mask & FAN_ONDIR) == 0) return;
+  if ((event.mask & FAN_MOVE_SELF) != 0) change.moved = true;
+  if ((event.mask & FAN_CREATE) != 0) change.gotFolder = true;
+}
+
+std::string FanotifyWatch::resolve(const std::string& handle, Descriptor& folder, bool& beyond) const {
+  std::vector<char> copy(handle.begin(), handle.end());
+  {
+    const Privilege privilege;
+    folder = Descriptor(::open_by_handle_at(
+        rootFolder.get(), reinterpret_cast<file_handle*>(copy.data()), O_PATH | O_CLOEXEC));
+  }
+  // A folder that is gone: its parent tells.
+  if (!folder.isOpen()) return {};
+  std::string path = pathOf(folder, beyond);
+  for (bool tooLong = beyond; tooLong;) {
+    const Privilege privilege;
+    folder = Descriptor(::openat(folder.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!folder.isOpen()) return {};
+    path = pathOf(folder, tooLong);
+  }
+  return isInside(path, settings.root) && !settings.own.hold(path) ? path : std::string();
+}
+
+void FanotifyWatch::reportNewFolders(const Descriptor& folder, const std::string& path, FolderChanges& into) {
+  lister.start(folder.get());
+  ListedName entry;
+  FolderFacts facts;
+  while (lister.next(entry)) {
+    if (entry.typeKnown && !entry.isFolder) continue;
+    if (!readFacts(folder.get(), entry.name, facts) || !facts.isFolder) continue;
+    const std::int64_t born = facts.identity.bornMicros != 0 ? facts.identity.bornMicros : facts.changed;
+    if (born < gatheredSince - kClockLag || settings.own.holdEntry(path, entry.name)) continue;
+    addChange(into, joinPath(pathPrefix(path), entry.name), true);
+  }
+}
+
+void FanotifyWatch::collect(FolderChanges& into) {
+  const std::int64_t now = wallNow();
+  boost::unordered_flat_map<std::string, Change> batch;
+  batch.swap(changed);
+  for (const auto& [handle, change] : batch) {
+    Descriptor byHandle;
+    bool beyond = false;
+    std::string path = resolve(handle, byHandle, beyond);
+    if (path.empty()) continue;
+    // With the user's own rights.
+    const Descriptor folder =
+        openFolder(rootFolder.get(), std::string(*relativeTo(path, settings.root)));
+    if (!folder.isOpen()) continue;
+    if (change.gotFolder) reportNewFolders(folder, path, into);
+    const bool deep = beyond || (change.moved && path != settings.root);
+    addChange(into, std::move(path), deep);
+  }
+  for (const auto& [path, deep] : mounted) addChange(into, path, deep);
+  mounted.clear();
+  gatheredSince = now;
+}
+
+void FanotifyWatch::mountChanged(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  addChange(mounted, slash == 0 ? "/" : path.substr(0, slash), false);
+  addChange(mounted, path, true);
+}
+
+WatchRemains FanotifyWatch::abandon() {
+  group = Descriptor();
+  return {};
+}
+
+}  // namespace quon

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include <boost/unordered/unordered_flat_map.hpp>
+
+#include "RootWatch.h"
+#include "platform_linux/Descriptor.h"
+
+struct fanotify_event_metadata;
+
+namespace quon {
+
+/// One mark on the whole file system of the root: no watch a folder, and nothing to place.
+class FanotifyWatch final : public RootWatch {
+ public:
+  explicit FanotifyWatch(RootWatchSettings how);
+
+  [[nodiscard]] int descriptor() const override { return group.get(); }
+  [[nodiscard]] bool drain() override;
+  void collect(FolderChanges& into) override;
+  void mountChanged(const std::string& path) override;
+  [[nodiscard]] const WatchTrouble& trouble() const override { return seen; }
+  void rootIsInPlace() override { seen.rootMoved = false; }
+  [[nodiscard]] WatchRemains abandon() override;
+
+  [[nodiscard]] std::optional<int> enter(int descriptor, int parentToken, std::string_view name,
+                                         const FolderIdentity& identity) override;
+  [[nodiscard]] bool wasThere(const std::string& path, const FolderIdentity& identity) const override;
+
+ private:
+  struct Change {
+    bool moved = false;      ///< the folder itself
+    bool gotFolder = false;  ///< a folder was made in it
+  };
+
+  void gather(const fanotify_event_metadata& event);
+  /// The folder of a handle, by a path that the user may list; "" for none below the root.
+  [[nodiscard]] std::string resolve(const std::string& handle, Descriptor& folder, bool& beyond) const;
+  void reportNewFolders(const Descriptor& folder, const std::string& path, FolderChanges& into);
+
+  const RootWatchSettings settings;
+  Descriptor group;
+  Descriptor rootFolder;
+  WatchTrouble seen;
+  boost::unordered_flat_map<std::string, Change> changed;  // by file handle
+  FolderChanges mounted;
+  NameLister lister;
+  std::int64_t gatheredSince;  // wall clock, microseconds: when `changed` was emptied last
+};
+
+}  // namespace quon

@@ -1,0 +1,287 @@
+// The kernel tells events by the number of a watch; WatchTree knows where that folder lies. Events arrive after the
+// fact, and several renames may have happened when the first is read, so an event about a folder is never taken at
+// its word: it only raises a doubt about a place (parent, name). To settle a doubt, the folder that is at the place
+// now is opened, and its watch asked for: the kernel returns the number that it has, if it has one, wherever it was
+// before. So a folder that was moved keeps its watch under the new path, two that were exchanged get each other's
+// place, and one that was replaced gets a watch of its own. A folder that left its place and turned up at no other by
+// the time the queue is empty has left the root.
+//
+// A folder that appeared is walked: watch first, then list, all the way down, in slices between which events are
+// read. Only then is it told, deep: whoever lists it from then on misses nothing that the watches do not see.
+//
+// The watch is asked for through /proc/self/fd, so it lands on the folder that is open, whatever its path means
+// meanwhile and however long that is.
+#include "InotifyWatch.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/inotify.h>
+#include <system_error>
+#include <unistd.h>
+
+#include "base/Path.h"
+#include "base/Text.h"
+
+namespace quon {
+namespace {
+
+/// IN_MODIFY tells of sizes as they grow, IN_CLOSE_WRITE of the times and blocks that a file ends with.
+constexpr std::uint32_t kFolderMask = IN_CREATE | IN_DELETE | IN_MODIFY | IN_CLOSE_WRITE | IN_ATTRIB |
+                                      IN_MOVED_FROM | IN_MOVED_TO | IN_EXCL_UNLINK | IN_ONLYDIR |
+                                      IN_MASK_ADD;
+constexpr std::uint32_t kRootMask = kFolderMask | IN_DELETE_SELF | IN_MOVE_SELF;
+constexpr std::uint32_t kAboveMask = IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+constexpr std::size_t kBufferBytes = 64 * 1024;
+constexpr int kMostReads = 16;            // about 16,000 events: the default length of the kernel's queue
+constexpr int kFoldersPerSlice = 512;
+
+Descriptor newNotifier(const std::string& root) {
+  Descriptor made(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+  if (!made.isOpen()) {
+    const char* advice = errno == EMFILE ? " (see fs.inotify.max_user_instances)" : "";
+    throw std::system_error(errno, std::generic_category(), "cannot watch " + displayText(root) + advice);
+  }
+  return made;
+}
+
+bool isGone(int reason) {
+  return reason == ENOENT || reason == ENOTDIR || reason == ELOOP;
+}
+
+}  // namespace
+
+std::unique_ptr<RootWatch> makeInotifyWatch(RootWatchSettings settings) {
+  return std::make_unique<InotifyWatch>(std::move(settings));
+}
+
+InotifyWatch::InotifyWatch(RootWatchSettings how)
+    : settings(std::move(how)),
+      notifier(newNotifier(settings.root)),
+      rootFolder(openFolder(AT_FDCWD, settings.root)) {
+  if (!rootFolder.isOpen()) {
+    throw std::system_error(errno, std::generic_category(), "cannot open " + displayText(settings.root));
+  }
+  watchAbove();
+}
+
+/// The root's path ends to be true when a folder above it is moved. One that this user may not read is moved unseen.
+void InotifyWatch::watchAbove() {
+  for (std::size_t end = settings.root.rfind('/'); end != std::string::npos && settings.root != "/";
+       end = end == 0 ? std::string::npos : settings.root.rfind('/', end - 1)) {
+    const std::string path = end == 0 ? "/" : settings.root.substr(0, end);
+    const int watch = ::inotify_add_watch(notifier.get(), path.c_str(), kAboveMask);
+    if (watch >= 0) above.insert(watch);
+  }
+}
+
+std::optional<int> InotifyWatch::enter(int descriptor, int parentToken, std::string_view name,
+                                       const FolderIdentity& identity) {
+  const bool isRoot = parentToken == WatchTree::kNone;
+  std::array<char, 40> link{};
+  *fmt::format_to_n(link.data(), link.size() - 1, "/proc/self/fd/{}", descriptor).out = '\0';
+  MutexLock held(lock);
+  if (limitReached || (!isRoot && !tree->contains(parentToken))) return std::nullopt;
+  const int watch = ::inotify_add_watch(notifier.get(), link.data(), isRoot ? kRootMask : kFolderMask);
+  if (watch < 0) {
+    limitReached = errno == ENOSPC || errno == ENOMEM;
+    refused = isRoot && !limitReached;
+    return std::nullopt;
+  }
+  if (isRoot) {
+    tree->setRoot(watch, settings.root, identity.inode);
+    return watch;
+  }
+  // The root again, mounted below itself, or a folder above it.
+  if (watch == tree->root() || above.contains(watch)) return std::nullopt;
+  const int displaced = tree->attach(watch, parentToken, name, identity.inode);
+  if (displaced != WatchTree::kNone) limbo.insert(displaced);
+  limbo.erase(watch);
+  return watch;
+}
+
+bool InotifyWatch::wasThere(const std::string& path, const FolderIdentity& identity) const {
+  if (!settings.known) return false;
+  const int watch = settings.known->find(path);
+  return watch != WatchTree::kNone && settings.known->inode(watch) == identity.inode;
+}
+
+bool InotifyWatch::drain() {
+  queueEmpty = readEvents();
+  std::vector<Doubt> open;
+  open.swap(doubts);
+  for (const Doubt& doubt : open) settle(doubt);
+  const bool allPlaced = placeAppeared();
+  MutexLock held(lock);
+  seen.limitReached = limitReached;
+  seen.refused = refused;
+  return queueEmpty && allPlaced;
+}
+
+bool InotifyWatch::readEvents() {
+  alignas(inotify_event) std::array<char, kBufferBytes> buffer;
+  for (int reads = 0; reads < kMostReads; ++reads) {
+    const ssize_t bytes = ::read(notifier.get(), buffer.data(), buffer.size());
+    if (bytes <= 0) return true;
+    MutexLock held(lock);
+    for (std::size_t at = 0; at < static_cast<std::size_t>(bytes);) {
+      const auto* event = reinterpret_cast<const inotify_event*>(&buffer[at]);
+      at += sizeof(inotify_event) + event->len;
+      handle(*event, event->len > 0 ? std::string_view(event->name) : std::string_view());
+    }
+  }
+  return false;
+}
+
+void InotifyWatch::handle(const inotify_event& event, std::string_view name) {
+  const bool isRoot = event.wd == tree->root();
+  if ((event.mask & IN_Q_OVERFLOW) != 0) {
+    seen.overflowed = true;
+  } else if (above.contains(event.wd)) {
+    // The change of a watch that is gone for good tells nothing new.
+    if ((event.mask & (IN_MOVE_SELF | IN_DELETE_SELF)) != 0) seen.rootMoved = true;
+    if ((event.mask & IN_IGNORED) != 0) above.erase(event.wd);
+  } else if ((event.mask & IN_UNMOUNT) != 0) {
+    if (isRoot) seen.unmounted = true;
+  } else if ((event.mask & IN_IGNORED) != 0) {
+    if (isRoot) seen.rootMoved = true;
+    if (tree->contains(event.wd)) forget(event.wd);
+  } else if ((event.mask & (IN_MOVE_SELF | IN_DELETE_SELF)) != 0) {
+    if (isRoot) seen.rootMoved = true;
+  } else if (!tree->contains(event.wd)) {
+    return;  // left over from a watch that was taken away
+  } else if ((event.mask & IN_ISDIR) != 0) {
+    handleFolder(event, name);
+  } else {
+    changed.insert(event.wd);
+  }
+}
+
+void InotifyWatch::handleFolder(const inotify_event& event, std::string_view name) {
+  if (name.empty()) {
+    // Attributes of a watched folder itself; those below the root are told by their parents too.
+    changed.insert(event.wd);
+    return;
+  }
+  if (settings.own.mayBeNamed(name)) {
+    const auto parent = tree->path(event.wd);
+    if (!parent || settings.own.holdEntry(*parent, name)) return;
+  }
+  if ((event.mask & IN_ATTRIB) == 0) changed.insert(event.wd);
+  Doubt doubt{.parent = event.wd,
+              .name = std::string(name),
+              .appeared = (event.mask & (IN_CREATE | IN_MOVED_TO)) != 0};
+  if (doubts.empty() || !(doubts.back() == doubt)) doubts.push_back(std::move(doubt));
+}
+
+void InotifyWatch::forget(int watch) {
+  for (const int each : tree->remove(watch)) {
+    limbo.erase(each);
+    changed.erase(each);
+    if (each != watch) ::inotify_rm_watch(notifier.get(), each);
+  }
+}
+
+std::optional<std::string> InotifyWatch::pathOf(int parent, std::string_view name) {
+  MutexLock held(lock);
+  if (!tree->contains(parent)) return std::nullopt;
+  const auto path = tree->path(parent);
+  if (!path) return std::nullopt;
+  return joinPath(pathPrefix(*path), name);
+}
+
+void InotifyWatch::settle(const Doubt& doubt) {
+  const auto path = pathOf(doubt.parent, doubt.name);
+  if (!path) return;  // what became of the parent says more
+  const Descriptor folder = openFolder(rootFolder.get(), std::string(*relativeTo(*path, settings.root)));
+  const int reason = folder.isOpen() ? 0 : errno;
+  FolderFacts facts;
+  FolderFacts parent;
+  const bool known = folder.isOpen() && readFacts(folder.get(), "", facts) && readFacts(folder.get(), "..", parent);
+  MutexLock held(lock);
+  const int child = tree->childOf(doubt.parent, doubt.name);
+  if (!known) {
+    if (isGone(reason) && child != WatchTree::kNone) {
+      tree->detach(child);
+      limbo.insert(child);
+    }
+    // One that may not be opened has no watch, but it is there.
+    if (!isGone(reason) && doubt.appeared) deepPaths.push_back(*path);
+    return;
+  }
+  if (facts.device != settings.device) {
+    if (doubt.appeared) deepPaths.push_back(*path);
+    return;
+  }
+  // A folder above was exchanged for another: an event about that is on its way, and it will be walked anew.
+  if (parent.identity.inode != tree->inode(doubt.parent)) return;
+  if (!doubt.appeared && child != WatchTree::kNone && tree->inode(child) == facts.identity.inode) {
+    changed.insert(child);
+    return;
+  }
+  // Also one that could not be opened before, and one that takes the place of one that was moved away.
+  const FolderWalk::Settings walk{.own = settings.own, .visitor = *this, .device = settings.device, .changedSince = {}};
+  appearances.push_back({doubt.parent, doubt.name, std::make_unique<FolderWalk>(walk)});
+  appearances.back().walk->begin(*path, doubt.parent);
+}
+
+bool InotifyWatch::placeAppeared() {
+  for (int folders = 0; !appearances.empty(); ++folders) {
+    if (folders == kFoldersPerSlice) return false;
+    Appearance& first = appearances.front();
+    if (first.walk->step(worker)) continue;
+    if (const auto path = pathOf(first.parent, first.name)) deepPaths.push_back(*path);
+    appearances.pop_front();
+  }
+  return true;
+}
+
+void InotifyWatch::mountChanged(const std::string& path) {
+  MutexLock held(lock);
+  const std::size_t slash = path.rfind('/');
+  const int parent = tree->find(slash == 0 ? "/" : std::string_view(path).substr(0, slash));
+  if (parent == WatchTree::kNone) return;
+  changed.insert(parent);
+  doubts.push_back({.parent = parent, .name = path.substr(slash + 1), .appeared = true});
+}
+
+void InotifyWatch::collect(FolderChanges& into) {
+  MutexLock held(lock);
+  if (queueEmpty) {
+    const std::vector<int> gone(limbo.begin(), limbo.end());
+    for (const int watch : gone) {
+      if (!tree->contains(watch)) continue;
+      ::inotify_rm_watch(notifier.get(), watch);
+      forget(watch);
+    }
+    limbo.clear();
+  }
+  for (const int watch : changed) {
+    if (!tree->contains(watch)) continue;
+    if (auto path = tree->path(watch)) addChange(into, std::move(*path), false);
+  }
+  changed.clear();
+  for (std::string& path : deepPaths) addChange(into, std::move(path), true);
+  deepPaths.clear();
+}
+
+WatchRemains InotifyWatch::abandon() {
+  WatchRemains remains;
+  for (const Doubt& doubt : doubts) {
+    if (auto path = pathOf(doubt.parent, doubt.name)) remains.appeared.push_back(std::move(*path));
+  }
+  for (const Appearance& appearance : appearances) {
+    if (auto path = pathOf(appearance.parent, appearance.name)) remains.appeared.push_back(std::move(*path));
+  }
+  doubts.clear();
+  appearances.clear();
+  notifier = Descriptor();
+  MutexLock held(lock);
+  remains.known = std::move(tree);
+  tree = std::make_unique<WatchTree>();
+  return remains;
+}
+
+}  // namespace quon

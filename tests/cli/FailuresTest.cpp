@@ -1,0 +1,140 @@
+#include <cstdint>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+#include "CountedTree.h"
+#include "QuonProcess.h"
+#include "support/ChildProcess.h"
+
+namespace quon::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::SizeIs;
+
+void expectOneLine(const Finished& done, const std::string& line) {
+  EXPECT_EQ(done.status, 1);
+  EXPECT_EQ(done.out, "");
+  EXPECT_EQ(done.err, "quon: " + line + "\n");
+}
+
+/// The index stands as it did, alone, and can be read.
+void expectKept(const Quon& quon, const std::string& content, std::uint64_t files) {
+  EXPECT_TRUE(contentOf(quon.onlyIndex()) == content) << "the earlier index was changed";
+  EXPECT_EQ(quon.document({"ls", quon.tree}).at("files"), files);
+}
+
+TEST(Failures, AFolderThatCannotBeOpenedIsNamedInOneLine) {
+  asOrdinaryUser([] {
+    const Quon quon;
+    const std::string file = quon.folder.file("tree/file", 1);
+    const std::string closed = quon.folder.folder("tree/closed/within");
+    ASSERT_EQ(::chmod(quon.folder.at("tree/closed").c_str(), 0), 0);
+    for (const char* command : {"scan", "ls", "largest", "names"}) {
+      for (const bool json : {false, true}) {
+        const auto run = [&](const std::string& path) {
+          return quon.run(json ? Arguments{command, path, "--json"} : Arguments{command, path});
+        };
+        expectOneLine(run(quon.tree + "/none"), "cannot open " + quon.tree + "/none: no such folder");
+        expectOneLine(run(file), "cannot open " + file + ": not a folder");
+        expectOneLine(run(quon.tree + "/closed"), "cannot open " + quon.tree + "/closed: permission denied");
+        expectOneLine(run(closed), "cannot open " + closed + ": permission denied");
+        expectOneLine(run(quon.tree + "/a\nb"), "cannot open " + quon.tree + "/a␊b: no such folder");
+      }
+    }
+    EXPECT_THAT(quon.indexFiles(), SizeIs(0));
+  });
+}
+
+TEST(Failures, OutputThatIsNotTakenIsAFailure) {
+  Quon quon;
+  for (int number = 0; number < 400; ++number) quon.folder.folder("tree/folder " + std::to_string(number));
+  quon.folder.file("tree/film", 2000000);
+  quon.output = "/dev/full";
+  for (const Arguments& arguments :
+       {Arguments{"scan", quon.tree}, Arguments{"ls", quon.tree, "--json"}, Arguments{"largest", quon.tree},
+        Arguments{"names", quon.tree}, Arguments{"indexes", "--json"}, Arguments{"--help"}}) {
+    expectOneLine(quon.run(arguments), "cannot write to standard output: No space left on device");
+  }
+}
+
+TEST(Failures, UnreadableFoldersAreCountedAndToldAndDoNotFail) {
+  asOrdinaryUser([] {
+    const Quon quon;
+    quon.folder.file("tree/open/file", 500);
+    quon.folder.file("tree/closed/hidden", 70000);
+    quon.folder.file("tree/open/closed too/hidden", 70000);
+    ASSERT_EQ(::chmod(quon.folder.at("tree/closed").c_str(), 0), 0);
+    ASSERT_EQ(::chmod(quon.folder.at("tree/open/closed too").c_str(), 0), 0);
+    const std::string told = quon.folder.at("tree/open/closed too");
+
+    const Finished scan = quon.run({"scan", quon.tree, "--json"});
+    EXPECT_EQ(scan.status, 0);
+    EXPECT_EQ(scan.document().at("errors"), 2);
+    EXPECT_THAT(scan.document().at("errorSamples"),
+                testing::UnorderedElementsAre(quon.folder.at("tree/closed"), told));
+    EXPECT_EQ(scan.document().at("logical"), 500);
+    EXPECT_EQ(scan.document().at("dirs"), 3);
+    EXPECT_THAT(scan.err, HasSubstr("2 folders could not be read"));
+    EXPECT_THAT(scan.err, HasSubstr("  " + told + "\n"));
+
+    // Whatever shows totals that are too small says so, and only of what it shows.
+    for (const char* command : {"ls", "largest"}) {
+      const Finished rows = quon.run({command, quon.folder.at("tree/open"), "--json"});
+      EXPECT_EQ(rows.status, 0);
+      EXPECT_EQ(rows.document().at("logical"), 500);
+      EXPECT_THAT(linesOf(rows.err), ElementsAre(HasSubstr("1 folder could not be read"), "  " + told));
+    }
+  });
+}
+
+TEST(Failures, AResultIsPrintedThoughItsIndexCannotBeSaved) {
+  asOrdinaryUser([] {
+    const Quon quon;
+    quon.folder.file("tree/file", 500);
+    const std::string index = quon.document({"scan", quon.tree}).at("index");
+    const std::string before = contentOf(index);
+    quon.folder.file("tree/more", 700);
+    ASSERT_EQ(::chmod(quon.indexFolder().c_str(), 0500), 0);
+
+    const Finished failed = quon.run({"scan", quon.tree, "--json"});
+    EXPECT_EQ(failed.status, 1);
+    EXPECT_EQ(failed.document().at("logical"), 1200);
+    EXPECT_EQ(failed.document().at("index"), nullptr);
+    EXPECT_THAT(linesOf(failed.err), ElementsAre(HasSubstr("the index was not saved: ")));
+    EXPECT_THAT(failed.err, HasSubstr("Permission denied"));
+    EXPECT_THAT(quon.run({"scan", quon.tree}).out, HasSubstr("2 files in 0 folders"));
+    expectKept(quon, before, 1);
+
+    EXPECT_EQ(quon.document({"scan", quon.tree, "--no-index"}).at("logical"), 1200);
+    expectKept(quon, before, 1);
+  });
+}
+
+TEST(Failures, AFullDiskKeepsTheEarlierIndex) {
+  inPrivateMounts([] {
+    const Quon quon;
+    const std::string data = quon.environment.at("XDG_DATA_HOME");
+    ASSERT_EQ(::mount("tmpfs", data.c_str(), "tmpfs", 0, "size=1m,mode=0700"), 0);
+    quon.folder.file("tree/file", 500);
+    const std::string before = contentOf(quon.document({"scan", quon.tree}).at("index").get<std::string>());
+    for (int number = 0; number < 8000; ++number) {
+      quon.folder.file("tree/many/" + std::string(200, 'n') + std::to_string(number));
+    }
+    const Finished failed = quon.run({"scan", quon.tree, "--json"});
+    EXPECT_EQ(failed.status, 1);
+    EXPECT_EQ(failed.document().at("files"), 8001);
+    EXPECT_EQ(failed.document().at("index"), nullptr);
+    EXPECT_THAT(linesOf(failed.err), ElementsAre(HasSubstr("full")));
+    expectKept(quon, before, 1);
+    ASSERT_EQ(::umount2(data.c_str(), MNT_DETACH), 0);
+  });
+}
+
+}  // namespace
+}  // namespace quon::test

@@ -1,0 +1,90 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "platform_linux/Descriptor.h"
+#include "support/TempFolder.h"
+
+namespace quon::test {
+
+using Json = nlohmann::ordered_json;
+using Arguments = std::vector<std::string>;
+
+/// How the program ended.
+struct Finished {
+  int status = -1;  ///< as a shell tells it: 128 + the number of a signal that ended it
+  std::string out;
+  std::string err;
+
+  /// Standard output as the one JSON document that it must be; throws when it is anything else.
+  [[nodiscard]] Json document() const { return Json::parse(out); }
+};
+
+/// The program while it runs. Killed by the destructor unless it was waited for.
+class Running {
+ public:
+  Running(pid_t child, Descriptor output, Descriptor errors);
+  ~Running();
+  Running(const Running&) = delete;
+  Running& operator=(const Running&) = delete;
+
+  void signal(int number) const;
+  /// Stops the process as a whole; false when it ended instead, and `wait` tells how.
+  [[nodiscard]] bool pause();
+  Finished wait();
+
+ private:
+  const pid_t pid;
+  const Descriptor out;
+  const Descriptor err;
+  int ended = -1;  // the status as waitpid gives it, once there is one
+};
+
+/// A private folder with a home, with the folders of the XDG variables, with a folder "tree" to scan, and
+/// with the program run in it.
+class Quon {
+ public:
+  Quon();
+
+  const TempFolder folder;
+  const std::string tree;
+  const std::string home;
+  std::map<std::string, std::string> environment;
+  std::string workingFolder;
+  std::string newRoot;  ///< where the program's "/" lies, when not at "/"
+  std::string output;   ///< the file that takes standard output, when it is to be another than ours
+
+  [[nodiscard]] Running start(const Arguments& arguments) const;
+  [[nodiscard]] Finished run(const Arguments& arguments) const { return start(arguments).wait(); }
+  /// The document of a run that must succeed.
+  [[nodiscard]] Json document(Arguments arguments) const;
+  /// Starts the program on a new terminal of that width, whose other end `terminal` becomes. Nothing is
+  /// captured.
+  [[nodiscard]] Running startOnTerminal(const Arguments& arguments, std::uint16_t columns,
+                                        Descriptor& terminal) const;
+
+  [[nodiscard]] std::string indexFolder() const;
+  /// The names in the folder of the indexes, ascending; none when there is no such folder.
+  [[nodiscard]] std::vector<std::string> indexFiles() const;
+  /// The path of the one index that there must be.
+  [[nodiscard]] std::string onlyIndex() const;
+
+ private:
+  [[noreturn]] void become(const Arguments& arguments, int out, int err) const;
+};
+
+/// All that is written to the terminal until the program has left it.
+[[nodiscard]] std::string everythingFrom(const Descriptor& terminal);
+[[nodiscard]] std::string contentOf(const std::string& path);
+void writeFile(const std::string& path, std::string_view content);
+/// The lines of a text whose last line must end too; throws when it does not.
+[[nodiscard]] std::vector<std::string> linesOf(const std::string& text);
+
+}  // namespace quon::test

@@ -1,0 +1,290 @@
+#include <algorithm>
+#include <cstdint>
+#include <ctime>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <map>
+#include <string>
+#include <sys/stat.h>
+#include <vector>
+
+#include "CountedTree.h"
+#include "QuonProcess.h"
+
+namespace quon::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+constexpr std::uint64_t kMiB = 1048576;
+
+std::vector<std::string> keysOf(const Json& object) {
+  std::vector<std::string> keys;
+  for (const auto& [key, value] : object.items()) keys.push_back(key);
+  return keys;
+}
+
+/// As JSON carries a name of ASCII and stray bytes.
+std::string carried(const std::string& bytes) {
+  constexpr const char* kDigits = "0123456789abcdef";
+  std::string text;
+  for (const char byte : bytes) {
+    const auto value = static_cast<unsigned char>(byte);
+    if (value < 0x80) {
+      text += byte;
+    } else {
+      text += std::string(1, '\0') + kDigits[value / 16] + kDigits[value % 16];
+    }
+  }
+  return text;
+}
+
+std::int64_t mtimeOf(const std::string& path) {
+  struct stat facts {};
+  EXPECT_EQ(::lstat(path.c_str(), &facts), 0) << path;
+  return facts.st_mtim.tv_sec;
+}
+
+class Results : public testing::Test {
+ protected:
+  Results() {
+    const TempFolder& folder = quon.folder;
+    folder.file("tree/film.bin", 5 * kMiB);  // sparse: large in one metric, nothing in the other
+    folder.file("tree/photos/deep/er/two.raw", 2 * kMiB);
+    folder.file("tree/caf\xe9 \xff.bin", 3 * kMiB / 2);
+    writeFile(folder.at("tree/photos/one.raw"), std::string(3 * kMiB, 'x'));
+    for (const char* copy : {"tree/a/same.dat", "tree/b/same.dat"}) {
+      writeFile(folder.at(copy), std::string(6 * kMiB, 'y'));
+    }
+    std::filesystem::create_hard_link(folder.file("tree/photos/small", 1000),
+                                      folder.at("tree/photos/small again"));
+    std::filesystem::create_symlink("/nowhere/at/all", folder.at("tree/b/pointer"));
+    folder.file("tree/line\nbreak/\x1b[31mred", 4000);
+    folder.file("tree/dir\xfe/plain", 100);
+    folder.folder("tree/empty");
+    counted = CountedTree::of(quon.tree);
+  }
+
+  /// What lies directly below the tree's root and is worth a row: folders, and files from 1 MiB.
+  [[nodiscard]] std::map<std::string, CountedFile> expectedRows() const {
+    std::map<std::string, CountedFile> rows;
+    for (const auto& item : std::filesystem::directory_iterator(quon.tree)) {
+      const std::string path = item.path().string();
+      if (item.is_directory()) {
+        const CountedTree below = CountedTree::of(path);
+        rows[carried(path)] = {"dir", below.logical, below.physical, mtimeOf(path)};
+      } else if (item.file_size() >= kMiB) {
+        const CountedTree file = CountedTree::of(path);
+        rows[carried(path)] = {"file", file.logical, file.physical, mtimeOf(path)};
+      }
+    }
+    return rows;
+  }
+
+  [[nodiscard]] std::vector<CountedFile> expectedLargest(std::uint64_t CountedFile::*metric) const {
+    std::vector<CountedFile> files;
+    std::ranges::copy_if(counted.list, std::back_inserter(files),
+                         [](const CountedFile& file) { return file.logical >= kMiB; });
+    std::ranges::sort(files, std::ranges::greater(), metric);
+    return files;
+  }
+
+  void expectTotals(const Json& document) const {
+    EXPECT_EQ(document.at("files"), counted.files);
+    EXPECT_EQ(document.at("dirs"), counted.dirs);
+    EXPECT_EQ(document.at("logical"), counted.logical);
+    EXPECT_EQ(document.at("physical"), counted.physical);
+  }
+
+  Quon quon;
+  CountedTree counted;
+};
+
+TEST_F(Results, ScanTellsWhatTheTreeHolds) {
+  const Json scan = quon.document({"scan", quon.tree});
+  EXPECT_THAT(keysOf(scan),
+              ElementsAre("root", "dirs", "files", "logical", "physical", "errors", "errorSamples",
+                          "hardlinksDeduped", "skippedProtected", "elapsedMs", "index"));
+  expectTotals(scan);
+  EXPECT_EQ(scan.at("root"), quon.tree);
+  EXPECT_EQ(scan.at("hardlinksDeduped"), counted.furtherNames);
+  EXPECT_EQ(scan.at("errors"), 0);
+  EXPECT_EQ(scan.at("errorSamples"), Json::array());
+  EXPECT_EQ(scan.at("skippedProtected"), Json::array());
+  EXPECT_TRUE(scan.at("elapsedMs").is_number_unsigned());
+  EXPECT_EQ(scan.at("index"), quon.onlyIndex());
+  for (const char* threads : {"1", "9"})
+    expectTotals(quon.document({"scan", quon.tree, "--threads", threads}));
+}
+
+TEST_F(Results, NoIndexIsWrittenWhenNoneIsWanted) {
+  const Json scan = quon.document({"scan", quon.tree, "--no-index"});
+  expectTotals(scan);
+  EXPECT_EQ(scan.at("index"), nullptr);
+  EXPECT_THAT(CountedTree::of(quon.environment.at("XDG_DATA_HOME")).list, IsEmpty());
+  EXPECT_FALSE(std::filesystem::exists(quon.indexFolder()));
+}
+
+TEST_F(Results, ListedRowsHoldWhatTheirFoldersHold) {
+  const Json list = quon.document({"ls", quon.tree});
+  EXPECT_THAT(keysOf(list), ElementsAre("path", "metric", "logical", "physical", "files", "dirs", "rows"));
+  EXPECT_EQ(list.at("path"), quon.tree);
+  EXPECT_EQ(list.at("metric"), "logical");
+  expectTotals(list);
+  std::map<std::string, CountedFile> expected = expectedRows();
+  std::uint64_t above = UINT64_MAX;
+  for (const Json& row : list.at("rows")) {
+    EXPECT_THAT(keysOf(row), ElementsAre("kind", "name", "path", "logical", "physical", "mtime"));
+    ASSERT_TRUE(expected.contains(row.at("path"))) << row;
+    const CountedFile& known = expected.at(row.at("path"));
+    EXPECT_EQ(row.at("kind"), known.path);
+    EXPECT_EQ(row.at("path"), quon.tree + "/" + row.at("name").get<std::string>());
+    EXPECT_EQ(row.at("logical"), known.logical) << row;
+    EXPECT_EQ(row.at("physical"), known.physical) << row;
+    EXPECT_EQ(row.at("mtime"), known.mtime) << row;
+    EXPECT_LE(row.at("logical"), above) << "largest first";
+    above = row.at("logical");
+    expected.erase(row.at("path"));
+  }
+  EXPECT_THAT(expected, IsEmpty()) << "rows are missing";
+}
+
+TEST_F(Results, RowsAreCutAndRankedInTheMetricThatWasAskedFor) {
+  const Json list = quon.document({"ls", quon.tree, "--metric", "physical", "--limit", "2"});
+  EXPECT_EQ(list.at("metric"), "physical");
+  expectTotals(list);
+  const Json& rows = list.at("rows");
+  ASSERT_THAT(rows, SizeIs(3));
+  EXPECT_EQ(rows[2].at("kind"), "rest");
+  EXPECT_EQ(rows[2].at("name"), "smaller items");
+  EXPECT_EQ(rows[2].at("path"), quon.tree);
+  EXPECT_EQ(rows[2].at("mtime"), 0);
+  for (const char* metric : {"logical", "physical"}) {
+    std::uint64_t sum = 0;
+    for (const Json& row : rows) sum += row.at(metric).get<std::uint64_t>();
+    EXPECT_EQ(sum, list.at(metric)) << metric;
+  }
+  const auto expected = expectedRows();
+  std::vector<std::uint64_t> sizes;
+  for (const auto& [path, row] : expected) sizes.push_back(row.physical);
+  std::ranges::sort(sizes, std::ranges::greater());
+  EXPECT_EQ(rows[0].at("physical"), sizes[0]);
+  EXPECT_EQ(rows[1].at("physical"), sizes[1]);
+}
+
+TEST_F(Results, LargestFilesOfTheWholeTreeComeFirst) {
+  const struct {
+    const char* name;
+    std::uint64_t CountedFile::*size;
+  } metrics[] = {{"logical", &CountedFile::logical}, {"physical", &CountedFile::physical}};
+  for (const auto& metric : metrics) {
+    const Json largest = quon.document({"largest", quon.tree, "--metric", metric.name});
+    EXPECT_THAT(keysOf(largest),
+                ElementsAre("path", "metric", "logical", "physical", "files", "dirs", "rows"));
+    const std::vector<CountedFile> expected = expectedLargest(metric.size);
+    ASSERT_THAT(largest.at("rows"), SizeIs(expected.size()));
+    std::vector<std::string> paths;
+    for (std::size_t at = 0; at < expected.size(); ++at) {
+      const Json& row = largest.at("rows")[at];
+      EXPECT_EQ(row.at("kind"), "file");
+      EXPECT_EQ(row.at(metric.name), expected[at].*metric.size) << row;
+      paths.push_back(row.at("path"));
+    }
+    std::vector<std::string> known;
+    for (const CountedFile& file : expected) known.push_back(carried(file.path));
+    EXPECT_THAT(paths, testing::UnorderedElementsAreArray(known));
+  }
+  EXPECT_THAT(quon.document({"largest", quon.tree, "--limit", "3"}).at("rows"), SizeIs(3));
+}
+
+TEST_F(Results, NamesThatRepeatAreTotalled) {
+  const std::uint64_t one = CountedTree::of(quon.folder.at("tree/a/same.dat")).physical;
+  const Json names = quon.document({"names", quon.tree});
+  EXPECT_EQ(names, Json::parse(R"({"rows":[{"name":"same.dat","count":2,"logical":12582912,"physical":)" +
+                               std::to_string(2 * one) + "}]}"));
+  const Json files = quon.document({"names", quon.tree, "--name", "same.dat"});
+  EXPECT_THAT(keysOf(files), ElementsAre("files"));
+  std::vector<std::string> paths;
+  for (const Json& file : files.at("files")) {
+    EXPECT_EQ(file.at("logical"), 6 * kMiB);
+    EXPECT_EQ(file.at("physical"), one);
+    EXPECT_EQ(file.at("mtime"), mtimeOf(file.at("path")));
+    paths.push_back(file.at("path"));
+  }
+  EXPECT_THAT(paths, testing::UnorderedElementsAre(quon.tree + "/a/same.dat", quon.tree + "/b/same.dat"));
+}
+
+TEST_F(Results, StrayBytesOfNamesComeBackWhole) {
+  const std::string document = quon.run({"ls", quon.tree, "--json"}).out;
+  EXPECT_THAT(document, HasSubstr(R"("name":"caf\u0000e9 \u0000ff.bin")"));
+  EXPECT_THAT(document, HasSubstr(R"("name":"dir\u0000fe")"));
+  const Json below = quon.document({"ls", quon.folder.at("tree/dir\xfe")});
+  EXPECT_EQ(below.at("path"), carried(quon.folder.at("tree/dir\xfe")));
+  EXPECT_EQ(below.at("files"), 1);
+  const Json named = quon.document({"names", quon.tree, "--name", "caf\xe9 \xff.bin"});
+  ASSERT_THAT(named.at("files"), SizeIs(1));
+  EXPECT_EQ(named.at("files")[0].at("path"), carried(quon.folder.at("tree/caf\xe9 \xff.bin")));
+}
+
+TEST_F(Results, SavedIndexesAreListedWithTheirState) {
+  const std::int64_t before = std::time(nullptr);
+  const std::string inner = quon.document({"scan", quon.folder.at("tree/photos")}).at("index");
+  const std::string outer = quon.document({"scan", quon.tree}).at("index");
+  quon.folder.folder("gone/with");
+  const std::string orphan = quon.document({"scan", quon.folder.at("gone")}).at("index");
+  std::filesystem::remove_all(quon.folder.at("gone"));
+  writeFile(quon.indexFolder() + "/stray.sqlite", "not an index");
+  const std::int64_t after = std::time(nullptr);
+
+  const Json rows = quon.document({"indexes"}).at("rows");
+  std::map<std::string, Json> byFile;
+  for (const Json& row : rows) {
+    EXPECT_THAT(keysOf(row), ElementsAre("root", "url", "bytes", "scannedAt", "status", "covered"));
+    EXPECT_EQ(row.at("bytes"), std::filesystem::file_size(row.at("url").get<std::string>()));
+    byFile[row.at("url")] = row;
+  }
+  ASSERT_THAT(rows, SizeIs(4));
+  const auto expectRow = [&](const std::string& url, const std::string& root, const char* status,
+                             bool covered) {
+    EXPECT_EQ(byFile[url].at("root"), root);
+    EXPECT_EQ(byFile[url].at("status"), status);
+    EXPECT_EQ(byFile[url].at("covered"), covered);
+    if (root.empty()) return;
+    EXPECT_GE(byFile[url].at("scannedAt"), before);
+    EXPECT_LE(byFile[url].at("scannedAt"), after);
+  };
+  expectRow(inner, quon.folder.at("tree/photos"), "live", true);
+  expectRow(outer, quon.tree, "live", false);
+  expectRow(orphan, quon.folder.at("gone"), "orphaned", false);
+  expectRow(quon.indexFolder() + "/stray.sqlite", "", "unusable", false);
+}
+
+TEST_F(Results, TextHoldsOneLineARowAndDrivesNoTerminal) {
+  const std::size_t rows = expectedRows().size();
+  const auto textOf = [&](const Arguments& arguments) {
+    const Finished done = quon.run(arguments);
+    EXPECT_EQ(done.status, 0);
+    EXPECT_EQ(done.err, "");
+    EXPECT_TRUE(std::ranges::none_of(done.out, [](char byte) { return byte == '\x1b' || byte == '\r'; }));
+    return done.out;
+  };
+  const std::string files = std::to_string(counted.files) + " files in " + std::to_string(counted.dirs);
+  EXPECT_THAT(textOf({"scan", quon.tree}), HasSubstr(quon.tree + ": " + files + " folders"));
+  const std::string list = textOf({"ls", quon.tree});
+  EXPECT_THAT(linesOf(list), SizeIs(rows + 2));  // and a heading with an empty line
+  EXPECT_THAT(list, HasSubstr("  line␊break/\n"));
+  EXPECT_THAT(list, HasSubstr("  caf\xef\xbf\xbd \xef\xbf\xbd.bin\n"));
+  EXPECT_THAT(linesOf(list)[2], testing::MatchesRegex("    6\\.0 MB .*%  .* [ab]/"));
+  EXPECT_THAT(textOf({"largest", quon.tree}), HasSubstr("er/two.raw\n"));
+  EXPECT_THAT(textOf({"names", quon.tree}), HasSubstr("   12.0 MB       2 ×  same.dat\n"));
+  EXPECT_THAT(textOf({"names", quon.tree, "--name", "\x1b[31mred"}), HasSubstr("/␛[31mred\n"));
+  EXPECT_THAT(textOf({"names", quon.tree, "--name", "no such"}), "No file of that name.\n");
+  EXPECT_THAT(textOf({"indexes"}), HasSubstr("live      " + quon.tree + "\n"));
+}
+
+}  // namespace
+}  // namespace quon::test

@@ -1,0 +1,156 @@
+#include "IndexComparison.h"
+
+#include <algorithm>
+#include <map>
+#include <set>
+#include <vector>
+
+#include "support/RawIndex.h"
+
+namespace quon::test {
+namespace {
+
+using Row = RawIndex::Row;
+
+/// An index with its ids replaced by paths.
+struct Content {
+  std::map<std::string, std::string> folders;                 ///< path: mtime and error
+  std::map<std::string, std::string> singles;                 ///< path of a file with one link: its figures
+  std::map<std::string, std::set<std::string>> names;         ///< file id: the paths of its names
+  std::map<std::string, std::vector<std::string>> countedAs;  ///< file id: the figures of its counted names
+  std::string topSizes;
+  std::string deduped;
+};
+
+std::map<std::string, std::string> pathsById(RawIndex& index) {
+  std::map<std::string, std::string> paths;
+  for (const Row& row : index.rows("SELECT id, parent, name FROM dirs ORDER BY id")) {
+    paths[row[0]] = row[1] == "(null)" ? "" : paths.at(row[1]) + "/" + row[2];
+  }
+  return paths;
+}
+
+Content read(const std::string& file) {
+  RawIndex index(file);
+  Content content;
+  // A patch may move a folder below one with a larger id: resolved by climbing, not by order.
+  std::map<std::string, std::string> paths = pathsById(index);
+  for (const Row& row : index.rows("SELECT id, mtime, error FROM dirs")) {
+    content.folders[paths.at(row[0])] = row[1] + " error " + row[2];
+  }
+  std::map<std::string, std::string> idOfName;
+  std::set<std::string> counted;
+  for (const Row& row : index.rows("SELECT fileid, dir, name, counted FROM links")) {
+    const std::string path = paths.at(row[1]) + "/" + row[2];
+    content.names[row[0]].insert(path);
+    idOfName[path] = row[0];
+    if (row[3] == "1") counted.insert(path);
+  }
+  for (const Row& row : index.rows("SELECT dir, name, logical, physical, mtime FROM files")) {
+    const std::string path = paths.at(row[0]) + "/" + row[1];
+    const std::string figures = row[2] + " " + row[3] + " " + row[4];
+    const auto link = idOfName.find(path);
+    if (link == idOfName.end()) {
+      content.singles[path] += figures + ";";
+    } else {
+      content.countedAs[link->second].push_back(figures +
+                                                (counted.contains(path) ? "" : " though not counted"));
+    }
+  }
+  // In an order of our own: files of one size may stand in any.
+  for (const Row& row :
+       index.rows("SELECT json_extract(value, '$.l') AS size, json_extract(value, '$.m') AS time FROM "
+                  "json_each((SELECT value FROM meta WHERE key = 'topFiles')) ORDER BY size, time")) {
+    content.topSizes += row[0] + "/" + row[1] + " ";
+  }
+  content.deduped = index.value("SELECT value FROM meta WHERE key = 'hardlinksDeduped'");
+  return content;
+}
+
+std::string shown(const std::string& text) {
+  return text;
+}
+std::string shown(const std::set<std::string>& items) {
+  std::string all;
+  for (const std::string& item : items) all += item + ", ";
+  return all;
+}
+std::string shown(const std::vector<std::string>& items) {
+  std::string all;
+  for (const std::string& item : items) all += item + ", ";
+  return all;
+}
+
+template <typename Value>
+void compare(const char* what, const std::map<std::string, Value>& patched,
+             const std::map<std::string, Value>& fresh, std::string& told) {
+  for (const auto& [key, value] : patched) {
+    const auto other = fresh.find(key);
+    if (other == fresh.end()) {
+      told += std::string(what) + " " + key + ": only patched: " + shown(value) + "\n";
+    } else if (!(other->second == value)) {
+      told += std::string(what) + " " + key + ": patched " + shown(value) + " fresh " + shown(other->second) +
+              "\n";
+    }
+  }
+  for (const auto& [key, value] : fresh) {
+    if (!patched.contains(key))
+      told += std::string(what) + " " + key + ": only fresh: " + shown(value) + "\n";
+  }
+}
+
+std::string figures(const DirNode& node) {
+  std::string text;
+  for (const std::uint64_t value : {node.directLogical, node.directPhysical, node.directFiles,
+                                    node.totalLogical, node.totalPhysical, node.totalFiles, node.totalDirs}) {
+    text += std::to_string(value) + " ";
+  }
+  for (const std::int64_t value : {node.mtime, node.directNewest, node.newest})
+    text += std::to_string(value) + " ";
+  std::vector<std::string> kept;
+  for (const FileEntry& file : node.keptFiles) {
+    kept.push_back(file.name + " " + std::to_string(file.logical) + " " + std::to_string(file.physical) +
+                   " " + std::to_string(file.mtime));
+  }
+  std::ranges::sort(kept);
+  return text + (node.error ? "error " : "") + shown(kept);
+}
+
+void collect(const DirNode& root, std::map<std::string, std::string>& nodes) {
+  std::vector<const DirNode*> waiting{&root};
+  while (!waiting.empty()) {
+    const DirNode* node = waiting.back();
+    waiting.pop_back();
+    nodes[node->path("")] += figures(*node);
+    for (const RefPtr<DirNode>& child : node->subdirs) waiting.push_back(child.get());
+  }
+}
+
+}  // namespace
+
+std::string differences(const std::string& patchedIndex, const std::string& freshIndex) {
+  const Content patched = read(patchedIndex);
+  const Content fresh = read(freshIndex);
+  std::string told;
+  compare("folder", patched.folders, fresh.folders, told);
+  compare("file", patched.singles, fresh.singles, told);
+  compare("names of", patched.names, fresh.names, told);
+  compare("counted", patched.countedAs, fresh.countedAs, told);
+  if (patched.topSizes != fresh.topSizes)
+    told += "top files: " + patched.topSizes + "\n  fresh: " + fresh.topSizes + "\n";
+  if (patched.deduped != fresh.deduped)
+    told += "deduped: " + patched.deduped + " fresh " + fresh.deduped + "\n";
+  return told;
+}
+
+std::string differences(const DirNode& tree, const DirNode& expected) {
+  std::map<std::string, std::string> nodes;
+  std::map<std::string, std::string> wanted;
+  collect(tree, nodes);
+  collect(expected, wanted);
+  std::string told;
+  compare("node", nodes, wanted, told);
+  return told;
+}
+
+}  // namespace quon::test

@@ -1,0 +1,145 @@
+// The reference of everything live: after any sequence of edits, the patched index and tree equal those of a
+// fresh scan. Edits come from a seeded editor, which tells the events that an ideal service would report.
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <string>
+
+#include "IndexComparison.h"
+#include "live/Refresh.h"
+#include "live/ScanPatcher.h"
+#include "platform_linux/LinuxPlatform.h"
+#include "store/FolderScan.h"
+#include "store/ScanStore.h"
+#include "support/FakeEvents.h"
+#include "support/Seed.h"
+#include "support/TempFolder.h"
+#include "support/TreeEditor.h"
+
+namespace quon::test {
+namespace {
+
+constexpr std::uint64_t kMinKeep = 1048576;
+
+/// How many bursts a run makes: from QUON_MODEL_BURSTS, for long runs by hand.
+int burstsPerRun(int usual) {
+  const char* wanted = std::getenv("QUON_MODEL_BURSTS");  // NOLINT(concurrency-mt-unsafe)
+  return wanted == nullptr ? usual : std::atoi(wanted);
+}
+
+class Model : public ::testing::Test {
+ protected:
+  std::string scan(const std::string& name) {
+    FolderScan run(platform.services(), {.root = root, .indexDirectory = work.folder(name)});
+    const FolderScan::Outcome outcome = run.run();
+    EXPECT_EQ(outcome.notSaved, "");
+    return outcome.index;
+  }
+
+  Loaded load(const std::string& index) { return ScanStore::load(index, root, kMinKeep); }
+
+  std::string lastEdits(const TreeEditor& editor, std::size_t count) {
+    std::string text;
+    const auto& log = editor.log();
+    for (std::size_t at = log.size() - std::min(count, log.size()); at < log.size(); ++at)
+      text += log[at] + "\n";
+    return text;
+  }
+
+  const LinuxPlatform platform;
+  TempFolder work;
+  TempFolder tree;
+  const std::string root = tree.path;
+};
+
+TEST_F(Model, PatchedTreeAndIndexEqualAFreshScan) {
+  const std::uint64_t seed = randomSeed();
+  TreeEditor editor(root, seed);
+  editor.populate(120);
+  const std::string index = scan("patched");
+  Loaded loaded = load(index);
+  std::vector<TopFile> top = loaded.result.topFiles;
+  const Refresh::Scope scope{root, loaded.rootDev, kMinKeep, {}};
+  std::size_t edits = 0;
+  for (int burst = 0; burst < burstsPerRun(60); ++burst) {
+    const std::size_t size = 1 + (seed + static_cast<std::size_t>(burst) * 7) % 12;
+    for (std::size_t count = 0; count < size; ++count, ++edits) editor.edit();
+    {
+      ScanPatcher patcher(index, root);
+      Refresh::Batch batch = Refresh::prepare(
+          platform.services(), Refresh::coalesce(editor.takeEvents(), root, {}), patcher, scope);
+      Refresh::commitStore(batch, patcher);
+      top = Refresh::patchTop(std::move(top), batch, kMinKeep, 1000);
+      patcher.updateTopFiles(top);
+      patcher.commit(static_cast<std::uint64_t>(burst) + 1, 1.5);
+      Refresh::rollupDirty(Refresh::commitTree(loaded.result.root, root, kMinKeep, batch));
+    }
+    ASSERT_EQ(differences(*loaded.result.root, *load(index).result.root), "") << lastEdits(editor, size);
+    ASSERT_EQ(differences(index, scan("fresh")), "") << "burst " << burst << ":\n" << lastEdits(editor, size);
+  }
+  RecordProperty("edits", static_cast<int>(edits));
+}
+
+TEST_F(Model, CatchUpEqualsAFreshScan) {
+  TreeEditor editor(root, randomSeed());
+  editor.populate(80);
+  const std::string index = scan("patched");
+  FakeEvents events;
+  for (int round = 0; round < burstsPerRun(12); ++round) {
+    for (int count = 0; count < 25; ++count) editor.edit();
+    events.history = editor.takeEvents();
+    events.current += 1000;
+    Loaded loaded = load(index);
+    const auto [result, outcome] = Refresh::catchUp(
+        platform.services(), events, loaded, {.rootPath = root, .indexURL = index, .minKeep = kMinKeep});
+    ASSERT_EQ(outcome.newEventId, events.current);
+    ASSERT_EQ(differences(*result.root, *load(index).result.root), "");
+    ASSERT_EQ(differences(index, scan("fresh")), "") << "round " << round << ":\n" << lastEdits(editor, 25);
+  }
+}
+
+TEST_F(Model, CatchUpSaysWhyItCannotKnow) {
+  tree.file("a/b", 100);
+  const std::string index = scan("patched");
+  FakeEvents events;
+  const Refresh::CatchUpOptions options{
+      .rootPath = root, .indexURL = index, .minKeep = kMinKeep, .maxChanges = 3};
+  const auto reason = [&](Loaded loaded) -> std::string {
+    try {
+      (void)Refresh::catchUp(platform.services(), events, loaded, options);
+    } catch (const Refresh::Failure& failure) {
+      return failure.what();
+    }
+    return "caught up";
+  };
+  const auto with = [&](auto change) {
+    Loaded loaded = load(index);
+    change(loaded);
+    return reason(std::move(loaded));
+  };
+  const auto unchanged = [](Loaded&) {};
+
+  EXPECT_EQ(with([](Loaded& loaded) { loaded.hasLinkRegistry = false; }),
+            "journal replay unavailable: index predates the hardlink registry");
+  EXPECT_EQ(with([](Loaded& loaded) { loaded.lastEventId = 0; }),
+            "journal replay unavailable: index predates event tracking");
+  EXPECT_EQ(with([](Loaded& loaded) { loaded.rootDev += 1; }),
+            "root is on a different device than the index");
+  events.history = {{root + "/a", 0x04, 5}};
+  EXPECT_EQ(with(unchanged), "journal replay unavailable: journal flags 0x4");
+  events.history = {{root, EventFlag::mustScanSubdirs, 5}, {root + "/a", 0, 6}};
+  EXPECT_EQ(with(unchanged), "2 changed dirs — a rescan is cheaper");
+  events.history = {{root + "/1", 0, 5},  {root + "/2", 0, 6}, {root + "/3", 0, 6},
+                    {root + "/4/", 0, 6}, {root + "/4", 0, 7}, {root + "x", 0, 8}};
+  EXPECT_EQ(with(unchanged), "4 changed dirs — a rescan is cheaper");
+  events.history.clear();
+  events.failStart = true;
+  EXPECT_EQ(with(unchanged), "journal replay unavailable: stream start failed");
+  events.failCreate = true;
+  EXPECT_EQ(with(unchanged), "journal replay unavailable: stream creation failed");
+  events.failCreate = events.failStart = false;
+  EXPECT_EQ(with(unchanged), "caught up");
+  EXPECT_EQ(load(index).lastEventId, events.current);
+}
+
+}  // namespace
+}  // namespace quon::test

@@ -1,0 +1,235 @@
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <limits>
+#include <memory>
+#include <set>
+#include <string>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+#include <vector>
+
+#include "Reference.h"
+#include "platform/Directories.h"
+#include "scan/DirListing.h"
+#include "support/ChildProcess.h"
+#include "support/TempFolder.h"
+
+namespace quon::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::UnorderedElementsAre;
+
+/// A file system of one folder, which lists what the test says, and none of whose folders opens.
+class OneFolder final : public DirectoryService {
+ public:
+  struct Step {
+    std::vector<DirEntry> entries;
+    ReadStatus status = ReadStatus::more;
+    bool attributesRefused = false;
+  };
+  explicit OneFolder(std::vector<Step> listing) : steps(std::move(listing)) {}
+  [[nodiscard]] std::unique_ptr<DirectoryReader> makeReader() const override {
+    return std::make_unique<Reader>(steps);
+  }
+  [[nodiscard]] Platform platform() const {
+    return {*this, systemPlatform().files, systemPlatform().threads};
+  }
+
+ private:
+  struct Folder final : OpenDirectory {
+    [[nodiscard]] FolderFacts facts() const override { return {}; }
+  };
+  class Reader final : public DirectoryReader {
+   public:
+    explicit Reader(const std::vector<Step>& listing) : steps(listing) {}
+    OpenedDirectory open(const std::string& /*path*/) override { return {std::make_shared<Folder>(), {}}; }
+    OpenedDirectory openChild(const OpenDirectory& /*parent*/, const std::string& /*name*/) override {
+      return {nullptr, std::make_error_code(std::errc::io_error)};
+    }
+    void start(const OpenDirectoryRef& /*directory*/, Detail /*detail*/) override { at = 0; }
+    DirectoryBatch next() override {
+      const Step& step = steps[at++];
+      return {step.entries, step.status, step.attributesRefused, {}};
+    }
+
+   private:
+    const std::vector<Step>& steps;
+    std::size_t at = 0;
+  };
+
+  const std::vector<Step> steps;
+};
+
+DirEntry regular(std::string_view name, std::uint64_t logical) {
+  return {.name = name, .type = EntryType::regular, .logical = logical};
+}
+
+TEST(Faults, AListingThatBreaksOffKeepsWhatItTold) {
+  const OneFolder broken({{{regular("a", 10), {.name = "sub", .type = EntryType::directory, .mtime = 5}}},
+                          {{}, ReadStatus::failed}});
+  const Platform platform = broken.platform();
+  RecordingSink sink("/tmp");
+  Walker walker(platform, {}, &sink);
+  const Walker::Result result = walk(walker, "/tmp", 1);
+  EXPECT_TRUE(result.root->error);
+  EXPECT_TRUE(result.root->subdirs.at(0)->error);
+  EXPECT_EQ(result.root->totalLogical, 10U);
+  EXPECT_EQ(result.errorCount, 2U);
+  EXPECT_THAT(result.errorSamples, UnorderedElementsAre("/tmp", "/tmp/sub"));
+  EXPECT_THAT(sink.folders.at("/tmp"), ElementsAre(FileEntry{"a", 10, 0, 0}));
+  EXPECT_TRUE(sink.folders.at("/tmp/sub").empty());
+  const Progress::Snapshot progress = walker.progress->snapshot();
+  EXPECT_EQ(progress.dirs, 1U);  // a folder that did not even open counts as an error only
+  EXPECT_EQ(progress.errors, 2U);
+
+  const DirListing listing = DirListing::read(platform, "/tmp", 0, true);
+  EXPECT_TRUE(listing.error);
+  EXPECT_EQ(listing.files.size(), 1U);
+  EXPECT_EQ(listing.subdirs.size(), 1U);
+}
+
+TEST(Faults, AttributesThatAreNotToldHaveTheirDefaults) {
+  DirEntry nameless = regular("", 999);
+  DirEntry unknown{.name = "unknown", .logical = 5};
+  DirEntry anonymous = regular("anonymous", 7);  // of several names, without an identifier
+  anonymous.linkCount = 2;
+  DirEntry linked = anonymous;
+  linked.fileID = 5;
+  DirEntry onRootDevice = linked;
+  onRootDevice.device = 77;
+  const OneFolder odd({{{nameless, unknown, anonymous, anonymous, linked, onRootDevice}, ReadStatus::more},
+                       {{{.name = "folder", .type = EntryType::directory}}, ReadStatus::more, true},
+                       {{}, ReadStatus::end}});
+  const Platform platform = odd.platform();
+  Walker walker(platform, {.rootDev = 77}, nullptr);
+  const Walker::Result result = walk(walker, "/tmp", 1);
+  EXPECT_EQ(result.root->totalFiles, 4U);
+  EXPECT_EQ(result.root->totalLogical, 5U + 7 + 7 + 7);
+  EXPECT_EQ(result.hardlinksDeduped, 1U);
+  EXPECT_EQ(result.root->subdirs.size(), 1U);
+  EXPECT_TRUE(result.root->error);
+  EXPECT_EQ(DirListing::read(platform, "/tmp", 77, true).files.size(), 5U);
+}
+
+TEST(FaultsDeathTest, ATotalBeyondSixtyFourBitsStopsTheProgram) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const DirEntry largest = regular("largest", std::numeric_limits<std::int64_t>::max());
+  const OneFolder three({{{largest, largest, largest}}, {{}, ReadStatus::end}});
+  const Platform platform = three.platform();
+  EXPECT_DEATH((void)Walker(platform, {}, nullptr).run("/tmp", RefPtr<DirNode>(new DirNode("")), 1),
+               "overflows");
+}
+
+TEST(Faults, UnreadableFoldersAreCountedAndFiftyOfThemNamed) {
+  const TempFolder temp;
+  std::filesystem::permissions(temp.path, std::filesystem::perms(0755));
+  for (int number = 0; number < 60; ++number) {
+    const std::string file = temp.file("closed " + std::to_string(number) + "/below/file", 100);
+    EXPECT_EQ(::chmod(temp.at("closed " + std::to_string(number)).c_str(), 0), 0);
+    temp.file("open " + std::to_string(number) + "/file", 1);
+  }
+  asOrdinaryUser([&] {
+    RecordingSink sink(temp.path);
+    Walker walker(systemPlatform(), optionsFor(temp.path), &sink);
+    const Walker::Result result = walk(walker, temp.path, 4);
+    EXPECT_EQ(result.errorCount, 60U);
+    EXPECT_THAT(result.errorSamples,
+                testing::AllOf(testing::SizeIs(50), testing::Each(testing::HasSubstr("/closed "))));
+    EXPECT_EQ(std::set(result.errorSamples.begin(), result.errorSamples.end()).size(), 50U);
+    EXPECT_EQ(result.root->totalLogical, 60U);
+    EXPECT_EQ(sink.folders.size(), 121U);
+    for (const auto& child : result.root->subdirs)
+      EXPECT_EQ(child->error, child->name.starts_with("closed")) << child->name;
+    const Progress::Snapshot progress = walker.progress->snapshot();
+    EXPECT_EQ(progress.errors, 60U);
+    EXPECT_EQ(progress.dirs, 61U);
+  });
+}
+
+TEST(Faults, AFolderThatMayBeListedButNotSearchedTellsWhatIsKnown) {
+  const TempFolder temp;
+  std::filesystem::permissions(temp.path, std::filesystem::perms(0755));
+  temp.file("half/file", 100);
+  temp.file("half/other", 100);
+  temp.folder("half/below");
+  EXPECT_EQ(::chmod(temp.at("half").c_str(), 0444), 0);
+  asOrdinaryUser([&] {
+    Walker walker(systemPlatform(), optionsFor(temp.path), nullptr);
+    const Walker::Result result = walk(walker, temp.path, 2);
+    const DirNode& half = *result.root->subdirs.at(0);
+    EXPECT_TRUE(half.error);
+    EXPECT_EQ(half.directFiles, 2U);
+    EXPECT_EQ(half.directLogical, 0U);
+    ASSERT_EQ(half.subdirs.size(), 1U);
+    EXPECT_TRUE(half.subdirs.front()->error);
+    EXPECT_FALSE(result.root->error);
+    EXPECT_THAT(result.errorSamples, UnorderedElementsAre(temp.at("half"), temp.at("half/below")));
+    const DirListing listing =
+        DirListing::read(systemPlatform(), temp.at("half"), optionsFor(temp.path).rootDev, true);
+    EXPECT_TRUE(listing.error);
+    EXPECT_EQ(listing.files.size(), 2U);
+    EXPECT_EQ(listing.subdirs.size(), 1U);
+  });
+}
+
+TEST(Faults, ARootThatIsNoFolderIsAnErrorOfItsOwn) {
+  const TempFolder temp;
+  temp.file("file", 10);
+  std::filesystem::create_directory_symlink(temp.path, temp.at("link"));
+  for (const std::string name : {"file", "link", "missing"}) {
+    Walker walker(systemPlatform(), optionsFor(temp.path), nullptr);
+    const Walker::Result result = walk(walker, temp.at(name), 4);
+    EXPECT_TRUE(result.root->error);
+    EXPECT_THAT(result.errorSamples, ElementsAre(temp.at(name)));
+    EXPECT_EQ(result.root->totalFiles + result.root->totalDirs, 0U);
+    EXPECT_EQ(result.root->mtime == 0, name == "missing");
+  }
+}
+
+TEST(Faults, FoldersThatGoWhileTheyWaitAreErrorsAndNothingElseIsEntered) {
+  const TempFolder temp;
+  const TempFolder elsewhere;
+  elsewhere.file("secret", 1 << 20);
+  for (const std::string name : {"stays", "removed", "file", "link", "moved"}) temp.file(name + "/f", 10);
+  RecordingSink sink(temp.path);
+  Walker walker(systemPlatform(), optionsFor(temp.path), &sink);
+  sink.onRecord = [&](const DirNode& node) {  // the only worker has listed the root, and nothing below it yet
+    if (node.parent != nullptr) return;
+    for (const std::string name : {"removed", "file", "link"}) removeTree(temp.at(name));
+    temp.file("file", 1 << 20);
+    std::filesystem::create_directory_symlink(elsewhere.path, temp.at("link"));
+    std::filesystem::rename(temp.at("moved"), elsewhere.at("moved"));
+  };
+  const Walker::Result result = walk(walker, temp.path, 1);
+  EXPECT_THAT(result.errorSamples,
+              UnorderedElementsAre(temp.at("removed"), temp.at("file"), temp.at("link"), temp.at("moved")));
+  EXPECT_EQ(result.errorCount, 4U);
+  EXPECT_EQ(result.root->totalDirs, 5U);
+  EXPECT_EQ(result.root->totalLogical, 10U);
+  EXPECT_EQ(sink.folders.size(), 6U);
+}
+
+TEST(Faults, AFolderEmptiedAndRemovedWhileItIsListedIsNoError) {
+  const TempFolder temp;
+  temp.folder("links");
+  for (int number = 0; number < 1000; ++number) {
+    const std::string file = temp.file("in/" + std::to_string(number), 1);
+    std::filesystem::create_hard_link(file, temp.at("links/" + std::to_string(number)));
+  }
+  RecordingSink sink(temp.at("in"));
+  Walker walker(systemPlatform(), optionsFor(temp.path), &sink);
+  sink.onLink = [&](const DirNode&) { removeTree(temp.at("in")); };
+  const Walker::Result result = walk(walker, temp.at("in"), 1);
+  EXPECT_FALSE(std::filesystem::exists(temp.at("in")));
+  EXPECT_FALSE(result.root->error);
+  EXPECT_EQ(result.errorCount, 0U);
+  EXPECT_EQ(result.root->totalFiles, sink.folders.at(temp.at("in")).size());
+  EXPECT_GE(result.root->totalFiles, 1U);
+  EXPECT_LT(result.root->totalFiles, 1000U);  // those looked at before; the others are gone
+}
+
+}  // namespace
+}  // namespace quon::test

@@ -1,0 +1,159 @@
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <fcntl.h>
+#include <functional>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+#include "Reference.h"
+#include "platform/Directories.h"
+#include "platform_linux/Descriptor.h"
+#include "scan/ScanSink.h"
+#include "support/ChildProcess.h"
+#include "support/TempFolder.h"
+
+namespace quon::test {
+namespace {
+
+/// Counts what it is told, and the descriptors that are open meanwhile.
+class CountingSink final : public ScanSink {
+ public:
+  void record(const DirNode& /*node*/, FileBatch files) override {
+    filesTold += files.size();
+    if (foldersTold++ % 16 == 0) {
+      const std::size_t now = openDescriptors();
+      std::size_t before = mostDescriptors;
+      while (before < now && !mostDescriptors.compare_exchange_weak(before, now)) {
+      }
+    }
+  }
+  std::atomic<std::uint64_t> filesTold = 0;
+  std::atomic<std::uint64_t> foldersTold = 0;
+  std::atomic<std::size_t> mostDescriptors = 0;
+};
+
+/// A folder in memory, as deep or wide as wished.
+class Large : public testing::Test {
+ protected:
+  /// The body has as few descriptors as a process gets by default.
+  void inMemory(const std::function<void()>& body) {
+    inPrivateMounts([&] {
+      rlimit limit{.rlim_cur = 1024, .rlim_max = 1024};
+      ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+      mountTmpfs(temp.path);
+      body();
+    });
+  }
+
+  static Descriptor openFolder(int parent, const char* name) {
+    Descriptor opened(::openat(parent, name, O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!opened.isOpen()) throw std::system_error(errno, std::generic_category(), name);
+    return opened;
+  }
+  static void makeFolder(int parent, const char* name) {
+    if (::mkdirat(parent, name, S_IRWXU) != 0) throw std::system_error(errno, std::generic_category(), name);
+  }
+  static void makeFile(int parent, const char* name, off_t size = 0) {
+    if (::mknodat(parent, name, S_IFREG | S_IRUSR | S_IWUSR, 0) != 0) {
+      throw std::system_error(errno, std::generic_category(), name);
+    }
+    if (size == 0) return;
+    const Descriptor file(::openat(parent, name, O_WRONLY | O_CLOEXEC));
+    if (::ftruncate(file.get(), size) != 0) throw std::system_error(errno, std::generic_category(), name);
+  }
+
+  TempFolder temp;
+};
+
+TEST_F(Large, AHundredThousandNestedFolders) {
+  constexpr std::size_t depth = 100'000;
+  inMemory([&] {
+    Descriptor at = openFolder(AT_FDCWD, temp.path.c_str());
+    for (std::size_t level = 0; level < depth; ++level) {
+      makeFolder(at.get(), "d");
+      at = openFolder(at.get(), "d");
+    }
+    makeFile(at.get(), "bottom", 3 << 20);
+    CountingSink sink;
+    Walker walker(systemPlatform(), optionsFor(temp.path), &sink);
+    const std::size_t before = openDescriptors();
+    const Walker::Result result = walk(walker, temp.path, 4);
+    EXPECT_EQ(result.errorCount, 0U);
+    EXPECT_EQ(result.root->totalDirs, depth);
+    EXPECT_EQ(result.root->totalFiles, 1U);
+    EXPECT_EQ(sink.foldersTold, depth + 1);
+    ASSERT_EQ(result.topFiles.size(), 1U);
+    EXPECT_EQ(result.topFiles.front().path.size(), temp.path.size() + 2 * depth + 7);
+    EXPECT_EQ(result.topFiles.front().logical, 3U << 20);
+    EXPECT_GT(sink.mostDescriptors, before);
+    EXPECT_LT(sink.mostDescriptors, before + 16);
+
+    const std::string deepest = walker.progress->snapshot().currentPath;
+    EXPECT_EQ(deepest.size(), temp.path.size() + 2 * depth);
+    const auto reader = systemPlatform().directories.makeReader();
+    const OpenedDirectory opened = reader->open(deepest);
+    ASSERT_TRUE(opened.directory) << opened.error.message();
+    reader->start(opened.directory);
+    const DirectoryBatch batch = reader->next();
+    ASSERT_EQ(batch.entries.size(), 1U);
+    EXPECT_EQ(batch.entries.front().name, "bottom");
+  });
+}
+
+TEST_F(Large, AMillionFilesInOneFolder) {
+  constexpr std::uint64_t files = 1'000'000;
+  inMemory([&] {
+    {
+      const Descriptor folder = openFolder(AT_FDCWD, temp.path.c_str());
+      for (std::uint64_t number = 0; number < files; ++number) {
+        makeFile(folder.get(), std::to_string(number).c_str(), number % 1000 == 0 ? 1 << 20 : 0);
+      }
+    }
+    CountingSink sink;
+    Walker walker(systemPlatform(), optionsFor(temp.path), &sink);
+    const Walker::Result result = walk(walker, temp.path, 2);
+    EXPECT_EQ(result.root->totalFiles, files);
+    EXPECT_EQ(result.root->totalLogical, files / 1000 << 20U);
+    EXPECT_EQ(result.root->keptFiles.size(), files / 1000);
+    EXPECT_EQ(sink.filesTold, files);
+    EXPECT_EQ(result.errorCount, 0U);
+  });
+}
+
+TEST_F(Large, ACombKeepsFewFoldersOpen) {
+  // Each folder on the way down has a sibling on either side, so that whichever way the file system lists
+  // them, some wait while the walk goes deeper, with a parent that they would share.
+  constexpr std::size_t depth = 2000;
+  inMemory([&] {
+    Descriptor at = openFolder(AT_FDCWD, temp.path.c_str());
+    for (std::size_t level = 0; level < depth; ++level) {
+      for (const char* name : {"first", "spine", "last"}) {
+        makeFolder(at.get(), name);
+        makeFile(openFolder(at.get(), name).get(), "file", 100);
+      }
+      at = openFolder(at.get(), "spine");
+    }
+    for (const unsigned threads : {1U, 16U}) {
+      CountingSink sink;
+      Walker walker(systemPlatform(), optionsFor(temp.path), &sink);
+      const std::size_t before = openDescriptors();
+      const Walker::Result result = walk(walker, temp.path, threads);
+      EXPECT_EQ(result.errorCount, 0U);
+      EXPECT_EQ(result.root->totalDirs, 3 * depth);
+      EXPECT_EQ(result.root->totalFiles, 3 * depth);
+      EXPECT_EQ(result.root->totalLogical, 300 * depth);
+      EXPECT_LE(sink.mostDescriptors, before + 512 + 4 * threads);
+      // One worker goes straight down: as many are held as may be, and the others were reached by path.
+      EXPECT_TRUE(threads > 1 || sink.mostDescriptors >= before + 512) << sink.mostDescriptors;
+      EXPECT_EQ(openDescriptors(), before);
+    }
+  });
+}
+
+}  // namespace
+}  // namespace quon::test

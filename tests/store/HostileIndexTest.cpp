@@ -1,0 +1,486 @@
+// Indexes that no scan has written: damaged, unfinished, or made to deceive. Each is refused with a line that
+// says why; none stops the program, keeps it busy or yields a wrong tree.
+#include <atomic>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <limits>
+#include <random>
+#include <sqlite3.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "base/Text.h"
+#include "store/ScanStore.h"
+#include "store/StoreError.h"
+#include "support/ChildProcess.h"
+#include "support/RawIndex.h"
+#include "support/SampleTree.h"
+#include "support/Seed.h"
+#include "support/TempFolder.h"
+
+namespace quon::test {
+namespace {
+
+using testing::AnyOf;
+using testing::HasSubstr;
+
+constexpr const char* kRoot = "/sample";
+
+/// root 1 > a 2 > b 3 > c 4, and d 5 beside a; a kept file and a small one in each of a and d.
+SampleTree smallTree() {
+  SampleTree tree(kRoot);
+  DirNode& a = tree.folder("a");
+  (void)tree.folder("c", &tree.folder("b", &a));
+  DirNode& d = tree.folder("d");
+  for (DirNode* folder : {&a, &d}) {
+    tree.file(*folder, {"small", 100, 512, 5});
+    tree.file(*folder, {"kept", 5000, 8192, 6});
+  }
+  return tree;
+}
+
+/// The small tree's index with ids in order of the tree.
+std::string saveSmall(const std::string& folder) {
+  const std::string url = smallTree().save(folder);
+  RawIndex(url).exec(
+      "DELETE FROM dirs; INSERT INTO dirs VALUES (1, NULL, '/sample', 0, 0), (2, 1, 'a', 0, 0), (3, 2, 'b', 0, 0),"
+      "(4, 3, 'c', 0, 0), (5, 1, 'd', 0, 0); DELETE FROM files; INSERT INTO files VALUES (2, 'small', 100, 512, 5),"
+      "(2, 'kept', 5000, 8192, 6), (5, 'small', 100, 512, 5), (5, 'kept', 5000, 8192, 6); VACUUM");
+  return url;
+}
+
+std::string refusal(const std::string& url, const std::string& root = kRoot) {
+  try {
+    (void)ScanStore::load(url, root, 1000);
+    return "";
+  } catch (const StoreError& error) {
+    return error.what();
+  }
+}
+
+std::string incomplete(const std::string& url) {
+  return "index at " + displayText(url) + " is incomplete or from another format";
+}
+
+TEST(HostileIndex, TheSmallOneLoads) {
+  const TempFolder top;
+  const std::string url = saveSmall(top.path);
+  EXPECT_EQ(difference(*ScanStore::load(smallTree().save(top.folder("x")), kRoot, 1000).result.root,
+                       *ScanStore::load(url, kRoot, 1000).result.root),
+            "");
+}
+
+TEST(HostileIndex, ThatIsNoDatabaseIsRefused) {
+  const TempFolder top;
+  EXPECT_EQ(refusal(top.at("absent")), "no index at " + top.at("absent"));
+  EXPECT_EQ(refusal(top.file("empty", 0)), incomplete(top.at("empty")));
+  EXPECT_NE(refusal(top.folder("folder")), "");
+  writeBytes(top.at("text"), std::string(5000, 'x'));
+  EXPECT_EQ(refusal(top.at("text")), "sqlite: file is not a database");
+  EXPECT_THROW((void)ScanStore::meta(top.at("text")), StoreError);
+  EXPECT_THROW((void)ScanStore::repeatedNames(top.at("text"), 1, 0), StoreError);
+  EXPECT_THROW((void)ScanStore::paths("x", top.at("text"), kRoot, 1), StoreError);
+  EXPECT_THROW((void)ScanStore::dupeCandidates(top.at("text"), kRoot, 0), StoreError);
+  EXPECT_THROW(ScanStore::remove("/sample/a", true, top.at("text"), kRoot), StoreError);
+  ASSERT_EQ(::chmod(top.path.c_str(), 0755), 0);
+  const std::string shut = saveSmall(top.path);
+  ASSERT_EQ(::chmod(shut.c_str(), 0), 0);
+  asOrdinaryUser([&] { EXPECT_THAT(refusal(shut), HasSubstr("cannot open " + shut)); });
+}
+
+TEST(HostileIndex, OfAnotherRootNamesBoth) {
+  const TempFolder top;
+  const std::string url = saveSmall(top.path);
+  EXPECT_EQ(refusal(url, "/other"), "index is for /sample, not /other");
+  RawIndex(url).exec("UPDATE meta SET value = " + sqlText("/a\xff\n") + " WHERE key = 'root'");
+  EXPECT_EQ(refusal(url), "index is for /a\uFFFD\u240A, not /sample");
+}
+
+struct Damage {
+  const char* script;
+  /// What the refusal says; "" for the line about an incomplete index or one of another format.
+  const char* reason = "";
+};
+
+const Damage kDamages[] = {
+    // Metadata.
+    {"DELETE FROM meta WHERE key = 'complete'"},
+    {"UPDATE meta SET value = '0' WHERE key = 'complete'"},
+    {"UPDATE meta SET value = '2' WHERE key = 'format'"},
+    {"UPDATE meta SET value = x'31' WHERE key = 'format'", "where text belongs"},
+    {"DELETE FROM meta WHERE key = 'topFiles'"},
+    {"UPDATE meta SET value = '4294967296' WHERE key = 'rootDev'"},
+    {"UPDATE meta SET value = '9223372036854775808' WHERE key = 'elapsedMs'"},
+    // Another schema.
+    {"CREATE TABLE extra (x)"},
+    {"CREATE INDEX extra ON files(logical)"},
+    {"CREATE VIEW extra AS SELECT 1"},
+    {"CREATE TRIGGER t AFTER DELETE ON files BEGIN DELETE FROM dirs; END"},
+    {"DROP TABLE files"},
+    {"ALTER TABLE files ADD COLUMN extra"},
+    {"ALTER TABLE dirs RENAME TO folders"},
+    {"DROP TABLE meta; CREATE TABLE meta (key TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID"},
+    {"DROP TABLE meta; CREATE VIEW meta AS WITH RECURSIVE r(key, value) AS (SELECT 'a', 'b' UNION ALL SELECT key, value"
+     " FROM r) SELECT key, value FROM r"},
+    {"DROP INDEX idx_files_dir; DROP TABLE files; CREATE VIEW files AS WITH RECURSIVE r(dir, name, logical, physical,"
+     " mtime) AS (SELECT 1, 'x', 1, 1, 1 UNION ALL SELECT * FROM r) SELECT * FROM r"},
+    {"PRAGMA writable_schema = ON; UPDATE sqlite_schema SET sql = 'CREATE TABLE dirs (id INTEGER PRIMARY KEY, parent,"
+     " name, mtime, error AS (1))' WHERE name = 'dirs'"},
+    // The tree.
+    {"DELETE FROM dirs", "index has no root dir"},
+    {"DELETE FROM dirs WHERE id = 1"},
+    {"UPDATE dirs SET parent = 4 WHERE id = 2"},
+    {"UPDATE dirs SET parent = 3 WHERE id = 3"},
+    {"UPDATE dirs SET parent = 1 WHERE id = 1"},
+    {"UPDATE dirs SET parent = 5 WHERE id = 3"},
+    {"UPDATE dirs SET parent = 999 WHERE id = 5"},
+    {"UPDATE dirs SET parent = -1 WHERE id = 5"},
+    {"UPDATE dirs SET parent = -9223372036854775808 WHERE id = 5"},
+    {"UPDATE dirs SET parent = 0 WHERE id = 5"},
+    {"UPDATE dirs SET parent = NULL WHERE id = 5"},
+    {"UPDATE dirs SET id = 9223372036854775807 WHERE id = 1"},
+    {"UPDATE dirs SET name = 'a' WHERE id = 5"},
+    // Names.
+    {"UPDATE dirs SET name = '..' WHERE id = 5"},
+    {"UPDATE dirs SET name = '.' WHERE id = 5"},
+    {"UPDATE dirs SET name = '' WHERE id = 5"},
+    {"UPDATE dirs SET name = 'x/y' WHERE id = 5"},
+    {"UPDATE dirs SET name = CAST(x'780079' AS TEXT) WHERE id = 5"},
+    {"UPDATE dirs SET name = x'78' WHERE id = 5", "where text belongs"},
+    {"UPDATE files SET name = '..' WHERE name = 'kept'"},
+    {"UPDATE files SET name = '/etc' WHERE name = 'kept'"},
+    {"UPDATE files SET name = '' WHERE name = 'kept'"},
+    {"UPDATE files SET name = CAST(x'6b00' AS TEXT) WHERE name = 'kept'"},
+    {"UPDATE files SET name = x'6b' WHERE name = 'kept'", "where text belongs"},
+    // Numbers.
+    {"UPDATE dirs SET parent = 'abc' WHERE id = 5", "where a number belongs"},
+    {"UPDATE dirs SET parent = 1.5 WHERE id = 5", "where a number belongs"},
+    {"UPDATE dirs SET mtime = 1.5 WHERE id = 5", "where a number belongs"},
+    {"UPDATE dirs SET mtime = 'late' WHERE id = 5", "where a number belongs"},
+    {"UPDATE dirs SET error = x'00' WHERE id = 5", "where a number belongs"},
+    {"UPDATE files SET dir = 'abc' WHERE name = 'small'", "where a number belongs"},
+    {"UPDATE files SET dir = 2.5 WHERE name = 'kept'", "where a number belongs"},
+    {"UPDATE files SET dir = 999"},
+    {"UPDATE files SET dir = -1 WHERE name = 'small'"},
+    {"UPDATE files SET logical = -1 WHERE name = 'small'", "sqlite: a size is not a size"},
+    {"UPDATE files SET logical = 1.5 WHERE name = 'small'", "sqlite: a size is not a size"},
+    {"UPDATE files SET logical = 'much' WHERE name = 'small'", ""},
+    {"UPDATE files SET physical = x'01' WHERE name = 'small'", "sqlite: a size is not a size"},
+    {"UPDATE files SET physical = -9223372036854775808 WHERE name = 'small'", "sqlite: a size is not a size"},
+    {"UPDATE files SET mtime = 'late' WHERE name = 'small'", "where a number belongs"},
+    {"UPDATE files SET mtime = 1e300 WHERE name = 'kept'", "where a number belongs"},
+    // Totals.
+    {"UPDATE files SET logical = 9223372036854775807"},
+    {"UPDATE files SET physical = 9223372036854775807"},
+    {"UPDATE files SET dir = 2, logical = 9223372036854775807", "sqlite: integer overflow"},
+};
+
+TEST(HostileIndex, IsRefusedWhateverIsWrongInIt) {
+  const TempFolder top;
+  const std::string sound = saveSmall(top.path);
+  const std::string url = top.at("damaged");
+  for (const Damage& damage : kDamages) {
+    std::filesystem::copy_file(sound, url, std::filesystem::copy_options::overwrite_existing);
+    RawIndex(url).exec(damage.script);
+    const std::string reason = damage.reason;
+    if (std::string(damage.script).find("'much'") != std::string::npos) {
+      // Text is larger than any number, so the file counts as one to keep as well: whoever is first refuses.
+      EXPECT_THAT(refusal(url), AnyOf("sqlite: a size is not a size", HasSubstr("where a number belongs")));
+    } else if (reason.empty()) {
+      EXPECT_EQ(refusal(url), incomplete(url)) << damage.script;
+    } else {
+      EXPECT_THAT(refusal(url), HasSubstr(reason)) << damage.script;
+    }
+  }
+}
+
+TEST(HostileIndex, MetadataThatCannotBeParsedIsRefused) {
+  const TempFolder top;
+  const std::string sound = saveSmall(top.path);
+  const std::string url = top.at("damaged");
+  const auto expectRefused = [&](const std::string& key, const std::string& value) {
+    std::filesystem::copy_file(sound, url, std::filesystem::copy_options::overwrite_existing);
+    RawIndex(url).exec("UPDATE meta SET value = " + sqlText(value) + " WHERE key = '" + key + "'");
+    EXPECT_EQ(refusal(url), incomplete(url)) << key << " = " << value.substr(0, 80);
+  };
+  for (const char* key : {"errorCount", "hardlinksDeduped", "elapsedMs", "lastEventId", "rootDev"}) {
+    for (const char* value : {"", "x", "-1", " 1", "1 ", "1.5", "0x1", "18446744073709551616"}) expectRefused(key, value);
+  }
+  for (const char* value : {"", "x", "nan", "inf", "1e999", "1.5 ", "1,5"}) expectRefused("scannedAt", value);
+  for (const char* key : {"errorSamples", "skippedProtected"}) {
+    for (const char* value : {"", "[", "{}", "null", "[1]", "[null]", R"([["/x"]])", R"(["\u0000zz"])", R"(["\u0000"])",
+                              "[\"\xff\"]", R"(["/x"] x)"}) {
+      expectRefused(key, value);
+    }
+  }
+  const std::string deep(1000000, '[');
+  for (const std::string& value :
+       {std::string("{}"), std::string("[1]"), std::string("[{}]"), deep, deep + std::string(deep.size(), ']'),
+        R"([{"p":"/x","l":)" + deep + std::string(deep.size(), ']') + R"(,"y":1,"m":1}])",
+        std::string(R"([{"p":1,"l":1,"y":1,"m":1}])"), std::string(R"([{"p":"/x","l":-1,"y":1,"m":1}])"),
+        std::string(R"([{"p":"/x","l":1.5,"y":1,"m":1}])"), std::string(R"([{"p":"/x","l":1,"y":"1","m":1}])"),
+        std::string(R"([{"p":"/x","l":18446744073709551616,"y":1,"m":1}])"),
+        std::string(R"([{"p":"/x","l":1,"y":1}])")}) {
+    expectRefused("topFiles", value);
+  }
+}
+
+TEST(HostileIndex, NamesThatLeadElsewhereDoNotComeOutOfQueries) {
+  const TempFolder top;
+  const std::string sound = saveSmall(top.path);
+  const std::string url = top.at("damaged");
+  for (const char* damage : {"UPDATE dirs SET name = '..' WHERE id = 2", "UPDATE dirs SET name = 'x/../..' WHERE id = 2",
+                             "UPDATE dirs SET parent = 4 WHERE id = 2", "UPDATE dirs SET parent = 2 WHERE id = 2",
+                             "UPDATE files SET dir = 999", "UPDATE dirs SET name = x'78' WHERE id = 2"}) {
+    std::filesystem::copy_file(sound, url, std::filesystem::copy_options::overwrite_existing);
+    RawIndex(url).exec(damage);
+    EXPECT_THROW((void)ScanStore::dupeCandidates(url, kRoot, 0), StoreError) << damage;
+    EXPECT_THROW((void)ScanStore::paths("kept", url, kRoot, 9), StoreError) << damage;
+  }
+  for (const char* damage : {"UPDATE files SET name = '../../etc/passwd'", "UPDATE files SET name = ''",
+                             "UPDATE files SET name = CAST(x'7800' AS TEXT)"}) {
+    std::filesystem::copy_file(sound, url, std::filesystem::copy_options::overwrite_existing);
+    RawIndex(url).exec(damage);
+    EXPECT_THROW((void)ScanStore::dupeCandidates(url, kRoot, 0), StoreError) << damage;
+  }
+}
+
+TEST(HostileIndex, ThatGoesInCirclesLetsRemovalEnd) {
+  const TempFolder top;
+  const std::string url = saveSmall(top.path);
+  RawIndex(url).exec("UPDATE dirs SET parent = 4 WHERE id = 3; UPDATE dirs SET parent = 1 WHERE id = 4");
+  ScanStore::remove("/sample/c", true, url, kRoot);
+  EXPECT_EQ(RawIndex(url).value("SELECT group_concat(id) FROM dirs"), "1,2,5");
+}
+
+/// A file either loads into a tree without contradiction or is refused with a StoreError.
+void expectRefusedOrConsistent(const std::string& url) {
+  try {
+    const Loaded loaded = ScanStore::load(url, kRoot, 1000);
+    EXPECT_EQ(inconsistency(loaded, kRoot), "");
+  } catch (const StoreError&) {
+  }
+}
+
+TEST(HostileIndex, CutOffAnywhereIsRefusedOrWhole) {
+  const TempFolder top;
+  const std::string sound = saveSmall(top.path);
+  const std::string bytes = readBytes(sound);
+  const Loaded whole = ScanStore::load(sound, kRoot, 1000);
+  const std::string url = top.at("cut");
+  std::mt19937_64 random(randomSeed());
+  std::vector<std::size_t> lengths{1, 15, 16, 99, 100, 101, 511, 512, 1023, bytes.size() - 1};
+  for (std::size_t page = 4096; page < bytes.size(); page += 4096) lengths.insert(lengths.end(), {page - 1, page, page + 1});
+  for (int at = 0; at < 40; ++at) lengths.push_back(random() % bytes.size());
+  std::size_t loads = 0;
+  for (const std::size_t length : lengths) {
+    writeBytes(url, bytes.substr(0, length));
+    try {
+      // What is missing may be an index that loading does not read.
+      const Loaded loaded = ScanStore::load(url, kRoot, 1000);
+      EXPECT_EQ(difference(*whole.result.root, *loaded.result.root), "") << length << " of " << bytes.size();
+      ++loads;
+    } catch (const StoreError&) {
+    }
+  }
+  EXPECT_LT(loads, lengths.size() / 2);
+}
+
+TEST(HostileIndex, ASoundOneLoadsWithoutAThreadToSpare) {
+  const TempFolder top;
+  const std::string url = saveSmall(top.path);
+  ASSERT_EQ(::chmod(top.path.c_str(), 0755), 0);
+  ASSERT_EQ(::chmod(url.c_str(), 0644), 0);
+  asOrdinaryUser([&] {
+    const rlimit none{0, 0};
+    ASSERT_EQ(::setrlimit(RLIMIT_NPROC, &none), 0);
+    EXPECT_EQ(refusal(url), "");
+  });
+}
+
+TEST(HostileIndex, WithBytesChangedIsRefusedOrConsistent) {
+  const TempFolder top;
+  const std::string bytes = readBytes(saveSmall(top.path));
+  const std::string url = top.at("changed");
+  std::mt19937_64 random(randomSeed());
+  for (int round = 0; round < 400; ++round) {
+    std::string changed = bytes;
+    for (std::size_t left = 1 + random() % 6; left > 0; --left) {
+      // Beginnings and ends of pages hold what the rest hangs on.
+      const std::size_t page = random() % (bytes.size() / 4096) * 4096;
+      const std::size_t within = random() % 2 == 0 ? random() % 160 : 4095 - random() % 300;
+      changed[page + within] = random() % 2 == 0 ? static_cast<char>(random()) : static_cast<char>(random() % 4);
+    }
+    writeBytes(url, changed);
+    expectRefusedOrConsistent(url);
+  }
+}
+
+/// The pages of an index file, by hand. https://www.sqlite.org/fileformat2.html
+struct Pages {
+  explicit Pages(std::string file) : bytes(std::move(file)) {}
+  [[nodiscard]] std::size_t count() const { return bytes.size() / 4096; }
+  char* page(std::size_t number) { return bytes.data() + (number - 1) * 4096; }
+  static void put(char* at, std::size_t value, int width) {
+    for (int byte = width - 1; byte >= 0; --byte, value >>= 8U) at[byte] = static_cast<char>(value & 0xffU);
+  }
+  /// A branch of a table's tree that leads to one page over and over; its number.
+  std::size_t addBranchTo(std::size_t target, std::size_t times) {
+    constexpr std::size_t kHeader = 12;
+    constexpr std::size_t kCell = 5;
+    bytes.append(4096, '\0');
+    char* const at = page(count());
+    at[0] = 5;
+    put(at + 3, times, 2);
+    put(at + 5, 4096 - times * kCell, 2);
+    put(at + 8, target, 4);
+    for (std::size_t cell = 0; cell < times; ++cell) {
+      const std::size_t offset = 4096 - (cell + 1) * kCell;
+      put(at + kHeader + 2 * cell, offset, 2);
+      put(at + offset, target, 4);
+      at[offset + 4] = 1;  // the largest row id on the left
+    }
+    put(bytes.data() + 28, count(), 4);
+    return count();
+  }
+  std::string bytes;
+};
+
+std::size_t rootPage(const std::string& url, const std::string& table) {
+  return std::stoul(RawIndex(url).value("SELECT rootpage FROM sqlite_schema WHERE name = '" + table + "'"));
+}
+
+TEST(HostileIndex, WhoseFoldersStandOutOfOrderIsRefused) {
+  const TempFolder top;
+  const std::string url = saveSmall(top.path);
+  Pages pages(readBytes(url));
+  char* const leaf = pages.page(rootPage(url, "dirs"));
+  ASSERT_EQ(leaf[0], 13);
+  std::swap_ranges(leaf + 14, leaf + 16, leaf + 16);  // the fourth row and the fifth, whose parents come before
+  writeBytes(url, pages.bytes);
+  EXPECT_EQ(refusal(url), incomplete(url));
+}
+
+class Endless : public testing::TestWithParam<const char*> {};
+
+TEST_P(Endless, TreeOfPagesIsRefusedInTime) {
+  const TempFolder top;
+  const std::string url = saveSmall(top.path);
+  RawIndex(url).exec("DROP INDEX idx_files_dir; DROP INDEX idx_dirs_parent_name; VACUUM");
+  const std::size_t table = rootPage(url, GetParam());
+  Pages pages(readBytes(url));
+  // The rows move to another page; above it branches fan out to that one page, 500 to the power of 4 times.
+  pages.bytes.append(pages.page(table), 4096);
+  std::size_t below = pages.count();
+  for (int level = 0; level < 3; ++level) below = pages.addBranchTo(below, 500);
+  (void)pages.addBranchTo(below, 500);
+  std::memcpy(pages.page(table), pages.page(pages.count()), 4096);
+  writeBytes(url, pages.bytes);
+  EXPECT_NE(refusal(url), "");
+  const std::string which = GetParam();
+  if (which == "meta") {
+    EXPECT_THROW((void)ScanStore::meta(url), StoreError);
+  }
+  if (which == "files") {
+    EXPECT_THROW((void)ScanStore::repeatedNames(url, 5, 0), StoreError);
+    EXPECT_THROW((void)ScanStore::paths("absent", url, kRoot, 5), StoreError);
+    EXPECT_THROW((void)ScanStore::dupeCandidates(url, kRoot, 0), StoreError);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Tables, Endless, testing::Values("meta", "dirs", "files"),
+                         [](const auto& test) { return std::string(test.param); });
+
+/// Every figure of the small index set to one number, in one transaction.
+std::string settingAllTo(int value) {
+  const std::string number = std::to_string(value);
+  return "BEGIN IMMEDIATE; UPDATE dirs SET mtime = " + number + "; UPDATE files SET logical = 1000 + " + number +
+         ", physical = " + number + ", mtime = " + number + "; UPDATE meta SET value = '" + number +
+         "' WHERE key IN ('errorCount', 'elapsedMs'); COMMIT";
+}
+
+/// The one number that every figure of a loaded index holds; fails the test when they hold several.
+std::uint64_t oneValueOf(const Loaded& loaded) {
+  const std::uint64_t value = loaded.result.errorCount;
+  EXPECT_EQ(loaded.scanElapsedMs, static_cast<std::int64_t>(value));
+  EXPECT_EQ(loaded.result.root->totalPhysical, value * 4);
+  EXPECT_EQ(loaded.result.root->totalLogical, (value + 1000) * 4);
+  EXPECT_EQ(loaded.result.root->mtime, static_cast<std::int64_t>(value));
+  for (const RefPtr<DirNode>& child : loaded.result.root->subdirs) {
+    EXPECT_EQ(child->directNewest, static_cast<std::int64_t>(value));
+    EXPECT_EQ(child->keptFiles.size(), 2U);
+    for (const FileEntry& kept : child->keptFiles) EXPECT_EQ(kept.physical, value);
+  }
+  return value;
+}
+
+TEST(ConcurrentLoad, SeesOneStateOfAnIndexThatIsBeingChanged) {
+  const TempFolder top;
+  const std::string url = saveSmall(top.path);
+  RawIndex(url).exec(settingAllTo(0));
+  constexpr int kChanges = 150;
+  std::atomic<int> committed{0};
+  std::thread writer([&] {
+    RawIndex index(url);
+    index.exec("PRAGMA synchronous = OFF");
+    sqlite3_busy_timeout(index.raw(), 60000);
+    for (int value = 1; value <= kChanges; ++value) {
+      index.exec(settingAllTo(value));
+      committed = value;
+    }
+  });
+  std::uint64_t last = 0;
+  do {
+    const auto least = static_cast<std::uint64_t>(committed.load());
+    last = oneValueOf(ScanStore::load(url, kRoot, 1000));
+    EXPECT_GE(last, least);
+  } while (last < kChanges && !HasFailure());
+  writer.join();
+}
+
+TEST(ConcurrentLoad, WaitsForAWriterThatWaitsForAnEarlierReader) {
+  const TempFolder top;
+  const std::string url = saveSmall(top.path);
+  RawIndex(url).exec(settingAllTo(1));
+  RawIndex reader(url);
+  reader.exec("BEGIN");
+  ASSERT_EQ(reader.value("SELECT COUNT(*) FROM dirs"), "5");
+  std::atomic<bool> pending{false};
+  std::thread writer([&] {
+    RawIndex index(url);
+    // Asked when the reader stands in the way of the commit: from then on no new reader is let in.
+    sqlite3_busy_handler(
+        index.raw(),
+        [](void* told, int) {
+          static_cast<std::atomic<bool>*>(told)->store(true);
+          static_cast<std::atomic<bool>*>(told)->notify_all();
+          std::this_thread::yield();
+          return 1;
+        },
+        &pending);
+    index.exec(settingAllTo(2));
+  });
+  pending.wait(false);
+  EXPECT_THROW((void)RawIndex(url).value("SELECT COUNT(*) FROM dirs"), std::runtime_error) << "readers are still let in";
+  std::thread leaving([&] { reader.exec("COMMIT"); });
+  EXPECT_EQ(oneValueOf(ScanStore::load(url, kRoot, 1000)), 2U);
+  leaving.join();
+  writer.join();
+}
+
+TEST(ConcurrentLoad, IsNotDisturbedByAWriterThatHasNotCommitted) {
+  const TempFolder top;
+  const std::string url = saveSmall(top.path);
+  RawIndex(url).exec(settingAllTo(1));
+  RawIndex writer(url);
+  writer.exec("BEGIN IMMEDIATE; UPDATE files SET logical = 0; DELETE FROM dirs WHERE id > 1");
+  EXPECT_EQ(oneValueOf(ScanStore::load(url, kRoot, 1000)), 1U);
+}
+
+}  // namespace
+}  // namespace quon::test

@@ -1,0 +1,236 @@
+// What is asked of an index, held against a model in memory; and taking trashed items out of it.
+#include <algorithm>
+#include <map>
+#include <random>
+#include <set>
+
+#include <gtest/gtest.h>
+
+#include "base/Path.h"
+#include "store/ScanStore.h"
+#include "store/StoreError.h"
+#include "support/RawIndex.h"
+#include "support/SampleTree.h"
+#include "support/Seed.h"
+#include "support/TempFolder.h"
+
+namespace quon::test {
+namespace {
+
+constexpr std::uint64_t kMost = (1ULL << 63U) - 1;  // 8 EiB - 1, the largest size of a file
+
+struct ModelFile {
+  std::string path;
+  FileEntry entry;
+};
+
+/// A random tree whose names and sizes repeat.
+struct RandomIndex {
+  explicit RandomIndex(std::mt19937_64& random, const std::string& root = "/sample") : tree(root) {
+    std::vector<DirNode*> folders{&tree.root()};
+    for (int at = 0; at < 60; ++at) {
+      folders.push_back(&tree.folder("d" + std::to_string(at), folders[random() % folders.size()]));
+    }
+    for (int at = 0; at < 2000; ++at) {
+      DirNode* const folder = folders[random() % folders.size()];
+      const FileEntry entry{"n" + std::to_string(random() % 900) + "\xff", random() % 300, random() % 8 * 512,
+                            static_cast<std::int64_t>(random() % 100) - 50};
+      const std::string path = joinPath(folder->path(pathPrefix(root)), entry.name);
+      if (!taken.insert(path).second) continue;
+      tree.file(*folder, entry);
+      files.push_back({path, entry});
+    }
+  }
+  SampleTree tree;
+  std::vector<ModelFile> files;
+  std::set<std::string> taken;
+};
+
+TEST(Query, AgreesWithAModelInMemory) {
+  std::mt19937_64 random(randomSeed());
+  for (const char* root : {"/sample", "/"}) {
+    const TempFolder top;
+    const RandomIndex index(random, root);
+    const std::string url = index.tree.save(top.path);
+
+    std::map<std::string, RepeatedName> byName;
+    std::map<std::uint64_t, int> sizes;
+    for (const ModelFile& file : index.files) {
+      RepeatedName& name = byName[file.entry.name];
+      name = {file.entry.name, name.count + 1, name.logical + file.entry.logical, name.physical + file.entry.physical};
+      ++sizes[file.entry.logical];
+    }
+    for (const std::uint64_t least : {0ULL, 4096ULL, 9000ULL, 1ULL << 40U, ~0ULL}) {
+      std::erase_if(byName, [&](const auto& each) { return each.second.count < 2 || each.second.physical < least; });
+      const auto found = ScanStore::repeatedNames(url, 100000, least);
+      ASSERT_EQ(found.size(), byName.size()) << least;
+      for (std::size_t at = 0; at < found.size(); ++at) {
+        const RepeatedName& expected = byName.at(found[at].name);
+        EXPECT_EQ(found[at].count, expected.count);
+        EXPECT_EQ(found[at].logical, expected.logical);
+        EXPECT_EQ(found[at].physical, expected.physical);
+        if (at > 0) {
+          EXPECT_LE(found[at].physical, found[at - 1].physical);
+        }
+      }
+      const auto first = ScanStore::repeatedNames(url, 3, least);
+      ASSERT_EQ(first.size(), std::min<std::size_t>(3, found.size()));
+      for (std::size_t at = 0; at < first.size(); ++at) EXPECT_EQ(first[at].physical, found[at].physical);
+    }
+
+    const std::string& name = index.files[random() % index.files.size()].entry.name;
+    std::multiset<std::string> expected;
+    for (const ModelFile& file : index.files) {
+      if (file.entry.name == name) expected.insert(file.path + ":" + std::to_string(file.entry.physical));
+    }
+    std::multiset<std::string> found;
+    std::uint64_t before = ~0ULL;
+    for (const NamedFile& file : ScanStore::paths(name, url, root, 100000)) {
+      found.insert(file.path + ":" + std::to_string(file.physical));
+      EXPECT_LE(file.physical, before);
+      before = file.physical;
+    }
+    EXPECT_EQ(found, expected);
+    EXPECT_EQ(ScanStore::paths(name, url, root, 1).size(), 1U);
+    EXPECT_TRUE(ScanStore::paths("absent", url, root, 10).empty());
+
+    for (const std::uint64_t least : {0ULL, 100ULL, 299ULL, 300ULL, ~0ULL}) {
+      std::set<std::string> twins;
+      for (const ModelFile& file : index.files) {
+        if (file.entry.logical >= least && sizes[file.entry.logical] > 1) twins.insert(file.path);
+      }
+      std::set<std::string> candidates;
+      for (const DupeFile& file : ScanStore::dupeCandidates(url, root, least)) candidates.insert(file.path);
+      EXPECT_EQ(candidates, twins) << least;
+    }
+  }
+}
+
+TEST(Query, SizesBeyondSignedSumsStayExact) {
+  const TempFolder top;
+  SampleTree tree;
+  DirNode& folder = tree.folder("d");
+  tree.file(folder, {"large", kMost, kMost, 1});
+  tree.file(folder, {"largest", kMost, kMost, 1});
+  DirNode& other = tree.folder("e");
+  tree.file(other, {"twin", 1, 1, 1});
+  tree.file(tree.root(), {"twin", 0, 0, 1});
+  const std::string url = tree.save(top.path);
+  const Loaded loaded = ScanStore::load(url, tree.path, kMost);
+  EXPECT_EQ(loaded.result.root->totalLogical, ~0ULL);
+  EXPECT_EQ(loaded.result.root->totalPhysical, ~0ULL);
+  EXPECT_EQ(loaded.result.root->subdirs.size(), 2U);
+
+  RawIndex(url).exec("UPDATE files SET name = 'huge' WHERE dir = (SELECT id FROM dirs WHERE name = 'd')");
+  const auto names = ScanStore::repeatedNames(url, 10, 1);
+  ASSERT_EQ(names.size(), 2U);
+  EXPECT_EQ(names[0].name, "huge");
+  EXPECT_EQ(names[0].physical, ~0ULL - 1);
+  EXPECT_EQ(names[1].name, "twin");
+  EXPECT_EQ(ScanStore::repeatedNames(url, 10, 1ULL << 63U).size(), 1U);
+  EXPECT_EQ(ScanStore::repeatedNames(url, 10, ~0ULL - 1).size(), 1U);
+  EXPECT_TRUE(ScanStore::repeatedNames(url, 10, ~0ULL).empty());
+  EXPECT_EQ(ScanStore::dupeCandidates(url, tree.path, kMost).size(), 2U);
+}
+
+TEST(Query, GoesUpADeepChain) {
+  constexpr int kDepth = 20000;
+  constexpr int kFiles = 40;
+  const TempFolder top;
+  SampleTree tree;
+  DirNode* at = nullptr;
+  std::string deepest = tree.path;
+  for (int depth = 0; depth < kDepth; ++depth) {
+    if (depth % 1000 == 0) tree.file(at == nullptr ? tree.root() : *at, {"on the way", 99, 99, 0});
+    at = &tree.folder("c", at);
+    deepest += "/c";
+  }
+  for (int file = 0; file < kFiles; ++file) tree.file(*at, {"x" + std::to_string(file), 77, 77, 0});
+  const std::string url = tree.save(top.path);
+  const auto twins = ScanStore::dupeCandidates(url, tree.path, 77);
+  ASSERT_EQ(twins.size(), static_cast<std::size_t>(kFiles) + kDepth / 1000);
+  EXPECT_EQ(std::ranges::count_if(twins, [&](const DupeFile& file) { return file.path.starts_with(deepest + "/x"); }),
+            kFiles);
+  const auto loaded = ScanStore::load(url, tree.path, 77);
+  EXPECT_TRUE(loaded.idByPath.find(deepest));
+  EXPECT_FALSE(loaded.idByPath.find(deepest + "/c"));
+  EXPECT_EQ(difference(tree.root(), *ScanStore::load(url, tree.path, 1000).result.root), "");
+}
+
+/// All rows of an index with paths in place of ids.
+std::multiset<std::string> contents(const std::string& url, const std::string& root) {
+  RawIndex index(url);
+  std::map<std::string, std::string> paths;
+  std::multiset<std::string> all;
+  for (const auto& row : index.rows("SELECT id, parent, name FROM dirs ORDER BY id")) {
+    paths[row[0]] = row[1] == "(null)" ? std::string(pathPrefix(root)) : paths.at(row[1]) + "/" + row[2];
+    all.insert("dir " + paths[row[0]]);
+  }
+  for (const char* table : {"files", "links"}) {
+    for (const auto& row : index.rows(std::string("SELECT dir, name FROM ") + table)) {
+      all.insert(std::string(table) + " " + paths.at(row[0]) + "/" + row[1]);
+    }
+  }
+  return all;
+}
+
+TEST(Removal, TakesOutTheItemAndNothingElse) {
+  std::mt19937_64 random(randomSeed());
+  for (const char* root : {"/sample", "/"}) {
+    const TempFolder top;
+    const RandomIndex index(random, root);
+    const std::string url = index.tree.save(top.path);
+    {
+      RawIndex raw(url);
+      raw.exec("INSERT INTO links SELECT rowid, dir, name, 1 FROM files WHERE rowid % 3 = 0;"
+               "INSERT INTO links SELECT rowid, dir, name || 'second', 0 FROM files WHERE rowid % 3 = 0");
+    }
+    std::multiset<std::string> expected = contents(url, root);
+    for (int round = 0; round < 30; ++round) {
+      const auto drawn = std::next(expected.begin(), static_cast<std::ptrdiff_t>(random() % expected.size()));
+      const std::string path = drawn->substr(drawn->find(' ') + 1);
+      const bool isDir = drawn->starts_with("dir ");
+      if (path == pathPrefix(root)) continue;
+      std::erase_if(expected, [&](const std::string& row) {
+        const std::string other = row.substr(row.find(' ') + 1);
+        return other == path || (isDir && other.starts_with(path + "/"));
+      });
+      ScanStore::remove(path, isDir, url, root);
+      ASSERT_EQ(contents(url, root), expected) << path;
+    }
+    EXPECT_EQ(inconsistency(ScanStore::load(url, root, 0), root), "");
+    EXPECT_EQ(RawIndex(url).value("PRAGMA integrity_check"), "ok");
+  }
+}
+
+TEST(Removal, OfWhatTheIndexDoesNotHoldIsRefusedAndChangesNothing) {
+  const TempFolder top;
+  SampleTree tree;
+  DirNode& folder = tree.folder("d");
+  tree.file(folder, {"f", 1, 1, 1});
+  const std::string url = tree.save(top.path);
+  const std::string before = readBytes(url);
+  const std::pair<const char*, bool> refused[] = {{"/sample", true},    {"/sample", false},      {"/sample/", true},
+                                                  {"/", true},          {"/sampler/d", true},    {"/sample/x", true},
+                                                  {"/sample/x/d", true}, {"/sample/d/f", true},  {"/sample/d", false},
+                                                  {"/sample/d/x", false}, {"/sample/x/f", false}, {"d", true}};
+  for (const auto& [path, isDir] : refused) {
+    try {
+      ScanStore::remove(path, isDir, url, tree.path);
+      ADD_FAILURE() << path;
+    } catch (const StoreError& error) {
+      EXPECT_EQ(error.kind, StoreError::Kind::missing);
+      EXPECT_EQ(error.message, std::string("the index holds no ") + path);
+    }
+  }
+  EXPECT_EQ(readBytes(url), before);
+  try {
+    ScanStore::remove("/sample/d", true, top.at("absent"), tree.path);
+    ADD_FAILURE();
+  } catch (const StoreError& error) {
+    EXPECT_EQ(error.message, "cannot open " + top.at("absent") + " for writing");
+  }
+}
+
+}  // namespace
+}  // namespace quon::test

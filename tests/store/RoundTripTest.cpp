@@ -1,0 +1,322 @@
+// A real, hostile tree is scanned into an index. What comes back is held against the tree of the scan, and the
+// file itself against a second walk with lstat alone.
+#include <algorithm>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <map>
+#include <random>
+#include <set>
+#include <sys/stat.h>
+#include <tuple>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "base/Sha256.h"
+#include "scan/DirNode.h"
+#include "store/FolderScan.h"
+#include "store/ScanStore.h"
+#include "support/ChildProcess.h"
+#include "support/RawIndex.h"
+#include "support/SampleTree.h"
+#include "support/Seed.h"
+#include "support/TempFolder.h"
+
+namespace quon::test {
+namespace {
+
+namespace fs = std::filesystem;
+using Random = std::mt19937_64;
+
+std::string hostileName(Random& random) {
+  static const std::vector<std::string> kPieces{
+      "a",  "Z",    " ",        "\n", "\t", "\\", "\"", "'", "%s", "\xff", "\xc3\x28", "\xe2\x80\xae", "\u00e4",
+      "..", "-rf ", "\x1b[31m", "*",  "$x", ";",  "&",  "{", "..", "u0000", "\xed\xa0\x80"};
+  std::string name;
+  const std::size_t pieces = 1 + random() % 6;
+  while (name.size() < pieces) name += kPieces[random() % kPieces.size()];
+  if (random() % 20 == 0) name.resize(255, static_cast<char>(1 + random() % 46));
+  return name == "." || name == ".." ? "...." : name;
+}
+
+void setTime(const std::string& path, std::int64_t seconds) {
+  const std::array<timespec, 2> times{{{seconds, 0}, {seconds, 999999999}}};
+  ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times.data(), AT_SYMLINK_NOFOLLOW), 0) << path;
+}
+
+/// Folders and files of all sorts with times from 1901 to 2038.
+void growTree(const TempFolder& top, Random& random) {
+  std::vector<std::string> folders{top.folder("tree")};
+  std::vector<std::string> regular;
+  for (int made = 0; made < 400; ++made) {
+    const std::string path = folders[random() % folders.size()] + "/" + hostileName(random);
+    struct stat found {};
+    if (::lstat(path.c_str(), &found) == 0) continue;
+    const auto kind = random() % 10;
+    if (kind < 2) {
+      ASSERT_EQ(::mkdir(path.c_str(), 0700), 0) << path;
+      folders.push_back(path);
+    } else if (kind == 2 && !regular.empty()) {
+      ASSERT_EQ(::link(regular[random() % regular.size()].c_str(), path.c_str()), 0);
+    } else if (kind == 3) {
+      ASSERT_EQ(::symlink(random() % 2 == 0 ? "/" : hostileName(random).c_str(), path.c_str()), 0);
+    } else {
+      const auto size = kind == 4 ? 1048575 + random() % 3 : kind == 5 ? random() % (1ULL << 40U) : random() % 9000;
+      (void)top.file(path.substr(top.path.size() + 1), size);
+      regular.push_back(path);
+    }
+    if (random() % 2 == 0) setTime(path, static_cast<std::int64_t>(random() % (1ULL << 32U)) - (1LL << 31U));
+  }
+  for (const std::string& folder : folders) {
+    if (random() % 2 == 0) setTime(folder, static_cast<std::int64_t>(random() % (1ULL << 32U)) - (1LL << 31U));
+  }
+}
+
+using Figures = std::tuple<std::string, std::string, std::string>;  // logical, physical, mtime, as SQL tells them
+
+struct Walked {
+  std::map<std::string, std::string> folders;                       // path to mtime
+  std::map<std::string, Figures> files;                             // every name of a file with one name
+  std::map<std::uint64_t, std::map<std::string, Figures>> linked;  // by inode number
+};
+
+Walked walk(const std::string& root) {
+  Walked walked;
+  std::vector<std::string> paths{root};
+  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root)) paths.push_back(entry.path());
+  for (const std::string& path : paths) {
+    struct stat found {};
+    EXPECT_EQ(::lstat(path.c_str(), &found), 0) << path;
+    const std::string mtime = std::to_string(found.st_mtim.tv_sec);
+    const Figures figures{std::to_string(found.st_size), std::to_string(found.st_blocks * 512), mtime};
+    if (S_ISDIR(found.st_mode)) {
+      walked.folders[path] = mtime;
+    } else if (S_ISREG(found.st_mode) && found.st_nlink > 1) {
+      walked.linked[found.st_ino][path] = figures;
+    } else {
+      walked.files[path] = figures;
+    }
+  }
+  return walked;
+}
+
+/// The folders' paths by row id, put together as the rows say.
+std::map<std::string, std::string> folderPaths(RawIndex& index, const std::string& root) {
+  std::map<std::string, std::string> paths;
+  for (const RawIndex::Row& row : index.rows("SELECT id, parent, name FROM dirs ORDER BY id")) {
+    if (row[1] == "(null)") {
+      EXPECT_TRUE(paths.empty()) << "a folder stands before the root";
+      paths[row[0]] = root;
+    } else {
+      EXPECT_TRUE(paths.contains(row[1])) << "a folder stands before its parent";
+      paths[row[0]] = paths[row[1]] + "/" + row[2];
+    }
+  }
+  return paths;
+}
+
+void expectRowsOf(const Walked& walked, const std::string& url, const std::string& root) {
+  RawIndex index(url);
+  const auto paths = folderPaths(index, root);
+  std::map<std::string, std::string> folders;
+  for (const auto& row : index.rows("SELECT id, mtime, error FROM dirs")) {
+    folders[paths.at(row[0])] = row[1];
+    EXPECT_EQ(row[2], "0");
+  }
+  EXPECT_EQ(folders, walked.folders);
+  std::map<std::string, Figures> files;
+  for (const auto& row : index.rows("SELECT dir, name, logical, physical, mtime FROM files")) {
+    const bool fresh = files.emplace(paths.at(row[0]) + "/" + row[1], Figures(row[2], row[3], row[4])).second;
+    EXPECT_TRUE(fresh) << "a file has two rows";
+  }
+  std::map<std::uint64_t, std::map<std::string, bool>> links;
+  for (const auto& row : index.rows("SELECT fileid, dir, name, counted FROM links")) {
+    links[std::stoull(row[0])][paths.at(row[1]) + "/" + row[2]] = row[3] == "1";
+  }
+  ASSERT_EQ(links.size(), walked.linked.size());
+  for (const auto& [id, names] : walked.linked) {
+    ASSERT_EQ(links[id].size(), names.size());
+    int counted = 0;
+    for (const auto& [path, figures] : names) {
+      ASSERT_TRUE(links[id].contains(path));
+      if (!links[id][path]) continue;
+      ++counted;
+      ASSERT_TRUE(files.contains(path));
+      EXPECT_EQ(files[path], figures);
+      files.erase(path);
+    }
+    EXPECT_EQ(counted, 1) << "names of one file that were counted";
+  }
+  EXPECT_EQ(files, walked.files);
+}
+
+TEST(RoundTrip, AHostileTreeComesBackAsItWasScanned) {
+  Random random(randomSeed());
+  const TempFolder top;
+  growTree(top, random);
+  const std::string root = top.at("tree");
+  FolderScan scan(linuxPlatform(), {.root = root, .threads = 4, .indexDirectory = top.at("own/data/index")});
+  const FolderScan::Outcome outcome = scan.run();
+  ASSERT_EQ(outcome.notSaved, "");
+  ASSERT_EQ(outcome.index, ScanStore::canonicalURL(top.at("own/data/index"), root));
+
+  const Loaded loaded = ScanStore::load(outcome.index, root, 1048576);
+  EXPECT_EQ(difference(*outcome.result.root, *loaded.result.root), "");
+  EXPECT_EQ(inconsistency(loaded, root), "");
+  EXPECT_EQ(loaded.result.topFiles, outcome.result.topFiles);
+  EXPECT_FALSE(loaded.result.topFiles.empty());
+  EXPECT_EQ(loaded.result.errorSamples, outcome.result.errorSamples);
+  EXPECT_EQ(loaded.result.errorCount, 0U);
+  EXPECT_EQ(loaded.result.hardlinksDeduped, outcome.result.hardlinksDeduped);
+  EXPECT_EQ(loaded.scanElapsedMs, outcome.elapsedMs);
+  EXPECT_NEAR(loaded.scannedAt, outcome.scannedAt, 60);
+  EXPECT_TRUE(loaded.hasLinkRegistry);
+
+  const Walked walked = walk(root);
+  expectRowsOf(walked, outcome.index, root);
+  std::uint64_t sightings = 0;
+  for (const auto& [id, names] : walked.linked) sightings += names.size();
+  EXPECT_EQ(loaded.result.hardlinksDeduped, sightings - walked.linked.size());
+  ASSERT_EQ(loaded.idByPath.size(), walked.folders.size());
+  for (const auto& [path, mtime] : walked.folders) {
+    EXPECT_TRUE(loaded.idByPath.find(path));
+    EXPECT_FALSE(loaded.idByPath.find(path + "/absent"));
+    EXPECT_FALSE(loaded.idByPath.find(path + "\xff"));
+  }
+  EXPECT_FALSE(loaded.idByPath.find(top.path));
+  EXPECT_FALSE(loaded.idByPath.find(""));
+
+  struct stat found {};
+  ASSERT_EQ(::stat(outcome.index.c_str(), &found), 0);
+  EXPECT_EQ(found.st_mode & 07777U, 0600U);
+  for (const char* folder : {"own", "own/data", "own/data/index"}) {
+    ASSERT_EQ(::stat(top.at(folder).c_str(), &found), 0);
+    EXPECT_EQ(found.st_mode & 07777U, 0700U) << folder;
+  }
+}
+
+TEST(RoundTrip, WhatIsKeptDependsOnTheSizeAskedFor) {
+  const TempFolder top;
+  SampleTree tree;
+  tree.file(tree.root(), {"large", 4096, 8, 1});
+  tree.file(tree.root(), {"small", 4095, 8, 1});
+  const std::string url = tree.save(top.path);
+  EXPECT_EQ(ScanStore::load(url, tree.path, 4096).result.root->keptFiles,
+            (std::vector<FileEntry>{{"large", 4096, 8, 1}}));
+  EXPECT_EQ(ScanStore::load(url, tree.path, 0).result.root->keptFiles.size(), 2U);
+  EXPECT_TRUE(ScanStore::load(url, tree.path, ~0ULL).result.root->keptFiles.empty());
+}
+
+TEST(RoundTrip, AFolderThatFailedHasItsRowAndNoFiles) {
+  const TempFolder top;
+  ASSERT_EQ(::chmod(top.path.c_str(), 0777), 0);
+  asOrdinaryUser([&] {
+    (void)top.file("tree/shut/hidden", 10);
+    ASSERT_EQ(::chmod(top.at("tree/shut").c_str(), 0), 0);
+    FolderScan scan(linuxPlatform(), {.root = top.at("tree"), .indexDirectory = top.at("index")});
+    const FolderScan::Outcome outcome = scan.run();
+    ASSERT_EQ(outcome.notSaved, "");
+    RawIndex index(outcome.index);
+    EXPECT_EQ(index.rows("SELECT name, error FROM dirs WHERE parent = 1"), (std::vector<RawIndex::Row>{{"shut", "1"}}));
+    EXPECT_EQ(index.value("SELECT COUNT(*) FROM files"), "0");
+    EXPECT_EQ(index.value("SELECT value FROM meta WHERE key = 'errorCount'"), "1");
+    const Loaded loaded = ScanStore::load(outcome.index, top.at("tree"), 1);
+    EXPECT_EQ(loaded.result.errorSamples, (std::vector<std::string>{top.at("tree/shut")}));
+    EXPECT_EQ(difference(*outcome.result.root, *loaded.result.root), "");
+    ASSERT_EQ(::chmod(top.at("tree/shut").c_str(), 0700), 0);
+  });
+}
+
+TEST(Schema, IsTheOneThatOtherProgramsRead) {
+  const TempFolder top;
+  SampleTree tree;
+  DirNode& below = tree.folder("a");
+  DirNode& deepest = tree.folder("b", &below);
+  const std::string url = ScanStore::canonicalURL(top.path, tree.path);
+  ScanStore store(linuxPlatform(), url);
+  store.recordLink(~0ULL, deepest, "far", true);  // before any folder has its row
+  tree.file(deepest, {"far", 5, 512, -1});
+  tree.record(store);
+  WalkResult figures;
+  figures.root = tree.shared();
+  figures.topFiles = {{"/sample/a/b/\xff\"", 1ULL << 63U, 0, -5}};
+  figures.errorCount = 3;
+  figures.errorSamples = {"/sample/\xfe"};
+  figures.hardlinksDeduped = 2;
+  figures.skippedProtected = {"/sample/skipped"};
+  store.finish(tree.path, 42, figures, 1ULL << 63U, 4294967295U);
+
+  RawIndex index(url);
+  const std::vector<RawIndex::Row> schema{
+      {"table", "meta", "CREATE TABLE meta (key TEXT PRIMARY KEY, value TEXT NOT NULL)"},
+      {"index", "sqlite_autoindex_meta_1", "(null)"},
+      {"table", "dirs",
+       "CREATE TABLE dirs (\n  id INTEGER PRIMARY KEY,\n  parent INTEGER,\n  name TEXT NOT NULL,\n  mtime INTEGER NOT "
+       "NULL,\n  error INTEGER NOT NULL DEFAULT 0\n)"},
+      {"table", "files",
+       "CREATE TABLE files (\n  dir INTEGER NOT NULL,\n  name TEXT NOT NULL,\n  logical INTEGER NOT NULL,\n  physical "
+       "INTEGER NOT NULL,\n  mtime INTEGER NOT NULL\n)"},
+      {"table", "links",
+       "CREATE TABLE links (\n  fileid INTEGER NOT NULL,\n  dir INTEGER NOT NULL,\n  name TEXT NOT NULL,\n  counted "
+       "INTEGER NOT NULL,\n  PRIMARY KEY (fileid, dir, name)\n)"},
+      {"index", "sqlite_autoindex_links_1", "(null)"},
+      {"index", "idx_links_dir", "CREATE INDEX idx_links_dir ON links(dir)"},
+      {"index", "idx_files_dir", "CREATE INDEX idx_files_dir ON files(dir)"},
+      {"index", "idx_dirs_parent_name", "CREATE INDEX idx_dirs_parent_name ON dirs(parent, name)"}};
+  EXPECT_EQ(index.rows("SELECT type, name, sql FROM sqlite_schema ORDER BY rowid"), schema);
+  EXPECT_EQ(index.value("PRAGMA integrity_check"), "ok");
+  std::vector<std::string> keys;
+  for (const auto& row : index.rows("SELECT key FROM meta ORDER BY rowid")) keys.push_back(row[0]);
+  EXPECT_EQ(keys, (std::vector<std::string>{"format", "root", "scannedAt", "elapsedMs", "errorCount", "errorSamples",
+                                            "hardlinksDeduped", "linksVersion", "skippedProtected", "topFiles",
+                                            "lastEventId", "rootDev", "complete"}));
+  EXPECT_EQ(index.rows("SELECT d.name, p.name, l.fileid, l.counted FROM links l JOIN dirs d ON l.dir = d.id "
+                       "JOIN dirs p ON d.parent = p.id"),
+            (std::vector<RawIndex::Row>{{"b", "a", "-1", "1"}}));
+  EXPECT_EQ(folderPaths(index, tree.path).size(), 3U);
+
+  const Loaded loaded = ScanStore::load(url, tree.path, 1);
+  EXPECT_EQ(loaded.result.topFiles, figures.topFiles);
+  EXPECT_EQ(loaded.result.errorCount, 3U);
+  EXPECT_EQ(loaded.result.errorSamples, figures.errorSamples);
+  EXPECT_EQ(loaded.result.hardlinksDeduped, 2U);
+  EXPECT_EQ(loaded.result.skippedProtected, figures.skippedProtected);
+  EXPECT_EQ(loaded.scanElapsedMs, 42);
+  EXPECT_EQ(loaded.lastEventId, 1ULL << 63U);
+  EXPECT_EQ(loaded.rootDev, 4294967295U);
+}
+
+TEST(IndexName, TellsRootsApartAndFitsTheFileSystem) {
+  EXPECT_EQ(ScanStore::canonicalURL("/i", "/"),
+            "/i/root-8a5edab282632443219e051e4ade2d1d5bbc671c781051bf1437897cbdfea0f1.sqlite");
+  EXPECT_EQ(ScanStore::canonicalURL("/i", "/home/x"), "/i/x-" + sha256Hex("/home/x") + ".sqlite");
+  EXPECT_NE(ScanStore::canonicalURL("/i", "/a/x"), ScanStore::canonicalURL("/i", "/b/x"));
+
+  const TempFolder top;
+  const std::string prefix = "/p/" + std::string(254, 'n');
+  std::set<std::string> urls;
+  for (const std::string& root : {std::string("/"), prefix + "1", prefix + "2", std::string("/p/\xff\xfe\x80"),
+                                  "/p/" + std::string(255, '\xc3'), std::string("/p/a?mode=ro#x%00")}) {
+    const std::string url = SampleTree(root).save(top.path);
+    EXPECT_TRUE(urls.insert(url).second);
+    EXPECT_EQ(ScanStore::load(url, root, 0).result.root->name, root);
+  }
+  EXPECT_EQ(std::distance(fs::directory_iterator(top.path), fs::directory_iterator()), 6);
+}
+
+TEST(IndexName, OfABuildIsTheFinalNameAndAFreshOne) {
+  const TempFolder top;
+  const std::string url = ScanStore::canonicalURL(top.path, "/x");
+  const ScanStore one(linuxPlatform(), url);
+  const ScanStore other(linuxPlatform(), url);
+  EXPECT_NE(one.buildingURL(), other.buildingURL());
+  ASSERT_TRUE(one.buildingURL().starts_with(url + ".building-"));
+  EXPECT_EQ(one.buildingURL().size(), url.size() + std::string(".building-").size() + 36);
+  struct stat found {};
+  ASSERT_EQ(::stat(one.buildingURL().c_str(), &found), 0);
+  EXPECT_EQ(found.st_mode & 07777U, 0600U);
+}
+
+}  // namespace
+}  // namespace quon::test

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct sqlite3;
+
+namespace quon::test {
+
+/// An index as any other program sees it: through the plain C interface of SQLite, with none of quon's checks.
+/// Opens for writing; failures throw std::runtime_error with SQLite's message. Threads: one at a time.
+class RawIndex {
+ public:
+  using Row = std::vector<std::string>;
+
+  explicit RawIndex(const std::string& path);
+  ~RawIndex();
+  RawIndex(const RawIndex&) = delete;
+  RawIndex& operator=(const RawIndex&) = delete;
+
+  void exec(const std::string& script);
+  /// Every column as its bytes; NULL as "(null)".
+  [[nodiscard]] std::vector<Row> rows(const std::string& query);
+  /// The first column of the first row.
+  [[nodiscard]] std::string value(const std::string& query);
+  [[nodiscard]] sqlite3* raw() { return connection; }
+
+ private:
+  sqlite3* connection = nullptr;
+};
+
+/// Bytes as an SQL expression of type TEXT, whatever they hold.
+[[nodiscard]] std::string sqlText(std::string_view bytes);
+
+[[nodiscard]] std::string readBytes(const std::string& path);
+void writeBytes(const std::string& path, std::string_view bytes);
+
+}  // namespace quon::test

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "base/RefPtr.h"
+#include "platform_linux/LinuxPlatform.h"
+#include "scan/DirNode.h"
+#include "scan/FileBatch.h"
+#include "scan/FileEntry.h"
+#include "store/ScanStore.h"
+
+namespace quon::test {
+
+[[nodiscard]] const Platform& linuxPlatform();
+
+[[nodiscard]] FileBatch batchOf(const std::vector<FileEntry>& files);
+
+/// A tree that was made up instead of scanned, for indexes of any shape: sizes that no disk holds, chains that
+/// no disk should. Threads: main only.
+class SampleTree {
+ public:
+  explicit SampleTree(std::string rootPath = "/sample");
+
+  /// Without a parent the root's child.
+  DirNode& folder(std::string name, DirNode* parent = nullptr, std::int64_t mtime = 0);
+  void file(DirNode& parent, FileEntry file);
+  [[nodiscard]] DirNode& root() const { return *tree; }
+  [[nodiscard]] RefPtr<DirNode> shared() const { return tree; }
+
+  /// Hands every folder to the store, parents last, so that the store must find their rows itself.
+  void record(ScanStore& store) const;
+  /// Writes the index into the folder; its path.
+  std::string save(const std::string& indexFolder, WalkResult figures = {}) const;
+
+  const std::string path;
+
+ private:
+  RefPtr<DirNode> tree;
+  std::vector<DirNode*> folders;
+  std::map<const DirNode*, std::vector<FileEntry>> files;
+};
+
+/// Where two rolled-up trees differ, children compared as sets by name; "" when they do not. Names of roots are
+/// compared as well. Kept files count.
+[[nodiscard]] std::string difference(const DirNode& expected, const DirNode& actual);
+
+/// What is wrong within a loaded index: totals that are not what rolling up gives, a child whose parent is
+/// another, kept files that outweigh their folder, a folder that its path does not find; "" when nothing is.
+[[nodiscard]] std::string inconsistency(const Loaded& loaded, const std::string& rootPath);
+
+}  // namespace quon::test

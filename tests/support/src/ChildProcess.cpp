@@ -1,0 +1,96 @@
+#include "support/ChildProcess.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <exception>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace quon::test {
+namespace {
+
+constexpr int kPassed = 0;
+constexpr int kFailed = 1;
+constexpr int kSkipped = 77;
+constexpr uid_t kNobody = 65534;
+
+void must(int status, const char* what) {
+  if (status != 0) throw std::system_error(errno, std::generic_category(), what);
+}
+
+/// A mount namespace costs a privilege, which an ordinary user has in a user namespace, where those are
+/// allowed.
+bool enterMountNamespace() {
+  if (::unshare(CLONE_NEWNS) == 0) return true;
+  const uid_t user = ::getuid();
+  const gid_t group = ::getgid();
+  if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
+  std::ofstream("/proc/self/uid_map") << "0 " << user << " 1\n";
+  std::ofstream("/proc/self/setgroups") << "deny";
+  std::ofstream("/proc/self/gid_map") << "0 " << group << " 1\n";
+  return ::getuid() == 0;
+}
+
+}  // namespace
+
+void inChild(const std::function<void()>& body) {
+  std::fflush(nullptr);
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0) << "cannot fork";
+  if (child == 0) {
+    try {
+      body();
+    } catch (const std::exception& failure) {
+      ADD_FAILURE() << failure.what();
+    }
+    std::fflush(nullptr);
+    ::_exit(testing::Test::HasFailure() ? kFailed : testing::Test::IsSkipped() ? kSkipped : kPassed);
+  }
+  int status = 0;
+  while (::waitpid(child, &status, 0) < 0) ASSERT_EQ(errno, EINTR);
+  if (WIFEXITED(status) && WEXITSTATUS(status) == kSkipped) GTEST_SKIP() << "for the reason told above";
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == kPassed)
+      << "the child ended with status " << status;
+}
+
+void inPrivateMounts(const std::function<void()>& body) {
+  inChild([&] {
+    if (!enterMountNamespace()) GTEST_SKIP() << "needs root, or a user namespace, to mount file systems";
+    must(::mount("", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "cannot keep mounts private");
+    body();
+  });
+}
+
+void asOrdinaryUser(const std::function<void()>& body) {
+  inChild([&] {
+    if (::getuid() == 0) {
+      must(::setgroups(0, nullptr), "setgroups");
+      must(::setresgid(kNobody, kNobody, kNobody), "setresgid");
+      must(::setresuid(kNobody, kNobody, kNobody), "setresuid");
+    }
+    body();
+  });
+}
+
+void mountTmpfs(const std::string& folder) {
+  must(::mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=0,nr_inodes=0,mode=0700"), "cannot mount a tmpfs");
+}
+
+void bindMount(const std::string& from, const std::string& to) {
+  must(::mount(from.c_str(), to.c_str(), nullptr, MS_BIND, nullptr), "cannot bind-mount");
+}
+
+std::size_t openDescriptors() {
+  const std::filesystem::directory_iterator all("/proc/self/fd");
+  return static_cast<std::size_t>(std::distance(begin(all), end(all))) - 1;  // less the listing's own
+}
+
+}  // namespace quon::test

@@ -1,0 +1,297 @@
+#include "support/TreeEditor.h"
+
+#include <algorithm>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+#include "platform_linux/Descriptor.h"
+
+namespace quon::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::uint64_t kLarge = 1048576;
+
+std::string parentOf(const std::string& path) {
+  return path.substr(0, path.rfind('/'));
+}
+
+void setLength(const std::string& path, std::uint64_t bytes) {
+  const Descriptor file(::open(path.c_str(), O_CREAT | O_WRONLY | O_NOFOLLOW | O_CLOEXEC, 0644));
+  if (file.isOpen() && ::ftruncate(file.get(), static_cast<off_t>(bytes)) != 0)
+    throw std::runtime_error(path);
+}
+
+void writeBytes(const std::string& path, std::uint64_t bytes) {
+  const Descriptor file(::open(path.c_str(), O_CREAT | O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0644));
+  const std::string content(bytes, 'w');
+  if (file.isOpen() && ::write(file.get(), content.data(), content.size()) < 0)
+    throw std::runtime_error(path);
+}
+
+}  // namespace
+
+TreeEditor::TreeEditor(std::string folder, std::uint64_t seed) : root(std::move(folder)), random(seed) {}
+
+std::vector<FolderEvent> TreeEditor::takeEvents() {
+  return std::exchange(events, {});
+}
+
+void TreeEditor::populate(int edits) {
+  for (int count = 0; count < edits; ++count) {
+    switch (below(8)) {
+      case 0:
+      case 1:
+        makeFolder();
+        break;
+      case 2:
+        link();
+        break;
+      case 3:
+        symlink();
+        break;
+      default:
+        makeFile();
+    }
+  }
+  events.clear();
+}
+
+void TreeEditor::edit() {
+  const auto removes = [&](const std::uint64_t kind) {
+    return (kind >= 6 && kind <= 10) || kind == 16 || kind == 19;
+  };
+  const std::uint64_t kind = below(22);
+  edit(wroteThroughLink && removes(kind) ? 0 : kind);
+}
+
+void TreeEditor::edit(std::uint64_t kind) {
+  switch (kind) {
+    case 0:
+    case 1:
+    case 2:
+      return makeFolder();
+    case 3:
+    case 4:
+      return append();
+    case 5:
+      return truncate();
+    case 6:
+    case 7:
+      return removeFile();
+    case 8:
+      return removeFolder();
+    case 9:
+    case 10:
+      return renameFile();
+    case 11:
+    case 12:
+      return moveFolder();
+    case 13:
+      return swapFolders();
+    case 14:
+    case 15:
+      return link();
+    case 16:
+      return unlinkName();
+    case 17:
+      return symlink();
+    case 18:
+      return setTimes();
+    case 19:
+      return replaceFolder();
+    default:
+      return makeFile();
+  }
+}
+
+void TreeEditor::makeFile() {
+  const std::string path = anyFolder() + "/" + freshName();
+  if (below(4) == 0) {
+    setLength(path, kLarge + below(1000) * 4096);
+  } else {
+    writeBytes(path, below(9000));
+  }
+  changedParent(path);
+  note("make " + path);
+}
+
+void TreeEditor::makeFolder() {
+  const std::string path = anyFolder() + "/" + freshName();
+  if (::mkdir(path.c_str(), 0755) != 0) return;
+  changedParent(path);
+  appeared(path);
+  note("mkdir " + path);
+}
+
+void TreeEditor::append() {
+  const std::string path = anyBelowRoot(false);
+  if (path.empty()) return makeFile();
+  writeBytes(path, 1 + below(20000));
+  wrote(path);
+  note("append " + path);
+}
+
+void TreeEditor::truncate() {
+  const std::string path = anyBelowRoot(false);
+  if (path.empty()) return makeFile();
+  setLength(path, below(2) == 0 ? 0 : kLarge + below(100) * 100000);
+  wrote(path);
+  note("truncate " + path);
+}
+
+void TreeEditor::removeFile() {
+  const std::string path = anyBelowRoot(false);
+  if (path.empty()) return makeFile();
+  ::unlink(path.c_str());
+  changedParent(path);
+  note("remove " + path);
+}
+
+void TreeEditor::removeFolder() {
+  const std::string path = anyBelowRoot(true);
+  if (path.empty() || below(2) == 0) return makeFile();
+  fs::remove_all(path);
+  changed(path);
+  changedParent(path);
+  note("remove tree " + path);
+}
+
+void TreeEditor::renameFile() {
+  const std::string from = anyBelowRoot(false);
+  if (from.empty()) return makeFile();
+  // Now and then over an existing file.
+  std::string to = below(3) == 0 ? anyBelowRoot(false) : anyFolder() + "/" + freshName();
+  if (::rename(from.c_str(), to.c_str()) != 0) return;
+  changedParent(from);
+  changedParent(to);
+  note("rename " + from + " to " + to);
+}
+
+void TreeEditor::moveFolder() {
+  const std::string from = anyBelowRoot(true);
+  if (from.empty()) return makeFolder();
+  const std::string to = anyFolder() + "/" + freshName();
+  if (::rename(from.c_str(), to.c_str()) != 0) return;  // into itself, say
+  changedParent(from);
+  changedParent(to);
+  appeared(to);
+  note("move " + from + " to " + to);
+}
+
+void TreeEditor::swapFolders() {
+  const std::string a = anyBelowRoot(true);
+  const std::string b = anyBelowRoot(true);
+  if (a.empty() || ::renameat2(AT_FDCWD, a.c_str(), AT_FDCWD, b.c_str(), RENAME_EXCHANGE) != 0) return;
+  changedParent(a);
+  changedParent(b);
+  appeared(a);
+  appeared(b);
+  note("swap " + a + " and " + b);
+}
+
+void TreeEditor::link() {
+  const std::string from = anyBelowRoot(false);
+  if (from.empty()) return makeFile();
+  const std::string to = anyFolder() + "/" + freshName();
+  if (::link(from.c_str(), to.c_str()) != 0) return;
+  changedParent(to);  // the folder of the first name is told nothing
+  note("link " + from + " as " + to);
+}
+
+void TreeEditor::unlinkName() {
+  for (int tries = 0; tries < 8; ++tries) {
+    const std::string path = anyBelowRoot(false);
+    struct stat found {};
+    if (path.empty() || ::lstat(path.c_str(), &found) != 0 || found.st_nlink < 2) continue;
+    ::unlink(path.c_str());
+    changedParent(path);
+    note("unlink " + path);
+    return;
+  }
+  makeFile();
+}
+
+void TreeEditor::symlink() {
+  const std::string path = anyFolder() + "/" + freshName();
+  if (::symlink(below(2) == 0 ? ".." : "nowhere", path.c_str()) != 0) return;
+  changedParent(path);
+  note("symlink " + path);
+}
+
+void TreeEditor::setTimes() {
+  const std::string path = anyBelowRoot(below(2) == 0);
+  if (path.empty()) return makeFile();
+  const timespec when{static_cast<time_t>(below(4000000000)), 5};
+  const timespec times[2] = {when, when};
+  ::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW);
+  wrote(path);
+  note("touch " + path);
+}
+
+/// Another folder under the same name, with children of the same names.
+void TreeEditor::replaceFolder() {
+  const std::string path = anyBelowRoot(true);
+  if (path.empty()) return makeFolder();
+  const std::string copy = parentOf(path) + "/" + freshName();
+  fs::copy(path, copy, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+  fs::remove_all(path);
+  if (::rename(copy.c_str(), path.c_str()) != 0) return;
+  changedParent(path);
+  appeared(path);
+  note("replace " + path);
+}
+
+std::string TreeEditor::anyFolder() {
+  const std::string found = anyBelowRoot(true);
+  return found.empty() || below(5) == 0 ? root : found;
+}
+
+std::string TreeEditor::anyBelowRoot(bool folder) {
+  std::vector<std::string> found;
+  for (const fs::directory_entry& entry :
+       fs::recursive_directory_iterator(root, fs::directory_options::skip_permission_denied)) {
+    const fs::file_status status = entry.symlink_status();
+    if (folder ? fs::is_directory(status) : fs::is_regular_file(status))
+      found.push_back(entry.path().string());
+  }
+  if (found.empty()) return "";
+  std::ranges::sort(found);  // so that the seed alone decides
+  return found[below(found.size())];
+}
+
+std::string TreeEditor::freshName() {
+  std::string name = "n" + std::to_string(made++);
+  if (below(10) == 0) name += "\xff\n é";
+  return name;
+}
+
+std::uint64_t TreeEditor::below(std::uint64_t bound) {
+  return random() % bound;
+}
+
+void TreeEditor::changed(const std::string& path) {
+  events.push_back({path, 0, 0});
+}
+void TreeEditor::changedParent(const std::string& path) {
+  changed(parentOf(path));
+}
+void TreeEditor::appeared(const std::string& path) {
+  events.push_back({path, EventFlag::mustScanSubdirs, 0});
+}
+void TreeEditor::wrote(const std::string& path) {
+  struct stat found {};
+  if (::lstat(path.c_str(), &found) == 0 && !S_ISDIR(found.st_mode) && found.st_nlink > 1)
+    wroteThroughLink = true;
+  changedParent(path);
+}
+void TreeEditor::note(const std::string& what) {
+  done.push_back(what);
+}
+
+}  // namespace quon::test
