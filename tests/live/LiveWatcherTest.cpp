@@ -1,0 +1,195 @@
+// The watcher's state machine, driven by a manual clock, scripted events and a real index of a real folder.
+#include <gtest/gtest.h>
+#include <memory>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "base/ManualQueue.h"
+#include "live/LiveWatcher.h"
+#include "platform/Events.h"
+#include "platform/Files.h"
+#include "platform_linux/LinuxPlatform.h"
+#include "store/FolderScan.h"
+#include "store/ScanStore.h"
+#include "support/FakeEvents.h"
+#include "support/TempFolder.h"
+
+namespace quon::test {
+namespace {
+
+using Seconds = std::chrono::duration<double>;
+constexpr std::uint64_t kMinKeep = 1048576;
+
+class LiveWatcherTest : public ::testing::Test {
+ protected:
+  LiveWatcherTest() {
+    tree.file("a/one", 100);
+    tree.file("b/two", 200);
+    FolderScan scan(platform.services(), {.root = root, .indexDirectory = work.path});
+    index = scan.run().index;
+    loaded.emplace(ScanStore::load(index, root, kMinKeep));
+  }
+
+  void watch(std::size_t maxChanges = 20000) {
+    watcher = std::make_unique<LiveWatcher>(
+        LiveWatcher::Services{platform.services(), events, callbacks, workQueue,
+                              [this](std::function<void()> commit) { commits.post(std::move(commit)); },
+                              [this](const LiveWatcher::Event& event) { told.push_back(event); },
+                              [this] { return Seconds(workQueue.now()); }},
+        LiveWatcher::Options{.root = loaded->result.root,
+                             .rootPath = root,
+                             .indexURL = index,
+                             .rootDev = loaded->rootDev,
+                             .topFiles = loaded->result.topFiles,
+                             .sinceEventId = loaded->lastEventId,
+                             .maxChanges = maxChanges});
+  }
+
+  void deliver(std::vector<FolderEvent> list) {
+    events.push(std::move(list));
+    callbacks.runPosted();
+  }
+
+  /// Time passes on the work queue; what it hands to the tree is applied.
+  void pass(double seconds) {
+    workQueue.advance(Seconds(seconds));
+    commits.runPosted();
+  }
+
+  std::string rescanReason() {
+    for (const LiveWatcher::Event& event : told) {
+      if (const auto* reason = std::get_if<LiveWatcher::NeedsRescan>(&event)) return reason->reason;
+    }
+    return "";
+  }
+
+  std::vector<FolderEvent> burst(std::size_t count) {
+    std::vector<FolderEvent> list;
+    for (std::size_t number = 0; number < count; ++number) {
+      list.push_back({root + "/a/" + std::to_string(number), 0, number + 1});
+    }
+    return list;
+  }
+
+  const LinuxPlatform platform;
+  TempFolder work;
+  TempFolder tree;
+  const std::string root = tree.path;
+  std::string index;
+  std::optional<Loaded> loaded;
+  FakeEvents events;
+  ManualBackgroundQueue callbacks;
+  ManualBackgroundQueue workQueue;
+  ManualBackgroundQueue commits;
+  std::vector<LiveWatcher::Event> told;
+  std::unique_ptr<LiveWatcher> watcher;
+};
+
+TEST_F(LiveWatcherTest, AppliesABatchOnceTheWindowHasPassed) {
+  watch();
+  callbacks.runPosted();
+  ASSERT_EQ(events.requests().at(0).since, loaded->lastEventId);
+  tree.file("a/new", 5000);
+  deliver({{root + "/a/", 0, 41}, {root + "/a", 0, 42}, {root + "x/outside", 0, 43}});
+  pass(1.4);
+  EXPECT_TRUE(told.empty());
+  pass(0.2);
+  ASSERT_EQ(told.size(), 1U);
+  const auto& update = std::get<LiveWatcher::Update>(told[0]);
+  EXPECT_EQ(update.changedDirs, std::vector<std::string>{root + "/a"});
+  EXPECT_EQ(update.outcome.refreshedDirs, 1);
+  EXPECT_EQ(update.outcome.newEventId, 43U);  // an event outside the root counts, too
+  EXPECT_EQ(loaded->result.root->totalLogical, 5300U);
+  EXPECT_EQ(ScanStore::load(index, root, kMinKeep).result.root->totalLogical, 5300U);
+  EXPECT_EQ(ScanStore::load(index, root, kMinKeep).lastEventId, 43U);
+  pass(60);
+  EXPECT_EQ(told.size(), 1U);  // idle stays idle
+  EXPECT_EQ(workQueue.pendingCount(), 0U);
+}
+
+TEST_F(LiveWatcherTest, KeepsBatchesInOrderWhileTheTreeWaits) {
+  watch();
+  tree.file("a/new", 1);
+  deliver({{root + "/a", 0, 2}});
+  workQueue.advance(Seconds(1.5));  // written to the index, the tree's part waits
+  EXPECT_EQ(commits.pendingCount(), 1U);
+  tree.file("b/new", 1);
+  deliver({{root + "/b", 0, 3}});
+  workQueue.advance(Seconds(10));
+  EXPECT_EQ(commits.pendingCount(), 1U) << "a second batch was prepared before the first reached the tree";
+  commits.runPosted();
+  pass(0.6);
+  EXPECT_EQ(told.size(), 2U);
+  EXPECT_EQ(loaded->result.root->totalLogical, 302U);
+}
+
+TEST_F(LiveWatcherTest, HoldsALargeBurstUntilItIsQuiet) {
+  watch();
+  deliver(burst(2000));
+  pass(1.5);
+  EXPECT_EQ(told.size(), 1U) << "2,000 folders are applied at once";
+  deliver(burst(2001));
+  pass(1.5);
+  EXPECT_EQ(told.size(), 1U) << "2,001 wait for two quiet seconds";
+  pass(2.0);
+  EXPECT_EQ(told.size(), 2U);
+}
+
+TEST_F(LiveWatcherTest, GivesUpOnceAndSaysWhy) {
+  watch(100);
+  deliver(burst(101));
+  pass(1.5);
+  EXPECT_EQ(rescanReason(), "101 changed dirs — a rescan is cheaper");
+  workQueue.runPosted();
+  EXPECT_EQ(events.stoppedStreams(), 1);
+  deliver({{root, EventFlag::rootChanged, 999}});
+  pass(10);
+  EXPECT_EQ(told.size(), 1U);
+}
+
+TEST_F(LiveWatcherTest, NamesTheReasonItLostTrack) {
+  const auto reasonAfter = [&](std::vector<FolderEvent> list) {
+    told.clear();
+    watch();
+    deliver(std::move(list));
+    pass(2);
+    return rescanReason();
+  };
+  EXPECT_EQ(reasonAfter({{root, EventFlag::rootChanged, 1}}), "stream flags 0x20");
+  EXPECT_EQ(reasonAfter({{root, EventFlag::userDropped | EventFlag::mustScanSubdirs, 1}}),
+            "stream flags 0x3");
+  EXPECT_EQ(reasonAfter({{root, EventFlag::unmount | EventFlag::mount, 1}}), "stream flags 0xC0");
+  EXPECT_EQ(reasonAfter({{root, 0, 1}, {root, EventFlag::mustScanSubdirs, 2}, {root, 0, 3}}),
+            "deep rescan flagged at the root");
+  EXPECT_EQ(reasonAfter({{"", EventFlag::historyDone, 9}}), "");
+  events.failStart = true;
+  EXPECT_EQ(reasonAfter({}), "live stream start failed");
+  events.failCreate = true;
+  EXPECT_EQ(reasonAfter({}), "live stream creation failed");
+}
+
+TEST_F(LiveWatcherTest, AnIndexThatCannotBePatchedEndsLiveUpdates) {
+  watch();
+  platform.services().files.remove(index);
+  deliver({{root + "/a", 0, 2}});
+  pass(1.5);
+  EXPECT_EQ(rescanReason(), "index patch failed: sqlite: cannot open " + index + " for patching");
+}
+
+TEST_F(LiveWatcherTest, WorkThatOutlivesTheWatcherDoesNothing) {
+  watch();
+  tree.file("a/new", 1);
+  deliver({{root + "/a", 0, 2}});
+  workQueue.advance(Seconds(1.5));
+  events.push({{root + "/b", 0, 3}});
+  watcher.reset();
+  callbacks.runPosted();
+  pass(10);
+  EXPECT_TRUE(told.empty());
+  EXPECT_EQ(loaded->result.root->totalLogical, 300U);
+}
+
+}  // namespace
+}  // namespace quon::test

@@ -310,6 +310,7 @@ void EventJournal::prune(std::uint64_t askedBefore) {
     });
     if (!wanted) useless.push_back(mark.path);
   });
+  database.exec("DELETE FROM requests WHERE answered = 1");  // whoever still waits for one asks again
   Statement drop = database.prepare("DELETE FROM folders WHERE path = ?");
   for (const std::string& folder : useless) {
     drop.bindBlob(1, folder);

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
+#include <poll.h>
 #include <sys/eventfd.h>
 #include <system_error>
 #include <unistd.h>
@@ -11,8 +12,15 @@
 #include "Privilege.h"
 #include "RecorderLock.h"
 #include "RecorderLoop.h"
+#include "base/Log.h"
+#include "base/Text.h"
 
 namespace quon {
+namespace {
+
+constexpr int kRetryMs = 1000;
+
+}  // namespace
 
 struct EventRecorder::State {
   State(Folders given, Log& lines, const EventOptions& how)
@@ -26,6 +34,14 @@ struct EventRecorder::State {
 
   [[nodiscard]] const EventClock& clock() const {
     return options.clock == nullptr ? systemClock : *options.clock;
+  }
+
+  /// Waits for a program that has locked the journal to be done with it.
+  void waitForJournal(const DatabaseError& failure) {
+    if (failure.kind != DatabaseError::Kind::busy) throw failure;
+    log.line("another program has locked the event journal in " + displayText(folders.state) + "; waiting for it");
+    pollfd wait{wake.get(), POLLIN, 0};
+    ::poll(&wait, 1, kRetryMs);
   }
 
   /// One hold of the lock; false when it was in vain.
@@ -66,9 +82,14 @@ int EventRecorder::otherRecorder() const {
 
 void EventRecorder::run() {
   Privilege::lower();
-  while (!state->stopped && !state->record()) {
-    // The state folder was removed, and the lock with it: begin again with those that are there now.
-    if (!state->lock.wait()) return;
+  while (!state->stopped) {
+    try {
+      if (state->record()) break;
+      // The state folder was removed, and the lock with it: begin again with those that are there now.
+      if (!state->lock.wait()) return;
+    } catch (const DatabaseError& failure) {
+      state->waitForJournal(failure);
+    }
   }
   state->lock.release();
 }

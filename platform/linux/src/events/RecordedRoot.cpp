@@ -44,6 +44,9 @@ RecordedRoot::RecordedRoot(const RecorderContext& shared, WatchedRoot known)
     : context(shared), stored(std::move(known)) {}
 
 void RecordedRoot::ask(const JournalRequest& request, std::uint64_t turn) {
+  const auto isThis = [&](std::int64_t key) { return key == request.key; };
+  if (std::ranges::any_of(requests, isThis, [](const Pending& pending) { return pending.request.key; })) return;
+  if (std::ranges::any_of(answers, isThis, [](const auto& answer) { return answer.first; })) return;
   requests.push_back({request, turn});
   stored.asked = context.clock.wallMicros();
   rowChanged = true;
@@ -64,6 +67,7 @@ std::unique_ptr<RootWatch> RecordedRoot::makeWatch(std::unique_ptr<const WatchTr
 }
 
 void RecordedRoot::place(EventJournal& journal) {
+  isNew = false;
   const Descriptor folder = openFolder(AT_FDCWD, stored.path);
   FolderFacts facts;
   if (!folder.isOpen() || !readFacts(folder.get(), "", facts)) {
@@ -119,7 +123,7 @@ void RecordedRoot::drain(std::uint64_t turn) {
   if (phase == Phase::covered || phase == Phase::reaching) stored.goodUntil = now;
 }
 
-void RecordedRoot::advance(EventJournal& journal) {
+void RecordedRoot::advance(EventJournal& journal, bool mayBegin) {
   if (watch) {
     const WatchTrouble trouble = watch->trouble();
     if (trouble.unmounted) {
@@ -134,7 +138,7 @@ void RecordedRoot::advance(EventJournal& journal) {
   }
   if (watch && watch->trouble().overflowed) recover();
   if (sweep && sweep->isOver()) endSweep();
-  if (phase == Phase::unwatched && !requests.empty()) place(journal);
+  if (phase == Phase::unwatched && (!requests.empty() || (isNew && mayBegin))) place(journal);
   if (phase == Phase::covered && !found) answerRequests(journal);
 }
 

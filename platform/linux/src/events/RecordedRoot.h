@@ -41,13 +41,15 @@ class RecordedRoot {
   [[nodiscard]] int descriptor() const { return watch ? watch->descriptor() : -1; }
 
   void ask(const JournalRequest& request, std::uint64_t turn);
-  /// Begins to watch, closing the gap since the root was covered last.
-  void place(EventJournal& journal);
 
   /// Reads what the kernel tells; `turn` counts the rounds of the recorder's loop.
   void drain(std::uint64_t turn);
-  /// Follows up on what drain() has found, on a sweep that ended, and on requests.
-  void advance(EventJournal& journal);
+  /// Follows up on what drain() has found, on a sweep that ended, and on requests. A root that nobody asked for since
+  /// the recorder began is not placed before `mayBegin` says so.
+  void advance(EventJournal& journal, bool mayBegin);
+  [[nodiscard]] bool isSweeping() const { return sweep != nullptr; }
+  /// It waits to be placed.
+  [[nodiscard]] bool isWaiting() const { return isNew; }
   void mountsChanged(const std::vector<std::string>& points);
   void clockStepped(const ClockStep& step);
   /// There is something to do before the kernel tells anything.
@@ -78,6 +80,8 @@ class RecordedRoot {
     std::size_t ending = 0;  ///< of the piece that is being written
   };
 
+  /// Begins to watch, closing the gap since the root was covered last.
+  void place(EventJournal& journal);
   [[nodiscard]] std::unique_ptr<RootWatch> makeWatch(std::unique_ptr<const WatchTree> known);
   void startWatch(std::unique_ptr<const WatchTree> known, std::optional<std::uint64_t> since);
   void startSweep(std::optional<std::uint64_t> since, int rootToken, FolderVisitor& visitor);
@@ -95,6 +99,7 @@ class RecordedRoot {
   bool rowChanged = false;
   bool contributed = false;  // changed folders, whose transaction is to tell up to when the root is good
   Phase phase = Phase::unwatched;
+  bool isNew = true;
   std::uint64_t device = 0;
   bool trusted = false;  // the file system's change times
   std::unique_ptr<RootWatch> watch;

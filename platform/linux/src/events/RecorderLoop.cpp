@@ -65,8 +65,7 @@ RecorderLoop::RecorderLoop(const Folders& folders, Log& lines, const EventOption
       wake(wakeDescriptor),
       stateWatch(stateFolder, StateWatch::Bell::recorder),
       clockTimer(makeClockTimer()),
-      journal(EventJournal::open(stateFolder, log)),
-      ids(clock, journal->newestId()),
+      ids(clock, 0),
       context{.own = own,
               .clock = clock,
               .ids = ids,
@@ -79,7 +78,14 @@ RecorderLoop::RecorderLoop(const Folders& folders, Log& lines, const EventOption
                 (void)!::write(wakeDescriptor, &one, sizeof one);
               }} {
   armClockTimer(clockTimer);
-  loadRoots();
+  journal.emplace(EventJournal::open(stateFolder, log));
+  try {
+    loadRoots();
+  } catch (const DatabaseError& failure) {
+    if (failure.kind != DatabaseError::Kind::damaged) throw;
+    roots.clear();
+    journalFailed(failure);
+  }
 }
 
 RecorderLoop::~RecorderLoop() = default;
@@ -87,6 +93,7 @@ RecorderLoop::~RecorderLoop() = default;
 void RecorderLoop::loadRoots() {
   const std::uint64_t now = clock.wallMicros();
   std::uint64_t latest = journal->newestId();
+  ids.raise(latest);
   {
     Transaction transaction = journal->begin();
     journal->prune(now - std::min(now, kDaysUnasked * kMicrosPerDay));
@@ -95,10 +102,7 @@ void RecorderLoop::loadRoots() {
   const std::vector<WatchedRoot> stored = journal->roots();
   for (const WatchedRoot& root : stored) latest = std::max(latest, root.goodUntil);
   if (latest > now + kClockTolerance) steps.push_back({.low = now, .high = latest});
-  for (const WatchedRoot& root : stored) {
-    roots.push_back(std::make_unique<RecordedRoot>(context, root));
-    roots.back()->place(*journal);
-  }
+  for (const WatchedRoot& root : stored) roots.push_back(std::make_unique<RecordedRoot>(context, root));
 }
 
 void RecorderLoop::openJournal() {
@@ -166,11 +170,15 @@ void RecorderLoop::noticeClock() {
 }
 
 void RecorderLoop::followRoots() {
+  bool sweeping = std::ranges::any_of(roots, [](const auto& root) { return root->isSweeping(); });
   for (const auto& root : roots) {
     root->drain(turnNumber);
-    root->advance(*journal);
+    root->advance(*journal, !sweeping);
     root->collect(changes);
+    sweeping = sweeping || root->isSweeping();
   }
+  // One after the other; the end of a sweep wakes the loop.
+  if (!sweeping && std::ranges::any_of(roots, [](const auto& root) { return root->isWaiting(); })) readNow = true;
 }
 
 bool RecorderLoop::turn() {
@@ -260,9 +268,14 @@ void RecorderLoop::journalFailed(const DatabaseError& failure) {
 }
 
 void RecorderLoop::finish() {
-  followRoots();
-  for (const auto& root : roots) root->touch();
-  writeJournal();
+  try {
+    followRoots();
+    for (const auto& root : roots) root->touch();
+    writeJournal();
+  } catch (const DatabaseError& failure) {
+    // The next recorder looks on the disk for what changed since the last transaction.
+    log.line(fmt::format("cannot write the event journal in {}: {}", displayText(stateFolder), failure.what()));
+  }
 }
 
 }  // namespace quon

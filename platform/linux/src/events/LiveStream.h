@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include <boost/unordered/unordered_flat_map.hpp>
+
+#include "base/Mutex.h"
+#include "platform/Events.h"
+#include "platform_linux/DeliveryGate.h"
+
+namespace quon {
+
+/// One stream of a client: where its reader is in the journal, and what is about to be delivered. Shared by the stream,
+/// the reader and the work that it posts.
+class LiveStream : public std::enable_shared_from_this<LiveStream> {
+ public:
+  LiveStream(EventRequest wish, BackgroundQueue& target, EventService::Callback function);
+
+  /// One delivery, as soon as the queue comes to it.
+  void deliver(std::vector<FolderEvent> events);
+  /// Live events, delivered together when the stream's latency is over. Threads: any.
+  void gather(const std::vector<FolderEvent>& events);
+  void close() { gate.close(); }
+
+  enum class Phase : std::uint8_t {
+    asking,   ///< the recorder has to be asked
+    waiting,  ///< for its answer
+    live,
+    lost,  ///< told so; nothing more comes
+  };
+
+  // The reader's.
+  const EventRequest request;
+  Phase phase = Phase::asking;
+  std::int64_t requestKey = 0;
+  std::uint64_t cursor;     ///< everything up to this identifier was delivered
+  std::uint64_t lostId = 0;  ///< of the root, when the stream became live
+  bool historyTold = false;
+
+ private:
+  void deliverGathered();
+
+  BackgroundQueue& queue;
+  const EventService::Callback callback;
+  DeliveryGate gate;
+  Mutex lock;
+  boost::unordered_flat_map<std::string, FolderEvent> gathered QUON_GUARDED_BY(lock);
+};
+
+}  // namespace quon
