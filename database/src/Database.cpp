@@ -5,6 +5,7 @@
 #include "base/Text.h"
 
 namespace quon {
+inline namespace database {
 namespace {
 
 constexpr int kBusyTimeoutMs = 2000;
@@ -108,4 +109,5 @@ void Transaction::commit() {
   open = false;
 }
 
+}  // namespace database
 }  // namespace quon

@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 
 namespace quon {
+inline namespace database {
 namespace {
 
 constexpr int kPrimaryCode = 0xFF;  // the rest of a result code tells details
@@ -33,4 +34,5 @@ DatabaseError DatabaseError::ofStatus(int status, const std::string& message) {
   return {kindOf(status), message};
 }
 
+}  // namespace database
 }  // namespace quon

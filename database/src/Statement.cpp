@@ -5,6 +5,7 @@
 #include "database/DatabaseError.h"
 
 namespace quon {
+inline namespace database {
 namespace {
 
 [[noreturn]] void raise(sqlite3_stmt* statement, int status) {
@@ -93,4 +94,5 @@ bool Statement::isNull(int column) const {
   return sqlite3_column_type(statement.get(), column) == SQLITE_NULL;
 }
 
+}  // namespace database
 }  // namespace quon

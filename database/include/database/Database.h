@@ -12,6 +12,7 @@
 struct sqlite3;
 
 namespace quon {
+inline namespace database {
 
 /// A connection to an SQLite file, closed by its destructor; an open transaction is rolled back by that.
 /// Failures are DatabaseError. Threads: one at a time.
@@ -66,4 +67,5 @@ class Transaction {
   bool open = true;
 };
 
+}  // namespace database
 }  // namespace quon

@@ -4,6 +4,7 @@
 #include <string>
 
 namespace quon {
+inline namespace database {
 
 /// Why SQLite could not do what it was asked. what() is SQLite's message, with the path where a file could not
 /// be opened.
@@ -23,4 +24,5 @@ class DatabaseError : public std::runtime_error {
   const Kind kind;
 };
 
+}  // namespace database
 }  // namespace quon

@@ -7,6 +7,7 @@
 struct sqlite3_stmt;
 
 namespace quon {
+inline namespace database {
 
 /// A prepared statement, finalised by its destructor. Failures are DatabaseError with SQLite's message.
 /// Threads: that of its connection.
@@ -45,4 +46,5 @@ class Statement {
   std::unique_ptr<sqlite3_stmt, Finalise> statement;
 };
 
+}  // namespace database
 }  // namespace quon

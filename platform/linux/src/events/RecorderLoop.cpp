@@ -119,8 +119,9 @@ void RecorderLoop::loadRequests() {
   for (const JournalRequest& request : journal->unanswered()) {
     const auto known = std::ranges::find(roots, request.root, [](const auto& root) { return root->path(); });
     if (known == roots.end()) {
-      roots.push_back(std::make_unique<RecordedRoot>(
-          context, journal->root(request.root).value_or(WatchedRoot{.path = request.root})));
+      WatchedRoot unknown;
+      unknown.path = request.root;
+      roots.push_back(std::make_unique<RecordedRoot>(context, journal->root(request.root).value_or(unknown)));
       roots.back()->ask(request, turnNumber);
     } else {
       (*known)->ask(request, turnNumber);
