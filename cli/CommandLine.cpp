@@ -66,7 +66,17 @@ void addVerbs(CLI::App& app, Command& command) {
   CLI::App* indexes = app.add_subcommand("indexes", "List the saved indexes");
   indexes->callback([&command] { command.verb = Command::Verb::indexes; });
 
-  for (CLI::App* verb : {scan, list, largest, names, indexes}) addShared(*verb, command);
+  CLI::App* watch = app.add_subcommand("watch", "Keep the index of a folder current and tell each change");
+  addPath(*watch, command, folder);
+  watch->callback([&command] { command.verb = Command::Verb::watch; });
+
+  CLI::App* record = app.add_subcommand("record", "Record file-system events in the foreground");
+  record->callback([&command] { command.verb = Command::Verb::record; });
+
+  for (CLI::App* verb : {scan, list, largest, names, indexes, watch}) addShared(*verb, command);
+  for (CLI::App* verb : {list, largest, names}) {
+    verb->add_flag("!--no-catch-up", command.catchUp, "Answer from the saved index as it stands");
+  }
   for (CLI::App* verb : {scan, list, largest}) addMetric(*verb, command);
 }
 

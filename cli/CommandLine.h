@@ -12,7 +12,7 @@ namespace quon::cli {
 
 /// What the user asked for.
 struct Command {
-  enum class Verb { scan, ls, largest, names, indexes };
+  enum class Verb { scan, ls, largest, names, indexes, watch, record };
 
   Verb verb = Verb::ls;
   std::string path;  ///< as typed; "" when none was given
@@ -22,7 +22,8 @@ struct Command {
   unsigned threads = 0;  ///< scan: 0 for the program's own choice
   bool saveIndex = true;
   bool crossDevices = false;
-  std::string name;  ///< names: list the files of this name; "" for the table of names
+  bool catchUp = true;  ///< bring a saved index up to date before answering
+  std::string name;     ///< names: list the files of this name; "" for the table of names
 };
 
 /// The command, or the exit status when there is nothing left to do: help was printed, or wrong usage told.

@@ -11,6 +11,9 @@ namespace quon::cli {
 /// `ls` and `largest`.
 [[nodiscard]] int runRows(Session& session, const Command& command);
 [[nodiscard]] int runNames(Session& session, const Command& command);
+/// Until interrupted.
+[[nodiscard]] int runWatch(Session& session, const Command& command);
+[[nodiscard]] int runRecord(Session& session);
 [[nodiscard]] int runIndexes(Session& session, const Command& command);
 
 }  // namespace quon::cli

@@ -74,7 +74,7 @@ int printFilesOfName(const Session& session, const Command& command, const Opene
 }  // namespace
 
 int runNames(Session& session, const Command& command) {
-  const OpenedTree tree = session.open(session.resolve(command.path));
+  const OpenedTree tree = session.open(session.resolve(command.path), command.catchUp);
   if (tree.index.empty())
     throw CommandFailure("names are looked up in a saved index, and none could be saved");
   return command.name.empty() ? printNames(session, command, tree) : printFilesOfName(session, command, tree);

@@ -26,6 +26,8 @@ class ScanRunner {
 
   /// Throws what the scan throws, and Interrupted.
   [[nodiscard]] FolderScan::Outcome run(const FolderScan::Options& options);
+  /// The main thread's loop, for commands that go on after a scan.
+  [[nodiscard]] LoopQueue& mainQueue() { return loop; }
 
  private:
   void onInterrupt() QUON_EXCLUDES(lock);

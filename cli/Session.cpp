@@ -1,8 +1,10 @@
 #include "Session.h"
 
 #include <algorithm>
+#include <chrono>
 #include <fmt/format.h>
 #include <system_error>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -10,6 +12,7 @@
 #include "base/HumanBytes.h"
 #include "base/Path.h"
 #include "base/Text.h"
+#include "live/Refresh.h"
 #include "model/FolderRows.h"
 #include "platform/Files.h"
 #include "platform_linux/KeyFileDefaults.h"
@@ -99,25 +102,56 @@ std::string Session::resolve(const std::string& typed) const {
   return *canonical;
 }
 
-OpenedTree Session::open(const std::string& path) {
+EventService& Session::events() {
+  if (!journal) journal = std::make_unique<LinuxEvents>(folders, log);
+  return *journal;
+}
+
+OpenedTree Session::load(const IndexEntry& entry, bool catchUp) {
+  Loaded loaded = ScanStore::load(entry.url, entry.root, Walker::kMinKeep);
+  OpenedTree tree{.result = std::move(loaded.result),
+                  .root = entry.root,
+                  .scope = nullptr,
+                  .index = entry.url,
+                  .scannedAt = loaded.scannedAt,
+                  .elapsedMs = loaded.scanElapsedMs,
+                  .eventId = loaded.lastEventId,
+                  .rootDev = loaded.rootDev,
+                  .message = "index loaded"};
+  if (!catchUp) return tree;
+  loaded.result = std::move(tree.result);
+  Refresh::Outcome outcome;
+  std::tie(tree.result, outcome) =
+      Refresh::catchUp(platform, events(), loaded,
+                       {.rootPath = entry.root, .indexURL = entry.url, .minKeep = Walker::kMinKeep});
+  const std::int64_t changed = outcome.refreshedDirs + outcome.walkedSubtrees + outcome.removedSubtrees;
+  tree.message = changed == 0 ? "index loaded — nothing changed since " + localTime(loaded.scannedAt)
+                              : fmt::format("index loaded — {} changed folders caught up", changed);
+  tree.eventId = outcome.newEventId;
+  tree.scannedAt = std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+  return tree;
+}
+
+OpenedTree Session::open(const std::string& path, bool catchUp) {
   std::vector<IndexEntry> saved = IndexCatalog::list(platform, folders.index());
   nameDamagedRoots(saved, folders.index(), path);
   FolderScan::Options options{.root = path};
   if (const IndexEntry* nearest = IndexCatalog::nearest(saved, path)) {
+    const auto rescan = [&](const char* reason) {
+      warn(fmt::format("{}; scanning {} afresh", reason, displayText(nearest->root)));
+      options.root = nearest->root;
+    };
     try {
-      Loaded loaded = ScanStore::load(nearest->url, nearest->root, Walker::kMinKeep);
-      OpenedTree tree{.result = std::move(loaded.result),
-                      .root = nearest->root,
-                      .scope = nullptr,
-                      .index = nearest->url,
-                      .scannedAt = loaded.scannedAt,
-                      .elapsedMs = loaded.scanElapsedMs};
+      OpenedTree tree = load(*nearest, catchUp);
       tree.scope = folderAt(tree.result.root, *relativeTo(path, tree.root));
       if (tree.scope) return tree;
-      // Made since that scan, or on another file system.
+      // On another file system than the root, or made since when nothing was caught up.
     } catch (const StoreError& reason) {
-      warn(fmt::format("{}; scanning {} afresh", reason.what(), displayText(nearest->root)));
-      options.root = nearest->root;
+      rescan(reason.what());
+    } catch (const Refresh::Failure& reason) {
+      rescan(reason.what());
+    } catch (const std::system_error& reason) {
+      rescan(reason.what());
     }
   }
   OpenedTree tree = scan(options);
@@ -135,7 +169,10 @@ OpenedTree Session::scan(FolderScan::Options options) {
                   .scope = nullptr,
                   .index = std::move(outcome.index),
                   .scannedAt = outcome.scannedAt,
-                  .elapsedMs = outcome.elapsedMs};
+                  .elapsedMs = outcome.elapsedMs,
+                  .eventId = outcome.eventId,
+                  .rootDev = outcome.rootDev,
+                  .message = ""};
   tree.scope = tree.result.root;
   return tree;
 }

@@ -26,6 +26,10 @@ int run(Session& session, const Command& command) {
       return runNames(session, command);
     case Command::Verb::indexes:
       return runIndexes(session, command);
+    case Command::Verb::watch:
+      return runWatch(session, command);
+    case Command::Verb::record:
+      return runRecord(session);
   }
   return kFailed;
 }

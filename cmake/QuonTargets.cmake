@@ -25,7 +25,8 @@ function(quon_test name)
     add_dependencies(${name} ${ARG_DEPENDS})
   endif()
   quon_remember_test_sources(${ARG_SOURCES})
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT ${ARG_TIMEOUT})
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES
+    PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT ${ARG_TIMEOUT})
 endfunction()
 
 function(quon_remember_test_sources)

@@ -29,8 +29,8 @@ int flagsOf(Database::Mode mode) {
 
 }  // namespace
 
-void Database::Close::operator()(sqlite3* connection) const {
-  sqlite3_close_v2(connection);
+void Database::Close::operator()(sqlite3* opened) const {
+  sqlite3_close_v2(opened);
 }
 
 Database Database::open(const std::string& path, Mode mode) {
@@ -59,6 +59,10 @@ void Database::distrust() {
 
 void Database::setBusyTimeout(int timeoutMs) {
   sqlite3_busy_timeout(connection.get(), timeoutMs);
+}
+
+void Database::keepLogOnClose() {
+  sqlite3_db_config(connection.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
 }
 
 void Database::stopWhen(const std::atomic<bool>& flag) {

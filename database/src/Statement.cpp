@@ -23,8 +23,8 @@ void check(sqlite3_stmt* statement, int status) {
 
 }  // namespace
 
-void Statement::Finalise::operator()(sqlite3_stmt* statement) const {
-  sqlite3_finalize(statement);
+void Statement::Finalise::operator()(sqlite3_stmt* prepared) const {
+  sqlite3_finalize(prepared);
 }
 
 void Statement::bind(int parameter, std::int64_t value) {

@@ -15,7 +15,7 @@ namespace {
 
 using namespace std::chrono_literals;
 constexpr auto kPatience = 30s;
-constexpr std::size_t kStackBytes = 512 * 1024;
+constexpr std::size_t kStackBytes = 524288;
 
 }  // namespace
 
@@ -52,13 +52,12 @@ EventHome::EventHome() : root(temp.folder("root")) {
 }
 
 Listener::Listener(EventService& events, const std::string& root, std::uint64_t since, double latency) {
-  stream = events.create(
-      {.root = root, .since = since, .latency = std::chrono::duration<double>(latency)}, queue,
-      [this](std::span<const FolderEvent> some) {
-        MutexLock held(lock);
-        delivered.insert(delivered.end(), some.begin(), some.end());
-        changed.broadcast();
-      });
+  stream = events.create({.root = root, .since = since, .latency = std::chrono::duration<double>(latency)},
+                         queue, [this](std::span<const FolderEvent> some) {
+                           MutexLock held(lock);
+                           delivered.insert(delivered.end(), some.begin(), some.end());
+                           changed.broadcast();
+                         });
   started = stream != nullptr && stream->start();
 }
 
@@ -82,14 +81,15 @@ bool Listener::waitForHistory() {
 
 bool Listener::waitForFlags(std::uint32_t flags) {
   return waitUntil([&](const auto& events) {
-    return std::ranges::any_of(events, [&](const FolderEvent& event) { return (event.flags & flags) == flags; });
+    return std::ranges::any_of(events,
+                               [&](const FolderEvent& event) { return (event.flags & flags) == flags; });
   });
 }
 
 bool Listener::waitForFolder(const std::string& path, std::uint64_t after) {
   return waitUntil([&](const auto& events) {
-    return std::ranges::any_of(events,
-                               [&](const FolderEvent& event) { return event.path == path && event.id > after; });
+    return std::ranges::any_of(
+        events, [&](const FolderEvent& event) { return event.path == path && event.id > after; });
   });
 }
 
@@ -108,7 +108,8 @@ std::vector<FolderEvent> Listener::all() {
   return delivered;
 }
 
-RunningRecorder::RunningRecorder(EventHome& home, EventOptions options) : recorder(home.folders, home.log, options) {
+RunningRecorder::RunningRecorder(EventHome& home, EventOptions options)
+    : recorder(home.folders, home.log, options) {
   if (!recorder.tryBegin()) throw std::runtime_error("another recorder is at work");
   thread = LinuxThreads().start("test-recorder", kStackBytes, [this] { recorder.run(); });
 }
@@ -118,23 +119,25 @@ RunningRecorder::~RunningRecorder() {
   thread->join();
 }
 
-void settle(EventService& events, const std::string& root, Listener& listener) {
+void settle(EventService& events, const std::string& root, Listener& listener, const std::string& folder) {
   const std::uint64_t now = events.currentEventId();
   {
     Listener barrier(events, root, now);
     ASSERT_TRUE(barrier.waitForHistory());
   }
-  const std::string folder = root + "/.settled";
-  const std::string file = folder + "/now";
-  std::ofstream(file, std::ios::app) << "x";
+  std::ofstream(folder + "/now", std::ios::app) << "x";
   ASSERT_TRUE(listener.waitForFolder(folder, now)) << "no event on " << folder;
+}
+
+void settle(EventService& events, const std::string& root, Listener& listener) {
+  settle(events, root, listener, root + "/.settled");
 }
 
 bool mayUseFanotify() {
   const Descriptor group(::fanotify_init(FAN_CLASS_NOTIF | FAN_REPORT_DIR_FID, O_RDONLY));
   const TempFolder temp;
-  return group.isOpen() && ::fanotify_mark(group.get(), FAN_MARK_ADD | FAN_MARK_FILESYSTEM, FAN_CREATE, AT_FDCWD,
-                                           temp.path.c_str()) == 0;
+  return group.isOpen() && ::fanotify_mark(group.get(), FAN_MARK_ADD | FAN_MARK_FILESYSTEM, FAN_CREATE,
+                                           AT_FDCWD, temp.path.c_str()) == 0;
 }
 
 std::map<std::string, std::uint32_t> historySince(EventService& events, const std::string& root,

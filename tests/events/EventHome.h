@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -99,8 +100,10 @@ class RunningRecorder {
   std::unique_ptr<RunningThread> thread;
 };
 
-/// Waits until every change that was made before the call is in the journal, and until the listener has been told all
-/// of it: makes a change in `root`/.settled and waits for that.
+/// Waits until every change that was made before the call is in the journal, and until the listener has been
+/// told all of it: makes a change in a folder below the root, or the root itself, and waits for that.
+void settle(EventService& events, const std::string& root, Listener& listener, const std::string& folder);
+/// The same with the folder .settled of the root, which is there.
 void settle(EventService& events, const std::string& root, Listener& listener);
 
 /// True when this process can mark a whole file system.

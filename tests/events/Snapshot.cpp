@@ -5,6 +5,7 @@
 #include <memory>
 #include <sys/stat.h>
 
+#include "base/Path.h"
 #include "platform/Events.h"
 
 namespace quon::test {
@@ -39,15 +40,18 @@ Snapshot::Snapshot(const std::string& top) : root(top) {
     folder.inode = found.st_ino;
     folder.born = bornAt(path);
     const std::unique_ptr<DIR, CloseListing> listing(::opendir(path.c_str()));
-    while (const dirent* entry = listing ? ::readdir(listing.get()) : nullptr) {  // NOLINT(concurrency-mt-unsafe)
+    while (const dirent* entry =
+               listing ? ::readdir(listing.get()) : nullptr) {  // NOLINT(concurrency-mt-unsafe)
       const std::string name = entry->d_name;
-      if (name == "." || name == ".." || ::lstat((path + "/" + name).c_str(), &found) != 0) continue;
+      if (name == "." || name == "..") continue;
+      const std::string full = joinPath(path, name);
+      if (::lstat(full.c_str(), &found) != 0) continue;
       const bool isFolder = S_ISDIR(found.st_mode);
       Entry& kept = folder.entries[name];
       kept.type = isFolder ? 'd' : 'f';
       kept.inode = found.st_ino;
       if (isFolder) {
-        left.push_back(path + "/" + name);
+        left.push_back(full);
         continue;
       }
       kept.links = found.st_nlink;

@@ -11,15 +11,16 @@ namespace quon::test {
 class Snapshot {
  public:
   enum class HardLinks {
-    ofTheirFolder,   ///< a file with several names changes only where it is named anew: all that watches can see
+    ofTheirFolder,  ///< a file with several names changes only where it is named anew: all that watches can
+                    ///< see
     ofEveryFolder,  ///< it changes wherever it has a name
   };
 
   explicit Snapshot(const std::string& root);
 
-  /// The changes since `before` that the reported folders do not cover; none is what is right. A folder whose listing
-  /// differs must be reported, or lie in one that is deep; a folder that is new, or another one than before, must be
-  /// deep or lie in one that is.
+  /// The changes since `before` that the reported folders do not cover; none is what is right. A folder whose
+  /// listing differs must be reported, or lie in one that is deep; a folder that is new, or another one than
+  /// before, must be deep or lie in one that is.
   [[nodiscard]] std::vector<std::string> missedSince(const Snapshot& before,
                                                      const std::map<std::string, std::uint32_t>& reported,
                                                      HardLinks links) const;

@@ -189,7 +189,7 @@ TEST(TopHeap, KeepsTheLargestAndPrefersWhatItHolds) {
   EXPECT_FALSE(none.wouldKeep(1));
 
   TopHeap three(3);
-  for (const std::uint64_t size : {5, 1, 7, 7, 2}) three.offer(sized(size, "first"));
+  for (const std::uint64_t size : {5U, 1U, 7U, 7U, 2U}) three.offer(sized(size, "first"));
   EXPECT_THAT(sortedSizes(three.items), ElementsAre(5, 7, 7));
   EXPECT_FALSE(three.wouldKeep(5));
   three.offer(sized(5, "late"));
@@ -226,7 +226,7 @@ TEST(FileBatch, GivesBackWhatTheBuilderWasGivenWhateverCameBefore) {
   std::mt19937_64 random(randomSeed());
   FileBatch::Builder builder;
   std::vector<std::pair<FileBatch, std::vector<FileEntry>>> batches;
-  for (const std::size_t count : {3, 0, 40'000, 1, 200}) {
+  for (const std::size_t count : {3U, 0U, 40'000U, 1U, 200U}) {
     builder.clear();
     std::vector<FileEntry> files;
     for (std::size_t index = 0; index < count; ++index) {

@@ -1,15 +1,10 @@
 // Indexes that no scan has written: damaged, unfinished, or made to deceive. Each is refused with a line that
 // says why; none stops the program, keeps it busy or yields a wrong tree.
-#include <atomic>
 #include <cstring>
 #include <filesystem>
-#include <functional>
-#include <limits>
 #include <random>
-#include <sqlite3.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -395,92 +390,6 @@ TEST_P(Endless, TreeOfPagesIsRefusedInTime) {
 
 INSTANTIATE_TEST_SUITE_P(Tables, Endless, testing::Values("meta", "dirs", "files"),
                          [](const auto& test) { return std::string(test.param); });
-
-/// Every figure of the small index set to one number, in one transaction.
-std::string settingAllTo(int value) {
-  const std::string number = std::to_string(value);
-  return "BEGIN IMMEDIATE; UPDATE dirs SET mtime = " + number + "; UPDATE files SET logical = 1000 + " + number +
-         ", physical = " + number + ", mtime = " + number + "; UPDATE meta SET value = '" + number +
-         "' WHERE key IN ('errorCount', 'elapsedMs'); COMMIT";
-}
-
-/// The one number that every figure of a loaded index holds; fails the test when they hold several.
-std::uint64_t oneValueOf(const Loaded& loaded) {
-  const std::uint64_t value = loaded.result.errorCount;
-  EXPECT_EQ(loaded.scanElapsedMs, static_cast<std::int64_t>(value));
-  EXPECT_EQ(loaded.result.root->totalPhysical, value * 4);
-  EXPECT_EQ(loaded.result.root->totalLogical, (value + 1000) * 4);
-  EXPECT_EQ(loaded.result.root->mtime, static_cast<std::int64_t>(value));
-  for (const RefPtr<DirNode>& child : loaded.result.root->subdirs) {
-    EXPECT_EQ(child->directNewest, static_cast<std::int64_t>(value));
-    EXPECT_EQ(child->keptFiles.size(), 2U);
-    for (const FileEntry& kept : child->keptFiles) EXPECT_EQ(kept.physical, value);
-  }
-  return value;
-}
-
-TEST(ConcurrentLoad, SeesOneStateOfAnIndexThatIsBeingChanged) {
-  const TempFolder top;
-  const std::string url = saveSmall(top.path);
-  RawIndex(url).exec(settingAllTo(0));
-  constexpr int kChanges = 150;
-  std::atomic<int> committed{0};
-  std::thread writer([&] {
-    RawIndex index(url);
-    index.exec("PRAGMA synchronous = OFF");
-    sqlite3_busy_timeout(index.raw(), 60000);
-    for (int value = 1; value <= kChanges; ++value) {
-      index.exec(settingAllTo(value));
-      committed = value;
-    }
-  });
-  std::uint64_t last = 0;
-  do {
-    const auto least = static_cast<std::uint64_t>(committed.load());
-    last = oneValueOf(ScanStore::load(url, kRoot, 1000));
-    EXPECT_GE(last, least);
-  } while (last < kChanges && !HasFailure());
-  writer.join();
-}
-
-TEST(ConcurrentLoad, WaitsForAWriterThatWaitsForAnEarlierReader) {
-  const TempFolder top;
-  const std::string url = saveSmall(top.path);
-  RawIndex(url).exec(settingAllTo(1));
-  RawIndex reader(url);
-  reader.exec("BEGIN");
-  ASSERT_EQ(reader.value("SELECT COUNT(*) FROM dirs"), "5");
-  std::atomic<bool> pending{false};
-  std::thread writer([&] {
-    RawIndex index(url);
-    // Asked when the reader stands in the way of the commit: from then on no new reader is let in.
-    sqlite3_busy_handler(
-        index.raw(),
-        [](void* told, int) {
-          static_cast<std::atomic<bool>*>(told)->store(true);
-          static_cast<std::atomic<bool>*>(told)->notify_all();
-          std::this_thread::yield();
-          return 1;
-        },
-        &pending);
-    index.exec(settingAllTo(2));
-  });
-  pending.wait(false);
-  EXPECT_THROW((void)RawIndex(url).value("SELECT COUNT(*) FROM dirs"), std::runtime_error) << "readers are still let in";
-  std::thread leaving([&] { reader.exec("COMMIT"); });
-  EXPECT_EQ(oneValueOf(ScanStore::load(url, kRoot, 1000)), 2U);
-  leaving.join();
-  writer.join();
-}
-
-TEST(ConcurrentLoad, IsNotDisturbedByAWriterThatHasNotCommitted) {
-  const TempFolder top;
-  const std::string url = saveSmall(top.path);
-  RawIndex(url).exec(settingAllTo(1));
-  RawIndex writer(url);
-  writer.exec("BEGIN IMMEDIATE; UPDATE files SET logical = 0; DELETE FROM dirs WHERE id > 1");
-  EXPECT_EQ(oneValueOf(ScanStore::load(url, kRoot, 1000)), 1U);
-}
 
 }  // namespace
 }  // namespace quon::test

@@ -7,6 +7,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
+#include <functional>
 #include <future>
 #include <sys/mount.h>
 #include <sys/resource.h>
@@ -18,6 +19,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "platform/Files.h"
 #include "platform/Threads.h"
 #include "store/FolderScan.h"
 #include "store/ScanStore.h"
@@ -57,20 +59,22 @@ WalkResult figuresOf(const SampleTree& tree) {
   return figures;
 }
 
-/// Starts the threads of the system, but each only once the gate has opened.
+/// The threads of the system, each of which begins once the gate has opened.
 class GatedThreads final : public ThreadService {
  public:
   explicit GatedThreads(const Platform& platform) : real(platform.threads) {}
   [[nodiscard]] std::unique_ptr<RunningThread> start(const std::string& name, std::size_t stackBytes,
                                                      std::function<void()> body) const override {
-    return real.start(name, stackBytes, [gate = opened, body = std::move(body)] {
+    return real.start(name, stackBytes, [this, name, gate = opened, body = std::move(body)] {
       gate.wait();
       body();
+      if (name == "scanstore-writer" && afterWriter) afterWriter();
     });
   }
   [[nodiscard]] unsigned activeProcessors() const override { return real.activeProcessors(); }
 
   std::promise<void> opening;
+  std::function<void()> afterWriter;  ///< on the index writer's thread, when it has nothing left to do
 
  private:
   const ThreadService& real;
@@ -190,6 +194,65 @@ TEST(Interrupt, OfAScanLeavesEitherAResultOrNothing) {
       fs::remove(outcome.index);
     }
   }
+}
+
+/// The system's files, but for a call when an index has been moved into place.
+class WatchedFiles final : public FileService {
+ public:
+  WatchedFiles(const Platform& platform, std::function<void()> callback)
+      : real(platform.files), afterMove(std::move(callback)) {}
+
+  void replace(const std::string& from, const std::string& to) const override {
+    real.replace(from, to);
+    afterMove();
+  }
+  [[nodiscard]] std::optional<PathFacts> facts(const std::string& path, std::error_code& error) const override {
+    return real.facts(path, error);
+  }
+  [[nodiscard]] std::optional<std::string> canonical(const std::string& path,
+                                                     std::error_code& error) const override {
+    return real.canonical(path, error);
+  }
+  [[nodiscard]] std::error_code readable(const std::string& folder) const override { return real.readable(folder); }
+  [[nodiscard]] std::vector<std::string> mountPoints() const override { return real.mountPoints(); }
+  void makePrivateFolder(const std::string& path) const override { real.makePrivateFolder(path); }
+  void createPrivateFile(const std::string& path) const override { real.createPrivateFile(path); }
+  bool remove(const std::string& path) const override { return real.remove(path); }
+  [[nodiscard]] std::vector<FolderItem> list(const std::string& folder) const override { return real.list(folder); }
+
+ private:
+  const FileService& real;
+  const std::function<void()> afterMove;
+};
+
+TEST(Interrupt, OfAScanBeforeItsIndexStandsCancelsIt) {
+  const TempFolder top;
+  (void)top.file("tree/x", 1);
+  std::atomic<FolderScan*> running{nullptr};
+  GatedThreads threads(linuxPlatform());
+  threads.opening.set_value();
+  threads.afterWriter = [&] { running.load()->cancel(); };
+  const Platform platform{linuxPlatform().directories, linuxPlatform().files, threads};
+  FolderScan scan(platform, {.root = top.at("tree"), .indexDirectory = top.folder("index")});
+  running = &scan;
+  const FolderScan::Outcome outcome = scan.run();
+  EXPECT_TRUE(outcome.cancelled);
+  EXPECT_EQ(outcome.index, "");
+  EXPECT_EQ(namesIn(top.at("index")), kNothing);
+}
+
+TEST(Interrupt, OfAScanWhoseIndexStandsComesTooLate) {
+  const TempFolder top;
+  (void)top.file("tree/x", 1);
+  std::atomic<FolderScan*> running{nullptr};
+  const WatchedFiles files(linuxPlatform(), [&] { running.load()->cancel(); });
+  const Platform platform{linuxPlatform().directories, files, linuxPlatform().threads};
+  FolderScan scan(platform, {.root = top.at("tree"), .indexDirectory = top.folder("index")});
+  running = &scan;
+  const FolderScan::Outcome outcome = scan.run();
+  EXPECT_FALSE(outcome.cancelled);
+  EXPECT_EQ(outcome.notSaved, "");
+  EXPECT_EQ(ScanStore::load(outcome.index, top.at("tree"), 1).result.root->totalFiles, 1U);
 }
 
 /// What a new build does to an earlier index when it fails within `body`, which ends in a state that fails it.

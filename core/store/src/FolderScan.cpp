@@ -39,14 +39,16 @@ FolderScan::Outcome FolderScan::run() {
 
   Outcome outcome;
   if (options.saveIndex) openStore(outcome);
-  const std::uint64_t eventId = currentEventId();
+  outcome.rootDev = facts->device;
+  // Live updates stay on the root's file system: what was found on others cannot be kept current.
+  if (options.oneFileSystem) outcome.eventId = currentEventId();
   const auto begin = steady_clock::now();
   outcome.result = walk(facts->device);
   if (!cancelled) {
     outcome.result.root->rollup();
     outcome.elapsedMs = duration_cast<std::chrono::milliseconds>(steady_clock::now() - begin).count();
     outcome.scannedAt = std::chrono::duration<double>(system_clock::now().time_since_epoch()).count();
-    save(outcome, eventId, facts->device);
+    save(outcome);
   }
   outcome.cancelled = cancelled && outcome.index.empty();  // too late once the index stands in its place
   const MutexLock held(lock);
@@ -82,7 +84,7 @@ WalkResult FolderScan::walk(std::uint32_t rootDev) {
                       threads);
 }
 
-void FolderScan::save(Outcome& outcome, std::uint64_t eventId, std::uint32_t rootDev) {
+void FolderScan::save(Outcome& outcome) {
   ScanStore* finishing = nullptr;
   {
     const MutexLock held(lock);
@@ -90,7 +92,7 @@ void FolderScan::save(Outcome& outcome, std::uint64_t eventId, std::uint32_t roo
   }
   if (finishing == nullptr) return;
   try {
-    finishing->finish(options.root, outcome.elapsedMs, outcome.result, eventId, rootDev);
+    finishing->finish(options.root, outcome.elapsedMs, outcome.result, outcome.eventId, outcome.rootDev);
     outcome.index = finishing->finalURL();
   } catch (const StoreError& reason) {
     outcome.notSaved = reason.what();

@@ -29,6 +29,8 @@ class Database {
   void distrust();
   /// How long a statement waits for the lock of another connection. 2,000 ms at first.
   void setBusyTimeout(int timeoutMs);
+  /// Closing the last connection leaves the write-ahead log where it is, instead of waiting for the disk.
+  void keepLogOnClose();
   /// From now on every statement fails soon after the flag, which outlives the connection, is set.
   void stopWhen(const std::atomic<bool>& flag);
 

@@ -6,8 +6,8 @@
 namespace quon {
 inline namespace database {
 
-/// Why SQLite could not do what it was asked. what() is SQLite's message, with the path where a file could not
-/// be opened.
+/// Why SQLite could not do what it was asked. what() is SQLite's message, with the path where a file could
+/// not be opened.
 class DatabaseError : public std::runtime_error {
  public:
   enum class Kind {

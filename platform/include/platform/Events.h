@@ -40,7 +40,8 @@ class EventStream {
 
   /// False when the tree cannot be watched; the service's log tells why. Called once.
   [[nodiscard]] virtual bool start() = 0;
-  /// No delivery begins after it has returned. May be called twice, from any thread but a delivery's own.
+  /// No delivery begins after it has returned, and none is under way, except one that calls it. May be called twice,
+  /// from any thread.
   virtual void stop() = 0;
 };
 

@@ -15,8 +15,8 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
-#include <linux/openat2.h>
 #include <limits>
+#include <linux/openat2.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -61,8 +61,8 @@ int openAt(int parent, const char* name) {
   return ::openat(parent, name, kOpenFlags);
 }
 
-/// Opens a path none of whose components may be a link: a folder that was replaced by one must not lead out of
-/// the tree. In a sandbox that lacks the call, only the last component is held to that.
+/// Opens a path none of whose components may be a link: a folder that was replaced by one must not lead out
+/// of the tree. In a sandbox that lacks the call, only the last component is held to that.
 int openWithoutLinks(int parent, const char* path, int flags) {
   open_how how{};
   how.flags = static_cast<std::uint64_t>(flags);
@@ -131,9 +131,7 @@ class LinuxDirectoryReader final : public DirectoryReader {
  public:
   LinuxDirectoryReader() : buffer(std::make_unique_for_overwrite<std::byte[]>(kBufferBytes)) {}
 
-  OpenedDirectory open(const std::string& path) override {
-    return opened(openPath(path));
-  }
+  OpenedDirectory open(const std::string& path) override { return opened(openPath(path)); }
 
   OpenedDirectory openChild(const OpenDirectory& parent, const std::string& name) override {
     return opened(openAt(static_cast<const LinuxDirectory&>(parent).number(), name.c_str()));

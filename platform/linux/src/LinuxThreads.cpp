@@ -72,6 +72,10 @@ std::unique_ptr<RunningThread> LinuxThreads::start(const std::string& name, std:
   return std::make_unique<LinuxThread>(thread);
 }
 
+void LinuxThreads::nameThisThread(const std::string& name) {
+  pthread_setname_np(pthread_self(), name.substr(0, kLongestName).c_str());
+}
+
 unsigned LinuxThreads::activeProcessors() const {
   cpu_set_t allowed;
   if (sched_getaffinity(0, sizeof allowed, &allowed) != 0) return 1;

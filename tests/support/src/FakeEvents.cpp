@@ -78,7 +78,7 @@ class FakeEvents::Stream final : public EventStream {
 FakeEvents::FakeEvents() : shared(std::make_shared<Shared>()) {}
 FakeEvents::~FakeEvents() = default;
 
-void FakeEvents::push(std::vector<FolderEvent> events) {
+void FakeEvents::push(const std::vector<FolderEvent>& events) {
   shared->deliverToAll(events);
 }
 

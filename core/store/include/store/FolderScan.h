@@ -37,6 +37,8 @@ class FolderScan {
     double scannedAt = 0;        ///< seconds since 1970
     std::string index;           ///< the saved index; "" when there is none
     std::string notSaved;        ///< why an index that was asked for was not saved; "" when it was
+    std::uint64_t eventId = 0;   ///< from which live updates go on; 0 when they cannot
+    std::uint32_t rootDev = 0;
     bool cancelled = false;      ///< nothing else holds then, and nothing was saved
   };
 
@@ -52,7 +54,7 @@ class FolderScan {
 
  private:
   void openStore(Outcome& outcome);
-  void save(Outcome& outcome, std::uint64_t eventId, std::uint32_t rootDev);
+  void save(Outcome& outcome);
   [[nodiscard]] WalkResult walk(std::uint32_t rootDev);
 
   const Platform& platform;

@@ -53,8 +53,8 @@ struct JournalRequest {
 /// The event journal's file, journal.sqlite in the state folder. The one recorder writes marks, roots and
 /// answers; clients write requests.
 ///
-/// Threads: one at a time. Failures are DatabaseError, of which `damaged` calls for setAside(); the folder's and
-/// the file's are std::system_error.
+/// Threads: one at a time. Failures are DatabaseError, of which `damaged` calls for setAside(); the folder's
+/// and the file's are std::system_error.
 class EventJournal {
  public:
   [[nodiscard]] static std::string fileName();  ///< without folder

@@ -7,8 +7,8 @@
 
 namespace quon {
 
-/// Records the changes below every root that clients have asked for into the user's event journal. One recorder a
-/// user is at work at any time: the one that holds the lock file.
+/// Records the changes below every root that clients have asked for into the user's event journal. One
+/// recorder a user is at work at any time: the one that holds the lock file.
 ///
 /// Threads: stop() any; all else one.
 class EventRecorder {
@@ -25,8 +25,8 @@ class EventRecorder {
   /// The process that records now or did last; 0 when unknown.
   [[nodiscard]] int otherRecorder() const;
 
-  /// Records until stop(), after one of the two above. Throws std::runtime_error (DatabaseError, std::system_error)
-  /// when the journal cannot be kept.
+  /// Records until stop(), after one of the two above. Throws std::runtime_error (DatabaseError,
+  /// std::system_error) when the journal cannot be kept.
   void run();
   /// Makes run() and waitToBegin() return soon, now or when they begin. Not undone.
   void stop();

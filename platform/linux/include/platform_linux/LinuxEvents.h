@@ -22,8 +22,8 @@ struct EventOptions {
   bool mayRecord = true;              ///< false leaves the recording to others
 };
 
-/// The event journal of this user. What it delivers comes out of the journal's file; if no other process records,
-/// this one does, on a thread of its own, until the service is destroyed.
+/// The event journal of this user. What it delivers comes out of the journal's file; if no other process
+/// records, this one does, on a thread of its own, until the service is destroyed.
 ///
 /// Threads: any. The log outlives the service, and so do streams' queues; streams may outlive it, silent.
 class LinuxEvents final : public EventService {

@@ -1,10 +1,11 @@
-// The tables, one connection a process and thread. A process may find the file missing, torn, cut or foreign at
-// any time: whoever opens it then sets it aside and begins a new one, under a lock file of its own, so that two
-// who do so at once agree. A journal that was begun anew knows nothing, and identifiers are times, so an
-// identifier from before it is older than anything that it covers: nobody mistakes the new one for the old.
+// The tables, one connection a process and thread. A process may find the file missing, torn, cut or foreign
+// at any time: whoever opens it then sets it aside and begins a new one, under a lock file of its own, so
+// that two who do so at once agree. A journal that was begun anew knows nothing, and identifiers are times,
+// so an identifier from before it is older than anything that it covers: nobody mistakes the new one for the
+// old.
 //
-// Write-ahead log with synchronous=NORMAL: a power cut may take the newest commits back, but marks and the time
-// up to which a root is good go together.
+// Write-ahead log with synchronous=NORMAL: a power cut may take the newest commits back, but marks and the
+// time up to which a root is good go together.
 #include "platform_linux/EventJournal.h"
 
 #include <algorithm>
@@ -74,9 +75,9 @@ void removeLog(const std::string& file) {
   }
 }
 
-/// Makes the file where there is none, or one without content, which is no journal any more: others that still
-/// have it open must not be mistaken for users of the new one. A file that is there is not opened: closing it
-/// would drop the locks that SQLite holds on it for this process.
+/// Makes the file where there is none, or one without content, which is no journal any more: others that
+/// still have it open must not be mistaken for users of the new one. A file that is there is not opened:
+/// closing it would drop the locks that SQLite holds on it for this process.
 void ensureFile(const std::string& file) {
   struct stat found {};
   if (::lstat(file.c_str(), &found) == 0 && found.st_size > 0) {
@@ -121,6 +122,7 @@ Database openFile(const std::string& file) {
     }
     if (!isOurs(database)) return {};
     database.exec("PRAGMA synchronous = NORMAL");
+    database.keepLogOnClose();
     return database;
   } catch (const DatabaseError& failure) {
     if (failure.kind != DatabaseError::Kind::damaged) throw;
@@ -166,7 +168,8 @@ void EventJournal::prepareStatements() {
       "INSERT INTO folders(path, id, deep) VALUES(?1, ?2, ?3) ON CONFLICT(path) DO UPDATE SET id = ?2, "
       "deep = max(deep, ?3)");
   markOldStatement = database.prepare(
-      "INSERT INTO folders(path, id, deep) VALUES(?1, ?2, ?3) ON CONFLICT(path) DO UPDATE SET id = max(id, ?2), "
+      "INSERT INTO folders(path, id, deep) VALUES(?1, ?2, ?3) ON CONFLICT(path) DO UPDATE SET id = max(id, "
+      "?2), "
       "deep = max(deep, ?3)");
   sinceStatement = database.prepare("SELECT path, id, deep FROM folders WHERE id > ? ORDER BY id");
 }
@@ -199,9 +202,9 @@ std::uint64_t EventJournal::newestIdIn(const std::string& stateFolder) {
   try {
     Database database = Database::open(file, Database::Mode::read);
     database.distrust();
-    return isOurs(database) ? static_cast<std::uint64_t>(
-                                  database.number("SELECT value FROM meta WHERE key = 'newest'"))
-                            : 0;
+    return isOurs(database)
+               ? static_cast<std::uint64_t>(database.number("SELECT value FROM meta WHERE key = 'newest'"))
+               : 0;
   } catch (const DatabaseError&) {
     return 0;  // whoever records will set it aside and say so
   }
@@ -327,8 +330,8 @@ std::int64_t EventJournal::ask(const std::string& root, std::uint64_t since) {
 }
 
 std::vector<JournalRequest> EventJournal::unanswered() {
-  Statement rows =
-      database.prepare("SELECT key, root, since, answered, flags FROM requests WHERE answered = 0 ORDER BY key");
+  Statement rows = database.prepare(
+      "SELECT key, root, since, answered, flags FROM requests WHERE answered = 0 ORDER BY key");
   std::vector<JournalRequest> all;
   while (rows.step()) all.push_back(requestOf(rows));
   return all;

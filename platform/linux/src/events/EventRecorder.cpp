@@ -39,7 +39,8 @@ struct EventRecorder::State {
   /// Waits for a program that has locked the journal to be done with it.
   void waitForJournal(const DatabaseError& failure) {
     if (failure.kind != DatabaseError::Kind::busy) throw failure;
-    log.line("another program has locked the event journal in " + displayText(folders.state) + "; waiting for it");
+    log.line("another program has locked the event journal in " + displayText(folders.state) +
+             "; waiting for it");
     pollfd wait{wake.get(), POLLIN, 0};
     ::poll(&wait, 1, kRetryMs);
   }

@@ -1,11 +1,11 @@
-// The kernel tells the handle of the folder in which something changed and merges events on the same folder. Handles
-// are gathered, and resolved once a batch: the folder is opened by its handle, which takes privilege, its path read
-// from /proc/self/fd, and that path opened once more with the user's own rights. A path that the user may not list is
-// dropped, as is what lies outside the root.
+// The kernel tells the handle of the folder in which something changed and merges events on the same folder.
+// Handles are gathered, and resolved once a batch: the folder is opened by its handle, which takes privilege,
+// its path read from /proc/self/fd, and that path opened once more with the user's own rights. A path that
+// the user may not list is dropped, as is what lies outside the root.
 //
-// A folder that was moved tells so itself and is deep. For one that was created only the parent is told; the parent's
-// children that were born since the batch before are deep. Every folder of the file system is marked from the
-// beginning, so nothing has to be placed, and nothing that happens in a new folder is missed.
+// A folder that was moved tells so itself and is deep. For one that was created only the parent is told; the
+// parent's children that were born since the batch before are deep. Every folder of the file system is marked
+// from the beginning, so nothing has to be placed, and nothing that happens in a new folder is missed.
 #include "FanotifyWatch.h"
 
 #include <array>
@@ -29,13 +29,14 @@ namespace {
 
 constexpr std::uint64_t kMask = FAN_CREATE | FAN_DELETE | FAN_MODIFY | FAN_CLOSE_WRITE | FAN_ATTRIB |
                                 FAN_MOVED_FROM | FAN_MOVED_TO | FAN_DELETE_SELF | FAN_MOVE_SELF | FAN_ONDIR;
-constexpr std::size_t kBufferBytes = 64 * 1024;
+constexpr std::size_t kBufferBytes = 65536;
 constexpr int kMostReads = 64;
 /// The kernel's clock for files is behind by one tick of its timer.
 constexpr std::int64_t kClockLag = 100'000;
 
 [[noreturn]] void raise(const std::string& root) {
-  throw std::system_error(errno, std::generic_category(), "cannot watch the file system of " + displayText(root));
+  throw std::system_error(errno, std::generic_category(),
+                          "cannot watch the file system of " + displayText(root));
 }
 
 std::int64_t wallNow() {
@@ -49,7 +50,9 @@ std::string pathOf(const Descriptor& folder, bool& tooLong) {
   const ssize_t length = ::readlink(link.c_str(), path.data(), path.size());
   tooLong = length < 0 && errno == ENAMETOOLONG;
   struct stat found {};
-  if (length <= 0 || path[0] != '/' || ::fstat(folder.get(), &found) != 0 || found.st_nlink == 0) return {};
+  if (length <= 0 || path[0] != '/') return {};
+  // A file here is one without a folder: open, but removed.
+  if (::fstat(folder.get(), &found) != 0 || found.st_nlink == 0 || !S_ISDIR(found.st_mode)) return {};
   return {path.data(), static_cast<std::size_t>(length)};
 }
 
@@ -60,13 +63,13 @@ std::unique_ptr<RootWatch> makeFanotifyWatch(RootWatchSettings settings) {
 }
 
 FanotifyWatch::FanotifyWatch(RootWatchSettings how) : settings(std::move(how)), gatheredSince(wallNow()) {
-  rootFolder = openFolder(AT_FDCWD, settings.root);
+  const Descriptor rootFolder = openFolder(AT_FDCWD, settings.root);
   if (!rootFolder.isOpen()) {
     throw std::system_error(errno, std::generic_category(), "cannot open " + displayText(settings.root));
   }
   const Privilege privilege;
-  group = Descriptor(
-      ::fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK | FAN_REPORT_DIR_FID, O_RDONLY | O_CLOEXEC));
+  group = Descriptor(::fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK | FAN_REPORT_DIR_FID,
+                                     O_RDONLY | O_CLOEXEC));
   if (!group.isOpen()) raise(settings.root);
   if (::fanotify_mark(group.get(), FAN_MARK_ADD | FAN_MARK_FILESYSTEM, kMask, rootFolder.get(), ".") != 0) {
     raise(settings.root);
@@ -89,27 +92,31 @@ bool FanotifyWatch::drain() {
     auto left = static_cast<std::size_t>(bytes);
     const char* at = buffer.data();
     while (left >= FAN_EVENT_METADATA_LEN) {
-      const auto* event = reinterpret_cast<const fanotify_event_metadata*>(at);
-      if (event->event_len < FAN_EVENT_METADATA_LEN || event->event_len > left) break;
-      gather(*event);
-      at += event->event_len;
-      left -= event->event_len;
+      // The records are packed; only what follows this part of one is as aligned as it has to be.
+      fanotify_event_metadata event{};
+      std::memcpy(&event, at, sizeof event);
+      if (event.event_len < FAN_EVENT_METADATA_LEN || event.event_len > left) break;
+      gather(event, at);
+      at += event.event_len;
+      left -= event.event_len;
     }
   }
   return false;
 }
 
-void FanotifyWatch::gather(const fanotify_event_metadata& event) {
+void FanotifyWatch::gather(const fanotify_event_metadata& event, const char* record) {
   if ((event.mask & FAN_Q_OVERFLOW) != 0) {
     seen.overflowed = true;
     return;
   }
   // Whether it concerns the root or a folder above it shows when its place is looked at.
-  if ((event.mask & (FAN_MOVE_SELF | FAN_DELETE_SELF)) != 0 && (event.mask & FAN_ONDIR) != 0) seen.rootMoved = true;
-  const char* record = reinterpret_cast<const char*>(&event) + event.metadata_len;
-  const auto* info = reinterpret_cast<const fanotify_event_info_fid*>(record);
+  constexpr std::uint64_t kMayBeRoot = FAN_MOVE_SELF | FAN_DELETE_SELF | FAN_DELETE;
+  if ((event.mask & kMayBeRoot) != 0 && (event.mask & FAN_ONDIR) != 0) seen.rootMoved = true;
+  const auto* info = reinterpret_cast<const fanotify_event_info_fid*>(record + event.metadata_len);
   if (event.event_len < event.metadata_len + sizeof(fanotify_event_info_fid)) return;
-  if (info->hdr.info_type != FAN_EVENT_INFO_TYPE_DFID) return;
+  // The kernel calls it the handle of a file when it is that of the folder of one that was written to.
+  if (info->hdr.info_type != FAN_EVENT_INFO_TYPE_DFID && info->hdr.info_type != FAN_EVENT_INFO_TYPE_FID)
+    return;
   const auto* handle = reinterpret_cast<const file_handle*>(info->handle);
   const std::size_t bytes = sizeof(file_handle) + handle->handle_bytes;
   Change& change = changed[std::string(reinterpret_cast<const char*>(handle), bytes)];
@@ -118,12 +125,14 @@ void FanotifyWatch::gather(const fanotify_event_metadata& event) {
   if ((event.mask & FAN_CREATE) != 0) change.gotFolder = true;
 }
 
-std::string FanotifyWatch::resolve(const std::string& handle, Descriptor& folder, bool& beyond) const {
+std::string FanotifyWatch::resolve(const Descriptor& rootFolder, const std::string& handle,
+                                   bool& beyond) const {
   std::vector<char> copy(handle.begin(), handle.end());
+  Descriptor folder;
   {
     const Privilege privilege;
-    folder = Descriptor(::open_by_handle_at(
-        rootFolder.get(), reinterpret_cast<file_handle*>(copy.data()), O_PATH | O_CLOEXEC));
+    folder = Descriptor(::open_by_handle_at(rootFolder.get(), reinterpret_cast<file_handle*>(copy.data()),
+                                            O_PATH | O_CLOEXEC));
   }
   // A folder that is gone: its parent tells.
   if (!folder.isOpen()) return {};
@@ -154,14 +163,15 @@ void FanotifyWatch::collect(FolderChanges& into) {
   const std::int64_t now = wallNow();
   boost::unordered_flat_map<std::string, Change> batch;
   batch.swap(changed);
+  // Held open for the batch only: that would keep the file system from being unmounted.
+  const Descriptor rootFolder = openFolder(AT_FDCWD, settings.root);
+  if (!rootFolder.isOpen()) seen.rootMoved = true;
   for (const auto& [handle, change] : batch) {
-    Descriptor byHandle;
     bool beyond = false;
-    std::string path = resolve(handle, byHandle, beyond);
+    std::string path = resolve(rootFolder, handle, beyond);
     if (path.empty()) continue;
     // With the user's own rights.
-    const Descriptor folder =
-        openFolder(rootFolder.get(), std::string(*relativeTo(path, settings.root)));
+    const Descriptor folder = openFolder(rootFolder.get(), std::string(*relativeTo(path, settings.root)));
     if (!folder.isOpen()) continue;
     if (change.gotFolder) reportNewFolders(folder, path, into);
     const bool deep = beyond || (change.moved && path != settings.root);

@@ -36,14 +36,14 @@ class FanotifyWatch final : public RootWatch {
     bool gotFolder = false;  ///< a folder was made in it
   };
 
-  void gather(const fanotify_event_metadata& event);
+  void gather(const fanotify_event_metadata& event, const char* record);
   /// The folder of a handle, by a path that the user may list; "" for none below the root.
-  [[nodiscard]] std::string resolve(const std::string& handle, Descriptor& folder, bool& beyond) const;
+  [[nodiscard]] std::string resolve(const Descriptor& rootFolder, const std::string& handle,
+                                    bool& beyond) const;
   void reportNewFolders(const Descriptor& folder, const std::string& path, FolderChanges& into);
 
   const RootWatchSettings settings;
   Descriptor group;
-  Descriptor rootFolder;
   WatchTrouble seen;
   boost::unordered_flat_map<std::string, Change> changed;  // by file handle
   FolderChanges mounted;

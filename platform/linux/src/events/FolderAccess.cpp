@@ -17,7 +17,7 @@
 namespace quon {
 namespace {
 
-constexpr std::size_t kBufferBytes = 64 * 1024;
+constexpr std::size_t kBufferBytes = 65536;
 constexpr std::int64_t kMicrosPerSecond = 1'000'000;
 constexpr std::int64_t kNanosPerMicro = 1000;
 constexpr int kOpenFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;

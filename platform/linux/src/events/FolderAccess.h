@@ -20,8 +20,8 @@ struct FolderFacts {
   bool isFolder = false;
 };
 
-/// Opens a folder for reading, without following a link anywhere, however long the path is. `path` is absolute,
-/// or relative to the open folder `at`. Not open, with errno, on failure.
+/// Opens a folder for reading, without following a link anywhere, however long the path is. `path` is
+/// absolute, or relative to the open folder `at`. Not open, with errno, on failure.
 [[nodiscard]] Descriptor openFolder(int at, const std::string& path);
 
 /// Facts of what is open, or, with a name, of an entry of it. False, with errno, on failure.
@@ -30,8 +30,8 @@ struct FolderFacts {
 /// The time of the newest change of an entry, microseconds since 1970; false when it vanished.
 [[nodiscard]] bool readChangeTime(int folder, const char* name, std::int64_t& changed);
 
-/// True when the file system keeps change times that a sweep can rely on: renaming a folder changes its change
-/// time and its parents' modification times, and all of it by the clock of this machine.
+/// True when the file system keeps change times that a sweep can rely on: renaming a folder changes its
+/// change time and its parents' modification times, and all of it by the clock of this machine.
 [[nodiscard]] bool keepsChangeTimes(int descriptor);
 
 struct ListedName {

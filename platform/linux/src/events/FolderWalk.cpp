@@ -1,9 +1,9 @@
-// One stack of folders to visit, last in, first out, so that few parents are held open. A folder is opened relative
-// to its parent's descriptor: a parent that is renamed meanwhile stays the same folder. Beyond a bound a child is
-// opened by its path and checked to lie in the parent that it was found in.
+// One stack of folders to visit, last in, first out, so that few parents are held open. A folder is opened
+// relative to its parent's descriptor: a parent that is renamed meanwhile stays the same folder. Beyond a
+// bound a child is opened by its path and checked to lie in the parent that it was found in.
 //
-// Order in visit(): open, let the visitor place its watch, read the times, list. What happens before the watch shows
-// in the times, what happens after it reaches the watch.
+// Order in visit(): open, let the visitor place its watch, read the times, list. What happens before the
+// watch shows in the times, what happens after it reaches the watch.
 #include "FolderWalk.h"
 
 #include <fcntl.h>
@@ -28,12 +28,12 @@ struct FolderWalk::Look {
 };
 
 void FolderWalk::begin(const std::string& path, int parentToken) {
-  MutexLock held_(lock);
+  MutexLock inLock(lock);
   stack.push_back({.parent = nullptr, .path = path, .parentToken = parentToken, .isFirst = true});
 }
 
 bool FolderWalk::take(Item& item) {
-  MutexLock held_(lock);
+  MutexLock inLock(lock);
   while (stack.empty() && busy > 0 && !cancelled) changed.wait(lock);
   if (stack.empty() || cancelled) return false;
   item = std::move(stack.back());
@@ -44,13 +44,13 @@ bool FolderWalk::take(Item& item) {
 
 void FolderWalk::put(std::vector<Item>& found) {
   if (found.empty()) return;
-  MutexLock held_(lock);
+  MutexLock inLock(lock);
   for (Item& item : found) stack.push_back(std::move(item));
   changed.broadcast();
 }
 
 void FolderWalk::finished() {
-  MutexLock held_(lock);
+  MutexLock inLock(lock);
   --busy;
   if (busy == 0 && stack.empty()) changed.broadcast();
 }
@@ -70,7 +70,7 @@ void FolderWalk::work(Worker& worker) {
 
 void FolderWalk::cancel() {
   cancelled = true;
-  MutexLock held_(lock);
+  MutexLock inLock(lock);
   changed.broadcast();
 }
 
@@ -109,7 +109,8 @@ void FolderWalk::list(const Item& item, const Look& look, Worker& worker, std::v
                        .parentToken = look.token,
                        .parentModified = look.modified,
                        .covered = look.covered});
-    } else if (std::int64_t time = 0; judge && !entryChanged && readChangeTime(descriptor, entry.name, time)) {
+    } else if (std::int64_t time = 0;
+               judge && !entryChanged && readChangeTime(descriptor, entry.name, time)) {
       entryChanged = time >= *settings.changedSince;
     }
   }

@@ -22,12 +22,13 @@ class FolderVisitor {
   FolderVisitor& operator=(const FolderVisitor&) = delete;
   virtual ~FolderVisitor() = default;
 
-  /// A folder was opened and is about to be listed: whatever changes in it after this call is the visitor's to
-  /// notice. The token is handed on with its children; none leaves the folder alone. The first folder of a walk
-  /// comes with the token that the walk was begun with.
+  /// A folder was opened and is about to be listed: whatever changes in it after this call is the visitor's
+  /// to notice. The token is handed on with its children; none leaves the folder alone. The first folder of a
+  /// walk comes with the token that the walk was begun with.
   [[nodiscard]] virtual std::optional<int> enter(int descriptor, int parentToken, std::string_view name,
                                                  const FolderIdentity& identity) = 0;
-  /// True when it is known that this very folder was at the path at the time since when changes are looked for.
+  /// True when it is known that this very folder was at the path at the time since when changes are looked
+  /// for.
   [[nodiscard]] virtual bool wasThere(const std::string& path, const FolderIdentity& identity) const = 0;
 };
 
@@ -36,11 +37,11 @@ struct SweptFolder {
   bool deep = false;
 };
 
-/// Visits all folders of a tree that lie on one file system, except the program's own, and judges by their times
-/// which of them changed: a folder did when its own change time, or that of a file in it, is not older than asked
-/// for. A changed folder is deep (it may be another one than before, whose contents keep their old times) when its
-/// parent's listing changed as well, or when its own did not, unless it was surely there before. The first folder
-/// never is, and below a deep one nothing is judged.
+/// Visits all folders of a tree that lie on one file system, except the program's own, and judges by their
+/// times which of them changed: a folder did when its own change time, or that of a file in it, is not older
+/// than asked for. A changed folder is deep (it may be another one than before, whose contents keep their old
+/// times) when its parent's listing changed as well, or when its own did not, unless it was surely there
+/// before. The first folder never is, and below a deep one nothing is judged.
 ///
 /// Threads: work() from several; all else from one, while none works.
 class FolderWalk {
@@ -48,7 +49,7 @@ class FolderWalk {
   struct Settings {
     const OwnFolders& own;
     FolderVisitor& visitor;
-    std::uint64_t device = 0;                   ///< folders on others are left alone
+    std::uint64_t device = 0;                  ///< folders on others are left alone
     std::optional<std::int64_t> changedSince;  ///< microseconds since 1970; none judges nothing
   };
 

@@ -1,16 +1,19 @@
-// The kernel tells events by the number of a watch; WatchTree knows where that folder lies. Events arrive after the
-// fact, and several renames may have happened when the first is read, so an event about a folder is never taken at
-// its word: it only raises a doubt about a place (parent, name). To settle a doubt, the folder that is at the place
-// now is opened, and its watch asked for: the kernel returns the number that it has, if it has one, wherever it was
-// before. So a folder that was moved keeps its watch under the new path, two that were exchanged get each other's
-// place, and one that was replaced gets a watch of its own. A folder that left its place and turned up at no other by
-// the time the queue is empty has left the root.
+// The kernel tells events by the number of a watch; WatchTree knows where that folder lies. Events arrive
+// after the fact, and several renames may have happened when the first is read, so an event about a folder is
+// never taken at its word: it only raises a doubt about a place (parent, name). To settle a doubt, the folder
+// that is at the place now is opened, and its watch asked for: the kernel returns the number that it has, if
+// it has one, wherever it was before. So a folder that was moved keeps its watch under the new path, two that
+// were exchanged get each other's place, and one that was replaced gets a watch of its own. A folder that
+// left its place and turned up at no other by the time the queue is empty has left the root.
 //
-// A folder that appeared is walked: watch first, then list, all the way down, in slices between which events are
-// read. Only then is it told, deep: whoever lists it from then on misses nothing that the watches do not see.
+// A folder that appeared is walked: watch first, then list, all the way down, in slices between which events
+// are read. Only then is it told, deep: whoever lists it from then on misses nothing that the watches do not
+// see.
 //
-// The watch is asked for through /proc/self/fd, so it lands on the folder that is open, whatever its path means
-// meanwhile and however long that is.
+// Nothing is held open between batches: that would keep the file system from being unmounted.
+//
+// The watch is asked for through /proc/self/fd, so it lands on the folder that is open, whatever its path
+// means meanwhile and however long that is.
 #include "InotifyWatch.h"
 
 #include <algorithm>
@@ -30,12 +33,11 @@ namespace {
 
 /// IN_MODIFY tells of sizes as they grow, IN_CLOSE_WRITE of the times and blocks that a file ends with.
 constexpr std::uint32_t kFolderMask = IN_CREATE | IN_DELETE | IN_MODIFY | IN_CLOSE_WRITE | IN_ATTRIB |
-                                      IN_MOVED_FROM | IN_MOVED_TO | IN_EXCL_UNLINK | IN_ONLYDIR |
-                                      IN_MASK_ADD;
+                                      IN_MOVED_FROM | IN_MOVED_TO | IN_EXCL_UNLINK | IN_ONLYDIR | IN_MASK_ADD;
 constexpr std::uint32_t kRootMask = kFolderMask | IN_DELETE_SELF | IN_MOVE_SELF;
 constexpr std::uint32_t kAboveMask = IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
-constexpr std::size_t kBufferBytes = 64 * 1024;
-constexpr int kMostReads = 16;            // about 16,000 events: the default length of the kernel's queue
+constexpr std::size_t kBufferBytes = 65536;
+constexpr int kMostReads = 16;  // about 16,000 events: the default length of the kernel's queue
 constexpr int kFoldersPerSlice = 512;
 
 Descriptor newNotifier(const std::string& root) {
@@ -58,21 +60,19 @@ std::unique_ptr<RootWatch> makeInotifyWatch(RootWatchSettings settings) {
 }
 
 InotifyWatch::InotifyWatch(RootWatchSettings how)
-    : settings(std::move(how)),
-      notifier(newNotifier(settings.root)),
-      rootFolder(openFolder(AT_FDCWD, settings.root)) {
-  if (!rootFolder.isOpen()) {
-    throw std::system_error(errno, std::generic_category(), "cannot open " + displayText(settings.root));
-  }
+    : settings(std::move(how)), notifier(newNotifier(settings.root)) {
   watchAbove();
 }
 
-/// The root's path ends to be true when a folder above it is moved. One that this user may not read is moved unseen.
+/// The root's path ends to be true when a folder above it is moved. One that this user may not read is moved
+/// unseen. That the root is removed is told by its parent: it is told by itself only when nobody has it open
+/// any more.
 void InotifyWatch::watchAbove() {
+  std::uint32_t mask = kAboveMask | IN_DELETE;
   for (std::size_t end = settings.root.rfind('/'); end != std::string::npos && settings.root != "/";
        end = end == 0 ? std::string::npos : settings.root.rfind('/', end - 1)) {
     const std::string path = end == 0 ? "/" : settings.root.substr(0, end);
-    const int watch = ::inotify_add_watch(notifier.get(), path.c_str(), kAboveMask);
+    const int watch = ::inotify_add_watch(notifier.get(), path.c_str(), std::exchange(mask, kAboveMask));
     if (watch >= 0) above.insert(watch);
   }
 }
@@ -140,8 +140,9 @@ void InotifyWatch::handle(const inotify_event& event, std::string_view name) {
   if ((event.mask & IN_Q_OVERFLOW) != 0) {
     seen.overflowed = true;
   } else if (above.contains(event.wd)) {
-    // The change of a watch that is gone for good tells nothing new.
-    if ((event.mask & (IN_MOVE_SELF | IN_DELETE_SELF)) != 0) seen.rootMoved = true;
+    const bool isItself = (event.mask & (IN_MOVE_SELF | IN_DELETE_SELF)) != 0;
+    if (isItself || ((event.mask & IN_DELETE) != 0 && name == lastComponent(settings.root)))
+      seen.rootMoved = true;
     if ((event.mask & IN_IGNORED) != 0) above.erase(event.wd);
   } else if ((event.mask & IN_UNMOUNT) != 0) {
     if (isRoot) seen.unmounted = true;
@@ -195,11 +196,12 @@ std::optional<std::string> InotifyWatch::pathOf(int parent, std::string_view nam
 void InotifyWatch::settle(const Doubt& doubt) {
   const auto path = pathOf(doubt.parent, doubt.name);
   if (!path) return;  // what became of the parent says more
-  const Descriptor folder = openFolder(rootFolder.get(), std::string(*relativeTo(*path, settings.root)));
+  const Descriptor folder = openFolder(AT_FDCWD, *path);
   const int reason = folder.isOpen() ? 0 : errno;
   FolderFacts facts;
   FolderFacts parent;
-  const bool known = folder.isOpen() && readFacts(folder.get(), "", facts) && readFacts(folder.get(), "..", parent);
+  const bool known =
+      folder.isOpen() && readFacts(folder.get(), "", facts) && readFacts(folder.get(), "..", parent);
   MutexLock held(lock);
   const int child = tree->childOf(doubt.parent, doubt.name);
   if (!known) {
@@ -222,7 +224,8 @@ void InotifyWatch::settle(const Doubt& doubt) {
     return;
   }
   // Also one that could not be opened before, and one that takes the place of one that was moved away.
-  const FolderWalk::Settings walk{.own = settings.own, .visitor = *this, .device = settings.device, .changedSince = {}};
+  const FolderWalk::Settings walk{
+      .own = settings.own, .visitor = *this, .device = settings.device, .changedSince = {}};
   appearances.push_back({doubt.parent, doubt.name, std::make_unique<FolderWalk>(walk)});
   appearances.back().walk->begin(*path, doubt.parent);
 }

@@ -59,7 +59,6 @@ class InotifyWatch final : public RootWatch {
 
   const RootWatchSettings settings;
   Descriptor notifier;
-  Descriptor rootFolder;
   WatchTrouble seen;
   std::vector<Doubt> doubts;
   std::deque<Appearance> appearances;

@@ -1,9 +1,10 @@
-// A stream asks by a row in the table of requests, and rings for the recorder. The answer says that everything since the
-// stream's identifier is in the journal, or why not. From then on the stream reads the rows with identifiers above the
-// last one that it saw: the recorder's transactions are the only ones that add any, and theirs only grow.
+// A stream asks by a row in the table of requests, and rings for the recorder. The answer says that
+// everything since the stream's identifier is in the journal, or why not. From then on the stream reads the
+// rows with identifiers above the last one that it saw: the recorder's transactions are the only ones that
+// add any, and theirs only grow.
 //
-// When the journal was replaced, each stream asks the new one, from where it was; a gap, if there is one, is closed by
-// the recorder, and the stream's client notices nothing.
+// When the journal was replaced, each stream asks the new one, from where it was; a gap, if there is one, is
+// closed by the recorder, and the stream's client notices nothing.
 #include "JournalReader.h"
 
 #include <algorithm>
@@ -86,7 +87,8 @@ void JournalReader::serveAll(const Streams& streams) {
   }
   known = streams;
   for (const auto& stream : known) {
-    const bool asked = stream->phase == LiveStream::Phase::waiting || stream->phase == LiveStream::Phase::live;
+    const bool asked =
+        stream->phase == LiveStream::Phase::waiting || stream->phase == LiveStream::Phase::live;
     if (replaced && asked) stream->phase = LiveStream::Phase::asking;
   }
   replaced = false;
@@ -167,7 +169,8 @@ void JournalReader::failed(const DatabaseError& failure) {
     log.line(fmt::format("cannot read the event journal in {} and keep trying: {}", displayText(stateFolder),
                          busy ? "another program has locked it" : failure.what()));
   }
-  retry = Clock::now() + (failure.kind == DatabaseError::Kind::damaged ? std::chrono::milliseconds(0) : kBetweenRetries);
+  retry = Clock::now() +
+          (failure.kind == DatabaseError::Kind::damaged ? std::chrono::milliseconds(0) : kBetweenRetries);
 }
 
 }  // namespace quon

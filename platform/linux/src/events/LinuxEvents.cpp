@@ -1,5 +1,6 @@
-// Two threads, begun with the first stream: one reads the journal for the streams of this process, the other waits to
-// become the user's recorder, and records once it is. Both are woken by descriptors, or a lock, and ended in reverse.
+// Two threads, begun with the first stream: one reads the journal for the streams of this process, the other
+// waits to become the user's recorder, and records once it is. Both are woken by descriptors, or a lock, and
+// ended in reverse.
 #include "platform_linux/LinuxEvents.h"
 
 #include <algorithm>
@@ -20,7 +21,7 @@
 namespace quon {
 namespace {
 
-constexpr std::size_t kStackBytes = 512 * 1024;
+constexpr std::size_t kStackBytes = 524288;
 
 }  // namespace
 
@@ -28,7 +29,8 @@ struct LinuxEvents::Service {
   /// Outlives the service where streams do.
   struct Shared {
     Shared() : wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-      if (!wake.isOpen()) throw std::system_error(errno, std::generic_category(), "cannot make an event journal");
+      if (!wake.isOpen())
+        throw std::system_error(errno, std::generic_category(), "cannot make an event journal");
     }
     void wakeReader() const {
       const std::uint64_t one = 1;
@@ -43,8 +45,9 @@ struct LinuxEvents::Service {
     void fail() {
       failed = true;
       for (const auto& stream : present()) {
-        stream->deliver({{.path = stream->request.root, .flags = EventFlag::userDropped, .id = stream->request.since},
-                         {.path = stream->request.root, .flags = EventFlag::historyDone, .id = stream->request.since}});
+        stream->deliver(
+            {{.path = stream->request.root, .flags = EventFlag::userDropped, .id = stream->request.since},
+             {.path = stream->request.root, .flags = EventFlag::historyDone, .id = stream->request.since}});
       }
     }
 
@@ -180,8 +183,8 @@ std::unique_ptr<EventStream> LinuxEvents::create(const EventRequest& request, Ba
     service->log.line(fmt::format("no event journal: {}", failure.what()));
     return nullptr;
   }
-  return std::make_unique<Service::Stream>(
-      *service, std::make_shared<LiveStream>(request, queue, std::move(callback)));
+  return std::make_unique<Service::Stream>(*service,
+                                           std::make_shared<LiveStream>(request, queue, std::move(callback)));
 }
 
 std::uint64_t LinuxEvents::currentEventId() {

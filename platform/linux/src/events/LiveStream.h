@@ -11,8 +11,8 @@
 
 namespace quon {
 
-/// One stream of a client: where its reader is in the journal, and what is about to be delivered. Shared by the stream,
-/// the reader and the work that it posts.
+/// One stream of a client: where its reader is in the journal, and what is about to be delivered. Shared by
+/// the stream, the reader and the work that it posts.
 class LiveStream : public std::enable_shared_from_this<LiveStream> {
  public:
   LiveStream(EventRequest wish, BackgroundQueue& target, EventService::Callback function);
@@ -34,7 +34,7 @@ class LiveStream : public std::enable_shared_from_this<LiveStream> {
   const EventRequest request;
   Phase phase = Phase::asking;
   std::int64_t requestKey = 0;
-  std::uint64_t cursor;     ///< everything up to this identifier was delivered
+  std::uint64_t cursor;      ///< everything up to this identifier was delivered
   std::uint64_t lostId = 0;  ///< of the root, when the stream became live
   bool historyTold = false;
 

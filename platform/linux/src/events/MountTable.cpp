@@ -46,8 +46,8 @@ MountTable::MountTable() : file(::open(kTable, O_RDONLY | O_CLOEXEC)) {
 std::vector<MountTable::Mount> MountTable::readTable() const {
   std::string text;
   std::array<char, 16384> piece{};
-  for (ssize_t bytes = 0; (bytes = ::pread(file.get(), piece.data(), piece.size(),
-                                           static_cast<off_t>(text.size()))) > 0;) {
+  for (ssize_t bytes = 0;
+       (bytes = ::pread(file.get(), piece.data(), piece.size(), static_cast<off_t>(text.size()))) > 0;) {
     text.append(piece.data(), static_cast<std::size_t>(bytes));
   }
   std::vector<Mount> found;
@@ -73,6 +73,7 @@ std::vector<std::string> MountTable::changes() {
   std::ranges::set_symmetric_difference(mounts, now, std::back_inserter(differing));
   mounts = std::move(now);
   std::vector<std::string> points;
+  points.reserve(differing.size());
   for (Mount& mount : differing) points.push_back(std::move(mount.second));
   return points;
 }

@@ -8,8 +8,8 @@ namespace quon {
 
 struct Folders;
 
-/// The program's own folders, about which nothing is told: writing the index must not set off the next change.
-/// Threads: any.
+/// The program's own folders, about which nothing is told: writing the index must not set off the next
+/// change. Threads: any.
 class OwnFolders {
  public:
   explicit OwnFolders(const Folders& folders);

@@ -1,14 +1,14 @@
-// Phases: unwatched -> placing -> covered, and covered -> reaching -> covered when a client asks for changes from
-// before the coverage began. An overflow of the kernel's queue leads from any of them back to placing, since the
-// time up to which everything is in the journal; a loss that no sweep can make good leads to unwatched, until a client
-// asks again.
+// Phases: unwatched -> placing -> covered, and covered -> reaching -> covered when a client asks for changes
+// from before the coverage began. An overflow of the kernel's queue leads from any of them back to placing,
+// since the time up to which everything is in the journal; a loss that no sweep can make good leads to
+// unwatched, until a client asks again.
 //
-// Identifiers of what a sweep finds: after placing, new ones, taken when the sweep is over, because a change that it
-// found may be younger than any identifier handed out while it ran. After reaching back, the identifier at which the
-// coverage begins: who resumes from before it has to see them, and nobody else.
+// Identifiers of what a sweep finds: after placing, new ones, taken when the sweep is over, because a change
+// that it found may be younger than any identifier handed out while it ran. After reaching back, the
+// identifier at which the coverage begins: who resumes from before it has to see them, and nobody else.
 //
-// A request is answered when a round of the loop that began after it arrived has read the kernel's queue to its end and
-// written what it found: then everything that happened before the request is in the journal.
+// A request is answered when a round of the loop that began after it arrived has read the kernel's queue to
+// its end and written what it found: then everything that happened before the request is in the journal.
 #include "RecordedRoot.h"
 
 #include <algorithm>
@@ -34,7 +34,9 @@ constexpr std::uint32_t kRootLost = EventFlag::rootChanged | EventFlag::unmount;
 /// Visits for a sweep of folders that have their watches.
 class Onlooker final : public FolderVisitor {
  public:
-  [[nodiscard]] std::optional<int> enter(int, int, std::string_view, const FolderIdentity&) override { return 0; }
+  [[nodiscard]] std::optional<int> enter(int, int, std::string_view, const FolderIdentity&) override {
+    return 0;
+  }
   [[nodiscard]] bool wasThere(const std::string&, const FolderIdentity&) const override { return false; }
 };
 
@@ -45,7 +47,8 @@ RecordedRoot::RecordedRoot(const RecorderContext& shared, WatchedRoot known)
 
 void RecordedRoot::ask(const JournalRequest& request, std::uint64_t turn) {
   const auto isThis = [&](std::int64_t key) { return key == request.key; };
-  if (std::ranges::any_of(requests, isThis, [](const Pending& pending) { return pending.request.key; })) return;
+  if (std::ranges::any_of(requests, isThis, [](const Pending& pending) { return pending.request.key; }))
+    return;
   if (std::ranges::any_of(answers, isThis, [](const auto& answer) { return answer.first; })) return;
   requests.push_back({request, turn});
   stored.asked = context.clock.wallMicros();
@@ -143,7 +146,8 @@ void RecordedRoot::advance(EventJournal& journal, bool mayBegin) {
 }
 
 void RecordedRoot::recover() {
-  context.log.line(fmt::format("the kernel dropped events below {}; looking for what changed", displayText(stored.path)));
+  context.log.line(
+      fmt::format("the kernel dropped events below {}; looking for what changed", displayText(stored.path)));
   const bool wasCovered = phase == Phase::covered || phase == Phase::reaching;
   if (wasCovered && !trusted) {
     lose(EventFlag::kernelDropped, "the kernel dropped events");
@@ -203,7 +207,8 @@ void RecordedRoot::checkPlace() {
 
 void RecordedRoot::loseToLimit() {
   lose(EventFlag::kernelDropped,
-       "it has more folders than you may watch: /proc/sys/fs/inotify/max_user_watches is too low; raise it with "
+       "it has more folders than you may watch: /proc/sys/fs/inotify/max_user_watches is too low; raise it "
+       "with "
        "`sudo sysctl fs.inotify.max_user_watches=1048576`");
 }
 
@@ -218,6 +223,7 @@ void RecordedRoot::lose(std::uint32_t flags, const std::string& reason) {
   stored.coveredSince = std::nullopt;
   stored.lostId = context.ids.next();
   stored.lostFlags = flags;
+  stored.identity = {};  // what comes to lie there next is not compared with it
   rowChanged = true;
   for (const Pending& pending : requests) answers.emplace_back(pending.request.key, flags);
   requests.clear();

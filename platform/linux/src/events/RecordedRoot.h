@@ -28,8 +28,8 @@ struct RecorderContext {
   std::function<void()> wake;  ///< any thread: lets the recorder look at its sweeps
 };
 
-/// One root under watch: from the moment it is asked for, through the placing of its watches and the sweep that closes
-/// the gap, to being covered, and back again when the kernel drops events.
+/// One root under watch: from the moment it is asked for, through the placing of its watches and the sweep
+/// that closes the gap, to being covered, and back again when the kernel drops events.
 ///
 /// Threads: the recorder's.
 class RecordedRoot {
@@ -44,8 +44,8 @@ class RecordedRoot {
 
   /// Reads what the kernel tells; `turn` counts the rounds of the recorder's loop.
   void drain(std::uint64_t turn);
-  /// Follows up on what drain() has found, on a sweep that ended, and on requests. A root that nobody asked for since
-  /// the recorder began is not placed before `mayBegin` says so.
+  /// Follows up on what drain() has found, on a sweep that ended, and on requests. A root that nobody asked
+  /// for since the recorder began is not placed before `mayBegin` says so.
   void advance(EventJournal& journal, bool mayBegin);
   [[nodiscard]] bool isSweeping() const { return sweep != nullptr; }
   /// It waits to be placed.
@@ -107,7 +107,7 @@ class RecordedRoot {
   std::unique_ptr<Sweep> sweep;             // uses watch or onlooker
   std::vector<std::string> appeared;        // to be told with what the sweep finds
   std::optional<Found> found;
-  std::uint64_t sweepBegan = 0;  // wall clock
+  std::uint64_t sweepBegan = 0;               // wall clock
   std::optional<std::uint64_t> coveredAfter;  // the sweep; none: since it ended
   bool drained = false;
   std::uint64_t drainedTurn = 0;

@@ -1,6 +1,6 @@
-// No descriptor tells when a lock becomes free, so a thread sits in flock. It is got out of there by SIGURG, which
-// is ignored unless somebody handles it, with a handler that does nothing. A signal that comes just before the
-// call begins is lost, so that it is sent again until the thread has come out.
+// No descriptor tells when a lock becomes free, so a thread sits in flock. It is got out of there by SIGURG,
+// which is ignored unless somebody handles it, with a handler that does nothing. A signal that comes just
+// before the call begins is lost, so that it is sent again until the thread has come out.
 #include "RecorderLock.h"
 
 #include <cerrno>
@@ -26,7 +26,8 @@ constexpr std::chrono::milliseconds kSignalAgain{5};
 void handleWakeSignal() {
   struct sigaction present {};
   sigaction(kWakeSignal, nullptr, &present);
-  if ((present.sa_flags & SA_SIGINFO) == 0 && (present.sa_handler == SIG_DFL || present.sa_handler == SIG_IGN)) {
+  if ((present.sa_flags & SA_SIGINFO) == 0 &&
+      (present.sa_handler == SIG_DFL || present.sa_handler == SIG_IGN)) {
     struct sigaction wake {};
     wake.sa_handler = [](int) {};  // without SA_RESTART
     sigaction(kWakeSignal, &wake, nullptr);

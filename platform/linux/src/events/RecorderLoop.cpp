@@ -1,7 +1,7 @@
-// One turn: wait; take what the state folder, the clock and the mounts tell; read every root's events and follow up;
-// write. Events are read at most every 10 ms and folders written at most every 100 ms while changes keep coming, so
-// that a build below a root costs little; after a quiet time the first change is written at once. With nothing to do
-// the wait has no end: no timer runs.
+// One turn: wait; take what the state folder, the clock and the mounts tell; read every root's events and
+// follow up; write. Events are read at most every 10 ms and folders written at most every 100 ms while
+// changes keep coming, so that a build below a root costs little; after a quiet time the first change is
+// written at once. With nothing to do the wait has no end: no timer runs.
 #include "RecorderLoop.h"
 
 #include <algorithm>
@@ -94,20 +94,21 @@ void RecorderLoop::loadRoots() {
   const std::uint64_t now = clock.wallMicros();
   std::uint64_t latest = journal->newestId();
   ids.raise(latest);
+  for (const WatchedRoot& root : journal->roots()) latest = std::max(latest, root.goodUntil);
   {
     Transaction transaction = journal->begin();
+    // The clock was set back while nobody looked.
+    if (latest > now + kClockTolerance) journal->addStep({.low = now, .high = latest});
     journal->prune(now - std::min(now, kDaysUnasked * kMicrosPerDay));
     transaction.commit();
   }
-  const std::vector<WatchedRoot> stored = journal->roots();
-  for (const WatchedRoot& root : stored) latest = std::max(latest, root.goodUntil);
-  if (latest > now + kClockTolerance) steps.push_back({.low = now, .high = latest});
-  for (const WatchedRoot& root : stored) roots.push_back(std::make_unique<RecordedRoot>(context, root));
+  for (const WatchedRoot& root : journal->roots()) {
+    roots.push_back(std::make_unique<RecordedRoot>(context, root));
+  }
 }
 
 void RecorderLoop::openJournal() {
-  journal.reset();
-  journal.emplace(EventJournal::open(stateFolder, log));
+  journal = EventJournal::open(stateFolder, log);
   ids.raise(journal->newestId());
   for (const auto& root : roots) root->journalReplaced();
   requestsWaiting = true;
@@ -158,7 +159,7 @@ bool RecorderLoop::waitForNews() {
 bool RecorderLoop::readState() {
   const StateWatch::News news = stateWatch.read();
   if (news.folderGone || news.lockReplaced) return false;
-  if (news.journalReplaced && !journal->isCurrent()) openJournal();
+  if (news.journalReplaced && journal && !journal->isCurrent()) journal.reset();
   if (news.rung) requestsWaiting = true;
   return true;
 }
@@ -179,7 +180,8 @@ void RecorderLoop::followRoots() {
     sweeping = sweeping || root->isSweeping();
   }
   // One after the other; the end of a sweep wakes the loop.
-  if (!sweeping && std::ranges::any_of(roots, [](const auto& root) { return root->isWaiting(); })) readNow = true;
+  if (!sweeping && std::ranges::any_of(roots, [](const auto& root) { return root->isWaiting(); }))
+    readNow = true;
 }
 
 bool RecorderLoop::turn() {
@@ -201,10 +203,12 @@ bool RecorderLoop::turn() {
       clearEvents(clockTimer.get());
       armClockTimer(clockTimer);
     }
-    for (std::size_t at = kFixedWaits; at < waits.size(); ++at) rootsReady = rootsReady || waits[at].revents != 0;
+    for (std::size_t at = kFixedWaits; at < waits.size(); ++at)
+      rootsReady = rootsReady || waits[at].revents != 0;
   }
   noticeClock();
   try {
+    if (!journal) openJournal();
     if (requestsWaiting) {
       loadRequests();
       rootsReady = true;
@@ -223,7 +227,8 @@ bool RecorderLoop::turn() {
 bool RecorderLoop::isDue() const {
   const auto now = Clock::now();
   if (retry && now < *retry) return false;
-  if (ringOwed || std::ranges::any_of(roots, [](const auto& root) { return root->wantsWriting(); })) return true;
+  if (ringOwed || std::ranges::any_of(roots, [](const auto& root) { return root->wantsWriting(); }))
+    return true;
   return !changes.empty() && now >= nextWrite;
 }
 
@@ -237,7 +242,8 @@ void RecorderLoop::writeJournal() {
   lastFailure.clear();
   ringOwed = false;
   // A root whose sweep was written wants to go on, and requests may be answered by now.
-  readNow = std::ranges::any_of(roots, [](const auto& root) { return root->isBusy() || root->wantsWriting(); });
+  readNow =
+      std::ranges::any_of(roots, [](const auto& root) { return root->isBusy() || root->wantsWriting(); });
   StateWatch::ring(stateFolder, StateWatch::Bell::clients);
 }
 
@@ -253,9 +259,9 @@ void RecorderLoop::commit() {
 
 void RecorderLoop::journalFailed(const DatabaseError& failure) {
   if (failure.kind == DatabaseError::Kind::damaged) {
-    journal.reset();
+    journal.reset();  // opened anew by the next turn
     EventJournal::setAside(stateFolder, log);
-    openJournal();
+    readNow = true;
     return;
   }
   if (lastFailure != failure.what()) {
@@ -270,12 +276,14 @@ void RecorderLoop::journalFailed(const DatabaseError& failure) {
 
 void RecorderLoop::finish() {
   try {
+    if (!journal) openJournal();
     followRoots();
     for (const auto& root : roots) root->touch();
     writeJournal();
   } catch (const DatabaseError& failure) {
     // The next recorder looks on the disk for what changed since the last transaction.
-    log.line(fmt::format("cannot write the event journal in {}: {}", displayText(stateFolder), failure.what()));
+    log.line(
+        fmt::format("cannot write the event journal in {}: {}", displayText(stateFolder), failure.what()));
   }
 }
 

@@ -21,14 +21,16 @@ namespace quon {
 /// The recorder at work, while it holds the lock. Threads: one; the wake descriptor may be written by any.
 class RecorderLoop {
  public:
-  /// Opens the journal and begins to watch the roots in it. `wake` is an eventfd that ends the wait of turn().
-  RecorderLoop(const Folders& folders, Log& log, const EventOptions& options, const EventClock& clock, int wake);
+  /// Opens the journal and begins to watch the roots in it. `wake` is an eventfd that ends the wait of
+  /// turn().
+  RecorderLoop(const Folders& folders, Log& log, const EventOptions& options, const EventClock& clock,
+               int wake);
   ~RecorderLoop();
   RecorderLoop(const RecorderLoop&) = delete;
   RecorderLoop& operator=(const RecorderLoop&) = delete;
 
-  /// Waits for something to happen and does what it calls for. False when the state folder or the lock file was
-  /// replaced: whoever holds the lock holds nothing.
+  /// Waits for something to happen and does what it calls for. False when the state folder or the lock file
+  /// was replaced: whoever holds the lock holds nothing.
   [[nodiscard]] bool turn();
   /// Writes what is known, for the next recorder to go on from.
   void finish();

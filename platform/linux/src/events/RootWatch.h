@@ -39,16 +39,17 @@ struct WatchRemains {
   std::vector<std::string> appeared;
 };
 
-/// A back end at work on one root: reads the kernel's events and gathers the folders that changed. A walk of the
-/// root with the watch as its visitor places what the back end needs on the folders that are there already.
+/// A back end at work on one root: reads the kernel's events and gathers the folders that changed. A walk of
+/// the root with the watch as its visitor places what the back end needs on the folders that are there
+/// already.
 ///
 /// Threads: enter and wasThere any; all else the recorder's.
 class RootWatch : public FolderVisitor {
  public:
   /// Readable when drain() has something to read.
   [[nodiscard]] virtual int descriptor() const = 0;
-  /// Reads a bounded number of events and looks at the folders that appeared. True when nothing is left: all that
-  /// had happened before the call can be collected.
+  /// Reads a bounded number of events and looks at the folders that appeared. True when nothing is left: all
+  /// that had happened before the call can be collected.
   [[nodiscard]] virtual bool drain() = 0;
   /// Moves the folders that changed out.
   virtual void collect(FolderChanges& into) = 0;
@@ -69,8 +70,8 @@ struct RootWatchSettings {
   std::unique_ptr<const WatchTree> known;  ///< of the watch before it
 };
 
-/// Throw std::system_error when the kernel does not grant the back end; for fanotify that is most often for want
-/// of privilege.
+/// Throw std::system_error when the kernel does not grant the back end; for fanotify that is most often for
+/// want of privilege.
 [[nodiscard]] std::unique_ptr<RootWatch> makeInotifyWatch(RootWatchSettings settings);
 [[nodiscard]] std::unique_ptr<RootWatch> makeFanotifyWatch(RootWatchSettings settings);
 

@@ -6,8 +6,8 @@
 
 namespace quon {
 
-/// Makes the folder that holds the program's state when it is missing, and sees to it that nobody but its owner,
-/// who is the user, may enter it. Throws std::system_error.
+/// Makes the folder that holds the program's state when it is missing, and sees to it that nobody but its
+/// owner, who is the user, may enter it. Throws std::system_error.
 void ensureStateFolder(const std::string& path);
 
 /// Opens a file of the state folder for writing, made for the user alone when it is missing. Throws

@@ -14,8 +14,8 @@
 namespace quon {
 namespace {
 
-constexpr std::uint32_t kFolderMask = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF |
-                                      IN_MOVE_SELF | IN_ONLYDIR;
+constexpr std::uint32_t kFolderMask =
+    IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 constexpr std::size_t kBufferBytes = 4096;
 
 const char* nameOf(StateWatch::Bell bell) {
@@ -29,7 +29,9 @@ const char* nameOf(StateWatch::Bell bell) {
 }  // namespace
 
 StateWatch::StateWatch(std::string watched, Bell listenTo)
-    : folder(std::move(watched)), bellName(nameOf(listenTo)), notifier(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+    : folder(std::move(watched)),
+      bellName(nameOf(listenTo)),
+      notifier(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
   if (!notifier.isOpen()) raise("cannot watch " + displayText(folder));
   folderWatch = ::inotify_add_watch(notifier.get(), folder.c_str(), kFolderMask);
   if (folderWatch < 0) raise("cannot watch " + displayText(folder));

@@ -7,12 +7,12 @@
 namespace quon {
 namespace {
 
-constexpr std::size_t kStackBytes = 256 * 1024;
+constexpr std::size_t kStackBytes = 262144;
 
 }  // namespace
 
-Sweep::Sweep(const std::string& root, const FolderWalk::Settings& settings, int rootToken, unsigned threadCount,
-             std::function<void()> told)
+Sweep::Sweep(const std::string& root, const FolderWalk::Settings& settings, int rootToken,
+             unsigned threadCount, std::function<void()> told)
     : walk(settings), onEnd(std::move(told)), working(static_cast<int>(threadCount)) {
   walk.begin(root, rootToken);
   for (unsigned index = 0; index < threadCount; ++index) {

@@ -11,8 +11,8 @@
 
 namespace quon {
 
-/// A walk of a whole tree by several threads. Threads: those of the recorder; the end is told from a thread of the
-/// sweep.
+/// A walk of a whole tree by several threads. Threads: those of the recorder; the end is told from a thread
+/// of the sweep.
 class Sweep {
  public:
   /// Begins at once. `onEnd` is called once, when no thread works any more.

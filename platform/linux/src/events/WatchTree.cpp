@@ -1,6 +1,7 @@
 #include "WatchTree.h"
 
 #include <algorithm>
+
 #include <boost/container_hash/hash.hpp>
 
 #include "base/Path.h"

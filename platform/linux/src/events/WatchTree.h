@@ -12,8 +12,8 @@
 
 namespace quon {
 
-/// The watched folders by the numbers of their watches, and how they lie in one another. A folder that lost its
-/// place keeps its watch and what lies below it, but has no path, until it is attached again or removed.
+/// The watched folders by the numbers of their watches, and how they lie in one another. A folder that lost
+/// its place keeps its watch and what lies below it, but has no path, until it is attached again or removed.
 ///
 /// Threads: one at a time. Nothing here follows the depth of the tree on the call stack.
 class WatchTree {
@@ -27,8 +27,8 @@ class WatchTree {
   /// The root's name is its absolute path.
   void setRoot(int watch, const std::string& path, std::uint64_t inode);
   [[nodiscard]] int root() const { return rootWatch; }
-  /// Puts a new folder, or one that is known elsewhere, at a place below a known parent. Whatever bore the name
-  /// there before loses its place, and is returned; kNone when nothing did.
+  /// Puts a new folder, or one that is known elsewhere, at a place below a known parent. Whatever bore the
+  /// name there before loses its place, and is returned; kNone when nothing did.
   int attach(int watch, int parent, std::string_view name, std::uint64_t inode);
   void detach(int watch);
   /// Forgets a folder and all below it; their watches.

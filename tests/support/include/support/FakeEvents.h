@@ -28,7 +28,7 @@ class FakeEvents final : public EventService {
   std::atomic<std::uint64_t> current{1};
 
   /// One delivery to every stream that is started and not stopped.
-  void push(std::vector<FolderEvent> events);
+  void push(const std::vector<FolderEvent>& events);
   /// The historyDone that was withheld.
   void finishHistory();
 

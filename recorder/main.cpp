@@ -1,0 +1,88 @@
+// quon-recorder: records file-system changes below the folders that quon's programs have asked for, so that
+// these find out at once what changed while none of them ran.
+#include <cstdio>
+#include <exception>
+#include <fmt/format.h>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "base/Text.h"
+#include "platform_linux/EventRecorder.h"
+#include "platform_linux/Interrupts.h"
+#include "platform_linux/LinuxPlatform.h"
+#include "platform_linux/SystemLog.h"
+
+namespace {
+
+using namespace quon;
+
+constexpr int kFailed = 1;
+constexpr int kUsage = 2;
+
+struct Wishes {
+  bool wait = false;
+  std::string backEnd = "auto";
+};
+
+EventBackEnd backEndNamed(const std::string& name) {
+  if (name == "inotify") return EventBackEnd::inotify;
+  return name == "fanotify" ? EventBackEnd::fanotify : EventBackEnd::automatic;
+}
+
+/// The exit status when the program is not to go on, -1 when it is.
+int parse(int count, char** arguments, Wishes& wishes) {
+  CLI::App app("Records file-system changes for quon, in the foreground, until SIGTERM or SIGINT.",
+               "quon-recorder");
+  app.set_version_flag("--version", "quon-recorder " QUON_VERSION);
+  app.add_flag("--wait", wishes.wait, "wait while another recorder is at work, instead of failing");
+  app.add_option("--backend", wishes.backEnd,
+                 "auto, inotify (a watch on every folder) or fanotify (needs privilege)")
+      ->check(CLI::IsMember({"auto", "inotify", "fanotify"}).description(""))
+      ->option_text("NAME");
+  try {
+    app.parse(count, arguments);
+  } catch (const CLI::ParseError& failure) {
+    return app.exit(failure) == 0 ? 0 : kUsage;
+  }
+  return -1;
+}
+
+bool begin(EventRecorder& recorder, const Wishes& wishes) {
+  if (recorder.tryBegin()) return true;
+  const int other = recorder.otherRecorder();
+  const std::string process = other == 0 ? std::string() : fmt::format(" (process {})", other);
+  if (!wishes.wait) {
+    fmt::print(stderr, "quon-recorder: another recorder is at work{}\n", process);
+    return false;
+  }
+  fmt::print("waiting for another recorder to end{}\n", process);
+  std::fflush(stdout);
+  return recorder.waitToBegin();
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  try {
+    Wishes wishes;
+    if (const int status = parse(count, arguments, wishes); status >= 0) return status;
+    LinuxPlatform::raiseOpenFileLimit();
+    const Folders folders = LinuxPlatform::folders();
+    SystemLog log;
+    EventRecorder recorder(folders, log, {.backEnd = backEndNamed(wishes.backEnd)});
+    bool interrupted = false;
+    const Interrupts interrupts([&] {
+      interrupted = true;
+      recorder.stop();
+    });
+    if (!begin(recorder, wishes)) return interrupted ? 0 : kFailed;
+    fmt::print("recording file-system changes in {}\n", displayText(folders.state));
+    std::fflush(stdout);
+    recorder.run();
+    return 0;
+  } catch (const std::exception& failure) {
+    std::fprintf(stderr, "quon-recorder: %s\n", failure.what());
+    return kFailed;
+  }
+}

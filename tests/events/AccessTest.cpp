@@ -1,0 +1,103 @@
+// A recorder that sees the whole file system tells its user only what that user may list.
+#include <filesystem>
+#include <fstream>
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <linux/capability.h>
+#include <string>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "EventHome.h"
+#include "support/ChildProcess.h"
+
+namespace quon::test {
+namespace {
+
+constexpr uid_t kNobody = 65534;
+
+/// As the service quon-recorder@USER starts: an ordinary user with two capabilities.
+bool becomeUserWithCapabilities() {
+  if (::prctl(PR_SET_KEEPCAPS, 1) != 0 || ::setgroups(0, nullptr) != 0 ||
+      ::setresgid(kNobody, kNobody, kNobody) != 0 || ::setresuid(kNobody, kNobody, kNobody) != 0) {
+    return false;
+  }
+  constexpr std::uint32_t kBoth = 1U << CAP_SYS_ADMIN | 1U << CAP_DAC_READ_SEARCH;
+  __user_cap_header_struct header{.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
+  __user_cap_data_struct sets[2] = {{.effective = kBoth, .permitted = kBoth, .inheritable = kBoth}, {}};
+  return ::syscall(SYS_capset, &header, sets) == 0;
+}
+
+TEST(Access, WhatTheUserMayNotListIsNotRecorded) {
+  if (::getuid() != 0 || !mayUseFanotify())
+    GTEST_SKIP() << "takes root, to run as a user with two capabilities";
+  // Written to by root, in a process of its own, while the user's recorder is at work.
+  EventHome outer;
+  ASSERT_EQ(::chmod(outer.temp.path.c_str(), 0755), 0);
+  for (const char* name : {"root/open", "root/open/shut/inner", "root/.settled"}) outer.temp.folder(name);
+  ASSERT_EQ(::chmod((outer.root + "/open/shut").c_str(), 0700), 0);
+  ASSERT_EQ(::chmod((outer.root + "/.settled").c_str(), 0777), 0);
+  std::filesystem::create_directories(outer.temp.at("state"));
+  ASSERT_EQ(::chmod(outer.temp.at("state").c_str(), 0777), 0);
+  std::array<int, 2> ready{};
+  std::array<int, 2> written{};
+  ASSERT_EQ(::pipe(ready.data()), 0);
+  ASSERT_EQ(::pipe(written.data()), 0);
+  const pid_t writer = ::fork();
+  if (writer == 0) {
+    char byte = 0;
+    (void)!::read(ready[0], &byte, 1);
+    std::ofstream(outer.root + "/open/file") << "seen";
+    std::ofstream(outer.root + "/open/shut/inner/file") << "not for others";
+    std::ofstream(outer.root + "/open/shut/file") << "not for others";
+    std::filesystem::create_directory(outer.root + "/open/shut/new");
+    (void)!::write(written[1], "w", 1);
+    ::_exit(0);
+  }
+  inChild([&] {
+    ASSERT_TRUE(becomeUserWithCapabilities());
+    LinuxEvents events(outer.folders, outer.log, {.backEnd = EventBackEnd::fanotify});
+    Listener listener(events, outer.root, events.currentEventId());
+    ASSERT_TRUE(listener.waitForHistory()) << outer.log.all();
+    (void)listener.take();
+    ASSERT_EQ(::write(ready[1], "r", 1), 1);
+    char byte = 0;
+    ASSERT_EQ(::read(written[0], &byte, 1), 1);
+    settle(events, outer.root, listener);
+    const auto found = listener.take();
+    EXPECT_TRUE(found.contains(outer.root + "/open")) << outer.log.all();
+    for (const auto& [path, flags] : found) EXPECT_EQ(path.find("shut"), std::string::npos) << path;
+  });
+  ASSERT_EQ(::waitpid(writer, nullptr, 0), writer);
+}
+
+TEST(Access, AnOrdinaryUserGetsAWatchOnEveryFolder) {
+  asOrdinaryUser([] {
+    EventHome home;
+    home.temp.folder("root/.settled");
+    LinuxEvents events(home.folders, home.log);
+    Listener listener(events, home.root, events.currentEventId());
+    ASSERT_TRUE(listener.waitForHistory());
+    home.temp.file("root/file");
+    settle(events, home.root, listener);
+    EXPECT_TRUE(listener.take().contains(home.root));
+    EXPECT_EQ(home.log.all(), "");
+  });
+}
+
+TEST(Access, FanotifyWithoutPrivilegeSaysSoAndLosesTrack) {
+  asOrdinaryUser([] {
+    EventHome home;
+    LinuxEvents events(home.folders, home.log, {.backEnd = EventBackEnd::fanotify});
+    Listener listener(events, home.root, events.currentEventId());
+    ASSERT_TRUE(listener.waitForHistory());
+    EXPECT_EQ(listener.take()[home.root], EventFlag::kernelDropped);
+    EXPECT_NE(home.log.all().find("cannot watch the file system of"), std::string::npos) << home.log.all();
+  });
+}
+
+}  // namespace
+}  // namespace quon::test

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+#include "EventHome.h"
+#include "platform_linux/Descriptor.h"
+
+namespace quon::test {
+
+/// The program quon-recorder, with the home's folders. Killed at the end if it still runs.
+class RecorderProgram {
+ public:
+  explicit RecorderProgram(const EventHome& home, std::vector<std::string> arguments = {});
+  ~RecorderProgram();
+  RecorderProgram(const RecorderProgram&) = delete;
+  RecorderProgram& operator=(const RecorderProgram&) = delete;
+
+  /// The next line of its output; "" at the end.
+  [[nodiscard]] std::string line() const;
+  /// Holds the process, and waits until it is held.
+  void hold() const;
+  void release() const;
+  /// Sends the signal, if any, and waits: the exit status, or minus the signal that ended it.
+  int end(int signal = 0);
+
+ private:
+  pid_t child = -1;
+  Descriptor output;
+};
+
+}  // namespace quon::test

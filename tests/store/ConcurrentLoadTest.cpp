@@ -1,0 +1,199 @@
+// Loading an index that another connection is changing: whatever the moment, one state of it comes out.
+#include <atomic>
+#include <functional>
+#include <sqlite3.h>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "store/ScanStore.h"
+#include "support/RawIndex.h"
+#include "support/SampleTree.h"
+#include "support/TempFolder.h"
+
+namespace quon::test {
+namespace {
+
+constexpr const char* kRoot = "/sample";
+
+/// Two folders of two files each.
+std::string saveSmall(const std::string& folder) {
+  SampleTree tree(kRoot);
+  for (const char* name : {"a", "b"}) {
+    DirNode& node = tree.folder(name);
+    tree.file(node, {"x", 1000, 0, 0});
+    tree.file(node, {"y", 1000, 0, 0});
+  }
+  return tree.save(folder);
+}
+
+/// Every figure of the small index set to one number, in one transaction.
+std::string settingAllTo(int value) {
+  const std::string number = std::to_string(value);
+  return "BEGIN IMMEDIATE; UPDATE dirs SET mtime = " + number + "; UPDATE files SET logical = 1000 + " + number +
+         ", physical = " + number + ", mtime = " + number + "; UPDATE meta SET value = '" + number +
+         "' WHERE key IN ('errorCount', 'elapsedMs'); COMMIT";
+}
+
+/// The one number that every figure of a loaded index holds; fails the test when they hold several.
+std::uint64_t oneValueOf(const Loaded& loaded) {
+  const std::uint64_t value = loaded.result.errorCount;
+  EXPECT_EQ(loaded.scanElapsedMs, static_cast<std::int64_t>(value));
+  EXPECT_EQ(loaded.result.root->totalPhysical, value * 4);
+  EXPECT_EQ(loaded.result.root->totalLogical, (value + 1000) * 4);
+  EXPECT_EQ(loaded.result.root->mtime, static_cast<std::int64_t>(value));
+  for (const RefPtr<DirNode>& child : loaded.result.root->subdirs) {
+    EXPECT_EQ(child->directNewest, static_cast<std::int64_t>(value));
+    EXPECT_EQ(child->keptFiles.size(), 2U);
+    for (const FileEntry& kept : child->keptFiles) EXPECT_EQ(kept.physical, value);
+  }
+  return value;
+}
+
+/// While it lives, calls back before each shared lock that this thread takes on a database file: every moment at
+/// which a reader can meet a writer. A layer over SQLite's own access to files.
+class BeforeSharedLock {
+ public:
+  explicit BeforeSharedLock(std::function<void()> callback) {
+    called = std::move(callback);
+    system = sqlite3_vfs_find(nullptr);
+    layer = *system;
+    layer.zName = "before-shared-lock";
+    layer.xOpen = [](sqlite3_vfs* self, sqlite3_filename name, sqlite3_file* file, int flags, int* opened) {
+      const int status = system->xOpen(self, name, file, flags, opened);
+      if (status == SQLITE_OK && (flags & SQLITE_OPEN_MAIN_DB) != 0) {
+        real = file->pMethods;
+        methods = *real;
+        methods.xLock = lock;
+        file->pMethods = &methods;
+      }
+      return status;
+    };
+    sqlite3_vfs_register(&layer, 1);
+    watched = true;
+  }
+  ~BeforeSharedLock() {
+    watched = false;
+    sqlite3_vfs_unregister(&layer);
+    sqlite3_vfs_register(system, 1);
+  }
+  BeforeSharedLock(const BeforeSharedLock&) = delete;
+  BeforeSharedLock& operator=(const BeforeSharedLock&) = delete;
+
+ private:
+  static int lock(sqlite3_file* file, int level) {
+    if (watched && level == SQLITE_LOCK_SHARED) called();
+    return real->xLock(file, level);
+  }
+  static inline std::function<void()> called;
+  static inline sqlite3_vfs* system = nullptr;
+  static inline sqlite3_vfs layer{};
+  static inline sqlite3_io_methods methods{};
+  static inline const sqlite3_io_methods* real = nullptr;
+  static inline thread_local bool watched = false;
+};
+
+TEST(ConcurrentLoad, SeesOneStateWheneverAWriterCommits) {
+  const TempFolder top;
+  const std::string url = saveSmall(top.path);
+  RawIndex(url).exec(settingAllTo(0));
+  RawIndex index(url);
+  int value = 0;
+  int locks = 0;
+  // With each load the writer comes one lock later, until it comes after the last.
+  for (int moment = 1; moment == 1 || locks >= moment - 1; ++moment) {
+    ASSERT_LT(moment, 1000);
+    std::atomic<bool> commits{false};
+    sqlite3_busy_handler(
+        index.raw(),
+        [](void* told, int) {
+          static_cast<std::atomic<bool>*>(told)->store(true);
+          static_cast<std::atomic<bool>*>(told)->notify_all();
+          std::this_thread::yield();
+          return 1;
+        },
+        &commits);
+    std::jthread writer;
+    locks = 0;
+    std::uint64_t found = 0;
+    {
+      const BeforeSharedLock hook([&] {
+        if (++locks != moment) return;
+        ++value;
+        writer = std::jthread([&] {
+          index.exec(settingAllTo(value));
+          commits = true;
+          commits.notify_all();
+        });
+        commits.wait(false);  // it has committed, or stands before it and waits for a reader to leave
+      });
+      found = oneValueOf(ScanStore::load(url, kRoot, 1000));
+    }
+    EXPECT_LE(found, static_cast<std::uint64_t>(value)) << "writer before lock " << moment;
+    EXPECT_GE(found + 1, static_cast<std::uint64_t>(value)) << "writer before lock " << moment;
+  }
+  EXPECT_GE(value, 4) << "two connections take two locks each at least";
+}
+
+TEST(ConcurrentLoad, SeesOneStateOfAnIndexThatIsBeingChanged) {
+  const TempFolder top;
+  const std::string url = saveSmall(top.path);
+  RawIndex(url).exec(settingAllTo(0));
+  constexpr int kChanges = 150;
+  std::atomic<int> committed{0};
+  const std::jthread writer([&] {
+    RawIndex index(url);
+    index.exec("PRAGMA synchronous = OFF");
+    sqlite3_busy_timeout(index.raw(), 60000);
+    for (int value = 1; value <= kChanges; ++value) {
+      index.exec(settingAllTo(value));
+      committed = value;
+    }
+  });
+  std::uint64_t last = 0;
+  do {
+    const auto least = static_cast<std::uint64_t>(committed.load());
+    last = oneValueOf(ScanStore::load(url, kRoot, 1000));
+    EXPECT_GE(last, least);
+  } while (last < kChanges && !HasFailure());
+}
+
+TEST(ConcurrentLoad, WaitsForAWriterThatWaitsForAnEarlierReader) {
+  const TempFolder top;
+  const std::string url = saveSmall(top.path);
+  RawIndex(url).exec(settingAllTo(1));
+  RawIndex reader(url);
+  reader.exec("BEGIN");
+  ASSERT_EQ(reader.value("SELECT COUNT(*) FROM dirs"), "3");
+  std::atomic<bool> pending{false};
+  const std::jthread writer([&] {
+    RawIndex index(url);
+    // Asked when the reader stands in the way of the commit: from then on no new reader is let in.
+    sqlite3_busy_handler(
+        index.raw(),
+        [](void* told, int) {
+          static_cast<std::atomic<bool>*>(told)->store(true);
+          static_cast<std::atomic<bool>*>(told)->notify_all();
+          std::this_thread::yield();
+          return 1;
+        },
+        &pending);
+    index.exec(settingAllTo(2));
+  });
+  pending.wait(false);
+  EXPECT_THROW((void)RawIndex(url).value("SELECT COUNT(*) FROM dirs"), std::runtime_error) << "readers are still let in";
+  const std::jthread leaving([&] { reader.exec("COMMIT"); });
+  EXPECT_EQ(oneValueOf(ScanStore::load(url, kRoot, 1000)), 2U);
+}
+
+TEST(ConcurrentLoad, IsNotDisturbedByAWriterThatHasNotCommitted) {
+  const TempFolder top;
+  const std::string url = saveSmall(top.path);
+  RawIndex(url).exec(settingAllTo(1));
+  RawIndex writer(url);
+  writer.exec("BEGIN IMMEDIATE; UPDATE files SET logical = 0; DELETE FROM dirs WHERE id > 1");
+  EXPECT_EQ(oneValueOf(ScanStore::load(url, kRoot, 1000)), 1U);
+}
+
+}  // namespace
+}  // namespace quon::test
