@@ -2,7 +2,8 @@
 //
 // 0  the rest is the file;
 // 1  the rest changes bytes of a sound index: two bytes of offset, one of value, over and over;
-// 2  the rest edits rows of a sound index through SQL, four bytes an edit, which leaves pages and indexes sound
+// 2  the rest edits rows of a sound index through SQL, four bytes an edit, which leaves pages and indexes
+// sound
 //    and reaches what only the rows tell.
 //
 // Nothing but StoreError may come out, and what loads must be a tree without contradiction.
@@ -48,7 +49,8 @@ std::string soundIndex() {
   DirNode& c = tree.folder("c");
   std::uint64_t size = 1;
   for (DirNode* parent : {&tree.root(), &a, &b, &c, &b, &b, &c}) {
-    tree.file(*parent, {"f" + std::to_string(size % 5), size * 300, size * 512, static_cast<std::int64_t>(size)});
+    tree.file(*parent,
+              {"f" + std::to_string(size % 5), size * 300, size * 512, static_cast<std::int64_t>(size)});
     ++size;
   }
   WalkResult figures;
@@ -68,14 +70,41 @@ std::string withBytesChanged(std::string index, Bytes changes) {
   return index;
 }
 
-const std::array kValues{"0",     "1",    "2",    "3",  "4",      "5",         "-1",        "999",
-                         "1000",  "300",  "NULL", "'a'", "'..'",   "'x/y'",     "''",        "'f2'",
-                         "1.5",   "1e300", "x'00'", "x''", "'12'",   "'[]'",      "'[\"/x\"]'", "'18446744073709551615'",
-                         "'1e9'", "'nan'", "9223372036854775807", "-9223372036854775808", "CAST(x'6100' AS TEXT)",
-                         "CAST(x'ff' AS TEXT)", "'{}'", "'[{\"p\":\"/x\",\"l\":1,\"y\":1,\"m\":1}]'"};
-const std::array kColumns{"dirs.id",       "dirs.parent",    "dirs.name",   "dirs.mtime", "dirs.error", "files.dir",
-                          "files.name",    "files.logical",  "files.physical", "files.mtime", "meta.value", "meta.key",
-                          "links.dir",     "links.counted"};
+const std::array kValues{"0",
+                         "1",
+                         "2",
+                         "3",
+                         "4",
+                         "5",
+                         "-1",
+                         "999",
+                         "1000",
+                         "300",
+                         "NULL",
+                         "'a'",
+                         "'..'",
+                         "'x/y'",
+                         "''",
+                         "'f2'",
+                         "1.5",
+                         "1e300",
+                         "x'00'",
+                         "x''",
+                         "'12'",
+                         "'[]'",
+                         "'[\"/x\"]'",
+                         "'18446744073709551615'",
+                         "'1e9'",
+                         "'nan'",
+                         "9223372036854775807",
+                         "-9223372036854775808",
+                         "CAST(x'6100' AS TEXT)",
+                         "CAST(x'ff' AS TEXT)",
+                         "'{}'",
+                         "'[{\"p\":\"/x\",\"l\":1,\"y\":1,\"m\":1}]'"};
+const std::array kColumns{"dirs.id",    "dirs.parent", "dirs.name",     "dirs.mtime",     "dirs.error",
+                          "files.dir",  "files.name",  "files.logical", "files.physical", "files.mtime",
+                          "meta.value", "meta.key",    "links.dir",     "links.counted"};
 
 /// The statement that four bytes stand for.
 std::string editOf(Bytes four) {
@@ -85,13 +114,17 @@ std::string editOf(Bytes four) {
   const std::string value = kValues[four[3] % kValues.size()];
   const std::string rowid = table == "links" ? "fileid" : "rowid";
   switch (four[0] % 8) {
-    case 0: return "DELETE FROM " + table + " WHERE " + rowid + " = " + row;
-    case 1: return "INSERT INTO dirs VALUES (" + value + ", " + row + ", 'n" + row + "', 0, 0)";
-    case 2: return "INSERT INTO files VALUES (" + row + ", 'x', " + value + ", 1, 1)";
-    case 3: return "UPDATE " + table + " SET " + column.substr(column.find('.') + 1) + " = " + value;
+    case 0:
+      return "DELETE FROM " + table + " WHERE " + rowid + " = " + row;
+    case 1:
+      return "INSERT INTO dirs VALUES (" + value + ", " + row + ", 'n" + row + "', 0, 0)";
+    case 2:
+      return "INSERT INTO files VALUES (" + row + ", 'x', " + value + ", 1, 1)";
+    case 3:
+      return "UPDATE " + table + " SET " + column.substr(column.find('.') + 1) + " = " + value;
     default:
-      return "UPDATE " + table + " SET " + column.substr(column.find('.') + 1) + " = " + value + " WHERE " + rowid +
-             " = " + row;
+      return "UPDATE " + table + " SET " + column.substr(column.find('.') + 1) + " = " + value + " WHERE " +
+             rowid + " = " + row;
   }
 }
 
@@ -110,8 +143,8 @@ std::string withRowsEdited(const std::string& index, Bytes edits) {
     (void)sqlite3_exec(opened, editOf(edits.first(4)).c_str(), nullptr, nullptr, nullptr);
   }
   sqlite3_int64 length = 0;
-  const std::unique_ptr<unsigned char, decltype(&sqlite3_free)> edited(sqlite3_serialize(opened, "main", &length, 0),
-                                                                     &sqlite3_free);
+  const std::unique_ptr<unsigned char, decltype(&sqlite3_free)> edited(
+      sqlite3_serialize(opened, "main", &length, 0), &sqlite3_free);
   return {reinterpret_cast<const char*>(edited.get()), static_cast<std::size_t>(length)};
 }
 
@@ -127,7 +160,8 @@ void requireTotalsOfRows(const DirNode& root, const std::string& url) {
   }
   require(root.totalFiles == files.size(), "files are missing or counted twice");
   require(root.totalLogical == logical && root.totalPhysical == physical, "totals are not those of the rows");
-  require(std::to_string(root.totalDirs + 1) == index.value("SELECT COUNT(*) FROM dirs"), "folders are missing");
+  require(std::to_string(root.totalDirs + 1) == index.value("SELECT COUNT(*) FROM dirs"),
+          "folders are missing");
 }
 
 template <typename Call>
@@ -149,8 +183,9 @@ void exercise(const std::string& url, bool rowsAreSound) {
   }
   (void)orRefused([&] { return ScanStore::repeatedNames(url, 10, 0); });
   (void)orRefused([&] { return ScanStore::paths("f2", url, kRoot, 10); });
-  for (const DupeFile& file : orRefused([&] { return ScanStore::dupeCandidates(url, kRoot, 0); })
-                                  .value_or(std::vector<DupeFile>())) {
+  for (const DupeFile& file : orRefused([&] {
+                                return ScanStore::dupeCandidates(url, kRoot, 0);
+                              }).value_or(std::vector<DupeFile>())) {
     require(file.path.starts_with("/sample/") && (file.path + "/").find("/../") == std::string::npos,
             "a candidate lies outside the root");
   }

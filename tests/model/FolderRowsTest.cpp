@@ -1,14 +1,12 @@
 // Rows of a folder: what is listed, in which order, and what is summed up in the last row.
-#include "model/FolderRows.h"
-
 #include <algorithm>
+#include <gtest/gtest.h>
 #include <map>
 #include <random>
 #include <set>
 
-#include <gtest/gtest.h>
-
 #include "base/Path.h"
+#include "model/FolderRows.h"
 #include "support/SampleTree.h"
 #include "support/Seed.h"
 
@@ -46,7 +44,8 @@ TEST(ScopeEntries, ListFoldersAndKeptFilesLargestFirst) {
   const auto root = tree.rolledUp();
   const auto rows = scopeEntries(root, "/r", Metric::logical, 500);
   EXPECT_EQ(idsOf(rows), (Ids{"d:/r/large", "f:/r/f", "d:/r/small"})) << "no rest when everything is listed";
-  EXPECT_EQ(idsOf(scopeEntries(root, "/r", Metric::physical, 500)), (Ids{"d:/r/small", "f:/r/f", "d:/r/large"}));
+  EXPECT_EQ(idsOf(scopeEntries(root, "/r", Metric::physical, 500)),
+            (Ids{"d:/r/small", "f:/r/f", "d:/r/large"}));
   EXPECT_EQ(idsOf(scopeEntries(root, "", Metric::logical, 500)), (Ids{"d:/large", "f:/f", "d:/small"}));
   EXPECT_EQ(rows[1].path(), "/r/f");
   EXPECT_EQ(rows[1].mtime(), -4);
@@ -61,7 +60,8 @@ TEST(ScopeEntries, ListFoldersAndKeptFilesLargestFirst) {
 TEST(ScopeEntries, TheLastRowHoldsAllThatIsNotListed) {
   Tree tree;
   for (int at = 0; at < 501; ++at) {
-    tree.file(tree.sample.folder("d" + std::to_string(at)), {"x", static_cast<std::uint64_t>(at) + 10, 1, 1}, false);
+    tree.file(tree.sample.folder("d" + std::to_string(at)), {"x", static_cast<std::uint64_t>(at) + 10, 1, 1},
+              false);
   }
   tree.file(tree.sample.root(), {"unkept", 7, 3, 1}, false);
   const auto root = tree.rolledUp();
@@ -125,7 +125,8 @@ TEST(ScopeEntries, RowsOfARandomFolderAddUpToIt) {
     Tree tree;
     for (std::uint64_t at = random() % 30; at > 0; --at) {
       tree.file(tree.sample.folder("d" + std::to_string(at)), {"x", random() >> 12U, random() >> 12U, 1});
-      tree.file(tree.sample.root(), {"f" + std::to_string(at), random() >> 12U, random() >> 12U, 1}, random() % 2 == 0);
+      tree.file(tree.sample.root(), {"f" + std::to_string(at), random() >> 12U, random() >> 12U, 1},
+                random() % 2 == 0);
     }
     const auto root = tree.rolledUp();
     for (const Metric metric : {Metric::logical, Metric::physical}) {
@@ -158,7 +159,8 @@ TEST(LargestFiles, AreThoseOfTheWholeSubtree) {
   std::mt19937_64 random(randomSeed());
   Tree tree;
   std::vector<DirNode*> folders{&tree.sample.root()};
-  for (int at = 0; at < 30; ++at) folders.push_back(&tree.sample.folder(std::to_string(at), folders[random() % folders.size()]));
+  for (int at = 0; at < 30; ++at)
+    folders.push_back(&tree.sample.folder(std::to_string(at), folders[random() % folders.size()]));
   std::multimap<std::uint64_t, std::string, std::greater<>> bySize;
   for (int at = 0; at < 300; ++at) {
     DirNode& folder = *folders[random() % folders.size()];
@@ -176,7 +178,9 @@ TEST(LargestFiles, AreThoseOfTheWholeSubtree) {
       EXPECT_GE(all[at - 1].physical, all[at].physical);
     }
   }
-  const auto ordered = [](const auto& map) { return std::set<std::pair<std::uint64_t, std::string>>(map.begin(), map.end()); };
+  const auto ordered = [](const auto& map) {
+    return std::set<std::pair<std::uint64_t, std::string>>(map.begin(), map.end());
+  };
   EXPECT_EQ(ordered(found), ordered(bySize));
   const auto ten = largestFiles(root, "/r", Metric::physical, 10);
   ASSERT_EQ(ten.size(), 10U);

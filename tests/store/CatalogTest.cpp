@@ -1,8 +1,7 @@
 // The list of saved indexes.
 #include <filesystem>
-#include <map>
-
 #include <gtest/gtest.h>
+#include <map>
 
 #include "store/IndexCatalog.h"
 #include "store/ScanStore.h"
@@ -71,8 +70,8 @@ TEST(Catalog, KnowsWhichRootsOthersCover) {
   const std::string index = top.folder("index");
   const std::string outer = top.folder("outer");
   const std::string inner = top.folder("outer/inner");
-  for (const std::string& root : {outer, inner, top.folder("outermost"), top.at("outer/gone"), top.at("gone"),
-                                  top.at("gone/below")}) {
+  for (const std::string& root :
+       {outer, inner, top.folder("outermost"), top.at("outer/gone"), top.at("gone"), top.at("gone/below")}) {
     (void)saveAt(index, root, "1");
   }
   const auto entries = IndexCatalog::list(linuxPlatform(), index);

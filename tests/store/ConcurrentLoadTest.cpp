@@ -1,10 +1,9 @@
 // Loading an index that another connection is changing: whatever the moment, one state of it comes out.
 #include <atomic>
 #include <functional>
+#include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <thread>
-
-#include <gtest/gtest.h>
 
 #include "store/ScanStore.h"
 #include "support/RawIndex.h"
@@ -30,8 +29,8 @@ std::string saveSmall(const std::string& folder) {
 /// Every figure of the small index set to one number, in one transaction.
 std::string settingAllTo(int value) {
   const std::string number = std::to_string(value);
-  return "BEGIN IMMEDIATE; UPDATE dirs SET mtime = " + number + "; UPDATE files SET logical = 1000 + " + number +
-         ", physical = " + number + ", mtime = " + number + "; UPDATE meta SET value = '" + number +
+  return "BEGIN IMMEDIATE; UPDATE dirs SET mtime = " + number + "; UPDATE files SET logical = 1000 + " +
+         number + ", physical = " + number + ", mtime = " + number + "; UPDATE meta SET value = '" + number +
          "' WHERE key IN ('errorCount', 'elapsedMs'); COMMIT";
 }
 
@@ -50,8 +49,8 @@ std::uint64_t oneValueOf(const Loaded& loaded) {
   return value;
 }
 
-/// While it lives, calls back before each shared lock that this thread takes on a database file: every moment at
-/// which a reader can meet a writer. A layer over SQLite's own access to files.
+/// While it lives, calls back before each shared lock that this thread takes on a database file: every moment
+/// at which a reader can meet a writer. A layer over SQLite's own access to files.
 class BeforeSharedLock {
  public:
   explicit BeforeSharedLock(std::function<void()> callback) {
@@ -181,7 +180,8 @@ TEST(ConcurrentLoad, WaitsForAWriterThatWaitsForAnEarlierReader) {
     index.exec(settingAllTo(2));
   });
   pending.wait(false);
-  EXPECT_THROW((void)RawIndex(url).value("SELECT COUNT(*) FROM dirs"), std::runtime_error) << "readers are still let in";
+  EXPECT_THROW((void)RawIndex(url).value("SELECT COUNT(*) FROM dirs"), std::runtime_error)
+      << "readers are still let in";
   const std::jthread leaving([&] { reader.exec("COMMIT"); });
   EXPECT_EQ(oneValueOf(ScanStore::load(url, kRoot, 1000)), 2U);
 }

@@ -2,12 +2,11 @@
 // says why; none stops the program, keeps it busy or yields a wrong tree.
 #include <cstring>
 #include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <random>
 #include <sys/resource.h>
 #include <sys/stat.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "base/Text.h"
 #include "store/ScanStore.h"
@@ -43,8 +42,10 @@ SampleTree smallTree() {
 std::string saveSmall(const std::string& folder) {
   const std::string url = smallTree().save(folder);
   RawIndex(url).exec(
-      "DELETE FROM dirs; INSERT INTO dirs VALUES (1, NULL, '/sample', 0, 0), (2, 1, 'a', 0, 0), (3, 2, 'b', 0, 0),"
-      "(4, 3, 'c', 0, 0), (5, 1, 'd', 0, 0); DELETE FROM files; INSERT INTO files VALUES (2, 'small', 100, 512, 5),"
+      "DELETE FROM dirs; INSERT INTO dirs VALUES (1, NULL, '/sample', 0, 0), (2, 1, 'a', 0, 0), (3, 2, 'b', "
+      "0, 0),"
+      "(4, 3, 'c', 0, 0), (5, 1, 'd', 0, 0); DELETE FROM files; INSERT INTO files VALUES (2, 'small', 100, "
+      "512, 5),"
       "(2, 'kept', 5000, 8192, 6), (5, 'small', 100, 512, 5), (5, 'kept', 5000, 8192, 6); VACUUM");
   return url;
 }
@@ -120,11 +121,14 @@ const Damage kDamages[] = {
     {"ALTER TABLE files ADD COLUMN extra"},
     {"ALTER TABLE dirs RENAME TO folders"},
     {"DROP TABLE meta; CREATE TABLE meta (key TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID"},
-    {"DROP TABLE meta; CREATE VIEW meta AS WITH RECURSIVE r(key, value) AS (SELECT 'a', 'b' UNION ALL SELECT key, value"
+    {"DROP TABLE meta; CREATE VIEW meta AS WITH RECURSIVE r(key, value) AS (SELECT 'a', 'b' UNION ALL SELECT "
+     "key, value"
      " FROM r) SELECT key, value FROM r"},
-    {"DROP INDEX idx_files_dir; DROP TABLE files; CREATE VIEW files AS WITH RECURSIVE r(dir, name, logical, physical,"
+    {"DROP INDEX idx_files_dir; DROP TABLE files; CREATE VIEW files AS WITH RECURSIVE r(dir, name, logical, "
+     "physical,"
      " mtime) AS (SELECT 1, 'x', 1, 1, 1 UNION ALL SELECT * FROM r) SELECT * FROM r"},
-    {"PRAGMA writable_schema = ON; UPDATE sqlite_schema SET sql = 'CREATE TABLE dirs (id INTEGER PRIMARY KEY, parent,"
+    {"PRAGMA writable_schema = ON; UPDATE sqlite_schema SET sql = 'CREATE TABLE dirs (id INTEGER PRIMARY "
+     "KEY, parent,"
      " name, mtime, error AS (1))' WHERE name = 'dirs'"},
     // The tree.
     {"DELETE FROM dirs", "index has no root dir"},
@@ -204,21 +208,24 @@ TEST(HostileIndex, MetadataThatCannotBeParsedIsRefused) {
     EXPECT_EQ(refusal(url), incomplete(url)) << key << " = " << value.substr(0, 80);
   };
   for (const char* key : {"errorCount", "hardlinksDeduped", "elapsedMs", "lastEventId", "rootDev"}) {
-    for (const char* value : {"", "x", "-1", " 1", "1 ", "1.5", "0x1", "18446744073709551616"}) expectRefused(key, value);
+    for (const char* value : {"", "x", "-1", " 1", "1 ", "1.5", "0x1", "18446744073709551616"})
+      expectRefused(key, value);
   }
   for (const char* value : {"", "x", "nan", "inf", "1e999", "1.5 ", "1,5"}) expectRefused("scannedAt", value);
   for (const char* key : {"errorSamples", "skippedProtected"}) {
-    for (const char* value : {"", "[", "{}", "null", "[1]", "[null]", R"([["/x"]])", R"(["\u0000zz"])", R"(["\u0000"])",
-                              "[\"\xff\"]", R"(["/x"] x)"}) {
+    for (const char* value : {"", "[", "{}", "null", "[1]", "[null]", R"([["/x"]])", R"(["\u0000zz"])",
+                              R"(["\u0000"])", "[\"\xff\"]", R"(["/x"] x)"}) {
       expectRefused(key, value);
     }
   }
   const std::string deep(1000000, '[');
   for (const std::string& value :
-       {std::string("{}"), std::string("[1]"), std::string("[{}]"), deep, deep + std::string(deep.size(), ']'),
+       {std::string("{}"), std::string("[1]"), std::string("[{}]"), deep,
+        deep + std::string(deep.size(), ']'),
         R"([{"p":"/x","l":)" + deep + std::string(deep.size(), ']') + R"(,"y":1,"m":1}])",
         std::string(R"([{"p":1,"l":1,"y":1,"m":1}])"), std::string(R"([{"p":"/x","l":-1,"y":1,"m":1}])"),
-        std::string(R"([{"p":"/x","l":1.5,"y":1,"m":1}])"), std::string(R"([{"p":"/x","l":1,"y":"1","m":1}])"),
+        std::string(R"([{"p":"/x","l":1.5,"y":1,"m":1}])"),
+        std::string(R"([{"p":"/x","l":1,"y":"1","m":1}])"),
         std::string(R"([{"p":"/x","l":18446744073709551616,"y":1,"m":1}])"),
         std::string(R"([{"p":"/x","l":1,"y":1}])")}) {
     expectRefused("topFiles", value);
@@ -229,9 +236,10 @@ TEST(HostileIndex, NamesThatLeadElsewhereDoNotComeOutOfQueries) {
   const TempFolder top;
   const std::string sound = saveSmall(top.path);
   const std::string url = top.at("damaged");
-  for (const char* damage : {"UPDATE dirs SET name = '..' WHERE id = 2", "UPDATE dirs SET name = 'x/../..' WHERE id = 2",
-                             "UPDATE dirs SET parent = 4 WHERE id = 2", "UPDATE dirs SET parent = 2 WHERE id = 2",
-                             "UPDATE files SET dir = 999", "UPDATE dirs SET name = x'78' WHERE id = 2"}) {
+  for (const char* damage :
+       {"UPDATE dirs SET name = '..' WHERE id = 2", "UPDATE dirs SET name = 'x/../..' WHERE id = 2",
+        "UPDATE dirs SET parent = 4 WHERE id = 2", "UPDATE dirs SET parent = 2 WHERE id = 2",
+        "UPDATE files SET dir = 999", "UPDATE dirs SET name = x'78' WHERE id = 2"}) {
     std::filesystem::copy_file(sound, url, std::filesystem::copy_options::overwrite_existing);
     RawIndex(url).exec(damage);
     EXPECT_THROW((void)ScanStore::dupeCandidates(url, kRoot, 0), StoreError) << damage;
@@ -270,7 +278,8 @@ TEST(HostileIndex, CutOffAnywhereIsRefusedOrWhole) {
   const std::string url = top.at("cut");
   std::mt19937_64 random(randomSeed());
   std::vector<std::size_t> lengths{1, 15, 16, 99, 100, 101, 511, 512, 1023, bytes.size() - 1};
-  for (std::size_t page = 4096; page < bytes.size(); page += 4096) lengths.insert(lengths.end(), {page - 1, page, page + 1});
+  for (std::size_t page = 4096; page < bytes.size(); page += 4096)
+    lengths.insert(lengths.end(), {page - 1, page, page + 1});
   for (int at = 0; at < 40; ++at) lengths.push_back(random() % bytes.size());
   std::size_t loads = 0;
   for (const std::size_t length : lengths) {
@@ -309,7 +318,8 @@ TEST(HostileIndex, WithBytesChangedIsRefusedOrConsistent) {
       // Beginnings and ends of pages hold what the rest hangs on.
       const std::size_t page = random() % (bytes.size() / 4096) * 4096;
       const std::size_t within = random() % 2 == 0 ? random() % 160 : 4095 - random() % 300;
-      changed[page + within] = random() % 2 == 0 ? static_cast<char>(random()) : static_cast<char>(random() % 4);
+      changed[page + within] =
+          random() % 2 == 0 ? static_cast<char>(random()) : static_cast<char>(random() % 4);
     }
     writeBytes(url, changed);
     expectRefusedOrConsistent(url);
@@ -356,7 +366,8 @@ TEST(HostileIndex, WhoseFoldersStandOutOfOrderIsRefused) {
   Pages pages(readBytes(url));
   char* const leaf = pages.page(rootPage(url, "dirs"));
   ASSERT_EQ(leaf[0], 13);
-  std::swap_ranges(leaf + 14, leaf + 16, leaf + 16);  // the fourth row and the fifth, whose parents come before
+  std::swap_ranges(leaf + 14, leaf + 16,
+                   leaf + 16);  // the fourth row and the fifth, whose parents come before
   writeBytes(url, pages.bytes);
   EXPECT_EQ(refusal(url), incomplete(url));
 }

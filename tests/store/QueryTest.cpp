@@ -1,10 +1,9 @@
 // What is asked of an index, held against a model in memory; and taking trashed items out of it.
 #include <algorithm>
+#include <gtest/gtest.h>
 #include <map>
 #include <random>
 #include <set>
-
-#include <gtest/gtest.h>
 
 #include "base/Path.h"
 #include "store/ScanStore.h"
@@ -57,11 +56,13 @@ TEST(Query, AgreesWithAModelInMemory) {
     std::map<std::uint64_t, int> sizes;
     for (const ModelFile& file : index.files) {
       RepeatedName& name = byName[file.entry.name];
-      name = {file.entry.name, name.count + 1, name.logical + file.entry.logical, name.physical + file.entry.physical};
+      name = {file.entry.name, name.count + 1, name.logical + file.entry.logical,
+              name.physical + file.entry.physical};
       ++sizes[file.entry.logical];
     }
     for (const std::uint64_t least : {0ULL, 4096ULL, 9000ULL, 1ULL << 40U, ~0ULL}) {
-      std::erase_if(byName, [&](const auto& each) { return each.second.count < 2 || each.second.physical < least; });
+      std::erase_if(byName,
+                    [&](const auto& each) { return each.second.count < 2 || each.second.physical < least; });
       const auto found = ScanStore::repeatedNames(url, 100000, least);
       ASSERT_EQ(found.size(), byName.size()) << least;
       for (std::size_t at = 0; at < found.size(); ++at) {
@@ -149,7 +150,8 @@ TEST(Query, GoesUpADeepChain) {
   const std::string url = tree.save(top.path);
   const auto twins = ScanStore::dupeCandidates(url, tree.path, 77);
   ASSERT_EQ(twins.size(), static_cast<std::size_t>(kFiles) + kDepth / 1000);
-  EXPECT_EQ(std::ranges::count_if(twins, [&](const DupeFile& file) { return file.path.starts_with(deepest + "/x"); }),
+  EXPECT_EQ(std::ranges::count_if(
+                twins, [&](const DupeFile& file) { return file.path.starts_with(deepest + "/x"); }),
             kFiles);
   const auto loaded = ScanStore::load(url, tree.path, 77);
   EXPECT_TRUE(loaded.idByPath.find(deepest));
@@ -182,8 +184,9 @@ TEST(Removal, TakesOutTheItemAndNothingElse) {
     const std::string url = index.tree.save(top.path);
     {
       RawIndex raw(url);
-      raw.exec("INSERT INTO links SELECT rowid, dir, name, 1 FROM files WHERE rowid % 3 = 0;"
-               "INSERT INTO links SELECT rowid, dir, name || 'second', 0 FROM files WHERE rowid % 3 = 0");
+      raw.exec(
+          "INSERT INTO links SELECT rowid, dir, name, 1 FROM files WHERE rowid % 3 = 0;"
+          "INSERT INTO links SELECT rowid, dir, name || 'second', 0 FROM files WHERE rowid % 3 = 0");
     }
     std::multiset<std::string> expected = contents(url, root);
     for (int round = 0; round < 30; ++round) {
@@ -210,10 +213,10 @@ TEST(Removal, OfWhatTheIndexDoesNotHoldIsRefusedAndChangesNothing) {
   tree.file(folder, {"f", 1, 1, 1});
   const std::string url = tree.save(top.path);
   const std::string before = readBytes(url);
-  const std::pair<const char*, bool> refused[] = {{"/sample", true},    {"/sample", false},      {"/sample/", true},
-                                                  {"/", true},          {"/sampler/d", true},    {"/sample/x", true},
-                                                  {"/sample/x/d", true}, {"/sample/d/f", true},  {"/sample/d", false},
-                                                  {"/sample/d/x", false}, {"/sample/x/f", false}, {"d", true}};
+  const std::pair<const char*, bool> refused[] = {
+      {"/sample", true},    {"/sample", false},     {"/sample/", true},     {"/", true},
+      {"/sampler/d", true}, {"/sample/x", true},    {"/sample/x/d", true},  {"/sample/d/f", true},
+      {"/sample/d", false}, {"/sample/d/x", false}, {"/sample/x/f", false}, {"d", true}};
   for (const auto& [path, isDir] : refused) {
     try {
       ScanStore::remove(path, isDir, url, tree.path);

@@ -1,17 +1,16 @@
-// A real, hostile tree is scanned into an index. What comes back is held against the tree of the scan, and the
-// file itself against a second walk with lstat alone.
+// A real, hostile tree is scanned into an index. What comes back is held against the tree of the scan, and
+// the file itself against a second walk with lstat alone.
 #include <algorithm>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <map>
 #include <random>
 #include <set>
 #include <sys/stat.h>
 #include <tuple>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include "base/Sha256.h"
 #include "scan/DirNode.h"
@@ -31,8 +30,8 @@ using Random = std::mt19937_64;
 
 std::string hostileName(Random& random) {
   static const std::vector<std::string> kPieces{
-      "a",  "Z",    " ",        "\n", "\t", "\\", "\"", "'", "%s", "\xff", "\xc3\x28", "\xe2\x80\xae", "\u00e4",
-      "..", "-rf ", "\x1b[31m", "*",  "$x", ";",  "&",  "{", "..", "u0000", "\xed\xa0\x80"};
+      "a",      "Z",  " ",    "\n",       "\t", "\\", "\"", "'", "%s", "\xff", "\xc3\x28", "\xe2\x80\xae",
+      "\u00e4", "..", "-rf ", "\x1b[31m", "*",  "$x", ";",  "&", "{",  "..",   "u0000",    "\xed\xa0\x80"};
   std::string name;
   const std::size_t pieces = 1 + random() % 6;
   while (name.size() < pieces) name += kPieces[random() % kPieces.size()];
@@ -62,29 +61,34 @@ void growTree(const TempFolder& top, Random& random) {
     } else if (kind == 3) {
       ASSERT_EQ(::symlink(random() % 2 == 0 ? "/" : hostileName(random).c_str(), path.c_str()), 0);
     } else {
-      const auto size = kind == 4 ? 1048575 + random() % 3 : kind == 5 ? random() % (1ULL << 40U) : random() % 9000;
+      const auto size = kind == 4   ? 1048575 + random() % 3
+                        : kind == 5 ? random() % (1ULL << 40U)
+                                    : random() % 9000;
       (void)top.file(path.substr(top.path.size() + 1), size);
       regular.push_back(path);
     }
     if (random() % 2 == 0) setTime(path, static_cast<std::int64_t>(random() % (1ULL << 32U)) - (1LL << 31U));
   }
   for (const std::string& folder : folders) {
-    if (random() % 2 == 0) setTime(folder, static_cast<std::int64_t>(random() % (1ULL << 32U)) - (1LL << 31U));
+    if (random() % 2 == 0)
+      setTime(folder, static_cast<std::int64_t>(random() % (1ULL << 32U)) - (1LL << 31U));
   }
 }
 
-using Figures = std::tuple<std::string, std::string, std::string>;  // logical, physical, mtime, as SQL tells them
+using Figures =
+    std::tuple<std::string, std::string, std::string>;  // logical, physical, mtime, as SQL tells them
 
 struct Walked {
-  std::map<std::string, std::string> folders;                       // path to mtime
-  std::map<std::string, Figures> files;                             // every name of a file with one name
+  std::map<std::string, std::string> folders;                      // path to mtime
+  std::map<std::string, Figures> files;                            // every name of a file with one name
   std::map<std::uint64_t, std::map<std::string, Figures>> linked;  // by inode number
 };
 
 Walked walk(const std::string& root) {
   Walked walked;
   std::vector<std::string> paths{root};
-  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root)) paths.push_back(entry.path());
+  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root))
+    paths.push_back(entry.path());
   for (const std::string& path : paths) {
     struct stat found {};
     EXPECT_EQ(::lstat(path.c_str(), &found), 0) << path;
@@ -218,7 +222,8 @@ TEST(RoundTrip, AFolderThatFailedHasItsRowAndNoFiles) {
     const FolderScan::Outcome outcome = scan.run();
     ASSERT_EQ(outcome.notSaved, "");
     RawIndex index(outcome.index);
-    EXPECT_EQ(index.rows("SELECT name, error FROM dirs WHERE parent = 1"), (std::vector<RawIndex::Row>{{"shut", "1"}}));
+    EXPECT_EQ(index.rows("SELECT name, error FROM dirs WHERE parent = 1"),
+              (std::vector<RawIndex::Row>{{"shut", "1"}}));
     EXPECT_EQ(index.value("SELECT COUNT(*) FROM files"), "0");
     EXPECT_EQ(index.value("SELECT value FROM meta WHERE key = 'errorCount'"), "1");
     const Loaded loaded = ScanStore::load(outcome.index, top.at("tree"), 1);
@@ -252,13 +257,16 @@ TEST(Schema, IsTheOneThatOtherProgramsRead) {
       {"table", "meta", "CREATE TABLE meta (key TEXT PRIMARY KEY, value TEXT NOT NULL)"},
       {"index", "sqlite_autoindex_meta_1", "(null)"},
       {"table", "dirs",
-       "CREATE TABLE dirs (\n  id INTEGER PRIMARY KEY,\n  parent INTEGER,\n  name TEXT NOT NULL,\n  mtime INTEGER NOT "
+       "CREATE TABLE dirs (\n  id INTEGER PRIMARY KEY,\n  parent INTEGER,\n  name TEXT NOT NULL,\n  mtime "
+       "INTEGER NOT "
        "NULL,\n  error INTEGER NOT NULL DEFAULT 0\n)"},
       {"table", "files",
-       "CREATE TABLE files (\n  dir INTEGER NOT NULL,\n  name TEXT NOT NULL,\n  logical INTEGER NOT NULL,\n  physical "
+       "CREATE TABLE files (\n  dir INTEGER NOT NULL,\n  name TEXT NOT NULL,\n  logical INTEGER NOT NULL,\n  "
+       "physical "
        "INTEGER NOT NULL,\n  mtime INTEGER NOT NULL\n)"},
       {"table", "links",
-       "CREATE TABLE links (\n  fileid INTEGER NOT NULL,\n  dir INTEGER NOT NULL,\n  name TEXT NOT NULL,\n  counted "
+       "CREATE TABLE links (\n  fileid INTEGER NOT NULL,\n  dir INTEGER NOT NULL,\n  name TEXT NOT NULL,\n  "
+       "counted "
        "INTEGER NOT NULL,\n  PRIMARY KEY (fileid, dir, name)\n)"},
       {"index", "sqlite_autoindex_links_1", "(null)"},
       {"index", "idx_links_dir", "CREATE INDEX idx_links_dir ON links(dir)"},
@@ -268,9 +276,10 @@ TEST(Schema, IsTheOneThatOtherProgramsRead) {
   EXPECT_EQ(index.value("PRAGMA integrity_check"), "ok");
   std::vector<std::string> keys;
   for (const auto& row : index.rows("SELECT key FROM meta ORDER BY rowid")) keys.push_back(row[0]);
-  EXPECT_EQ(keys, (std::vector<std::string>{"format", "root", "scannedAt", "elapsedMs", "errorCount", "errorSamples",
-                                            "hardlinksDeduped", "linksVersion", "skippedProtected", "topFiles",
-                                            "lastEventId", "rootDev", "complete"}));
+  EXPECT_EQ(keys,
+            (std::vector<std::string>{"format", "root", "scannedAt", "elapsedMs", "errorCount",
+                                      "errorSamples", "hardlinksDeduped", "linksVersion", "skippedProtected",
+                                      "topFiles", "lastEventId", "rootDev", "complete"}));
   EXPECT_EQ(index.rows("SELECT d.name, p.name, l.fileid, l.counted FROM links l JOIN dirs d ON l.dir = d.id "
                        "JOIN dirs p ON d.parent = p.id"),
             (std::vector<RawIndex::Row>{{"b", "a", "-1", "1"}}));
@@ -296,8 +305,9 @@ TEST(IndexName, TellsRootsApartAndFitsTheFileSystem) {
   const TempFolder top;
   const std::string prefix = "/p/" + std::string(254, 'n');
   std::set<std::string> urls;
-  for (const std::string& root : {std::string("/"), prefix + "1", prefix + "2", std::string("/p/\xff\xfe\x80"),
-                                  "/p/" + std::string(255, '\xc3'), std::string("/p/a?mode=ro#x%00")}) {
+  for (const std::string& root :
+       {std::string("/"), prefix + "1", prefix + "2", std::string("/p/\xff\xfe\x80"),
+        "/p/" + std::string(255, '\xc3'), std::string("/p/a?mode=ro#x%00")}) {
     const std::string url = SampleTree(root).save(top.path);
     EXPECT_TRUE(urls.insert(url).second);
     EXPECT_EQ(ScanStore::load(url, root, 0).result.root->name, root);

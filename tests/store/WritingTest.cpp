@@ -1,5 +1,5 @@
-// How an index comes into being or does not: with many producers, cancelled, on a full disk, beside what killed
-// programs have left.
+// How an index comes into being or does not: with many producers, cancelled, on a full disk, beside what
+// killed programs have left.
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -9,15 +9,14 @@
 #include <filesystem>
 #include <functional>
 #include <future>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "platform/Files.h"
 #include "platform/Threads.h"
@@ -37,7 +36,8 @@ using testing::HasSubstr;
 
 std::vector<std::string> namesIn(const std::string& folder) {
   std::vector<std::string> names;
-  for (const fs::directory_entry& entry : fs::directory_iterator(folder)) names.push_back(entry.path().filename());
+  for (const fs::directory_entry& entry : fs::directory_iterator(folder))
+    names.push_back(entry.path().filename());
   std::ranges::sort(names);
   return names;
 }
@@ -206,19 +206,24 @@ class WatchedFiles final : public FileService {
     real.replace(from, to);
     afterMove();
   }
-  [[nodiscard]] std::optional<PathFacts> facts(const std::string& path, std::error_code& error) const override {
+  [[nodiscard]] std::optional<PathFacts> facts(const std::string& path,
+                                               std::error_code& error) const override {
     return real.facts(path, error);
   }
   [[nodiscard]] std::optional<std::string> canonical(const std::string& path,
                                                      std::error_code& error) const override {
     return real.canonical(path, error);
   }
-  [[nodiscard]] std::error_code readable(const std::string& folder) const override { return real.readable(folder); }
+  [[nodiscard]] std::error_code readable(const std::string& folder) const override {
+    return real.readable(folder);
+  }
   [[nodiscard]] std::vector<std::string> mountPoints() const override { return real.mountPoints(); }
   void makePrivateFolder(const std::string& path) const override { real.makePrivateFolder(path); }
   void createPrivateFile(const std::string& path) const override { real.createPrivateFile(path); }
   bool remove(const std::string& path) const override { return real.remove(path); }
-  [[nodiscard]] std::vector<FolderItem> list(const std::string& folder) const override { return real.list(folder); }
+  [[nodiscard]] std::vector<FolderItem> list(const std::string& folder) const override {
+    return real.list(folder);
+  }
 
  private:
   const FileService& real;
@@ -255,8 +260,10 @@ TEST(Interrupt, OfAScanWhoseIndexStandsComesTooLate) {
   EXPECT_EQ(ScanStore::load(outcome.index, top.at("tree"), 1).result.root->totalFiles, 1U);
 }
 
-/// What a new build does to an earlier index when it fails within `body`, which ends in a state that fails it.
-void expectEarlierSurvives(const std::string& top, const std::string& reason, const std::function<void()>& body) {
+/// What a new build does to an earlier index when it fails within `body`, which ends in a state that fails
+/// it.
+void expectEarlierSurvives(const std::string& top, const std::string& reason,
+                           const std::function<void()>& body) {
   const std::string root = top + "/tree";
   const auto scanned = [&] {
     FolderScan scan(linuxPlatform(), {.root = root, .indexDirectory = top + "/index"});
@@ -410,10 +417,12 @@ TEST_P(Leftover, OfAnIndexThatIsGoneDoesNotReachTheNewOne) {
 
 INSTANTIATE_TEST_SUITE_P(
     , Leftover,
-    testing::Values(std::pair("-journal", "PRAGMA cache_size = 5; PRAGMA cache_spill = 1; BEGIN IMMEDIATE;"
-                                          "UPDATE files SET logical = logical + 1"),
-                    std::pair("-wal", "PRAGMA journal_mode = WAL; PRAGMA wal_autocheckpoint = 0;"
-                                      "UPDATE files SET logical = logical + 1")),
+    testing::Values(std::pair("-journal",
+                              "PRAGMA cache_size = 5; PRAGMA cache_spill = 1; BEGIN IMMEDIATE;"
+                              "UPDATE files SET logical = logical + 1"),
+                    std::pair("-wal",
+                              "PRAGMA journal_mode = WAL; PRAGMA wal_autocheckpoint = 0;"
+                              "UPDATE files SET logical = logical + 1")),
     [](const auto& test) { return test.index == 0 ? "Journal" : "WriteAheadLog"; });
 
 }  // namespace

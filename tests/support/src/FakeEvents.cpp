@@ -32,12 +32,10 @@ struct FakeEvents::Shared {
   int stopped QUON_GUARDED_BY(lock) = 0;
 
   void deliverToAll(const std::vector<FolderEvent>& events) {
-    std::vector<std::shared_ptr<Listener>> to;
-    {
-      MutexLock held(lock);
-      to = listeners;
-    }
-    for (const auto& listener : to) deliver(listener, events);
+    // Under the lock, so that no stream is stopped, and its queue ended, between the two; queues run nothing
+    // inside.
+    MutexLock held(lock);
+    for (const auto& listener : listeners) deliver(listener, events);
   }
 };
 

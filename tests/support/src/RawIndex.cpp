@@ -18,7 +18,9 @@ RawIndex::RawIndex(const std::string& path) {
   (void)sqlite3_exec(connection, "PRAGMA synchronous = OFF", nullptr, nullptr, nullptr);
 }
 
-RawIndex::~RawIndex() { sqlite3_close_v2(connection); }
+RawIndex::~RawIndex() {
+  sqlite3_close_v2(connection);
+}
 
 void RawIndex::exec(const std::string& script) {
   if (sqlite3_exec(connection, script.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) {
@@ -46,7 +48,9 @@ std::vector<RawIndex::Row> RawIndex::rows(const std::string& query) {
   return found;
 }
 
-std::string RawIndex::value(const std::string& query) { return rows(query).at(0).at(0); }
+std::string RawIndex::value(const std::string& query) {
+  return rows(query).at(0).at(0);
+}
 
 std::string sqlText(std::string_view bytes) {
   constexpr std::string_view kDigits = "0123456789abcdef";

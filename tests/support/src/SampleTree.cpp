@@ -13,13 +13,16 @@ namespace quon::test {
 namespace {
 
 auto figuresOf(const DirNode& node) {
-  return std::tuple(node.directLogical, node.directPhysical, node.directFiles, node.directNewest, node.totalLogical,
-                    node.totalPhysical, node.totalFiles, node.totalDirs, node.mtime, node.newest, node.error);
+  return std::tuple(node.directLogical, node.directPhysical, node.directFiles, node.directNewest,
+                    node.totalLogical, node.totalPhysical, node.totalFiles, node.totalDirs, node.mtime,
+                    node.newest, node.error);
 }
 
-std::multiset<std::tuple<std::string, std::uint64_t, std::uint64_t, std::int64_t>> keptOf(const DirNode& node) {
+std::multiset<std::tuple<std::string, std::uint64_t, std::uint64_t, std::int64_t>> keptOf(
+    const DirNode& node) {
   std::multiset<std::tuple<std::string, std::uint64_t, std::uint64_t, std::int64_t>> kept;
-  for (const FileEntry& file : node.keptFiles) kept.emplace(file.name, file.logical, file.physical, file.mtime);
+  for (const FileEntry& file : node.keptFiles)
+    kept.emplace(file.name, file.logical, file.physical, file.mtime);
   return kept;
 }
 
@@ -118,13 +121,16 @@ std::string difference(const DirNode& expected, const DirNode& actual) {
   while (!pairs.empty()) {
     const auto [a, b] = pairs.back();
     pairs.pop_back();
-    const auto differ = [node = a](const char* what) { return what + (" at " + displayText(node->path("ROOT"))); };
+    const auto differ = [node = a](const char* what) {
+      return what + (" at " + displayText(node->path("ROOT")));
+    };
     if (a->name != b->name) return differ("names");
     if (figuresOf(*a) != figuresOf(*b)) return differ("figures");
     if (keptOf(*a) != keptOf(*b)) return differ("kept files");
     const auto ours = childrenOf(*a);
     const auto theirs = childrenOf(*b);
-    if (ours.size() != a->subdirs.size() || theirs.size() != b->subdirs.size()) return differ("a child twice");
+    if (ours.size() != a->subdirs.size() || theirs.size() != b->subdirs.size())
+      return differ("a child twice");
     for (const auto& [name, node] : ours) {
       const auto match = theirs.find(name);
       if (match == theirs.end()) return differ("children");

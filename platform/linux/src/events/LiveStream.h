@@ -1,9 +1,12 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <unordered_map>
 #include <vector>
-
-#include <boost/unordered/unordered_flat_map.hpp>
 
 #include "base/Mutex.h"
 #include "platform/Events.h"
@@ -21,7 +24,8 @@ class LiveStream : public std::enable_shared_from_this<LiveStream> {
   void deliver(std::vector<FolderEvent> events);
   /// Live events, delivered together when the stream's latency is over. Threads: any.
   void gather(const std::vector<FolderEvent>& events);
-  void close() { gate.close(); }
+  /// Nothing is delivered and nothing posted any more: the queue may end.
+  void close();
 
   enum class Phase : std::uint8_t {
     asking,   ///< the recorder has to be asked
@@ -40,12 +44,13 @@ class LiveStream : public std::enable_shared_from_this<LiveStream> {
 
  private:
   void deliverGathered();
+  void post(std::chrono::duration<double> delay, std::function<void()> work) QUON_REQUIRES(lock);
 
-  BackgroundQueue& queue;
   const EventService::Callback callback;
   DeliveryGate gate;
   Mutex lock;
-  boost::unordered_flat_map<std::string, FolderEvent> gathered QUON_GUARDED_BY(lock);
+  BackgroundQueue* queue QUON_GUARDED_BY(lock);  // null when closed
+  std::unordered_map<std::string, FolderEvent> gathered QUON_GUARDED_BY(lock);
 };
 
 }  // namespace quon

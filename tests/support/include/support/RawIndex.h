@@ -9,8 +9,9 @@ struct sqlite3;
 
 namespace quon::test {
 
-/// An index as any other program sees it: through the plain C interface of SQLite, with none of quon's checks.
-/// Opens for writing; failures throw std::runtime_error with SQLite's message. Threads: one at a time.
+/// An index as any other program sees it: through the plain C interface of SQLite, with none of quon's
+/// checks. Opens for writing; failures throw std::runtime_error with SQLite's message. Threads: one at a
+/// time.
 class RawIndex {
  public:
   using Row = std::vector<std::string>;

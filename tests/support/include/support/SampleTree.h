@@ -18,8 +18,8 @@ namespace quon::test {
 
 [[nodiscard]] FileBatch batchOf(const std::vector<FileEntry>& files);
 
-/// A tree that was made up instead of scanned, for indexes of any shape: sizes that no disk holds, chains that
-/// no disk should. Threads: main only.
+/// A tree that was made up instead of scanned, for indexes of any shape: sizes that no disk holds, chains
+/// that no disk should. Threads: main only.
 class SampleTree {
  public:
   explicit SampleTree(std::string rootPath = "/sample");
@@ -43,8 +43,8 @@ class SampleTree {
   std::map<const DirNode*, std::vector<FileEntry>> files;
 };
 
-/// Where two rolled-up trees differ, children compared as sets by name; "" when they do not. Names of roots are
-/// compared as well. Kept files count.
+/// Where two rolled-up trees differ, children compared as sets by name; "" when they do not. Names of roots
+/// are compared as well. Kept files count.
 [[nodiscard]] std::string difference(const DirNode& expected, const DirNode& actual);
 
 /// What is wrong within a loaded index: totals that are not what rolling up gives, a child whose parent is
