@@ -18,7 +18,10 @@ void addShared(CLI::App& verb, Command& command) {
 }
 
 void addPath(CLI::App& verb, Command& command, const std::string& what) {
-  verb.add_option("PATH", command.path, what);
+  const auto refuseEmpty = [](const std::string& path) {
+    return path.empty() ? std::string("the path is empty") : std::string();
+  };
+  verb.add_option("PATH", command.path, what)->check(refuseEmpty, "");
 }
 
 void addMetric(CLI::App& verb, Command& command) {

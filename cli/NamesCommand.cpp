@@ -29,7 +29,7 @@ std::string row(const Session& session, std::uint64_t size, const std::string& c
   return text + std::string(kGap, ' ') + fitToWidth(displayText(name), left) + "\n";
 }
 
-int printNames(const Session& session, const Command& command, const OpenedTree& tree) {
+void printNames(const Session& session, const Command& command, const OpenedTree& tree) {
   const auto names =
       ScanStore::repeatedNames(tree.index, static_cast<std::int64_t>(command.limit), kLeastTotal);
   if (command.json) {
@@ -41,7 +41,7 @@ int printNames(const Session& session, const Command& command, const OpenedTree&
                       {"physical", name.physical}});
     }
     printDocument(Json{{"rows", std::move(rows)}});
-    return 0;
+    return;
   }
   print(fmt::format("{}: names of more than one file, as of {}\n\n", displayText(tree.root),
                     localTime(tree.scannedAt)));
@@ -49,10 +49,9 @@ int printNames(const Session& session, const Command& command, const OpenedTree&
     print(row(session, name.physical, grouped(static_cast<std::uint64_t>(name.count)) + " ×", name.name));
   }
   if (names.empty()) print(fmt::format("No repeated name takes {} or more.\n", humanBytes(kLeastTotal)));
-  return 0;
 }
 
-int printFilesOfName(const Session& session, const Command& command, const OpenedTree& tree) {
+void printFilesOfName(const Session& session, const Command& command, const OpenedTree& tree) {
   const auto files =
       ScanStore::paths(command.name, tree.index, tree.root, static_cast<std::int64_t>(command.limit));
   if (command.json) {
@@ -64,11 +63,10 @@ int printFilesOfName(const Session& session, const Command& command, const Opene
                       {"mtime", file.mtime}});
     }
     printDocument(Json{{"files", std::move(rows)}});
-    return 0;
+    return;
   }
   for (const NamedFile& file : files) print(row(session, file.physical, "", file.path));
   if (files.empty()) print("No file of that name.\n");
-  return 0;
 }
 
 }  // namespace
@@ -77,7 +75,13 @@ int runNames(Session& session, const Command& command) {
   const OpenedTree tree = session.open(session.resolve(command.path), command.catchUp);
   if (tree.index.empty())
     throw CommandFailure("names are looked up in a saved index, and none could be saved");
-  return command.name.empty() ? printNames(session, command, tree) : printFilesOfName(session, command, tree);
+  if (command.name.empty()) {
+    printNames(session, command, tree);
+  } else {
+    printFilesOfName(session, command, tree);
+  }
+  tellUnreadable(tree);
+  return 0;
 }
 
 }  // namespace quon::cli

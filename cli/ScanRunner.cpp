@@ -66,8 +66,10 @@ void ScanRunner::onInterrupt() {
   const MutexLock held(lock);
   if (scan == nullptr) leaveNow(kInterrupted);
   scan->cancel();
-  loop.postAfter(kGrace, [this, building = scan->buildingFile()] {
+  loop.postAfter(kGrace, [this] {
     clearProgress();
+    const MutexLock stillRunning(lock);
+    const std::string building = scan == nullptr ? std::string() : scan->buildingFile();
     if (!building.empty()) platform.files.remove(building);
     leaveNow(kInterrupted);
   });

@@ -179,6 +179,22 @@ TEST_F(Interrupted, EverySignalThatEndsProgramsEndsTheScanInGoodOrder) {
   }
 }
 
+TEST_F(Interrupted, ASignalThatIsIgnoredEndsNothing) {
+  quon->ignoresHangups = true;
+  bool paused = false;
+  for (int attempt = 0; attempt < kAttempts && !paused; ++attempt) {
+    Running scan = quon->start({"scan", quon->tree});
+    paused = pauseInTheMiddle(scan);
+    if (paused) {
+      scan.signal(SIGHUP);
+      scan.signal(SIGCONT);
+    }
+    EXPECT_EQ(scan.wait().status, 0);
+  }
+  EXPECT_TRUE(paused) << "every scan was done before it could be held up";
+  quon->ignoresHangups = false;
+}
+
 TEST_F(Interrupted, ProgressIsShownOnATerminalAndGoneInTheEnd) {
   std::string shown;
   for (int attempt = 0; attempt < kAttempts && shown.find("dirs ·") == std::string::npos; ++attempt) {

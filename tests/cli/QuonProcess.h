@@ -58,8 +58,9 @@ class Quon {
   const std::string home;
   std::map<std::string, std::string> environment;
   std::string workingFolder;
-  std::string newRoot;  ///< where the program's "/" lies, when not at "/"
-  std::string output;   ///< the file that takes standard output, when it is to be another than ours
+  std::string newRoot;          ///< where the program's "/" lies, when not at "/"
+  bool ignoresHangups = false;  ///< as under nohup
+  std::string output;           ///< the file that takes standard output, when it is to be another than ours
 
   [[nodiscard]] Running start(const Arguments& arguments) const;
   [[nodiscard]] Finished run(const Arguments& arguments) const { return start(arguments).wait(); }

@@ -20,6 +20,7 @@ TEST(Usage, WrongUsageIsToldInOneLine) {
                                         {"ls", "--limit", "many"},
                                         {"ls", "--metric", "weight"},
                                         {"ls", ".", "here"},
+                                        {"ls", ""},
                                         {"ls", ".", "line\nbreak"},
                                         {"scan", "--threads", "0"},
                                         {"scan", "--colour"},

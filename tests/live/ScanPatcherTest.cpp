@@ -4,7 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "IndexComparison.h"
+#include "support/IndexComparison.h"
 #include "live/Refresh.h"
 #include "live/ScanPatcher.h"
 #include "platform_linux/LinuxPlatform.h"

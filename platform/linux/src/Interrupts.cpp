@@ -21,12 +21,16 @@ namespace {
 
 constexpr std::size_t kListenerStack = std::size_t{256} * 1024;
 
+/// Without those that whoever started the program wants ignored, as nohup does.
 sigset_t interruptSignals() {
   sigset_t signals;
   sigemptyset(&signals);
-  sigaddset(&signals, SIGINT);
-  sigaddset(&signals, SIGTERM);
-  sigaddset(&signals, SIGHUP);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    struct sigaction present {};
+    if (::sigaction(signal, nullptr, &present) == 0 && present.sa_handler != SIG_IGN) {
+      sigaddset(&signals, signal);
+    }
+  }
   return signals;
 }
 

@@ -36,9 +36,11 @@ void writeBytes(const std::string& path, std::uint64_t bytes) {
 
 }  // namespace
 
-TreeEditor::TreeEditor(std::string folder, std::uint64_t seed) : root(std::move(folder)), random(seed) {}
+TreeEditor::TreeEditor(std::string folder, std::uint64_t seed, Permissions what)
+    : root(std::move(folder)), permissions(what), letter(static_cast<char>('a' + seed % 26)), random(seed) {}
 
 std::vector<FolderEvent> TreeEditor::takeEvents() {
+  wroteThroughLink = linked = false;
   return std::exchange(events, {});
 }
 
@@ -66,7 +68,7 @@ void TreeEditor::edit() {
   const auto removes = [&](const std::uint64_t kind) {
     return (kind >= 6 && kind <= 10) || kind == 16 || kind == 19;
   };
-  const std::uint64_t kind = below(22);
+  const std::uint64_t kind = below(permissions == Permissions::kept ? 22 : 26);
   edit(wroteThroughLink && removes(kind) ? 0 : kind);
 }
 
@@ -105,6 +107,11 @@ void TreeEditor::edit(std::uint64_t kind) {
       return setTimes();
     case 19:
       return replaceFolder();
+    case 22:
+    case 23:
+    case 24:
+    case 25:
+      return setMode();
     default:
       return makeFile();
   }
@@ -156,7 +163,8 @@ void TreeEditor::removeFile() {
 void TreeEditor::removeFolder() {
   const std::string path = anyBelowRoot(true);
   if (path.empty() || below(2) == 0) return makeFile();
-  fs::remove_all(path);
+  std::error_code partly;
+  fs::remove_all(path, partly);
   changed(path);
   changedParent(path);
   note("remove tree " + path);
@@ -200,6 +208,7 @@ void TreeEditor::link() {
   if (from.empty()) return makeFile();
   const std::string to = anyFolder() + "/" + freshName();
   if (::link(from.c_str(), to.c_str()) != 0) return;
+  linked = true;
   changedParent(to);  // the folder of the first name is told nothing
   note("link " + from + " as " + to);
 }
@@ -239,12 +248,25 @@ void TreeEditor::replaceFolder() {
   const std::string path = anyBelowRoot(true);
   if (path.empty()) return makeFolder();
   const std::string copy = parentOf(path) + "/" + freshName();
-  fs::copy(path, copy, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
-  fs::remove_all(path);
-  if (::rename(copy.c_str(), path.c_str()) != 0) return;
+  std::error_code partly;
+  fs::copy(path, copy, fs::copy_options::recursive | fs::copy_options::copy_symlinks, partly);
+  fs::remove_all(path, partly);
+  if (::rename(copy.c_str(), path.c_str()) != 0) {
+    changedParent(copy);
+    return appeared(copy);
+  }
   changedParent(path);
   appeared(path);
   note("replace " + path);
+}
+
+void TreeEditor::setMode() {
+  const std::string path = anyBelowRoot(true);
+  const mode_t mode = below(3) == 0 && !wroteThroughLink && !linked ? 0 : 0755;
+  if (path.empty() || ::chmod(path.c_str(), mode) != 0) return;
+  changed(path);
+  changedParent(path);
+  note((mode == 0 ? "close " : "open ") + path);
 }
 
 std::string TreeEditor::anyFolder() {
@@ -266,7 +288,8 @@ std::string TreeEditor::anyBelowRoot(bool folder) {
 }
 
 std::string TreeEditor::freshName() {
-  std::string name = "n" + std::to_string(made++);
+  // Another editor of the same tree, begun with the next seed, makes other names.
+  std::string name = letter + std::to_string(made++);
   if (below(10) == 0) name += "\xff\n é";
   return name;
 }

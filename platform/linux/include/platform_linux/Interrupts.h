@@ -5,7 +5,7 @@
 
 namespace quon {
 
-/// Turns SIGINT, SIGTERM and SIGHUP into a call on a thread of its own, so that the handler may lock and
+/// Turns SIGINT, SIGTERM and SIGHUP, those of them that are not ignored already, into a call on a thread of its own, so that the handler may lock and
 /// allocate. Made by main before any other thread starts: the signals are blocked in every thread made later.
 class Interrupts {
  public:

@@ -1,4 +1,4 @@
-#include "IndexComparison.h"
+#include "support/IndexComparison.h"
 
 #include <algorithm>
 #include <map>

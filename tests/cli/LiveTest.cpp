@@ -1,0 +1,183 @@
+// Indexes that are kept true, by the commands that do so.
+#include <csignal>
+#include <cstdint>
+#include <fcntl.h>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+#include "QuonProcess.h"
+#include "support/ChildProcess.h"
+
+namespace quon::test {
+namespace {
+
+using testing::AllOf;
+using testing::Contains;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+/// What a program writes, line by line while it runs.
+class Lines {
+ public:
+  /// From now on the program's output goes here.
+  explicit Lines(Quon& quon) {
+    quon.output = quon.folder.at("lines");
+    if (::mkfifo(quon.output.c_str(), 0600) != 0) throw std::runtime_error("mkfifo");
+    pipe = Descriptor(::open(quon.output.c_str(), O_RDWR | O_CLOEXEC));
+  }
+
+  /// Waits for it.
+  std::string next() const {
+    std::string line;
+    for (char byte = 0; ::read(pipe.get(), &byte, 1) == 1 && byte != '\n';) line += byte;
+    return line;
+  }
+  Json document() const { return Json::parse(next()); }
+
+ private:
+  Descriptor pipe;
+};
+
+/// The document of another program of the same user.
+Json documentBeside(const Quon& watching, const Arguments& arguments) {
+  Quon beside;
+  beside.environment = watching.environment;
+  return beside.document(arguments);
+}
+
+/// The folders that a batch was about, read alone or with all below.
+std::vector<std::string> foldersOf(const Json& applied) {
+  std::vector<std::string> folders = applied.at("changedDirs");
+  for (const Json& prefix : applied.at("replacedPrefixes")) folders.push_back(prefix);
+  return folders;
+}
+
+TEST(CatchUp, ALaterCommandIsExactThoughNothingRanInBetween) {
+  const Quon quon;
+  quon.folder.file("tree/a/one", 5000);
+  quon.folder.file("tree/b/two", 7000);
+  (void)quon.document({"scan", quon.tree});
+  quon.folder.file("tree/a/deeper/three", 11000);
+  quon.folder.file("tree/b/two", 100);
+  std::filesystem::rename(quon.folder.at("tree/a"), quon.folder.at("tree/c"));
+
+  EXPECT_EQ(quon.document({"ls", quon.tree, "--no-catch-up"}).at("logical"), 12000);
+  const Json now = quon.document({"ls", quon.tree});
+  EXPECT_EQ(now.at("logical"), 16100);
+  EXPECT_EQ(now.at("files"), 3);
+  EXPECT_EQ(quon.document({"ls", quon.folder.at("tree/c/deeper")}).at("logical"), 11000);
+  // And it was saved.
+  EXPECT_EQ(quon.document({"ls", quon.tree, "--no-catch-up"}).at("logical"), 16100);
+}
+
+TEST(CatchUp, WhatCannotBeKnownIsToldAndScanned) {
+  const Quon quon;
+  quon.folder.file("tree/one", 5000);
+  (void)quon.document({"scan", quon.tree});
+  std::filesystem::rename(quon.tree, quon.folder.at("before"));
+  quon.folder.file("tree/two", 700);
+  const Finished done = quon.run({"ls", quon.tree, "--json"});
+  EXPECT_EQ(done.status, 0);
+  EXPECT_EQ(done.document().at("logical"), 700);
+  EXPECT_THAT(done.err, HasSubstr("scanning " + quon.tree + " afresh"));
+}
+
+TEST(Watch, TellsEachBatchAndKeepsTheIndexForEverybody) {
+  Quon quon;
+  quon.folder.file("tree/a/one", 5000);
+  (void)quon.document({"scan", quon.tree});
+  const Lines lines(quon);
+  Running watch = quon.start({"watch", quon.tree, "--json"});
+  const Json ready = lines.document();
+  EXPECT_EQ(ready.at("event"), "ready");
+  EXPECT_THAT(ready.at("message").get<std::string>(), StartsWith("index loaded — "));
+
+  quon.folder.file("tree/a/two", 300);
+  quon.folder.file("tree/new/three", 40);
+  Json applied = lines.document();
+  EXPECT_EQ(applied.at("event"), "applied");
+  EXPECT_THAT(foldersOf(applied),
+              AllOf(Contains(quon.folder.at("tree/a")), Contains(quon.folder.at("tree/new"))));
+  EXPECT_EQ(documentBeside(quon, {"ls", quon.tree, "--no-catch-up"}).at("logical"), 5340);
+
+  // Another program catches the same index up, and the first goes on.
+  quon.folder.file("tree/a/four", 7);
+  EXPECT_EQ(documentBeside(quon, {"ls", quon.tree}).at("logical"), 5347);
+  applied = lines.document();
+  EXPECT_THAT(foldersOf(applied), Contains(quon.folder.at("tree/a")));
+  EXPECT_EQ(documentBeside(quon, {"ls", quon.tree, "--no-catch-up"}).at("logical"), 5347);
+
+  watch.signal(SIGINT);
+  const Finished done = watch.wait();
+  EXPECT_EQ(done.status, 128 + SIGINT);
+  EXPECT_EQ(done.err, "");
+}
+
+TEST(Watch, ScansAgainWhenItLostTrack) {
+  Quon quon;
+  quon.folder.file("tree/one", 5000);
+  (void)quon.document({"scan", quon.tree});
+  const Lines lines(quon);
+  Running watch = quon.start({"watch", quon.tree, "--json"});
+  EXPECT_EQ(lines.document().at("event"), "ready");
+  std::filesystem::rename(quon.tree, quon.folder.at("before"));
+  const Json lost = lines.document();
+  EXPECT_EQ(lost.at("event"), "needsRescan");
+  EXPECT_EQ(lost.at("reason"), "stream flags 0x20");
+  // Nothing lies there any more.
+  const Finished done = watch.wait();
+  EXPECT_EQ(done.status, 1);
+  EXPECT_THAT(linesOf(done.err), Contains(HasSubstr("cannot scan " + quon.tree)));
+}
+
+TEST(Watch, AFullDiskEndsItAndLeavesTheIndexReadable) {
+  inPrivateMounts([] {
+    Quon quon;
+    const std::string data = quon.environment.at("XDG_DATA_HOME");
+    ASSERT_EQ(::mount("tmpfs", data.c_str(), "tmpfs", 0, "size=1m,mode=0700"), 0);
+    quon.folder.file("tree/file", 500);
+    (void)quon.document({"scan", quon.tree});
+    const Lines lines(quon);
+    Running watch = quon.start({"watch", quon.tree, "--json"});
+    EXPECT_EQ(lines.document().at("event"), "ready");
+    const std::string many = quon.folder.folder("many");
+    for (int number = 0; number < 8000; ++number) {
+      quon.folder.file("many/" + std::string(200, 'n') + std::to_string(number));
+    }
+    std::filesystem::rename(many, quon.tree + "/many");
+    const Json lost = lines.document();
+    EXPECT_EQ(lost.at("event"), "needsRescan");
+    EXPECT_THAT(lost.at("reason").get<std::string>(), HasSubstr("full"));
+    const Finished done = watch.wait();
+    EXPECT_EQ(done.status, 1);
+    EXPECT_THAT(done.err, HasSubstr("the index was not saved: "));
+    EXPECT_EQ(documentBeside(quon, {"ls", quon.tree, "--no-catch-up"}).at("files"), 1);
+    ASSERT_EQ(::umount2(data.c_str(), MNT_DETACH), 0);
+  });
+}
+
+TEST(Record, LetsTheNextCommandKnowWithoutLooking) {
+  const Quon quon;
+  quon.folder.file("tree/a/one", 5000);
+  (void)quon.document({"scan", quon.tree});
+  Running recorder = quon.start({"record"});
+  // The first command asks for the root; what it answers is exact whether the recorder is at work by then or
+  // not.
+  EXPECT_EQ(quon.document({"ls", quon.tree}).at("logical"), 5000);
+  quon.folder.file("tree/a/two", 20);
+  EXPECT_EQ(quon.document({"ls", quon.tree}).at("logical"), 5020);
+  recorder.signal(SIGTERM);
+  const Finished done = recorder.wait();
+  EXPECT_EQ(done.status, 130);
+  quon.folder.file("tree/a/three", 3);
+  EXPECT_EQ(quon.document({"ls", quon.tree}).at("logical"), 5023);
+}
+
+}  // namespace
+}  // namespace quon::test

@@ -1,0 +1,223 @@
+// Everything between the kernel and the index at once, with nothing made up: random edits, made while earlier
+// ones are being read and written, by way of each back end and of the sweep when nothing was recorded. The
+// reference is a fresh scan.
+#include <algorithm>
+#include <cstdlib>
+#include <fcntl.h>
+#include <functional>
+#include <gtest/gtest.h>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <thread>
+#include <utility>
+#include <variant>
+
+#include "EventHome.h"
+#include "base/LoopQueue.h"
+#include "live/LiveWatcher.h"
+#include "live/Refresh.h"
+#include "platform_linux/Descriptor.h"
+#include "platform_linux/LinuxPlatform.h"
+#include "store/FolderScan.h"
+#include "store/ScanStore.h"
+#include "support/ChildProcess.h"
+#include "support/IndexComparison.h"
+#include "support/Seed.h"
+#include "support/TreeEditor.h"
+
+namespace quon::test {
+namespace {
+
+using Seconds = std::chrono::duration<double>;
+
+constexpr std::uint64_t kMinKeep = 1048576;
+constexpr int kFirstEdits = 150;
+constexpr Seconds kWindow{0.02};
+constexpr Seconds kPatience{60.0};
+
+/// From QUON_MODEL_BURSTS, for long runs by hand.
+int roundsPerRun(int usual) {
+  const char* wanted = std::getenv("QUON_MODEL_BURSTS");  // NOLINT(concurrency-mt-unsafe)
+  return wanted == nullptr ? usual : std::atoi(wanted);
+}
+
+std::chrono::duration<double> steadySeconds() {
+  return std::chrono::steady_clock::now().time_since_epoch();
+}
+
+/// Events without the second for which the watcher lets them gather.
+class PromptEvents final : public EventService {
+ public:
+  explicit PromptEvents(EventService& real) : events(real) {}
+  std::unique_ptr<EventStream> create(const EventRequest& request, BackgroundQueue& queue,
+                                      Callback callback) override {
+    EventRequest prompt = request;
+    prompt.latency = Seconds(0);
+    return events.create(prompt, queue, std::move(callback));
+  }
+  std::uint64_t currentEventId() override { return events.currentEventId(); }
+
+ private:
+  EventService& events;
+};
+
+/// A home whose root is edited, the index of the root, and what a fresh scan of it says.
+struct EditedHome {
+  EditedHome(std::uint64_t seed, TreeEditor::Permissions permissions) : editor(home.root, seed, permissions) {
+    editor.populate(kFirstEdits);
+  }
+
+  FolderScan::Outcome scan(const std::string& name) {
+    return FolderScan(platform.services(), {.root = home.root, .indexDirectory = home.temp.folder(name)})
+        .run();
+  }
+  Loaded load(const std::string& index) { return ScanStore::load(index, home.root, kMinKeep); }
+
+  void edit(int count) {
+    for (int done = 0; done < count; ++done) editor.edit();
+  }
+  /// A change that is whole at once.
+  void mark() {
+    const std::string path = home.root + "/.mark" + std::to_string(marksMade++);
+    const Descriptor file(::open(path.c_str(), O_CREAT | O_EXCL | O_RDONLY | O_CLOEXEC, 0644));
+    ASSERT_TRUE(file.isOpen());
+  }
+
+  /// "" when index and tree equal a fresh scan, else how they differ.
+  std::string differencesOf(const DirNode& tree, const std::string& index) {
+    (void)editor.takeEvents();
+    std::string told = differences(tree, *load(index).result.root);
+    told += differences(index, scan("fresh").index);
+    if (told.empty()) return told;
+    const auto& log = editor.log();
+    for (std::size_t at = log.size() - std::min<std::size_t>(log.size(), 100); at < log.size(); ++at) {
+      told += log[at] + "\n";
+    }
+    return told + home.log.all();
+  }
+
+  EventHome home;
+  TreeEditor editor;
+  int marksMade = 0;
+  const LinuxPlatform platform;
+};
+
+void expectLiveUpdatesToStayTrue(const EventOptions& options, TreeEditor::Permissions permissions) {
+  const std::uint64_t seed = randomSeed();
+  EditedHome edited(seed, permissions);
+  EventHome& home = edited.home;
+  FolderScan::Outcome scanned = edited.scan("kept");
+  LinuxEvents events(home.folders, home.log, options);
+  PromptEvents prompt(events);
+  ThreadQueue callbacks;
+  ThreadQueue work;
+  LoopQueue main;
+  std::uint64_t newest = 0;
+  std::string failure;
+  const LiveWatcher watcher({edited.platform.services(), prompt, callbacks, work,
+                             [&](std::function<void()> commit) { main.post(std::move(commit)); },
+                             [&](const LiveWatcher::Event& event) {
+                               if (const auto* rescan = std::get_if<LiveWatcher::NeedsRescan>(&event))
+                                 failure = rescan->reason;
+                               if (const auto* update = std::get_if<LiveWatcher::Update>(&event))
+                                 newest = update->outcome.newEventId;
+                             },
+                             steadySeconds},
+                            {.root = scanned.result.root,
+                             .rootPath = home.root,
+                             .indexURL = scanned.index,
+                             .rootDev = scanned.rootDev,
+                             .topFiles = scanned.result.topFiles,
+                             .sinceEventId = scanned.eventId,
+                             .coalesceWindow = kWindow});
+  const int rounds = roundsPerRun(8);
+  for (int round = 0; round < rounds; ++round) {
+    bool done = false;
+    std::thread editing([&] {
+      edited.edit(20 + static_cast<int>((seed + static_cast<std::uint64_t>(round) * 13) % 60));
+      main.post([&] { done = true; });
+    });
+    (void)main.runUntil([&] { return done; });
+    editing.join();
+    ASSERT_TRUE(Listener(events, home.root, events.currentEventId()).waitForHistory());
+    const std::uint64_t now = events.currentEventId();
+    edited.mark();
+    bool tooLate = false;
+    WorkItem deadline = main.postAfter(kPatience, [&] { tooLate = true; });
+    (void)main.runUntil([&] { return newest > now || !failure.empty() || tooLate; });
+    deadline.cancel();
+    ASSERT_FALSE(tooLate) << home.log.all();
+    ASSERT_EQ(failure, "") << home.log.all();
+    ASSERT_EQ(edited.differencesOf(*scanned.result.root, scanned.index), "") << "round " << round;
+  }
+  std::cout << edited.editor.log().size() << " edits in " << rounds << " rounds\n";
+}
+
+void expectLaunchesToBeTrue(const EventOptions& options) {
+  const std::uint64_t seed = randomSeed();
+  EditedHome edited(seed, TreeEditor::Permissions::kept);
+  const std::string index = edited.scan("kept").index;
+  const int rounds = roundsPerRun(8);
+  for (int round = 0; round < rounds; ++round) {
+    std::optional<RunningRecorder> recorder;
+    if (round % 2 == 0) recorder.emplace(edited.home, options);
+    edited.edit(30);
+    LinuxEvents events(edited.home.folders, edited.home.log, options);
+    Loaded loaded = edited.load(index);
+    const auto [result, outcome] =
+        Refresh::catchUp(edited.platform.services(), events, loaded,
+                         {.rootPath = edited.home.root, .indexURL = index, .minKeep = kMinKeep});
+    ASSERT_EQ(edited.differencesOf(*result.root, index), "") << "round " << round;
+  }
+  std::cout << edited.editor.log().size() << " edits in " << rounds << " rounds\n";
+}
+
+/// On a file system whose files take what they take as soon as they are written. Where blocks are allocated
+/// later, a file's size on disk can change after the last event.
+void inMemory(const std::function<void()>& body) {
+  inPrivateMounts([&] {
+    const TempFolder memory;
+    mountTmpfs(memory.path);
+    ASSERT_EQ(::chmod(memory.path.c_str(), 01777), 0);
+    ASSERT_EQ(::setenv("TMPDIR", memory.path.c_str(), 1), 0);  // NOLINT(concurrency-mt-unsafe)
+    body();
+    ASSERT_EQ(::umount2(memory.path.c_str(), MNT_DETACH), 0);
+  });
+}
+
+class StaysTrue : public testing::TestWithParam<EventBackEnd> {
+ protected:
+  void SetUp() override {
+    if (GetParam() == EventBackEnd::fanotify && !mayUseFanotify()) {
+      GTEST_SKIP() << "fanotify takes root, or CAP_SYS_ADMIN and CAP_DAC_READ_SEARCH";
+    }
+  }
+  [[nodiscard]] EventOptions options() const { return {.backEnd = GetParam()}; }
+};
+
+TEST_P(StaysTrue, WhileFilesChange) {
+  inMemory([this] { expectLiveUpdatesToStayTrue(options(), TreeEditor::Permissions::kept); });
+}
+
+TEST_P(StaysTrue, FromLaunchToLaunchWithAndWithoutARecorder) {
+  inMemory([this] { expectLaunchesToBeTrue(options()); });
+}
+
+INSTANTIATE_TEST_SUITE_P(BackEnds, StaysTrue, testing::Values(EventBackEnd::inotify, EventBackEnd::fanotify),
+                         [](const auto& tested) {
+                           return tested.param == EventBackEnd::inotify ? "Inotify" : "Fanotify";
+                         });
+
+TEST(StaysTrueForAnOrdinaryUser, WhilePermissionsAreTakenAwayAndGivenBack) {
+  inMemory([] {
+    asOrdinaryUser([] {
+      expectLiveUpdatesToStayTrue({.backEnd = EventBackEnd::inotify}, TreeEditor::Permissions::edited);
+    });
+  });
+}
+
+}  // namespace
+}  // namespace quon::test
