@@ -1,14 +1,13 @@
 #include "database/Database.h"
 
+#include <cstdlib>
 #include <sqlite3.h>
 
 #include "base/Text.h"
 
 namespace quon {
-inline namespace database {
 namespace {
 
-constexpr int kBusyTimeoutMs = 2000;
 constexpr int kStepsBetweenLooks = 100000;  // virtual machine instructions: some milliseconds
 
 int flagsOf(Database::Mode mode) {
@@ -23,17 +22,19 @@ int flagsOf(Database::Mode mode) {
   return SQLITE_OPEN_READONLY;
 }
 
-[[noreturn]] void raise(sqlite3* connection) {
-  throw DatabaseError::ofStatus(sqlite3_extended_errcode(connection), sqlite3_errmsg(connection));
-}
-
 }  // namespace
 
 void Database::Close::operator()(sqlite3* opened) const {
   sqlite3_close_v2(opened);
 }
 
-Database Database::open(const std::string& path, Mode mode) {
+void Database::fail() const {
+  raise(
+      DatabaseError::ofStatus(sqlite3_extended_errcode(connection.get()), sqlite3_errmsg(connection.get())));
+  std::abort();  // it always throws
+}
+
+Database Database::open(const std::string& path, Mode mode, RaiseFailure raise) {
   // Counting SQLite's own allocations takes a lock for each; nobody reads the counts. Refused, and harmless,
   // when another part of the program uses SQLite already.
   static const int kConfigured = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
@@ -42,9 +43,10 @@ Database Database::open(const std::string& path, Mode mode) {
   const int status = sqlite3_open_v2(path.c_str(), &opened, flagsOf(mode) | SQLITE_OPEN_NOMUTEX, nullptr);
   Database database;
   database.connection.reset(opened);
+  database.raise = raise;
   if (status != SQLITE_OK) {
     const std::string reason = opened == nullptr ? "out of memory" : sqlite3_errmsg(opened);
-    throw DatabaseError::ofStatus(status, "cannot open " + displayText(path) + ": " + reason);
+    raise(DatabaseError::ofStatus(status, "cannot open " + displayText(path) + ": " + reason));
   }
   database.setBusyTimeout(kBusyTimeoutMs);
   return database;
@@ -73,16 +75,29 @@ void Database::stopWhen(const std::atomic<bool>& flag) {
       const_cast<std::atomic<bool>*>(&flag));
 }
 
+void Database::stopAfter(std::uint64_t steps) {
+  looksLeft = std::make_unique<std::uint64_t>(steps / kStepsBetweenLooks);
+  sqlite3_progress_handler(
+      connection.get(), kStepsBetweenLooks,
+      [](void* left) {
+        auto& looks = *static_cast<std::uint64_t*>(left);
+        if (looks == 0) return 1;
+        --looks;
+        return 0;
+      },
+      looksLeft.get());
+}
+
 void Database::exec(const char* script) {
-  if (sqlite3_exec(connection.get(), script, nullptr, nullptr, nullptr) != SQLITE_OK) raise(connection.get());
+  if (sqlite3_exec(connection.get(), script, nullptr, nullptr, nullptr) != SQLITE_OK) fail();
 }
 
 Statement Database::prepare(std::string_view sql) {
   sqlite3_stmt* statement = nullptr;
   const int status =
       sqlite3_prepare_v2(connection.get(), sql.data(), static_cast<int>(sql.size()), &statement, nullptr);
-  if (status != SQLITE_OK) raise(connection.get());
-  return Statement(statement);
+  if (status != SQLITE_OK) fail();
+  return {statement, raise};
 }
 
 std::int64_t Database::number(std::string_view sql, std::int64_t missing) {
@@ -113,5 +128,4 @@ void Transaction::commit() {
   open = false;
 }
 
-}  // namespace database
 }  // namespace quon

@@ -3,7 +3,6 @@
 #include <sqlite3.h>
 
 namespace quon {
-inline namespace database {
 namespace {
 
 constexpr int kPrimaryCode = 0xFF;  // the rest of a result code tells details
@@ -34,5 +33,8 @@ DatabaseError DatabaseError::ofStatus(int status, const std::string& message) {
   return {kindOf(status), message};
 }
 
-}  // namespace database
+void raiseAsItIs(const DatabaseError& failure) {
+  throw DatabaseError(failure);
+}
+
 }  // namespace quon

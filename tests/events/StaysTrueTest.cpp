@@ -66,7 +66,9 @@ class PromptEvents final : public EventService {
 
 /// A home whose root is edited, the index of the root, and what a fresh scan of it says.
 struct EditedHome {
-  EditedHome(std::uint64_t seed, TreeEditor::Permissions permissions) : editor(home.root, seed, permissions) {
+  EditedHome(std::uint64_t seed, TreeEditor::Permissions permissions)
+      : soleNames(permissions == TreeEditor::Permissions::kept ? SoleNames::asStored : SoleNames::alike),
+        editor(home.root, seed, permissions) {
     editor.populate(kFirstEdits);
   }
 
@@ -90,7 +92,7 @@ struct EditedHome {
   std::string differencesOf(const DirNode& tree, const std::string& index) {
     (void)editor.takeEvents();
     std::string told = differences(tree, *load(index).result.root);
-    told += differences(index, scan("fresh").index);
+    told += differences(index, scan("fresh").index, soleNames);
     if (told.empty()) return told;
     const auto& log = editor.log();
     for (std::size_t at = log.size() - std::min<std::size_t>(log.size(), 100); at < log.size(); ++at) {
@@ -99,6 +101,8 @@ struct EditedHome {
     return told + home.log.all();
   }
 
+  /// A name can go while its folder is closed; nothing tells then that the other name is the last.
+  const SoleNames soleNames;
   EventHome home;
   TreeEditor editor;
   int marksMade = 0;

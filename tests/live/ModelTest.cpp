@@ -4,13 +4,13 @@
 #include <gtest/gtest.h>
 #include <string>
 
-#include "support/IndexComparison.h"
 #include "live/Refresh.h"
 #include "live/ScanPatcher.h"
 #include "platform_linux/LinuxPlatform.h"
 #include "store/FolderScan.h"
 #include "store/ScanStore.h"
 #include "support/FakeEvents.h"
+#include "support/IndexComparison.h"
 #include "support/Seed.h"
 #include "support/TempFolder.h"
 #include "support/TreeEditor.h"

@@ -4,13 +4,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "support/IndexComparison.h"
 #include "live/Refresh.h"
 #include "live/ScanPatcher.h"
 #include "platform_linux/LinuxPlatform.h"
 #include "store/FolderScan.h"
 #include "store/ScanStore.h"
 #include "store/StoreError.h"
+#include "support/IndexComparison.h"
 #include "support/RawIndex.h"
 #include "support/Seed.h"
 #include "support/TempFolder.h"

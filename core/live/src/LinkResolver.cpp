@@ -11,7 +11,9 @@
 //   among them
 //
 // A file that the registry does not hold may have had one name until now, which was counted as any file is:
-// its folder is searched for by inode number and read as well.
+// its folder is searched for by inode number and read as well. When all fresh names have vanished meanwhile,
+// their folders are about to be read again: until then the registry does not learn of the file, so that it is
+// still unknown, and searched for, by then.
 #include "LinkResolver.h"
 
 #include <algorithm>
@@ -83,13 +85,13 @@ LinkResolver::Linked LinkResolver::gather(std::uint64_t fileID) {
   return linked;
 }
 
-/// More names than the batch has read, none of which the registry knows: some may lie in the tree.
-bool LinkResolver::hasUnseenNames(const Linked& linked) const {
-  if (linked.wasKnown || linked.fresh.empty()) return false;
-  const Fresh& first = linked.fresh.front();
-  std::error_code vanished;
-  const auto facts = builder.platform.files.facts(joinPath(pathPrefix(first.folder), first.name), vanished);
-  return facts && facts->linkCount > linked.fresh.size();
+std::uint64_t LinkResolver::presentLinkCount(std::uint64_t fileID, const Linked& linked) const {
+  for (const Fresh& fresh : linked.fresh) {
+    std::error_code gone;
+    const auto facts = builder.platform.files.facts(joinPath(pathPrefix(fresh.folder), fresh.name), gone);
+    if (facts && facts->fileID == fileID) return facts->linkCount;
+  }
+  return 0;
 }
 
 bool LinkResolver::isStale(const LinkSighting& counted, const Linked& linked) const {
@@ -116,7 +118,12 @@ void LinkResolver::settle() {
       builder.want(folder);
       builder.batch.promotedDirs.push_back(folder);
     }
-    if (!searched.contains(fileID) && hasUnseenNames(linked)) unknown.insert(fileID);
+    if (linked.wasKnown || linked.fresh.empty() || searched.contains(fileID)) continue;
+    const std::uint64_t names = presentLinkCount(fileID, linked);
+    vanished.erase(fileID);
+    if (names == 0) vanished.insert(fileID);
+    // Some of the others may lie in the tree.
+    if (names > linked.fresh.size()) unknown.insert(fileID);
   }
   if (unknown.empty()) return;
   searched.insert(unknown.begin(), unknown.end());
@@ -148,6 +155,7 @@ void LinkResolver::decideOne(std::uint64_t fileID) {
     const Fresh& fresh = linked.fresh[index];
     const bool counted = index == 0 && !countedElsewhere;
     if (!counted) drop(fresh);
+    if (vanished.contains(fileID)) continue;
     builder.batch.linkWrites.push_back({fileID, fresh.folder, fresh.name, counted});
   }
 }
@@ -165,8 +173,8 @@ void LinkResolver::drop(const Fresh& fresh) {
 void LinkResolver::forgetLastName(const LinkSighting& last) {
   const std::optional<std::string> folder = builder.patcher.path(last.dirId);
   if (!folder) return;
-  std::error_code vanished;
-  const auto facts = builder.platform.files.facts(joinPath(pathPrefix(*folder), last.name), vanished);
+  std::error_code gone;
+  const auto facts = builder.platform.files.facts(joinPath(pathPrefix(*folder), last.name), gone);
   if (facts && facts->linkCount == 1) builder.batch.linkDeletes.push_back(last);
 }
 

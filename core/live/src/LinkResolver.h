@@ -45,7 +45,8 @@ class LinkResolver {
   void collectWalked(const WalkedSubtree& subtree);
   [[nodiscard]] std::set<std::uint64_t> affected() const;
   [[nodiscard]] Linked gather(std::uint64_t fileID);
-  [[nodiscard]] bool hasUnseenNames(const Linked& linked) const;
+  /// The links that a name of the file shows now; 0 when every name has vanished since it was read.
+  [[nodiscard]] std::uint64_t presentLinkCount(std::uint64_t fileID, const Linked& linked) const;
   [[nodiscard]] bool isStale(const LinkSighting& counted, const Linked& linked) const;
   void decideOne(std::uint64_t fileID);
   void drop(const Fresh& fresh);
@@ -54,6 +55,7 @@ class LinkResolver {
 
   BatchBuilder& builder;
   std::set<std::uint64_t> searched;
+  std::set<std::uint64_t> vanished;  ///< files that nothing certain can be said of
   std::map<std::uint64_t, std::vector<Fresh>> freshByFile;
 };
 

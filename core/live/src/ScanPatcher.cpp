@@ -7,6 +7,7 @@
 
 #include "base/Path.h"
 #include "store/DirPathResolver.h"
+#include "store/IndexDatabase.h"
 #include "store/IndexMeta.h"
 #include "store/ScanStore.h"
 
@@ -66,7 +67,7 @@ struct ScanPatcher::Statements {
 };
 
 ScanPatcher::ScanPatcher(const std::string& indexURL, std::string root)
-    : db(Database::openWrite(indexURL, " for patching")), rootPath(std::move(root)) {
+    : db(IndexDatabase::openWrite(indexURL, " for patching")), rootPath(std::move(root)) {
   db.exec(ScanStore::patchIndexSQL());
   db.exec("BEGIN IMMEDIATE");
   statements = std::make_unique<Statements>(db);

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <sqlite3.h>
 
-#include "store/Sqlite.h"
+#include "database/Database.h"
 #include "store/StoreError.h"
 
 namespace quon {

@@ -6,9 +6,9 @@
 #include <string_view>
 #include <system_error>
 
-#include "store/IndexMeta.h"
 #include "base/Path.h"
 #include "platform/Files.h"
+#include "store/IndexMeta.h"
 #include "store/ScanStore.h"
 #include "store/StoreError.h"
 

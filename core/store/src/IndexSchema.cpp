@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "base/Text.h"
-#include "store/Sqlite.h"
+#include "database/Database.h"
 #include "store/StoreError.h"
 
 #define QUON_LINKS_SQL                   \

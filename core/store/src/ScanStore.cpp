@@ -17,7 +17,6 @@
 #include <boost/unordered/unordered_flat_map.hpp>
 
 #include "BatchTable.h"
-#include "store/IndexMeta.h"
 #include "IndexSchema.h"
 #include "base/Mutex.h"
 #include "base/Path.h"
@@ -27,7 +26,8 @@
 #include "platform/Files.h"
 #include "platform/Threads.h"
 #include "scan/DirNode.h"
-#include "store/Sqlite.h"
+#include "store/IndexDatabase.h"
+#include "store/IndexMeta.h"
 #include "store/StoreError.h"
 
 namespace quon {
@@ -54,8 +54,8 @@ double secondsSince1970() {
 }
 
 /// Rolls back what a patch of the earlier index left unfinished when it was killed, and writes what another
-/// program left in a write-ahead log. Either would otherwise be taken for one of the new file that is about to
-/// bear its name.
+/// program left in a write-ahead log. Either would otherwise be taken for one of the new file that is about
+/// to bear its name.
 void settleEarlier(const Platform& platform, const std::string& finalURL) {
   const std::array<std::string, 2> leftovers{finalURL + "-journal", finalURL + "-wal"};
   const auto isThere = [&](const std::string& path) {
@@ -64,7 +64,7 @@ void settleEarlier(const Platform& platform, const std::string& finalURL) {
   };
   if (std::ranges::none_of(leftovers, isThere)) return;
   try {
-    Database earlier = Database::openWrite(finalURL, " for patching");
+    Database earlier = IndexDatabase::openWrite(finalURL, " for patching");
     earlier.exec("BEGIN IMMEDIATE");
     earlier.exec("ROLLBACK");
   } catch (const StoreError&) {
@@ -190,7 +190,7 @@ ScanStore::Writer::Writer(const Platform& services, std::string url)
     throw StoreError::sqlite("cannot open " + displayText(buildingURL) + ": " + reason.what());
   }
   try {
-    database = Database::create(buildingURL);
+    database = IndexDatabase::create(buildingURL);
     database.exec(kBuildScript);
     database.stopWhen(interrupted);
     insertDir = database.prepare("INSERT INTO dirs (parent, name, mtime) VALUES (?, ?, ?)");

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <limits>
 
-#include "store/DirPathResolver.h"
 #include "EntryName.h"
 #include "base/Path.h"
+#include "store/DirPathResolver.h"
+#include "store/IndexDatabase.h"
 #include "store/ScanStore.h"
-#include "store/Sqlite.h"
 #include "store/StoreError.h"
 
 namespace quon {
@@ -25,7 +25,7 @@ std::uint64_t total(const Statement& row, int column) {
 }  // namespace
 
 std::map<std::string, std::string> ScanStore::meta(const std::string& url) {
-  Database database = Database::openRead(url);
+  Database database = IndexDatabase::openRead(url);
   std::map<std::string, std::string> meta;
   Statement rows = database.prepare("SELECT key, value FROM meta");
   while (rows.step()) meta.emplace(rows.text(0), rows.text(1));
@@ -34,7 +34,7 @@ std::map<std::string, std::string> ScanStore::meta(const std::string& url) {
 
 std::vector<RepeatedName> ScanStore::repeatedNames(const std::string& url, std::int64_t limit,
                                                    std::uint64_t minTotalPhysical) {
-  Database database = Database::openRead(url);
+  Database database = IndexDatabase::openRead(url);
   Statement rows = database.prepare(
       "SELECT name, COUNT(*), SUM(logical), SUM(physical) FROM files\n"
       "GROUP BY name\n"
@@ -52,7 +52,7 @@ std::vector<RepeatedName> ScanStore::repeatedNames(const std::string& url, std::
 
 std::vector<NamedFile> ScanStore::paths(std::string_view named, const std::string& url,
                                         const std::string& rootPath, std::int64_t limit) {
-  Database database = Database::openRead(url);
+  Database database = IndexDatabase::openRead(url);
   DirPathResolver folders(database, rootPath);
   Statement rows = database.prepare(
       "SELECT dir, logical, physical, mtime FROM files WHERE name = ? ORDER BY physical DESC LIMIT ?");
@@ -68,7 +68,7 @@ std::vector<NamedFile> ScanStore::paths(std::string_view named, const std::strin
 
 std::vector<DupeFile> ScanStore::dupeCandidates(const std::string& url, const std::string& rootPath,
                                                 std::uint64_t minSize) {
-  Database database = Database::openRead(url);
+  Database database = IndexDatabase::openRead(url);
   DirPathResolver folders(database, rootPath);
   Statement rows = database.prepare(
       "SELECT dir, name, logical, physical, mtime FROM files\n"
@@ -79,7 +79,8 @@ std::vector<DupeFile> ScanStore::dupeCandidates(const std::string& url, const st
   rows.bind(1, asParameter(minSize));
   std::vector<DupeFile> files;
   while (rows.step()) {
-    if (!isEntryName(rows.text(1))) throw StoreError::incompatible("the index holds a name that no file can have");
+    if (!isEntryName(rows.text(1)))
+      throw StoreError::incompatible("the index holds a name that no file can have");
     files.push_back({.path = joinPath(folders.path(rows.integer(0)), rows.text(1)),
                      .logical = rows.size(2),
                      .physical = rows.size(3),

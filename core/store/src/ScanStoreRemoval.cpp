@@ -3,8 +3,8 @@
 
 #include "base/Path.h"
 #include "base/Text.h"
+#include "store/IndexDatabase.h"
 #include "store/ScanStore.h"
-#include "store/Sqlite.h"
 #include "store/StoreError.h"
 
 namespace quon {
@@ -72,7 +72,7 @@ void ScanStore::remove(const std::string& path, bool isDir, const std::string& u
                        const std::string& rootPath) {
   const std::optional<std::string_view> below = relativeTo(path, rootPath);
   if (!below || below->empty()) throw notHeld(path);
-  Database database = Database::openWrite(url, " for writing");
+  Database database = IndexDatabase::openWrite(url, " for writing");
   database.exec("BEGIN IMMEDIATE");
   if (isDir) {
     removeFolder(database, folderId(database, *below, path));

@@ -10,11 +10,12 @@
 #include <stdexcept>
 #include <utility>
 
-#include "store/IndexMeta.h"
 #include "EntryName.h"
 #include "IndexSchema.h"
 #include "base/Text.h"
 #include "scan/DirNode.h"
+#include "store/IndexDatabase.h"
+#include "store/IndexMeta.h"
 #include "store/StoreError.h"
 
 namespace quon {
@@ -61,12 +62,12 @@ Loaded TreeLoader::load() {
 void TreeLoader::open() {
   constexpr int kTries = 20;
   constexpr int kWaitMs = 2000;
-  database = Database::openRead(url);
-  second = Database::openRead(url);
+  database = IndexDatabase::openRead(url);
+  second = IndexDatabase::openRead(url);
   for (int left = kTries; true; --left) {
-    database.beginRead(kWaitMs);
+    IndexDatabase::beginRead(database, kWaitMs);
     try {
-      second.beginRead(0);
+      IndexDatabase::beginRead(second, 0);
       return;
     } catch (const StoreError&) {
       if (left == 0) throw;
@@ -140,7 +141,8 @@ void TreeLoader::applyAggregates(const std::vector<FolderSums>& sums) {
   std::uint64_t allPhysical = 0;
   std::optional<std::int64_t> before;
   for (const FolderSums& sum : sums) {
-    if (before && sum.folder <= *before) refuse();  // one group a folder, unless the file's own index is damaged
+    if (before && sum.folder <= *before)
+      refuse();  // one group a folder, unless the file's own index is damaged
     before = sum.folder;
     DirNode& node = folderOf(sum.folder);
     node.directFiles = sum.files;

@@ -7,7 +7,7 @@
 
 #include "LoadProbe.h"
 #include "store/ScanStore.h"
-#include "store/Sqlite.h"
+#include "database/Database.h"
 
 namespace quon {
 

@@ -12,27 +12,30 @@
 struct sqlite3;
 
 namespace quon {
-inline namespace database {
 
 /// A connection to an SQLite file, closed by its destructor; an open transaction is rolled back by that.
-/// Failures are DatabaseError. Threads: one at a time.
+/// Failures are DatabaseError, or what the function that it was opened with makes of them. Threads: one at a
+/// time.
 class Database {
  public:
   enum class Mode { read, write, create };  ///< an existing file; the same; made when it is missing
 
   /// No connection: nothing may be asked of it.
   Database() = default;
-  [[nodiscard]] static Database open(const std::string& path, Mode mode);
+  [[nodiscard]] static Database open(const std::string& path, Mode mode, RaiseFailure raise = raiseAsItIs);
 
   /// For a file that others may have written to by accident or malice: nothing that its schema could hold
   /// besides tables and plain indexes may run.
   void distrust();
-  /// How long a statement waits for the lock of another connection. 2,000 ms at first.
+  static constexpr int kBusyTimeoutMs = 2000;
+  /// How long a statement waits for the lock of another connection; at first kBusyTimeoutMs.
   void setBusyTimeout(int timeoutMs);
   /// Closing the last connection leaves the write-ahead log where it is, instead of waiting for the disk.
   void keepLogOnClose();
   /// From now on every statement fails soon after the flag, which outlives the connection, is set.
   void stopWhen(const std::atomic<bool>& flag);
+  /// From now on all statements together may take so many steps of SQLite's virtual machine; then they fail.
+  void stopAfter(std::uint64_t steps);
 
   void exec(const char* script);
   [[nodiscard]] Statement prepare(std::string_view sql);
@@ -51,7 +54,11 @@ class Database {
   struct Close {
     void operator()(sqlite3* connection) const;
   };
+  [[noreturn]] void fail() const;
+
+  std::unique_ptr<std::uint64_t> looksLeft;  ///< until stopAfter stops
   std::unique_ptr<sqlite3, Close> connection;
+  RaiseFailure raise = raiseAsItIs;
 };
 
 /// A transaction that writes, rolled back unless it is committed.
@@ -69,5 +76,4 @@ class Transaction {
   bool open = true;
 };
 
-}  // namespace database
 }  // namespace quon

@@ -4,7 +4,6 @@
 #include <string>
 
 namespace quon {
-inline namespace database {
 
 /// Why SQLite could not do what it was asked. what() is SQLite's message, with the path where a file could
 /// not be opened.
@@ -12,7 +11,8 @@ class DatabaseError : public std::runtime_error {
  public:
   enum class Kind {
     busy,     ///< another connection holds a lock, and did so until the busy timeout was over
-    damaged,  ///< not a database, a torn one, or one that holds another type than its schema says
+    damaged,  ///< not a database, or a torn one
+    foreign,  ///< a value of another type than was asked for: the file is not ours
     stopped,  ///< the flag of Database::stopWhen was set
     other,
   };
@@ -21,8 +21,14 @@ class DatabaseError : public std::runtime_error {
   /// Of one of SQLite's result codes.
   [[nodiscard]] static DatabaseError ofStatus(int status, const std::string& message);
 
+  /// Not to be mended: what is in the file cannot be relied on.
+  [[nodiscard]] bool isUnusable() const { return kind == Kind::damaged || kind == Kind::foreign; }
+
   const Kind kind;
 };
 
-}  // namespace database
+/// Throws the failure of a connection as the exception that whoever opened it promises.
+using RaiseFailure = void (*)(const DatabaseError& failure);
+[[noreturn]] void raiseAsItIs(const DatabaseError& failure);
+
 }  // namespace quon

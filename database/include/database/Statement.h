@@ -4,12 +4,13 @@
 #include <memory>
 #include <string_view>
 
+#include "database/DatabaseError.h"
+
 struct sqlite3_stmt;
 
 namespace quon {
-inline namespace database {
 
-/// A prepared statement, finalised by its destructor. Failures are DatabaseError with SQLite's message.
+/// A prepared statement, finalised by its destructor. Failures are raised as its connection's are.
 /// Threads: that of its connection.
 class Statement {
  public:
@@ -27,8 +28,8 @@ class Statement {
   void run();
   void reset();
 
-  /// Columns count from 0. A column of another type than asked for is a DatabaseError (damaged): the schema
-  /// does not hold such a thing, so the file is not ours.
+  /// Columns count from 0. A column of another type than asked for is a failure (foreign): the schema does
+  /// not hold such a thing.
   [[nodiscard]] std::int64_t integer(int column) const;
   /// A size, count or identifier: an integer that is not negative.
   [[nodiscard]] std::uint64_t size(int column) const;
@@ -42,9 +43,13 @@ class Statement {
   struct Finalise {
     void operator()(sqlite3_stmt* statement) const;
   };
-  explicit Statement(sqlite3_stmt* prepared) : statement(prepared) {}
+  Statement(sqlite3_stmt* prepared, RaiseFailure failing) : statement(prepared), raise(failing) {}
+  void check(int status) const;
+  [[noreturn]] void fail(int status) const;
+  [[noreturn]] void failType(const char* expected) const;
+
   std::unique_ptr<sqlite3_stmt, Finalise> statement;
+  RaiseFailure raise = raiseAsItIs;
 };
 
-}  // namespace database
 }  // namespace quon

@@ -67,6 +67,15 @@ Content read(const std::string& file) {
   return content;
 }
 
+void forgetSoleNames(Content& content) {
+  for (const auto& [id, names] : content.names) {
+    if (names.size() != 1 || content.countedAs[id].size() != 1) continue;
+    content.singles[*names.begin()] = content.countedAs[id].front() + ";";
+    content.countedAs.erase(id);
+  }
+  std::erase_if(content.names, [](const auto& file) { return file.second.size() == 1; });
+}
+
 std::string shown(const std::string& text) {
   return text;
 }
@@ -128,9 +137,13 @@ void collect(const DirNode& root, std::map<std::string, std::string>& nodes) {
 
 }  // namespace
 
-std::string differences(const std::string& patchedIndex, const std::string& freshIndex) {
-  const Content patched = read(patchedIndex);
-  const Content fresh = read(freshIndex);
+std::string differences(const std::string& patchedIndex, const std::string& freshIndex, SoleNames soleNames) {
+  Content patched = read(patchedIndex);
+  Content fresh = read(freshIndex);
+  if (soleNames == SoleNames::alike) {
+    forgetSoleNames(patched);
+    forgetSoleNames(fresh);
+  }
   std::string told;
   compare("folder", patched.folders, fresh.folders, told);
   compare("file", patched.singles, fresh.singles, told);

@@ -11,7 +11,7 @@
 #include "base/RefPtr.h"
 #include "scan/DirNode.h"
 #include "scan/FileBatch.h"
-#include "store/Sqlite.h"
+#include "database/Database.h"
 
 namespace quon {
 

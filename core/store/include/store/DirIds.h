@@ -22,8 +22,8 @@ class DirIds {
   DirIds& operator=(DirIds&& other) noexcept;
 
   void reserve(std::size_t count);
-  /// `parent` is the index that `add` returned for the parent's folder; ignored for the first, the root. Nullopt
-  /// when the id is not larger than the one before, or the parent has a folder of that name already.
+  /// `parent` is the index that `add` returned for the parent's folder; ignored for the first, the root.
+  /// Nullopt when the id is not larger than the one before, or the parent has a folder of that name already.
   [[nodiscard]] std::optional<std::uint32_t> add(std::int64_t id, std::uint32_t parent, DirNode& node);
 
   [[nodiscard]] std::optional<std::int64_t> find(std::string_view path) const;

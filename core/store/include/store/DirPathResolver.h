@@ -3,10 +3,9 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-
 #include <unordered_map>
 
-#include "store/Sqlite.h"
+#include "database/Database.h"
 
 namespace quon {
 
@@ -21,7 +20,7 @@ class DirPathResolver {
   Statement lookUp;
   const std::string rootPath;
   std::unordered_map<std::int64_t, std::string> known;
-  std::string found;                   ///< the path told last
+  std::string found;                    ///< the path told last
   std::optional<std::int64_t> foundId;  ///< whose it is
 };
 

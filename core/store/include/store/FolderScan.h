@@ -39,7 +39,7 @@ class FolderScan {
     std::string notSaved;        ///< why an index that was asked for was not saved; "" when it was
     std::uint64_t eventId = 0;   ///< from which live updates go on; 0 when they cannot
     std::uint32_t rootDev = 0;
-    bool cancelled = false;      ///< nothing else holds then, and nothing was saved
+    bool cancelled = false;  ///< nothing else holds then, and nothing was saved
   };
 
   FolderScan(const Platform& platform, Options options);

@@ -125,7 +125,7 @@ Database openFile(const std::string& file) {
     database.keepLogOnClose();
     return database;
   } catch (const DatabaseError& failure) {
-    if (failure.kind != DatabaseError::Kind::damaged) throw;
+    if (!failure.isUnusable()) throw;
     return {};
   }
 }

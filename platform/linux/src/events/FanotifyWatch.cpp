@@ -8,6 +8,7 @@
 // from the beginning, so nothing has to be placed, and nothing that happens in a new folder is missed.
 #include "FanotifyWatch.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
@@ -123,6 +124,7 @@ void FanotifyWatch::gather(const fanotify_event_metadata& event, const char* rec
   if ((event.mask & FAN_ONDIR) == 0) return;
   if ((event.mask & FAN_MOVE_SELF) != 0) change.moved = true;
   if ((event.mask & FAN_CREATE) != 0) change.gotFolder = true;
+  if ((event.mask & FAN_ATTRIB) != 0) change.attributes = true;
 }
 
 std::string FanotifyWatch::resolve(const Descriptor& rootFolder, const std::string& handle,
@@ -159,6 +161,10 @@ void FanotifyWatch::reportNewFolders(const Descriptor& folder, const std::string
   }
 }
 
+Descriptor FanotifyWatch::openAsUser(const Descriptor& rootFolder, const std::string& path) const {
+  return openFolder(rootFolder.get(), std::string(*relativeTo(path, settings.root)));
+}
+
 void FanotifyWatch::collect(FolderChanges& into) {
   const std::int64_t now = wallNow();
   boost::unordered_flat_map<std::string, Change> batch;
@@ -171,8 +177,17 @@ void FanotifyWatch::collect(FolderChanges& into) {
     std::string path = resolve(rootFolder, handle, beyond);
     if (path.empty()) continue;
     // With the user's own rights.
-    const Descriptor folder = openFolder(rootFolder.get(), std::string(*relativeTo(path, settings.root)));
-    if (!folder.isOpen()) continue;
+    const Descriptor folder = openAsUser(rootFolder, path);
+    if (!folder.isOpen()) {
+      // Who may list the folder above sees the attributes of this one, and that it was closed.
+      const std::size_t slash = path.rfind('/');
+      std::string above = path.substr(0, std::max<std::size_t>(slash, 1));
+      if (change.attributes && errno == EACCES && isInside(above, settings.root) &&
+          openAsUser(rootFolder, above).isOpen()) {
+        addChange(into, std::move(above), false);
+      }
+      continue;
+    }
     if (change.gotFolder) reportNewFolders(folder, path, into);
     const bool deep = beyond || (change.moved && path != settings.root);
     addChange(into, std::move(path), deep);

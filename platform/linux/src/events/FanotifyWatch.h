@@ -32,10 +32,13 @@ class FanotifyWatch final : public RootWatch {
 
  private:
   struct Change {
-    bool moved = false;      ///< the folder itself
-    bool gotFolder = false;  ///< a folder was made in it
+    bool moved = false;       ///< the folder itself
+    bool gotFolder = false;   ///< a folder was made in it
+    bool attributes = false;  ///< its own changed
   };
 
+  /// With the user's own rights. `path` is the root's or below it.
+  [[nodiscard]] Descriptor openAsUser(const Descriptor& rootFolder, const std::string& path) const;
   void gather(const fanotify_event_metadata& event, const char* record);
   /// The folder of a handle, by a path that the user may list; "" for none below the root.
   [[nodiscard]] std::string resolve(const Descriptor& rootFolder, const std::string& handle,

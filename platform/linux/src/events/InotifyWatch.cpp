@@ -209,8 +209,9 @@ void InotifyWatch::settle(const Doubt& doubt) {
       tree->detach(child);
       limbo.insert(child);
     }
-    // One that may not be opened has no watch, but it is there.
+    // One that may not be opened has no watch, but it is there; its attributes show in its parent's listing.
     if (!isGone(reason) && doubt.appeared) deepPaths.push_back(*path);
+    if (!isGone(reason) && !doubt.appeared) changed.insert(doubt.parent);
     return;
   }
   if (facts.device != settings.device) {

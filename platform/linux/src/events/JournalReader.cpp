@@ -159,7 +159,7 @@ void JournalReader::readOn(LiveStream& stream) {
 }
 
 void JournalReader::failed(const DatabaseError& failure) {
-  if (failure.kind == DatabaseError::Kind::damaged) {
+  if (failure.isUnusable()) {
     journal.reset();
     EventJournal::setAside(stateFolder, log);
   }
@@ -169,8 +169,7 @@ void JournalReader::failed(const DatabaseError& failure) {
     log.line(fmt::format("cannot read the event journal in {} and keep trying: {}", displayText(stateFolder),
                          busy ? "another program has locked it" : failure.what()));
   }
-  retry = Clock::now() +
-          (failure.kind == DatabaseError::Kind::damaged ? std::chrono::milliseconds(0) : kBetweenRetries);
+  retry = Clock::now() + (failure.isUnusable() ? std::chrono::milliseconds(0) : kBetweenRetries);
 }
 
 }  // namespace quon

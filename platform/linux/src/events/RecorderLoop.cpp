@@ -82,7 +82,7 @@ RecorderLoop::RecorderLoop(const Folders& folders, Log& lines, const EventOption
   try {
     loadRoots();
   } catch (const DatabaseError& failure) {
-    if (failure.kind != DatabaseError::Kind::damaged) throw;
+    if (!failure.isUnusable()) throw;
     roots.clear();
     journalFailed(failure);
   }
@@ -258,7 +258,7 @@ void RecorderLoop::commit() {
 }
 
 void RecorderLoop::journalFailed(const DatabaseError& failure) {
-  if (failure.kind == DatabaseError::Kind::damaged) {
+  if (failure.isUnusable()) {
     journal.reset();  // opened anew by the next turn
     EventJournal::setAside(stateFolder, log);
     readNow = true;
