@@ -6,7 +6,7 @@
 #include <string>
 #include <variant>
 
-#include "model/Entry.h"
+#include "rows/Entry.h"
 
 namespace quon::cli {
 

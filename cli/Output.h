@@ -7,7 +7,7 @@
 
 #include <nlohmann/json_fwd.hpp>
 
-#include "model/Entry.h"
+#include "rows/Entry.h"
 
 namespace quon::cli {
 

@@ -4,7 +4,7 @@
 #include <span>
 #include <string>
 
-#include "model/Entry.h"
+#include "rows/Entry.h"
 
 namespace quon::cli {
 

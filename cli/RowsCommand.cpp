@@ -9,7 +9,7 @@
 #include "base/HumanBytes.h"
 #include "base/Path.h"
 #include "base/Text.h"
-#include "model/FolderRows.h"
+#include "rows/FolderRows.h"
 #include "scan/Walker.h"
 
 namespace quon::cli {

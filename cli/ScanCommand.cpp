@@ -9,8 +9,8 @@
 #include "base/HumanBytes.h"
 #include "base/Path.h"
 #include "base/Text.h"
-#include "model/FolderRows.h"
 #include "platform/Files.h"
+#include "rows/FolderRows.h"
 
 namespace quon::cli {
 namespace {

@@ -19,7 +19,7 @@
 #include <sqlite3.h>
 #include <string>
 
-#include "model/FolderRows.h"
+#include "rows/FolderRows.h"
 #include "store/ScanStore.h"
 #include "store/StoreError.h"
 #include "support/RawIndex.h"

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "model/Entry.h"
+#include "rows/Entry.h"
 
 namespace quon {
 

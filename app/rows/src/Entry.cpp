@@ -1,4 +1,4 @@
-#include "model/Entry.h"
+#include "rows/Entry.h"
 
 #include "base/Path.h"
 

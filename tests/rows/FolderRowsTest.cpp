@@ -6,7 +6,7 @@
 #include <set>
 
 #include "base/Path.h"
-#include "model/FolderRows.h"
+#include "rows/FolderRows.h"
 #include "support/SampleTree.h"
 #include "support/Seed.h"
 

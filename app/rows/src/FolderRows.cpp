@@ -1,4 +1,4 @@
-#include "model/FolderRows.h"
+#include "rows/FolderRows.h"
 
 #include <algorithm>
 #include <utility>
