@@ -80,6 +80,30 @@ TEST(KeyFileDefaults, ReadsOneGroupAndTakesWhatIsNoKeyFileForEmpty) {
   EXPECT_EQ(defaults.text("root"), std::nullopt);
 }
 
+TEST(KeyFileDefaults, KeepsWhatIsSetBesideWhatTheUserWrote) {
+  const TempFolder temp;
+  KeyFileDefaults defaults(temp.at("config/quon"));
+  EXPECT_EQ(defaults.texts("recentRoots"), std::vector<std::string>());
+  EXPECT_FALSE(defaults.flag("hasOnboarded"));
+  const std::vector<std::string> roots{"/home/me/a;b", "/line\nbreak\\ ", "/stray\xff", "/\xc3\xa9"};
+  defaults.setTexts("recentRoots", roots);
+  defaults.setFlag("hasOnboarded", true);
+  EXPECT_EQ(KeyFileDefaults(temp.at("config/quon")).texts("recentRoots"), roots);
+  EXPECT_TRUE(defaults.flag("hasOnboarded"));
+
+  std::ofstream(temp.at("config/quon/defaults.ini")) << "# mine\n[quon]\nroot=/home\n";
+  defaults.setTexts("recentRoots", {});
+  EXPECT_EQ(defaults.text("root"), "/home");
+  EXPECT_EQ(defaults.texts("recentRoots"), std::vector<std::string>());
+  std::ifstream kept(temp.at("config/quon/defaults.ini"));
+  const std::string content{std::istreambuf_iterator<char>(kept), {}};
+  EXPECT_NE(content.find("# mine"), std::string::npos);
+
+  std::filesystem::remove_all(temp.at("config/quon"));
+  std::ofstream(temp.at("config/quon")) << "a file where the folder belongs";
+  EXPECT_THROW(defaults.setFlag("hasOnboarded", true), std::system_error);
+}
+
 TEST(Threads, BearTheirNameAndStackAndAreJoined) {
   constexpr std::size_t stackBytes = 4194304;
   std::array<char, 64> name{};

@@ -2,7 +2,9 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <map>
+#include <sys/mount.h>
 
+#include "store/FolderScan.h"
 #include "store/IndexCatalog.h"
 #include "store/ScanStore.h"
 #include "support/ChildProcess.h"
@@ -116,6 +118,38 @@ TEST(Catalog, TellsAnAbsentVolumeFromADeletedFolder) {
     auto found = byRoot(IndexCatalog::list(linuxPlatform(), index));
     ASSERT_EQ(found.size(), expected.size());
     for (const auto& [root, status] : expected) EXPECT_EQ(found[root].status, status) << root;
+  });
+}
+
+TEST(Catalog, CollectsWhatIsOfNoUseAnyMoreAndNothingElse) {
+  const TempFolder top;
+  inPrivateMounts([&] {
+    const std::string index = top.folder("index");
+    const auto scan = [&](const std::string& root) {
+      return FolderScan(linuxPlatform(), {.root = root, .indexDirectory = index}).run().index;
+    };
+    // A disk that is mounted by hand, anywhere.
+    mountTmpfs(top.folder("disk"));
+    const std::string unplugged = scan(top.folder("disk/photos"));
+    const std::string live = scan(top.folder("live"));
+    const std::string orphaned = scan(top.folder("deleted"));
+    const auto orphanedBytes = fs::file_size(orphaned);
+    ASSERT_EQ(::umount2(top.at("disk").c_str(), MNT_DETACH), 0);
+    fs::remove(top.at("deleted"));
+    const std::string unusable = top.file("index/broken.sqlite", 700);
+    const std::string young = top.file("index/a.sqlite.building-1", 30);
+    const std::string stale = top.file("index/b.sqlite.building-2", 40);
+    fs::last_write_time(stale, fs::file_time_type::clock::now() - std::chrono::hours(2));
+
+    const IndexCatalog::Collected collected = IndexCatalog::collectGarbage(linuxPlatform(), index);
+    EXPECT_EQ(collected.indexes, 1U);
+    EXPECT_EQ(collected.bytes, orphanedBytes + 40);
+    for (const std::string& kept : {unplugged, live, unusable, young}) EXPECT_TRUE(fs::exists(kept)) << kept;
+    for (const std::string& gone : {orphaned, stale}) EXPECT_FALSE(fs::exists(gone)) << gone;
+    EXPECT_EQ(byRoot(IndexCatalog::list(linuxPlatform(), index))[top.at("disk/photos")].status,
+              Status::offline);
+    EXPECT_EQ(IndexCatalog::collectGarbage(linuxPlatform(), index).bytes, 0U);
+    EXPECT_EQ(IndexCatalog::collectGarbage(linuxPlatform(), top.at("none")).indexes, 0U);
   });
 }
 

@@ -18,7 +18,7 @@
 #include <thread>
 #include <unistd.h>
 
-#include "platform/Files.h"
+#include "platform_linux/LinuxFiles.h"
 #include "platform/Threads.h"
 #include "store/FolderScan.h"
 #include "store/ScanStore.h"
@@ -197,36 +197,16 @@ TEST(Interrupt, OfAScanLeavesEitherAResultOrNothing) {
 }
 
 /// The system's files, but for a call when an index has been moved into place.
-class WatchedFiles final : public FileService {
+class WatchedFiles final : public LinuxFiles {
  public:
-  WatchedFiles(const Platform& platform, std::function<void()> callback)
-      : real(platform.files), afterMove(std::move(callback)) {}
+  explicit WatchedFiles(std::function<void()> callback) : afterMove(std::move(callback)) {}
 
   void replace(const std::string& from, const std::string& to) const override {
-    real.replace(from, to);
+    LinuxFiles::replace(from, to);
     afterMove();
-  }
-  [[nodiscard]] std::optional<PathFacts> facts(const std::string& path,
-                                               std::error_code& error) const override {
-    return real.facts(path, error);
-  }
-  [[nodiscard]] std::optional<std::string> canonical(const std::string& path,
-                                                     std::error_code& error) const override {
-    return real.canonical(path, error);
-  }
-  [[nodiscard]] std::error_code readable(const std::string& folder) const override {
-    return real.readable(folder);
-  }
-  [[nodiscard]] std::vector<std::string> mountPoints() const override { return real.mountPoints(); }
-  void makePrivateFolder(const std::string& path) const override { real.makePrivateFolder(path); }
-  void createPrivateFile(const std::string& path) const override { real.createPrivateFile(path); }
-  bool remove(const std::string& path) const override { return real.remove(path); }
-  [[nodiscard]] std::vector<FolderItem> list(const std::string& folder) const override {
-    return real.list(folder);
   }
 
  private:
-  const FileService& real;
   const std::function<void()> afterMove;
 };
 
@@ -250,7 +230,7 @@ TEST(Interrupt, OfAScanWhoseIndexStandsComesTooLate) {
   const TempFolder top;
   (void)top.file("tree/x", 1);
   std::atomic<FolderScan*> running{nullptr};
-  const WatchedFiles files(linuxPlatform(), [&] { running.load()->cancel(); });
+  const WatchedFiles files([&] { running.load()->cancel(); });
   const Platform platform{linuxPlatform().directories, files, linuxPlatform().threads};
   FolderScan scan(platform, {.root = top.at("tree"), .indexDirectory = top.folder("index")});
   running = &scan;

@@ -88,7 +88,7 @@ LinkResolver::Linked LinkResolver::gather(std::uint64_t fileID) {
 std::uint64_t LinkResolver::presentLinkCount(std::uint64_t fileID, const Linked& linked) const {
   for (const Fresh& fresh : linked.fresh) {
     std::error_code gone;
-    const auto facts = builder.platform.files.facts(joinPath(pathPrefix(fresh.folder), fresh.name), gone);
+    const auto facts = builder.platform.files.ownFacts(joinPath(pathPrefix(fresh.folder), fresh.name), gone);
     if (facts && facts->fileID == fileID) return facts->linkCount;
   }
   return 0;
@@ -174,7 +174,7 @@ void LinkResolver::forgetLastName(const LinkSighting& last) {
   const std::optional<std::string> folder = builder.patcher.path(last.dirId);
   if (!folder) return;
   std::error_code gone;
-  const auto facts = builder.platform.files.facts(joinPath(pathPrefix(*folder), last.name), gone);
+  const auto facts = builder.platform.files.ownFacts(joinPath(pathPrefix(*folder), last.name), gone);
   if (facts && facts->linkCount == 1) builder.batch.linkDeletes.push_back(last);
 }
 

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "StaleBuilds.h"
 #include "base/Path.h"
 #include "platform/Files.h"
 #include "store/IndexMeta.h"
@@ -37,13 +38,22 @@ bool isUnplugged(const std::string& root, const std::vector<std::string>& mounte
   return false;
 }
 
-IndexEntry::Status statusOf(const Platform& platform, const std::string& root,
+/// True when the file system that held the root when it was scanned is not mounted there now.
+bool lostItsVolume(const MetaMap& meta, const std::vector<std::string>& mounted) {
+  const auto point = meta.find("mountPoint");
+  return point != meta.end() && point->second != "/" &&
+         std::ranges::find(mounted, point->second) == mounted.end();
+}
+
+IndexEntry::Status statusOf(const Platform& platform, const MetaMap& meta,
                             const std::vector<std::string>& mounted) {
+  const std::string& root = meta.at("root");
   std::error_code error;
   const auto facts = platform.files.facts(root, error);
   if (facts && facts->isDirectory) return IndexEntry::Status::live;
   if (!facts && error != std::errc::no_such_file_or_directory) return IndexEntry::Status::offline;
-  return isUnplugged(root, mounted) ? IndexEntry::Status::offline : IndexEntry::Status::orphaned;
+  return lostItsVolume(meta, mounted) || isUnplugged(root, mounted) ? IndexEntry::Status::offline
+                                                                    : IndexEntry::Status::orphaned;
 }
 
 IndexEntry readEntry(const Platform& platform, const std::string& url,
@@ -59,7 +69,7 @@ IndexEntry readEntry(const Platform& platform, const std::string& url,
     if (decodeCount(meta, "format") != static_cast<std::uint64_t>(ScanStore::formatVersion)) return entry;
     entry.scannedAt = decodeSeconds(meta, "scannedAt");
     entry.root = meta.at("root");
-    entry.status = statusOf(platform, entry.root, mounted);
+    entry.status = statusOf(platform, meta, mounted);
   } catch (const StoreError&) {
     entry.status = IndexEntry::Status::unusable;
   } catch (const std::invalid_argument&) {
@@ -91,6 +101,26 @@ std::vector<IndexEntry> IndexCatalog::list(const Platform& platform, const std::
     });
   }
   return entries;
+}
+
+IndexCatalog::Collected IndexCatalog::collectGarbage(const Platform& platform,
+                                                     const std::string& indexDirectory) {
+  Collected collected;
+  for (const IndexEntry& entry : list(platform, indexDirectory)) {
+    if (entry.status != IndexEntry::Status::orphaned || !platform.files.remove(entry.url)) continue;
+    ++collected.indexes;
+    collected.bytes += entry.bytes;
+  }
+  collected.bytes += removeStaleBuilds(platform.files, indexDirectory, "");
+  return collected;
+}
+
+std::string IndexCatalog::mountPointOf(std::string_view path, const std::vector<std::string>& mountPoints) {
+  std::string deepest = "/";
+  for (const std::string& point : mountPoints) {
+    if (isInside(path, point) && point.size() > deepest.size()) deepest = point;
+  }
+  return deepest;
 }
 
 const IndexEntry* IndexCatalog::nearest(const std::vector<IndexEntry>& entries, const std::string& path) {

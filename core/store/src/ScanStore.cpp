@@ -18,6 +18,7 @@
 
 #include "BatchTable.h"
 #include "IndexSchema.h"
+#include "StaleBuilds.h"
 #include "base/Mutex.h"
 #include "base/Path.h"
 #include "base/Sha256.h"
@@ -26,6 +27,7 @@
 #include "platform/Files.h"
 #include "platform/Threads.h"
 #include "scan/DirNode.h"
+#include "store/IndexCatalog.h"
 #include "store/IndexDatabase.h"
 #include "store/IndexMeta.h"
 #include "store/StoreError.h"
@@ -42,7 +44,6 @@ constexpr std::size_t kWakeAt = 256;
 constexpr std::size_t kWakeAtBytes = std::size_t{512} * 1024;
 constexpr std::int64_t kRowsPerTransaction = 100000;
 constexpr std::size_t kWriterStack = std::size_t{1024} * 1024;
-constexpr std::int64_t kStaleSeconds = 3600;
 /// What file systems allow (NAME_MAX), and what is added to the last component: "-" + digest + ".sqlite" +
 /// ".building-" + UUID, the longest name built from it.
 constexpr std::size_t kLongestName = 255;
@@ -108,7 +109,6 @@ class ScanStore::Writer {
     std::vector<Link> links;
   };
 
-  void sweepStaleBuilds();
   void write();
   [[nodiscard]] bool take(Drained& drained) QUON_EXCLUDES(lock);
   void writeRows(const Drained& drained);
@@ -183,8 +183,10 @@ const char* ScanStore::patchIndexSQL() {
 ScanStore::Writer::Writer(const Platform& services, std::string url)
     : finalURL(std::move(url)), buildingURL(finalURL + ".building-" + freshUuid()), platform(services) {
   try {
-    platform.files.makePrivateFolder(finalURL.substr(0, finalURL.rfind('/')));
-    sweepStaleBuilds();
+    const std::size_t slash = finalURL.rfind('/');
+    platform.files.makePrivateFolder(finalURL.substr(0, slash));
+    removeStaleBuilds(platform.files, finalURL.substr(0, slash),
+                      std::string_view(finalURL).substr(slash + 1));
     platform.files.createPrivateFile(buildingURL);
   } catch (const std::system_error& reason) {
     throw StoreError::sqlite("cannot open " + displayText(buildingURL) + ": " + reason.what());
@@ -206,19 +208,6 @@ ScanStore::Writer::Writer(const Platform& services, std::string url)
   } catch (...) {
     platform.files.remove(buildingURL);
     throw;
-  }
-}
-
-/// A build that is younger may belong to another scan of the same root.
-void ScanStore::Writer::sweepStaleBuilds() {
-  const std::size_t slash = finalURL.rfind('/');
-  const std::string folder = finalURL.substr(0, slash);
-  const std::string prefix = finalURL.substr(slash + 1) + ".building";
-  const auto now = static_cast<std::int64_t>(secondsSince1970());
-  for (const FolderItem& item : platform.files.list(folder)) {
-    if (item.name.starts_with(prefix) && now - item.mtime > kStaleSeconds) {
-      platform.files.remove(joinPath(folder, item.name));
-    }
   }
 }
 
@@ -364,8 +353,11 @@ void ScanStore::Writer::complete(std::string_view rootPath, std::int64_t elapsed
   database.exec(kPatchIndexScript);
   {
     Statement upsert = database.prepare("INSERT OR REPLACE INTO meta (key, value) VALUES (?, ?)");
-    for (const auto& [key, value] :
-         metaRows(rootPath, elapsedMs, result, lastEventId, rootDev, secondsSince1970())) {
+    auto rows = metaRows(rootPath, elapsedMs, result, lastEventId, rootDev, secondsSince1970());
+    // For the catalogue: an unmounted volume is no deleted folder.
+    rows.insert(rows.end() - 1,
+                {"mountPoint", IndexCatalog::mountPointOf(rootPath, platform.files.mountPoints())});
+    for (const auto& [key, value] : rows) {
       upsert.bind(1, key);
       upsert.bind(2, value);
       upsert.run();

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "LoadProbe.h"
-#include "store/ScanStore.h"
 #include "database/Database.h"
+#include "store/ScanStore.h"
 
 namespace quon {
 

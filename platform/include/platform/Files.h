@@ -34,6 +34,9 @@ class FileService {
   /// Facts of the path, following links; nullopt with the reason when it cannot be looked at.
   [[nodiscard]] virtual std::optional<PathFacts> facts(const std::string& path,
                                                        std::error_code& error) const = 0;
+  /// The same of the path itself: a link is not followed.
+  [[nodiscard]] virtual std::optional<PathFacts> ownFacts(const std::string& path,
+                                                          std::error_code& error) const = 0;
   /// The absolute path without links, "." and ".."; nullopt with the reason.
   [[nodiscard]] virtual std::optional<std::string> canonical(const std::string& path,
                                                              std::error_code& error) const = 0;

@@ -31,15 +31,9 @@ std::error_code lastError() {
   throw std::system_error(lastError(), operation + (" " + displayText(path)));
 }
 
-}  // namespace
-
-Descriptor::~Descriptor() {
-  if (number >= 0) ::close(number);
-}
-
-std::optional<PathFacts> LinuxFiles::facts(const std::string& path, std::error_code& error) const {
+std::optional<PathFacts> factsOf(const std::string& path, int flags, std::error_code& error) {
   struct stat found {};
-  if (::stat(path.c_str(), &found) != 0) {
+  if (::fstatat(AT_FDCWD, path.c_str(), &found, flags) != 0) {
     error = lastError();
     return std::nullopt;
   }
@@ -49,6 +43,20 @@ std::optional<PathFacts> LinuxFiles::facts(const std::string& path, std::error_c
                    .linkCount = found.st_nlink,
                    .logical = static_cast<std::uint64_t>(found.st_size),
                    .mtime = found.st_mtim.tv_sec};
+}
+
+}  // namespace
+
+Descriptor::~Descriptor() {
+  if (number >= 0) ::close(number);
+}
+
+std::optional<PathFacts> LinuxFiles::facts(const std::string& path, std::error_code& error) const {
+  return factsOf(path, 0, error);
+}
+
+std::optional<PathFacts> LinuxFiles::ownFacts(const std::string& path, std::error_code& error) const {
+  return factsOf(path, AT_SYMLINK_NOFOLLOW, error);
 }
 
 std::optional<std::string> LinuxFiles::canonical(const std::string& path, std::error_code& error) const {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/Platform.h"
@@ -12,7 +13,7 @@ namespace quon {
 struct IndexEntry {
   enum class Status {
     live,      ///< the root exists
-    offline,   ///< the root lies on a removable volume that is not mounted
+    offline,   ///< the root lay on a volume that is not mounted now
     orphaned,  ///< the root was deleted
     unusable,  ///< the file cannot be read as an index
   };
@@ -30,6 +31,19 @@ namespace IndexCatalog {
 
 /// Every index in the folder, newest first; builds under way are no indexes.
 [[nodiscard]] std::vector<IndexEntry> list(const Platform& platform, const std::string& indexDirectory);
+
+/// What a collection removed.
+struct Collected {
+  std::uint64_t indexes = 0;
+  std::uint64_t bytes = 0;  ///< of the indexes and of builds that were never finished
+};
+
+/// Removes the indexes of roots that were deleted, and builds that no scan has written to for an hour. Never
+/// one that is live, offline or unusable. std::system_error when one cannot be removed.
+Collected collectGarbage(const Platform& platform, const std::string& indexDirectory);
+
+/// The deepest of the mount points that holds the path; "/" when none does.
+[[nodiscard]] std::string mountPointOf(std::string_view path, const std::vector<std::string>& mountPoints);
 
 /// The live index whose root holds `path` most closely; nullptr when there is none.
 [[nodiscard]] const IndexEntry* nearest(const std::vector<IndexEntry>& entries, const std::string& path);

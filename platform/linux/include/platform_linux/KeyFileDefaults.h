@@ -4,14 +4,20 @@
 
 namespace quon {
 
-/// The group "quon" of the key file defaults.ini in the configuration folder.
+/// The group "quon" of the key file defaults.ini in the configuration folder. A file that is missing or is no key
+/// file sets nothing. What the user wrote in the file stays: comments, and keys that are not known here.
 class KeyFileDefaults final : public UserDefaults {
  public:
   explicit KeyFileDefaults(std::string configFolder);
-  /// A file that is missing or is no key file sets nothing.
+
   [[nodiscard]] std::optional<std::string> text(const std::string& key) const override;
+  [[nodiscard]] std::vector<std::string> texts(const std::string& key) const override;
+  [[nodiscard]] bool flag(const std::string& key) const override;
+  void setTexts(const std::string& key, const std::vector<std::string>& texts) override;
+  void setFlag(const std::string& key, bool flag) override;
 
  private:
+  const std::string folder;
   const std::string file;
 };
 

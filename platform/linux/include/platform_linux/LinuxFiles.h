@@ -4,10 +4,12 @@
 
 namespace quon {
 
-class LinuxFiles final : public FileService {
+class LinuxFiles : public FileService {
  public:
   [[nodiscard]] std::optional<PathFacts> facts(const std::string& path,
                                                std::error_code& error) const override;
+  [[nodiscard]] std::optional<PathFacts> ownFacts(const std::string& path,
+                                                  std::error_code& error) const override;
   [[nodiscard]] std::optional<std::string> canonical(const std::string& path,
                                                      std::error_code& error) const override;
   [[nodiscard]] std::error_code readable(const std::string& folder) const override;
