@@ -70,17 +70,4 @@ std::vector<Entry> largestFiles(const RefPtr<DirNode>& node, std::string_view ro
   return rows;
 }
 
-RefPtr<DirNode> folderAt(const RefPtr<DirNode>& root, std::string_view pathBelowRoot) {
-  RefPtr<DirNode> at = root;
-  for (std::string_view rest = pathBelowRoot; !rest.empty() && at;) {
-    const std::size_t slash = rest.find('/');
-    const std::string_view name = rest.substr(0, slash);
-    rest = slash == std::string_view::npos ? std::string_view() : rest.substr(slash + 1);
-    const auto child =
-        std::ranges::find(at->subdirs, name, [](const auto& node) { return std::string_view(node->name); });
-    at = child == at->subdirs.end() ? RefPtr<DirNode>() : *child;
-  }
-  return at;
-}
-
 }  // namespace quon

@@ -14,15 +14,14 @@
 #include "store/ScanStore.h"
 
 namespace quon::Refresh {
-namespace {
-
-constexpr std::chrono::seconds kReplayTimeout{30};
 
 /// Gathers what the journal replays. Threads: filled on the stream's queue, awaited on the caller's.
-class Collector {
+class HistoryCollector {
  public:
-  void take(std::span<const FolderEvent> events) QUON_EXCLUDES(lock) {
-    const MutexLock held(lock);
+  explicit HistoryCollector(CatchUpCancel& ending) : shared(ending) {}
+
+  void take(std::span<const FolderEvent> events) {
+    const MutexLock held(shared.lock);
     for (const FolderEvent& event : events) {
       if ((event.flags & EventFlag::historyDone) != 0) {
         done = true;
@@ -33,42 +32,53 @@ class Collector {
         paths.push_back(event);
       }
     }
-    if (done) changed.broadcast();
+    if (done) shared.changed.broadcast();
   }
 
-  /// False when the time is up.
-  [[nodiscard]] bool wait() QUON_EXCLUDES(lock) {
-    const auto deadline = std::chrono::steady_clock::now() + kReplayTimeout;
-    const MutexLock held(lock);
-    while (!done && std::chrono::steady_clock::now() < deadline) changed.waitUntil(lock, deadline);
-    return done;
+  /// Throws Failure when the time is up, or the wait was cancelled.
+  void wait(std::chrono::seconds longest) {
+    const auto deadline = std::chrono::steady_clock::now() + longest;
+    const MutexLock held(shared.lock);
+    while (!done && !shared.cancelled && std::chrono::steady_clock::now() < deadline) {
+      shared.changed.waitUntil(shared.lock, deadline);
+    }
+    if (shared.cancelled) throw Failure::cancelled();
+    if (!done) throw Failure::journalUnavailable("replay timed out");
   }
 
-  [[nodiscard]] std::vector<FolderEvent> result() QUON_EXCLUDES(lock) {
-    const MutexLock held(lock);
+  [[nodiscard]] std::vector<FolderEvent> result() {
+    const MutexLock held(shared.lock);
     if (dropped) throw Failure::journalUnavailable(*dropped);
     return std::move(paths);
   }
 
  private:
-  Mutex lock;
-  Condition changed;
-  std::vector<FolderEvent> paths QUON_GUARDED_BY(lock);
-  std::optional<std::string> dropped QUON_GUARDED_BY(lock);
-  bool done QUON_GUARDED_BY(lock) = false;
+  CatchUpCancel& shared;  // whose lock guards all below
+  std::vector<FolderEvent> paths;
+  std::optional<std::string> dropped;
+  bool done = false;
 };
 
-std::vector<FolderEvent> changedPaths(EventService& events, const std::string& root, std::uint64_t since) {
-  Collector collector;
+namespace {
+
+constexpr std::chrono::seconds kReplayTimeout{30};
+
+std::vector<FolderEvent> changedPaths(EventService& events, const std::string& root, std::uint64_t since,
+                                      CatchUpCancel& cancel) {
+  HistoryCollector collector(cancel);
   ThreadQueue queue([] {});
   const std::unique_ptr<EventStream> stream = events.create(
       {.root = root, .since = since, .latency = std::chrono::duration<double>(0.0), .watchRoot = true}, queue,
       [&](std::span<const FolderEvent> batch) { collector.take(batch); });
   if (!stream) throw Failure::journalUnavailable("stream creation failed");
   if (!stream->start()) throw Failure::journalUnavailable("stream start failed");
-  const bool inTime = collector.wait();
+  try {
+    collector.wait(kReplayTimeout);
+  } catch (const Failure&) {
+    stream->stop();
+    throw;
+  }
   stream->stop();
-  if (!inTime) throw Failure::journalUnavailable("replay timed out");
   return collector.result();
 }
 
@@ -106,6 +116,9 @@ Failure Failure::journalUnavailable(const std::string& reason) {
 Failure Failure::tooManyChanges(std::size_t count) {
   return {Kind::tooManyChanges, fmt::format("{} changed dirs — a rescan is cheaper", count)};
 }
+Failure Failure::cancelled() {
+  return {Kind::cancelled, "cancelled"};
+}
 Failure Failure::deviceChanged() {
   return {Kind::deviceChanged, "root is on a different device than the index"};
 }
@@ -117,7 +130,9 @@ std::pair<WalkResult, Outcome> catchUp(const Platform& platform, EventService& e
   checkDevice(platform, loaded, options.rootPath);
   // Taken before the replay: what happens meanwhile is replayed once more by whoever goes on from here.
   const std::uint64_t newEventId = events.currentEventId();
-  const Changes changes = coalesce(changedPaths(events, options.rootPath, loaded.lastEventId),
+  CatchUpCancel nobody;
+  const Changes changes = coalesce(changedPaths(events, options.rootPath, loaded.lastEventId,
+                                                options.cancel == nullptr ? nobody : *options.cancel),
                                    options.rootPath, options.skipPaths);
   const auto rootChange = changes.find(options.rootPath);
   if (changes.size() > options.maxChanges || (rootChange != changes.end() && rootChange->second)) {

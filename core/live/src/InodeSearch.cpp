@@ -8,10 +8,10 @@
 
 namespace quon::Refresh {
 
-std::vector<std::string> foldersHolding(const Platform& platform, const std::set<std::uint64_t>& fileIDs,
-                                        const Scope& scope) {
+std::vector<FoundName> namesOf(const std::set<std::uint64_t>& fileIDs, const Platform& platform,
+                               const Scope& scope) {
   const std::unique_ptr<DirectoryReader> reader = platform.directories.makeReader();
-  std::vector<std::string> holding;
+  std::vector<FoundName> found;
   std::vector<std::string> waiting{std::string(pathPrefix(scope.rootPath))};
   while (!waiting.empty()) {
     const std::string path = std::move(waiting.back());
@@ -19,7 +19,6 @@ std::vector<std::string> foldersHolding(const Platform& platform, const std::set
     const OpenedDirectory opened = reader->open(path);
     // Unreadable folders hold no counted file, and those that are gone none at all.
     if (!opened.directory || opened.directory->facts().device != scope.rootDev) continue;
-    bool holds = false;
     reader->start(opened.directory, Detail::identity);
     while (true) {
       const DirectoryBatch batch = reader->next();
@@ -27,15 +26,14 @@ std::vector<std::string> foldersHolding(const Platform& platform, const std::set
         if (entry.type == EntryType::directory) {
           std::string child = joinPath(path, entry.name);
           if (!scope.skipPaths.contains(child)) waiting.push_back(std::move(child));
-        } else {
-          holds = holds || fileIDs.contains(entry.fileID);
+        } else if (fileIDs.contains(entry.fileID)) {
+          found.push_back({entry.fileID, path.empty() ? scope.rootPath : path, std::string(entry.name)});
         }
       }
       if (batch.status != ReadStatus::more) break;
     }
-    if (holds) holding.push_back(path.empty() ? scope.rootPath : path);
   }
-  return holding;
+  return found;
 }
 
 }  // namespace quon::Refresh

@@ -10,11 +10,16 @@
 
 namespace quon::Refresh {
 
-/// The folders of the tree that hold a name of one of these files. The index keeps no inode numbers of files
+struct FoundName {
+  std::uint64_t fileID = 0;
+  std::string folder;
+  std::string name;
+};
+
+/// The names of these files in the tree. The index keeps no inode numbers of files
 /// with one link: when such a file gets a second one, its first name is found by reading the names, and
 /// nothing else, of the whole tree. Threads: any.
-[[nodiscard]] std::vector<std::string> foldersHolding(const Platform& platform,
-                                                      const std::set<std::uint64_t>& fileIDs,
-                                                      const Scope& scope);
+[[nodiscard]] std::vector<FoundName> namesOf(const std::set<std::uint64_t>& fileIDs, const Platform& platform,
+                                             const Scope& scope);
 
 }  // namespace quon::Refresh

@@ -31,6 +31,13 @@ const LinkSighting* countedOf(const std::vector<LinkSighting>& sightings) {
   return found == sightings.end() ? nullptr : &*found;
 }
 
+bool holdsName(const FileBatch& files, std::string_view name) {
+  for (std::size_t index = 0; index < files.size(); ++index) {
+    if (files[index].name == name) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 void LinkResolver::collectListed(const ListedFolder& folder) {
@@ -127,8 +134,30 @@ void LinkResolver::settle() {
   }
   if (unknown.empty()) return;
   searched.insert(unknown.begin(), unknown.end());
-  for (const std::string& folder : foldersHolding(builder.platform, unknown, builder.scope))
-    builder.want(folder);
+  for (const FoundName& found : namesOf(unknown, builder.platform, builder.scope)) takeIn(found);
+}
+
+/// A name that the search met. Its folder is read, or, when the batch has read it before the file got its
+/// second name, what was read is set right.
+void LinkResolver::takeIn(const FoundName& found) {
+  if (const auto listed = builder.listed.find(found.folder); listed != builder.listed.end()) {
+    const auto& files = listed->second.listing.files;
+    if (std::ranges::find(files, found.name, &FileEntry::name) != files.end()) {
+      listed->second.listing.linkIDs.emplace(found.name, found.fileID);
+    }
+    return;
+  }
+  const auto walked = std::ranges::find_if(
+      builder.walked, [&](const auto& item) { return isInside(found.folder, item.first); });
+  if (walked == builder.walked.end()) return builder.want(found.folder);
+  WalkedSubtree& subtree = walked->second;
+  const RefPtr<DirNode> node = folderAt(subtree.node, *relativeTo(found.folder, subtree.path));
+  const auto files = node ? builder.batch.listings.find(node.get()) : builder.batch.listings.end();
+  if (files == builder.batch.listings.end() || !holdsName(files->second, found.name)) return;
+  const bool known = std::ranges::any_of(subtree.links, [&](const WalkedLink& link) {
+    return link.node == node.get() && link.name == found.name;
+  });
+  if (!known) subtree.links.push_back({found.fileID, node.get(), found.name, true});
 }
 
 void LinkResolver::decide() {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "BatchBuilder.h"
+#include "InodeSearch.h"
 
 namespace quon::Refresh {
 
@@ -48,6 +49,7 @@ class LinkResolver {
   /// The links that a name of the file shows now; 0 when every name has vanished since it was read.
   [[nodiscard]] std::uint64_t presentLinkCount(std::uint64_t fileID, const Linked& linked) const;
   [[nodiscard]] bool isStale(const LinkSighting& counted, const Linked& linked) const;
+  void takeIn(const FoundName& found);
   void decideOne(std::uint64_t fileID);
   void drop(const Fresh& fresh);
   void forgetLastName(const LinkSighting& last);

@@ -21,7 +21,4 @@ namespace quon {
 [[nodiscard]] std::vector<Entry> largestFiles(const RefPtr<DirNode>& node, std::string_view rootPath,
                                               Metric metric, std::size_t cap);
 
-/// The folder at a path below the tree's root, none when the tree does not hold it.
-[[nodiscard]] RefPtr<DirNode> folderAt(const RefPtr<DirNode>& root, std::string_view pathBelowRoot);
-
 }  // namespace quon

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/Mutex.h"
 #include "live/Batch.h"
 #include "platform/Platform.h"
 #include "scan/WalkResult.h"
@@ -29,10 +30,11 @@ namespace Refresh {
 /// Why an index cannot be brought up to date; the answer is a scan.
 class Failure : public std::runtime_error {
  public:
-  enum class Kind { journalUnavailable, tooManyChanges, deviceChanged };
+  enum class Kind { journalUnavailable, tooManyChanges, deviceChanged, cancelled };
   [[nodiscard]] static Failure journalUnavailable(const std::string& reason);
   [[nodiscard]] static Failure tooManyChanges(std::size_t count);
   [[nodiscard]] static Failure deviceChanged();
+  [[nodiscard]] static Failure cancelled();
   const Kind kind;
 
  private:
@@ -89,12 +91,29 @@ void commitStore(const Batch& batch, ScanPatcher& patcher);
 /// Rolls up the nodes and all their ancestors, each once, children first.
 void rollupDirty(const std::vector<DirNode*>& nodes);
 
+/// Ends the wait of a catch-up for the journal. Once set it stays set. Threads: any.
+class CatchUpCancel {
+ public:
+  void cancel() QUON_EXCLUDES(lock) {
+    const MutexLock held(lock);
+    cancelled = true;
+    changed.broadcast();
+  }
+
+ private:
+  friend class HistoryCollector;
+  Mutex lock;
+  Condition changed;
+  bool cancelled QUON_GUARDED_BY(lock) = false;
+};
+
 struct CatchUpOptions {
   std::string rootPath;
   std::string indexURL;
   std::uint64_t minKeep = 0;
   std::set<std::string> skipPaths = {};
   std::size_t maxChanges = 20000;
+  CatchUpCancel* cancel = nullptr;  ///< outlives the call
 };
 
 /// Replays the journal from the loaded index's event on and patches tree and index. The tree in `loaded` is

@@ -56,4 +56,7 @@ class DirNode final : public RefCounted<DirNode> {
   static void destroy(DirNode* node);
 };
 
+/// The folder at a path below `root`, `root` itself for "", none when the tree does not hold it.
+[[nodiscard]] RefPtr<DirNode> folderAt(const RefPtr<DirNode>& root, std::string_view pathBelowRoot);
+
 }  // namespace quon

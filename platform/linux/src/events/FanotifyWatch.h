@@ -28,6 +28,7 @@ class FanotifyWatch final : public RootWatch {
 
   [[nodiscard]] std::optional<int> enter(int descriptor, int parentToken, std::string_view name,
                                          const FolderIdentity& identity) override;
+  void refuse(int, std::string_view) override {}
   [[nodiscard]] bool wasThere(const std::string& path, const FolderIdentity& identity) const override;
 
  private:

@@ -6,6 +6,7 @@
 // watch shows in the times, what happens after it reaches the watch.
 #include "FolderWalk.h"
 
+#include <cerrno>
 #include <fcntl.h>
 #include <utility>
 
@@ -121,6 +122,9 @@ void FolderWalk::list(const Item& item, const Look& look, Worker& worker, std::v
 void FolderWalk::visit(const Item& item, Worker& worker) {
   Look look;
   Descriptor folder = open(item);
+  if (!folder.isOpen() && errno == EACCES && !item.isFirst) {
+    settings.visitor.refuse(item.parentToken, lastComponent(item.path));
+  }
   // Vanished, renamed, replaced by a file, or not for this user to read.
   if (!folder.isOpen() || !readFacts(folder.get(), "", look.facts)) return;
   if (look.facts.device != settings.device) return;

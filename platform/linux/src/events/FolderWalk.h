@@ -27,6 +27,8 @@ class FolderVisitor {
   /// walk comes with the token that the walk was begun with.
   [[nodiscard]] virtual std::optional<int> enter(int descriptor, int parentToken, std::string_view name,
                                                  const FolderIdentity& identity) = 0;
+  /// A folder that was listed may not be opened.
+  virtual void refuse(int parentToken, std::string_view name) = 0;
   /// True when it is known that this very folder was at the path at the time since when changes are looked
   /// for.
   [[nodiscard]] virtual bool wasThere(const std::string& path, const FolderIdentity& identity) const = 0;

@@ -10,6 +10,9 @@
 // are read. Only then is it told, deep: whoever lists it from then on misses nothing that the watches do not
 // see.
 //
+// A folder that may not be opened is remembered: it may lie below another one that was closed for a moment,
+// and nothing else tells of it when that is opened again.
+//
 // Nothing is held open between batches: that would keep the file system from being unmounted.
 //
 // The watch is asked for through /proc/self/fd, so it lands on the folder that is open, whatever its path
@@ -88,6 +91,7 @@ std::optional<int> InotifyWatch::enter(int descriptor, int parentToken, std::str
   if (watch < 0) {
     limitReached = errno == ENOSPC || errno == ENOMEM;
     refused = isRoot && !limitReached;
+    if (!isRoot && errno == EACCES) denied.emplace(parentToken, name);
     return std::nullopt;
   }
   if (isRoot) {
@@ -100,6 +104,24 @@ std::optional<int> InotifyWatch::enter(int descriptor, int parentToken, std::str
   if (displaced != WatchTree::kNone) limbo.insert(displaced);
   limbo.erase(watch);
   return watch;
+}
+
+void InotifyWatch::refuse(int parentToken, std::string_view name) {
+  MutexLock held(lock);
+  denied.emplace(parentToken, name);
+}
+
+/// The attributes of a folder changed: those at and below it that were refused may be open now.
+void InotifyWatch::retryBelow(int watch) {
+  const auto path = tree->path(watch);
+  if (!path) return;
+  std::erase_if(denied, [&](const std::pair<int, std::string>& place) {
+    const auto parent = tree->path(place.first);
+    if (!tree->contains(place.first)) return true;
+    if (!parent || !isInside(*parent, *path)) return false;
+    doubts.push_back({.parent = place.first, .name = place.second, .appeared = true});
+    return true;
+  });
 }
 
 bool InotifyWatch::wasThere(const std::string& path, const FolderIdentity& identity) const {
@@ -164,6 +186,7 @@ void InotifyWatch::handleFolder(const inotify_event& event, std::string_view nam
   if (name.empty()) {
     // Attributes of a watched folder itself; those below the root are told by their parents too.
     changed.insert(event.wd);
+    retryBelow(event.wd);
     return;
   }
   if (settings.own.mayBeNamed(name)) {
@@ -209,6 +232,7 @@ void InotifyWatch::settle(const Doubt& doubt) {
       tree->detach(child);
       limbo.insert(child);
     }
+    if (reason == EACCES) denied.emplace(doubt.parent, doubt.name);
     // One that may not be opened has no watch, but it is there; its attributes show in its parent's listing.
     if (!isGone(reason) && doubt.appeared) deepPaths.push_back(*path);
     if (!isGone(reason) && !doubt.appeared) changed.insert(doubt.parent);
@@ -222,6 +246,7 @@ void InotifyWatch::settle(const Doubt& doubt) {
   if (parent.identity.inode != tree->inode(doubt.parent)) return;
   if (!doubt.appeared && child != WatchTree::kNone && tree->inode(child) == facts.identity.inode) {
     changed.insert(child);
+    retryBelow(child);
     return;
   }
   // Also one that could not be opened before, and one that takes the place of one that was moved away.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <deque>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -30,6 +31,7 @@ class InotifyWatch final : public RootWatch {
 
   [[nodiscard]] std::optional<int> enter(int descriptor, int parentToken, std::string_view name,
                                          const FolderIdentity& identity) override;
+  void refuse(int parentToken, std::string_view name) override;
   [[nodiscard]] bool wasThere(const std::string& path, const FolderIdentity& identity) const override;
 
  private:
@@ -53,6 +55,7 @@ class InotifyWatch final : public RootWatch {
   void handle(const inotify_event& event, std::string_view name) QUON_REQUIRES(lock);
   void handleFolder(const inotify_event& event, std::string_view name) QUON_REQUIRES(lock);
   void forget(int watch) QUON_REQUIRES(lock);
+  void retryBelow(int watch) QUON_REQUIRES(lock);
   void settle(const Doubt& doubt);
   [[nodiscard]] bool placeAppeared();
   [[nodiscard]] std::optional<std::string> pathOf(int parent, std::string_view name);
@@ -71,6 +74,8 @@ class InotifyWatch final : public RootWatch {
   std::unique_ptr<WatchTree> tree QUON_GUARDED_BY(lock) = std::make_unique<WatchTree>();
   boost::unordered_flat_set<int> changed QUON_GUARDED_BY(lock);
   boost::unordered_flat_set<int> limbo QUON_GUARDED_BY(lock);  // without a place: removed unless they turn up
+  /// Places of folders that could not be opened for want of permission, theirs or that of one above them.
+  std::set<std::pair<int, std::string>> denied QUON_GUARDED_BY(lock);
   bool limitReached QUON_GUARDED_BY(lock) = false;
   bool refused QUON_GUARDED_BY(lock) = false;
 };

@@ -37,6 +37,7 @@ class Onlooker final : public FolderVisitor {
   [[nodiscard]] std::optional<int> enter(int, int, std::string_view, const FolderIdentity&) override {
     return 0;
   }
+  void refuse(int, std::string_view) override {}
   [[nodiscard]] bool wasThere(const std::string&, const FolderIdentity&) const override { return false; }
 };
 

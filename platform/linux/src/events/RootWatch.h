@@ -43,7 +43,7 @@ struct WatchRemains {
 /// the root with the watch as its visitor places what the back end needs on the folders that are there
 /// already.
 ///
-/// Threads: enter and wasThere any; all else the recorder's.
+/// Threads: enter, refuse and wasThere any; all else the recorder's.
 class RootWatch : public FolderVisitor {
  public:
   /// Readable when drain() has something to read.

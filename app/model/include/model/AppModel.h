@@ -1,0 +1,240 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/GenerationBox.h"
+#include "base/MainQueue.h"
+#include "base/Observed.h"
+#include "lenses/Kinds.h"
+#include "lenses/Reclaim.h"
+#include "live/LiveWatcher.h"
+#include "model/Lens.h"
+#include "model/TreeGate.h"
+#include "platform/Folders.h"
+#include "platform/Platform.h"
+#include "rows/Entry.h"
+#include "scan/WalkResult.h"
+#include "search/SearchChip.h"
+#include "store/IndexCatalog.h"
+#include "store/ScanStore.h"
+
+namespace quon {
+
+class BackgroundQueue;
+class DesktopService;
+class EventService;
+class FolderScan;
+class Log;
+class RunningThread;
+class UserDefaults;
+
+/// All that the user sees and does: the scan result, where in it the user looks, the lenses' results, the search.
+/// Window and terminal command drive the same object.
+///
+/// Fields with a leading underscore are observed; views read them and set none but those marked "views set".
+/// Scans and loads run on threads of their own, searches and lenses on queues; each brings its result back to the
+/// main queue, where it counts only if nothing newer was begun meanwhile.
+///
+/// Threads: main only, except `cancel` and `buildingFile`.
+class AppModel {
+ public:
+  static constexpr std::uint64_t minKeep = 1048576;  ///< bytes; files from this size on are rows of their own
+  static constexpr std::size_t childCap = 500;       ///< rows of a listing before the rest
+  static constexpr std::size_t paletteCap = 250;     ///< files that the command bar lists
+
+  /// What the model works with; all of it outlives it. The queues are serial.
+  struct Services {
+    const Platform& platform;
+    EventService& events;
+    UserDefaults& defaults;
+    DesktopService& desktop;
+    Log& log;
+    Folders folders;
+    MainQueue& main;
+    BackgroundQueue& searches;
+    BackgroundQueue& lenses;
+    BackgroundQueue& liveEvents;
+    BackgroundQueue& liveWork;
+    LiveWatcher::Clock steadyClock;              ///< seconds of a clock that only goes forward
+    std::function<std::int64_t()> now;           ///< seconds since 1970
+  };
+  /// What this program wants of scans and loads.
+  struct Conduct {
+    bool liveUpdates = true;
+    bool catchUp = true;        ///< a loaded index is brought up to date
+    bool saveIndex = true;
+    bool oneFileSystem = true;
+    unsigned threads = 0;       ///< of a walk; 0 for as many as there are processors, at least 4
+  };
+
+  explicit AppModel(Services services);
+  /// Cancels what runs and waits for it.
+  ~AppModel();
+  AppModel(const AppModel&) = delete;
+  AppModel& operator=(const AppModel&) = delete;
+
+  Conduct conduct;
+
+  // The root and its scan.
+  Observed<Phase> _phase{Phase::scanning};
+  Observed<std::string> _rootPath;
+  Observed<std::string> _scanStats;  ///< one line: progress while scanning, else what went wrong
+  Observed<std::string> _scanPath;   ///< where the walk is
+  Observed<std::shared_ptr<const WalkResult>> _result;
+  Observed<std::optional<std::int64_t>> _indexedAt;  ///< when the shown state was true, seconds since 1970
+  Observed<bool> _hasFullDiskAccess{true};
+  std::int64_t scanGeneration = 0;
+  bool scanStarted = false;
+  /// How the last scan or load ended, for a summary.
+  struct LastRun {
+    std::int64_t elapsedMs = 0;      ///< of the walk, also of one that was made in an earlier run of the program
+    std::string index;               ///< the saved index; "" when there is none
+    std::string notSaved;            ///< why an index that was wanted was not saved
+    std::string notLoaded;           ///< why a saved index was not used; "" when it was, or there was none
+    std::int64_t caughtUp = 0;       ///< changed folders
+    bool wasLoaded = false;
+    std::string failure;             ///< why nothing could be scanned; "" otherwise
+    bool cancelled = false;
+  };
+  LastRun lastRun;
+
+  // Where the user looks.
+  Observed<RefPtr<DirNode>> _scope;                     ///< views set
+  Observed<Metric> _metric{Metric::logical};            ///< views set
+  Observed<Lens> _lens{Lens::map};                      ///< views set
+  Observed<MapMode> _mapMode{MapMode::sunburst};        ///< views set
+  Observed<std::optional<std::string>> _selection;      ///< an Entry's id; views set
+  Observed<std::optional<std::string>> _hovered;        ///< likewise
+  bool hoverFromMap = false;
+  Observed<bool> _showInspector{true};                  ///< views set
+  Observed<bool> _showOnboarding{false};                ///< views set
+  Observed<bool> _mapAnimating{false};                  ///< views set
+  Observed<std::optional<std::string>> _previewURL;     ///< views set
+  Observed<std::optional<std::string>> _toast;
+  Observed<std::uint64_t> _version{0};  ///< grows whenever the tree changes in place
+
+  // The search.
+  Observed<std::string> _query;  ///< views set
+  Observed<std::vector<SearchChip>> _chips;
+  Observed<std::optional<std::vector<Entry>>> _searchHits;
+  Observed<bool> _searching{false};
+
+  // The command bar.
+  Observed<bool> _showPalette{false};  ///< views set
+  Observed<std::vector<Entry>> _paletteHits;
+  Observed<bool> _paletteSearching{false};
+  std::string lastPaletteText;
+
+  // The lenses.
+  Observed<std::int64_t> _ageCutoff{31'536'000};  ///< seconds; views set
+  Observed<std::optional<std::vector<Entry>>> _ageHits;
+  Observed<bool> _ageScanning{false};
+  Observed<std::optional<std::vector<RepeatedName>>> _names;
+  Observed<bool> _namesLoading{false};
+  Observed<std::optional<std::string>> _namesError;
+  KindOverrides kindOverrides;
+  Observed<std::vector<IndexEntry>> _indexes;
+
+  /// At launch: opens the saved index of the path, brought up to date, else scans. Once; later calls do nothing.
+  void scanIfNeeded(const std::string& path);
+  /// Scans afresh, whatever runs.
+  void scan(const std::string& path);
+  /// Lets the user choose a folder and scans it.
+  void openFolder();
+  [[nodiscard]] bool isBusy() const { return busy; }  ///< a scan or load runs
+  /// Ends the scan or load that runs, soon; `lastRun.cancelled` tells then. Threads: any.
+  void cancel();
+  /// The index file that a scan is writing; "" when there is none. Threads: any.
+  [[nodiscard]] std::string buildingFile() const;
+
+  /// The rows of the scope, or what the search found. Valid until the model changes.
+  [[nodiscard]] const std::vector<Entry>& entries();
+  [[nodiscard]] std::vector<Entry> scopeEntries(const RefPtr<DirNode>& node, std::size_t cap) const;
+  /// The row of a full path.
+  [[nodiscard]] std::optional<Entry> entryFor(const std::string& path) const;
+  void jump(const Entry& entry);
+  void goUp();
+  void copyPath(const Entry& entry);
+
+  [[nodiscard]] bool hasQuery() const;
+  [[nodiscard]] std::string effectiveQuery() const;
+  void absorbChips(bool includePartial);
+  void removeChip(const SearchChip& chip);
+  void clearQuery();
+  void scheduleSearch();
+  void schedulePaletteSearch(const std::string& text);
+
+  [[nodiscard]] Kinds::Aggregate kindRows() const;
+  void scheduleAgeScan();
+  void scheduleNamesScan();
+  [[nodiscard]] std::vector<Reclaim::Group> reclaimGroups() const;
+  /// Of the whole tree. Valid until the model changes.
+  [[nodiscard]] const std::vector<Reclaim::Group>& reclaimAllGroups();
+  void refreshIndexes();
+  /// Removes indexes of no use, off the main thread, and tells what that freed.
+  void collectIndexGarbage();
+
+  /// Told of each live event once the model has taken it in.
+  std::function<void(const LiveWatcher::Event&)> onLiveEvent;
+
+ private:
+  struct Run;
+  struct Finished;
+  using Self = std::weak_ptr<AppModel*>;
+
+  Run& beginRun();
+  void startScan();
+  void startLoad(const std::string& url);
+  void launch(const char* threadName, std::function<void(Finished&)> work);
+  void endRun(std::int64_t generation, const std::shared_ptr<Finished>& finished);
+  void fail(const std::string& reason);
+  void install(const Finished& finished);
+  void voidLenses();
+  void rememberRoot(const std::string& root);
+  void scheduleProgress();
+  void startLiveWatch(const WalkResult& result, std::uint64_t sinceEventId, std::uint32_t rootDev);
+  void liveEvent(const LiveWatcher::Event& event);
+  void liveBatchApplied(const LiveWatcher::Update& update);
+  [[nodiscard]] std::string_view treeRoot() const;
+  [[nodiscard]] std::string indexURL() const;
+  void publishHits(std::int64_t generation, std::optional<std::vector<Entry>> hits);
+
+  const Services services;
+  std::shared_ptr<AppModel*> self;  // what posted work holds weakly
+  std::shared_ptr<TreeGate> treeGate = std::make_shared<TreeGate>();
+  std::shared_ptr<GenerationBox> searchGen = std::make_shared<GenerationBox>();
+  std::shared_ptr<GenerationBox> paletteGen = std::make_shared<GenerationBox>();
+  std::shared_ptr<GenerationBox> ageGen = std::make_shared<GenerationBox>();
+  std::shared_ptr<GenerationBox> namesGen = std::make_shared<GenerationBox>();
+  bool busy = false;
+  WorkItem timer;
+  mutable Mutex runLock;
+  std::unique_ptr<Run> run QUON_GUARDED_BY(runLock);
+  std::vector<std::unique_ptr<Run>> retired;  // cancelled ones whose threads may not have ended
+  std::unique_ptr<LiveWatcher> liveWatcher;
+  std::string scopePath;  // of _scope, also when it was taken out of the tree since
+  std::vector<Observation> ownObservations;
+  struct EntriesCache {
+    RefPtr<DirNode> scope;
+    Metric metric = Metric::logical;
+    std::uint64_t version = 0;
+    std::vector<Entry> rows;
+  };
+  std::optional<EntriesCache> entriesCache;
+  struct ReclaimCache {
+    RefPtr<DirNode> root;
+    Metric metric = Metric::logical;
+    std::uint64_t version = 0;
+    std::vector<Reclaim::Group> groups;
+  };
+  std::optional<ReclaimCache> reclaimAllCache;
+};
+
+}  // namespace quon

@@ -1,0 +1,114 @@
+// What the user looks at and how they move about in it. Scans and loads: ModelScans.cpp; searches:
+// ModelSearch.cpp; the lenses: ModelLenses.cpp; live updates: ModelLive.cpp.
+#include "model/AppModel.h"
+
+#include <utility>
+
+#include "ModelRun.h"
+#include "base/Path.h"
+#include "base/Text.h"
+#include "platform/Desktop.h"
+#include "platform/UserDefaults.h"
+#include "rows/FolderRows.h"
+
+namespace quon {
+
+AppModel::AppModel(Services given) : services(std::move(given)), self(std::make_shared<AppModel*>(this)) {
+  _rootPath.set(services.folders.home);
+  _hasFullDiskAccess.set(services.desktop.hasFullDiskAccess());
+  _showOnboarding.set(!services.defaults.flag("hasOnboarded"));
+  ownObservations.push_back(_query.observe([this](const std::string&) { scheduleSearch(); }));
+  ownObservations.push_back(_scope.observe([this](const RefPtr<DirNode>& scope) {
+    scopePath = scope ? scope->path(treeRoot()) : std::string();
+  }));
+  ownObservations.push_back(_metric.observe([this](const Metric&) { scheduleSearch(); }));
+}
+
+AppModel::~AppModel() {
+  self.reset();
+  timer.cancel();
+  liveWatcher.reset();
+  for (const auto& generation : {searchGen, paletteGen, ageGen, namesGen}) generation->advance();
+  cancel();
+  // Their threads are joined here: they use the services, which the owner may end next.
+  retired.clear();
+  const MutexLock held(runLock);
+  run.reset();
+}
+
+std::string_view AppModel::treeRoot() const {
+  return pathPrefix(_rootPath.get());
+}
+
+std::string AppModel::indexURL() const {
+  return ScanStore::canonicalURL(services.folders.index(), _rootPath.get());
+}
+
+void AppModel::openFolder() {
+  services.desktop.chooseFolder(_rootPath.get(), [weak = Self(self)](const std::string& chosen) {
+    if (const auto alive = weak.lock()) (*alive)->scan(chosen);
+  });
+}
+
+const std::vector<Entry>& AppModel::entries() {
+  static const std::vector<Entry> kNone;
+  if (!_scope.get() || !_result.get()) return kNone;
+  if (hasQuery() && _searchHits.get()) return *_searchHits.get();
+  const bool fresh = entriesCache && entriesCache->scope == _scope.get() &&
+                     entriesCache->metric == _metric.get() && entriesCache->version == _version.get();
+  if (!fresh) {
+    entriesCache = {_scope.get(), _metric.get(), _version.get(), scopeEntries(_scope.get(), childCap)};
+  }
+  return entriesCache->rows;
+}
+
+std::vector<Entry> AppModel::scopeEntries(const RefPtr<DirNode>& node, std::size_t cap) const {
+  return quon::scopeEntries(node, treeRoot(), _metric.get(), cap);
+}
+
+std::optional<Entry> AppModel::entryFor(const std::string& path) const {
+  const auto below = relativeTo(path, _rootPath.get());
+  if (!_result.get() || !below) return std::nullopt;
+  const RefPtr<DirNode>& root = _result.get()->root;
+  if (const RefPtr<DirNode> folder = folderAt(root, *below)) return Entry::ofFolder(folder, path);
+  const std::size_t slash = below->rfind('/');
+  const bool atTop = slash == std::string_view::npos;
+  const RefPtr<DirNode> container = atTop ? root : folderAt(root, below->substr(0, slash));
+  if (!container) return std::nullopt;
+  const std::string_view name = atTop ? *below : below->substr(slash + 1);
+  for (const FileEntry& file : container->keptFiles) {
+    if (file.name == name) return Entry::ofFile(file, container, container->path(treeRoot()));
+  }
+  return std::nullopt;
+}
+
+void AppModel::jump(const Entry& entry) {
+  if (const auto* folder = std::get_if<RefPtr<DirNode>>(&entry.payload)) {
+    const RefPtr<DirNode> target = *folder;  // the entry may lie in the hits that clearQuery drops
+    clearQuery();
+    _scope.set(target);
+    _selection.set(std::nullopt);
+    _hovered.set(std::nullopt);
+  } else if (const auto* file = std::get_if<Entry::File>(&entry.payload)) {
+    const RefPtr<DirNode> container = file->container;
+    const std::string id = entry.id;
+    clearQuery();
+    _scope.set(container);
+    _selection.set(id);
+    _hovered.set(std::nullopt);
+    _showInspector.set(true);
+  }
+}
+
+void AppModel::goUp() {
+  if (_scope.get() && _scope.get()->parent != nullptr) _scope.set(RefPtr<DirNode>(_scope.get()->parent));
+}
+
+void AppModel::copyPath(const Entry& entry) {
+  if (std::holds_alternative<Entry::Rest>(entry.payload)) return;
+  const std::string path = entry.path();
+  services.desktop.copyText(path);
+  _toast.set("copied " + displayText(path));
+}
+
+}  // namespace quon
