@@ -129,7 +129,12 @@ void BatchBuilder::compareChildren(ListedFolder& folder) {
 }
 
 void BatchBuilder::walk(const std::string& path) {
-  walked.insert_or_assign(path, walkSubtree(platform, path, scope, batch.listings));
+  WalkedSubtree subtree = walkSubtree(platform, path, scope, batch.listings);
+  if (const auto before = walked.find(path); before != walked.end()) {
+    superseded.push_back(before->second.node);
+    walked.erase(before);
+  }
+  walked.emplace(path, std::move(subtree));
   if (deepWalks.contains(path)) order.push_back({Step::walked, path});
 }
 
@@ -149,7 +154,11 @@ void BatchBuilder::cover(const std::string& path) {
   const auto below = [&](const std::string& other) { return isInside(other, path); };
   std::erase_if(order, [&](const Done& done) { return below(done.path); });
   std::erase_if(listed, [&](const auto& item) { return below(item.first); });
-  std::erase_if(walked, [&](const auto& item) { return below(item.first); });
+  std::erase_if(walked, [&](const auto& item) {
+    if (!below(item.first)) return false;
+    superseded.push_back(item.second.node);
+    return true;
+  });
   std::erase_if(deepWalks, below);
   covered.insert(path);
 }

@@ -59,6 +59,9 @@ class BatchBuilder {
   std::vector<Done> order;  ///< of what was done, which is the order it is written in
   std::map<std::string, ListedFolder> listed;
   std::map<std::string, WalkedSubtree> walked;
+  /// Nodes of walks that a later one took in. Listings are found by the addresses of nodes: as long as any is
+  /// added, no node may be freed and its address used again.
+  std::vector<RefPtr<DirNode>> superseded;
   std::set<std::string> deepWalks;        ///< those of `walked` that replace a folder the index holds
   std::set<std::uint64_t> releasedLinks;  ///< files that may have lost a sighting
   Batch batch;
