@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "base/RefPtr.h"
+#include "lenses/FileKind.h"
+#include "rows/Entry.h"
+#include "scan/DirNode.h"
+
+namespace quon {
+
+/// Kinds that the files' contents told, by the folder's identity and the file's name. The kinds are those of
+/// Kinds, which outlive every map.
+using KindOverrides = std::unordered_map<const DirNode*, std::unordered_map<std::string, const FileKind*>>;
+
+/// Files by kind, told from their names. Threads: any; `aggregate` reads the tree, which must not change
+/// meanwhile.
+namespace Kinds {
+
+/// A kind with what files of it end in: lower case, without the dot. No ending belongs to two kinds.
+struct Category {
+  FileKind kind;
+  std::unordered_set<std::string_view> extensions;
+};
+
+/// The nine kinds, in the order of their slots. Every other file is of the kind `other`.
+[[nodiscard]] const std::vector<Category>& all();
+/// Names, whole and in lower case, of files that are known without an ending.
+[[nodiscard]] const std::unordered_map<std::string_view, const FileKind*>& namedFiles();
+[[nodiscard]] const FileKind& other();
+
+/// The kind of a file of this name (not a path): by what follows the last dot, unless that dot comes first;
+/// else by the whole name. Letters' case is ignored. Allocates nothing for names in ASCII.
+[[nodiscard]] const FileKind& of(std::string_view name);
+
+/// One line of the lens.
+struct Row {
+  FileKind kind;
+  std::uint64_t logical = 0;
+  std::uint64_t physical = 0;
+  std::int64_t count = 0;  ///< files
+};
+
+struct Aggregate {
+  std::vector<Row> rows;    ///< kinds that occur, largest first in the metric
+  std::uint64_t small = 0;  ///< bytes, in the metric, of files too small to be kept in the tree
+};
+
+/// The kept files of the folder's whole subtree by kind. An override counts only for files whose name tells
+/// nothing. An overflow is fatal; kept files that outweigh their folder leave `small` at 0.
+[[nodiscard]] Aggregate aggregate(const RefPtr<DirNode>& scope, Metric metric,
+                                  const KindOverrides& overrides);
+
+}  // namespace Kinds
+
+}  // namespace quon

@@ -1,0 +1,150 @@
+// Three sorts of evidence. Places: absolute paths made from the surroundings, marked before the walk. Tags:
+// the folders that are said to hold a CACHEDIR.TAG are marked as well, but the tag is read only when the walk
+// comes to one, which it does not inside a folder that matched before; the tag's signature decides. Cargo: a
+// folder called `target` is looked at when the walk comes to it.
+//
+// Whatever the evidence, a folder that is or holds the home, data or configuration folder or a mounted volume
+// never matches: an environment variable may be set to anything, a tag may have been put where a backup
+// should stop, and what is mounted in a cache is no cache.
+
+#include "DesktopRules.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <utility>
+
+#include "PlacedRules.h"
+#include "base/Path.h"
+
+namespace quon::Reclaim {
+namespace {
+
+constexpr std::string_view kTagFile = "CACHEDIR.TAG";
+/// What makes a file of that name a tag, by the Cache Directory Tagging Specification.
+constexpr std::string_view kSignature = "Signature: 8a477f597d28d172789f06886806bc55";
+static_assert(kSignature.size() == 43);
+
+/// A longer path cannot be opened, so nothing can be proved of it.
+constexpr std::size_t kLongestPath = 4095;
+
+bool isUsable(std::string_view folder) {
+  return folder.starts_with('/');
+}
+
+/// An environment variable's folder, or the default below home where it is unset or is to be ignored.
+std::string folderOr(const std::string& set, const std::string& home, std::string_view standard) {
+  if (isUsable(set)) return withoutTrailingSlashes(set);
+  return isUsable(home) ? joinPath(pathPrefix(home), standard) : "";
+}
+
+}  // namespace
+
+DesktopRules::DesktopRules(std::string scopePath, const Surroundings& where, const MarkerFiles& markerFiles)
+    : markers(markerFiles), path(std::move(scopePath)) {
+  markPlaces(where);
+  markTagged();
+  places.push_back(marked.placeOf(path));
+}
+
+void DesktopRules::markPlaces(const Surroundings& where) {
+  const std::string home = withoutTrailingSlashes(where.home);
+  const std::string cacheHome = folderOr(where.cacheHome, home, ".cache");
+  const std::string dataHome = folderOr(where.dataHome, home, ".local/share");
+  if (isUsable(home)) {
+    apps = joinPath(pathPrefix(home), ".var/app");
+    stays = {home, joinPath(pathPrefix(home), ".config")};
+  }
+  if (isUsable(dataHome)) stays.push_back(dataHome);
+  stays.insert(stays.end(), where.mountPoints.begin(), where.mountPoints.end());
+
+  const auto mark = [this](std::string_view anchor, std::string_view below, const Rule& rule) {
+    if (!isUsable(anchor)) return;
+    marked.mark(below.empty() ? std::string(anchor) : joinPath(pathPrefix(anchor), below), rule);
+  };
+  for (const PlacedRule& placed : kPlacedRules) {
+    switch (placed.anchor) {
+      case Anchor::home:
+        mark(home, placed.path, placed.rule);
+        break;
+      case Anchor::cacheHome:
+        mark(cacheHome, placed.path, placed.rule);
+        break;
+      case Anchor::dataHome:
+        mark(dataHome, placed.path, placed.rule);
+        break;
+      case Anchor::mountPoint:
+        for (const std::string& mountPoint : where.mountPoints)
+          mark(mountPoint, fmt::format("{}{}", placed.path, where.userID), placed.rule);
+        break;
+      case Anchor::compilerCache:
+        for (const char digit : std::string_view("0123456789abcdef"))
+          mark(home, fmt::format(".ccache/{}", digit), placed.rule);
+        break;
+    }
+  }
+}
+
+void DesktopRules::markTagged() {
+  for (const std::string& folder : markers.foldersHolding(kTagFile)) {
+    if (isUsable(folder) && folder.size() <= kLongestPath) marked.mark(folder, kTagged);
+  }
+}
+
+void DesktopRules::enter(std::string_view name) {
+  places.push_back(marked.below(places.back(), name));
+  path += '/';
+  path += name;
+}
+
+void DesktopRules::leave(std::string_view name) {
+  places.pop_back();
+  path.resize(path.size() - name.size() - 1);
+}
+
+const Rule* DesktopRules::match(std::string_view name) const {
+  const Rule* const rule = recognise(name);
+  if (rule == nullptr) return nullptr;
+  const std::string folder = joinPath(path, name);
+  return std::ranges::any_of(stays, [&](const std::string& kept) { return isInside(kept, folder); }) ? nullptr
+                                                                                                     : rule;
+}
+
+const Rule* DesktopRules::recognise(std::string_view name) const {
+  const Rule* const rule = marked.rule(marked.below(places.back(), name));
+  const bool perhapsTagged = rule == &kTagged;
+  if (rule != nullptr && !perhapsTagged) return rule;
+  if (isAppCache(name)) return &kAppCache;
+  const bool perhapsTarget = name == kRustTarget.match;
+  if ((!perhapsTagged && !perhapsTarget) || path.size() + name.size() >= kLongestPath) return nullptr;
+  const std::string folder = joinPath(path, name);
+  const bool tagged = perhapsTagged && carriesTag(folder);
+  if (perhapsTarget && isRustTarget(folder, tagged)) return &kRustTarget;
+  return tagged ? &kTagged : nullptr;
+}
+
+bool DesktopRules::isAppCache(std::string_view name) const {
+  if (name != kAppCache.match || apps.empty()) return false;
+  const auto app = relativeTo(path, apps);
+  return app && !app->empty() && app->find('/') == std::string_view::npos;
+}
+
+/// A workspace may have a member called `target` and build elsewhere, so Cargo's own trace is asked for too,
+/// and a folder that is itself a package is source.
+bool DesktopRules::isRustTarget(const std::string& folder, bool carriesTag) const {
+  return markers.holds(path, "Cargo.toml") && (carriesTag || markers.holds(folder, ".rustc_info.json")) &&
+         !markers.holds(folder, "Cargo.toml");
+}
+
+bool DesktopRules::carriesTag(const std::string& folder) const {
+  return markers.beginning(folder, kTagFile, kSignature.size()) == kSignature;
+}
+
+std::vector<const Rule*> DesktopRules::all() {
+  std::vector<const Rule*> rules;
+  rules.reserve(kPlacedRules.size() + 3);
+  for (const PlacedRule& placed : kPlacedRules) rules.push_back(&placed.rule);
+  for (const Rule* const rule : {&kAppCache, &kRustTarget, &kTagged}) rules.push_back(rule);
+  return rules;
+}
+
+}  // namespace quon::Reclaim

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "MarkedPaths.h"
+#include "lenses/MarkerFiles.h"
+#include "lenses/Reclaim.h"
+
+namespace quon::Reclaim {
+
+/// The rules of a Linux desktop, which go by places and by marker files, along a walk of the tree. Marker
+/// files are looked at only for folders that the walk comes to and that could match.
+class DesktopRules {
+ public:
+  /// For a walk that starts in the folder of this path.
+  DesktopRules(std::string scopePath, const Surroundings& where, const MarkerFiles& markerFiles);
+
+  /// Goes into a child of the current folder.
+  void enter(std::string_view name);
+  /// Goes back to the parent.
+  void leave(std::string_view name);
+  /// The rule that a child of the current folder matches, or none.
+  [[nodiscard]] const Rule* match(std::string_view name) const;
+
+  /// All of them, in the order of their groups.
+  [[nodiscard]] static std::vector<const Rule*> all();
+
+ private:
+  void markPlaces(const Surroundings& where);
+  void markTagged();
+  /// The rule that a child matches before it is known whether anything of the user's lies in it.
+  [[nodiscard]] const Rule* recognise(std::string_view name) const;
+  [[nodiscard]] bool isAppCache(std::string_view name) const;
+  [[nodiscard]] bool isRustTarget(const std::string& folder, bool carriesTag) const;
+  [[nodiscard]] bool carriesTag(const std::string& folder) const;
+
+  const MarkerFiles& markers;
+  std::string path;                        // of the current folder
+  std::vector<MarkedPaths::Place> places;  // of the current folder, last, and those above it up to the scope
+  MarkedPaths marked;
+  std::string apps;                // the folder of sandboxed applications, "" without a home
+  std::vector<std::string> stays;  // no folder that is or holds one of these is ever listed
+};
+
+}  // namespace quon::Reclaim
