@@ -18,9 +18,8 @@ AppModel::AppModel(Services given) : services(std::move(given)), self(std::make_
   _hasFullDiskAccess.set(services.desktop.hasFullDiskAccess());
   _showOnboarding.set(!services.defaults.flag("hasOnboarded"));
   ownObservations.push_back(_query.observe([this](const std::string&) { scheduleSearch(); }));
-  ownObservations.push_back(_scope.observe([this](const RefPtr<DirNode>& scope) {
-    scopePath = scope ? scope->path(treeRoot()) : std::string();
-  }));
+  ownObservations.push_back(_scope.observe(
+      [this](const RefPtr<DirNode>& scope) { scopePath = scope ? scope->path(treeRoot()) : std::string(); }));
   ownObservations.push_back(_metric.observe([this](const Metric&) { scheduleSearch(); }));
 }
 

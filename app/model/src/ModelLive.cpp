@@ -1,5 +1,5 @@
-// Live updates: the watcher prepares and writes batches on its own queues; here its changes enter the tree, on the
-// main thread and through the gate.
+// Live updates: the watcher prepares and writes batches on its own queues; here its changes enter the tree,
+// on the main thread and through the gate.
 #include <set>
 #include <utility>
 #include <variant>
@@ -30,20 +30,20 @@ void AppModel::startLiveWatch(const WalkResult& result, std::uint64_t sinceEvent
     if (alive && (*alive)->scanGeneration == generation) (*alive)->liveEvent(event);
   };
   liveWatcher = std::make_unique<LiveWatcher>(
-      LiveWatcher::Services{
-          services.platform, services.events, services.liveEvents, services.liveWork,
-          [&main = services.main, gate = treeGate](std::function<void()> commit) {
-            main.post([gate, commit = std::move(commit)] {
-              const TreeGate::Writing writing(*gate);
-              commit();
-            });
-          },
-          // Applied batches are told from within the commit, and have to be taken in before anything else runs.
-          [&main = services.main, tell](const LiveWatcher::Event& event) {
-            if (main.isCurrent()) return tell(event);
-            main.post([tell, event] { tell(event); });
-          },
-          services.steadyClock},
+      LiveWatcher::Services{services.platform, services.events, services.liveEvents, services.liveWork,
+                            [&main = services.main, gate = treeGate](std::function<void()> commit) {
+                              main.post([gate, commit = std::move(commit)] {
+                                const TreeGate::Writing writing(*gate);
+                                commit();
+                              });
+                            },
+                            // Applied batches are told from within the commit, and have to be taken in before
+                            // anything else runs.
+                            [&main = services.main, tell](const LiveWatcher::Event& event) {
+                              if (main.isCurrent()) return tell(event);
+                              main.post([tell, event] { tell(event); });
+                            },
+                            services.steadyClock},
       LiveWatcher::Options{
           .root = result.root,
           .rootPath = _rootPath.get(),

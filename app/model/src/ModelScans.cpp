@@ -1,6 +1,6 @@
-// Scans and loads. Each is a Run on a thread of its own; what it brings back counts only while scanGeneration is
-// the one it was begun with. A newer run cancels the older one, whose thread is joined once it says that it is
-// done: nothing here waits for one.
+// Scans and loads. Each is a Run on a thread of its own; what it brings back counts only while scanGeneration
+// is the one it was begun with. A newer run cancels the older one, whose thread is joined once it says that
+// it is done: nothing here waits for one.
 #include <chrono>
 #include <fmt/format.h>
 #include <limits>
@@ -148,21 +148,22 @@ AppModel::Run& AppModel::beginRun() {
 void AppModel::launch(const char* threadName, std::function<void(Finished&)> work) {
   busy = true;
   const MutexLock held(runLock);
-  run->thread = services.platform.threads.start(
-      threadName, kStackBytes,
-      [work = std::move(work), generation = scanGeneration, weak = Self(self), &begun = *run,
-       &main = services.main] {
-        const auto finished = std::make_shared<Finished>();
-        try {
-          work(*finished);
-        } catch (const std::exception& failure) {
-          finished->failure = failure.what();
-        }
-        if (begun.cancelled && !finished->result) finished->told.cancelled = true;
-        main.post([weak, generation, finished] {
-          if (const auto alive = weak.lock()) (*alive)->endRun(generation, finished);
-        });
-      });
+  run->thread = services.platform.threads.start(threadName, kStackBytes,
+                                                [work = std::move(work), generation = scanGeneration,
+                                                 weak = Self(self), &begun = *run, &main = services.main] {
+                                                  const auto finished = std::make_shared<Finished>();
+                                                  try {
+                                                    work(*finished);
+                                                  } catch (const std::exception& failure) {
+                                                    finished->failure = failure.what();
+                                                  }
+                                                  if (begun.cancelled && !finished->result)
+                                                    finished->told.cancelled = true;
+                                                  main.post([weak, generation, finished] {
+                                                    if (const auto alive = weak.lock())
+                                                      (*alive)->endRun(generation, finished);
+                                                  });
+                                                });
 }
 
 void AppModel::endRun(std::int64_t generation, const std::shared_ptr<Finished>& finished) {

@@ -1,5 +1,5 @@
-// Searches: of the search field and of the command bar. Both wait a moment for the next key, run on the search
-// queue as readers of the tree, and are dropped, or stopped, once a newer one was begun.
+// Searches: of the search field and of the command bar. Both wait a moment for the next key, run on the
+// search queue as readers of the tree, and are dropped, or stopped, once a newer one was begun.
 #include <chrono>
 #include <utility>
 
@@ -93,8 +93,9 @@ void AppModel::scheduleSearch() {
     return;
   }
   _searching.set(true);
-  Wanted wanted{effectiveQuery(),  _result.get(), std::string(treeRoot()), _metric.get(), services.now(),
-                kindOverrides,     treeGate,      searchGen,               generation};
+  Wanted wanted{effectiveQuery(), _result.get(),  std::string(treeRoot()),
+                _metric.get(),    services.now(), kindOverrides,
+                treeGate,         searchGen,      generation};
   services.searches.postAfter(
       kTypingPause, [wanted = std::move(wanted), weak = Self(self), &main = services.main] {
         if (wanted.isVoid()) return;
@@ -110,9 +111,9 @@ void AppModel::scheduleSearch() {
 
 void AppModel::schedulePaletteSearch(const std::string& text) {
   const auto tokens = tokensOf(text);
-  lastPaletteText = tokens.empty() ? std::string()
-                                   : std::string(tokens.front().data(),
-                                                 tokens.back().data() + tokens.back().size());
+  lastPaletteText = tokens.empty()
+                        ? std::string()
+                        : std::string(tokens.front().data(), tokens.back().data() + tokens.back().size());
   const std::int64_t generation = paletteGen->advance();
   if (lastPaletteText.empty()) {
     _paletteHits.set({});
@@ -120,8 +121,9 @@ void AppModel::schedulePaletteSearch(const std::string& text) {
     return;
   }
   _paletteSearching.set(true);
-  Wanted wanted{lastPaletteText, _result.get(), std::string(treeRoot()), _metric.get(), services.now(),
-                kindOverrides,   treeGate,      paletteGen,              generation};
+  Wanted wanted{lastPaletteText, _result.get(),  std::string(treeRoot()),
+                _metric.get(),   services.now(), kindOverrides,
+                treeGate,        paletteGen,     generation};
   services.searches.postAfter(
       kPalettePause, [wanted = std::move(wanted), weak = Self(self), &main = services.main] {
         if (wanted.isVoid()) return;

@@ -35,12 +35,12 @@ class Log;
 class RunningThread;
 class UserDefaults;
 
-/// All that the user sees and does: the scan result, where in it the user looks, the lenses' results, the search.
-/// Window and terminal command drive the same object.
+/// All that the user sees and does: the scan result, where in it the user looks, the lenses' results, the
+/// search. Window and terminal command drive the same object.
 ///
 /// Fields with a leading underscore are observed; views read them and set none but those marked "views set".
-/// Scans and loads run on threads of their own, searches and lenses on queues; each brings its result back to the
-/// main queue, where it counts only if nothing newer was begun meanwhile.
+/// Scans and loads run on threads of their own, searches and lenses on queues; each brings its result back to
+/// the main queue, where it counts only if nothing newer was begun meanwhile.
 ///
 /// Threads: main only, except `cancel` and `buildingFile`.
 class AppModel {
@@ -62,16 +62,16 @@ class AppModel {
     BackgroundQueue& lenses;
     BackgroundQueue& liveEvents;
     BackgroundQueue& liveWork;
-    LiveWatcher::Clock steadyClock;              ///< seconds of a clock that only goes forward
-    std::function<std::int64_t()> now;           ///< seconds since 1970
+    LiveWatcher::Clock steadyClock;     ///< seconds of a clock that only goes forward
+    std::function<std::int64_t()> now;  ///< seconds since 1970
   };
   /// What this program wants of scans and loads.
   struct Conduct {
     bool liveUpdates = true;
-    bool catchUp = true;        ///< a loaded index is brought up to date
+    bool catchUp = true;  ///< a loaded index is brought up to date
     bool saveIndex = true;
     bool oneFileSystem = true;
-    unsigned threads = 0;       ///< of a walk; 0 for as many as there are processors, at least 4
+    unsigned threads = 0;  ///< of a walk; 0 for as many as there are processors, at least 4
   };
 
   explicit AppModel(Services services);
@@ -94,29 +94,29 @@ class AppModel {
   bool scanStarted = false;
   /// How the last scan or load ended, for a summary.
   struct LastRun {
-    std::int64_t elapsedMs = 0;      ///< of the walk, also of one that was made in an earlier run of the program
-    std::string index;               ///< the saved index; "" when there is none
-    std::string notSaved;            ///< why an index that was wanted was not saved
-    std::string notLoaded;           ///< why a saved index was not used; "" when it was, or there was none
-    std::int64_t caughtUp = 0;       ///< changed folders
+    std::int64_t elapsedMs = 0;  ///< of the walk, also of one that was made in an earlier run of the program
+    std::string index;           ///< the saved index; "" when there is none
+    std::string notSaved;        ///< why an index that was wanted was not saved
+    std::string notLoaded;       ///< why a saved index was not used; "" when it was, or there was none
+    std::int64_t caughtUp = 0;   ///< changed folders
     bool wasLoaded = false;
-    std::string failure;             ///< why nothing could be scanned; "" otherwise
+    std::string failure;  ///< why nothing could be scanned; "" otherwise
     bool cancelled = false;
   };
   LastRun lastRun;
 
   // Where the user looks.
-  Observed<RefPtr<DirNode>> _scope;                     ///< views set
-  Observed<Metric> _metric{Metric::logical};            ///< views set
-  Observed<Lens> _lens{Lens::map};                      ///< views set
-  Observed<MapMode> _mapMode{MapMode::sunburst};        ///< views set
-  Observed<std::optional<std::string>> _selection;      ///< an Entry's id; views set
-  Observed<std::optional<std::string>> _hovered;        ///< likewise
+  Observed<RefPtr<DirNode>> _scope;                 ///< views set
+  Observed<Metric> _metric{Metric::logical};        ///< views set
+  Observed<Lens> _lens{Lens::map};                  ///< views set
+  Observed<MapMode> _mapMode{MapMode::sunburst};    ///< views set
+  Observed<std::optional<std::string>> _selection;  ///< an Entry's id; views set
+  Observed<std::optional<std::string>> _hovered;    ///< likewise
   bool hoverFromMap = false;
-  Observed<bool> _showInspector{true};                  ///< views set
-  Observed<bool> _showOnboarding{false};                ///< views set
-  Observed<bool> _mapAnimating{false};                  ///< views set
-  Observed<std::optional<std::string>> _previewURL;     ///< views set
+  Observed<bool> _showInspector{true};               ///< views set
+  Observed<bool> _showOnboarding{false};             ///< views set
+  Observed<bool> _mapAnimating{false};               ///< views set
+  Observed<std::optional<std::string>> _previewURL;  ///< views set
   Observed<std::optional<std::string>> _toast;
   Observed<std::uint64_t> _version{0};  ///< grows whenever the tree changes in place
 
@@ -142,7 +142,8 @@ class AppModel {
   KindOverrides kindOverrides;
   Observed<std::vector<IndexEntry>> _indexes;
 
-  /// At launch: opens the saved index of the path, brought up to date, else scans. Once; later calls do nothing.
+  /// At launch: opens the saved index of the path, brought up to date, else scans. Once; later calls do
+  /// nothing.
   void scanIfNeeded(const std::string& path);
   /// Scans afresh, whatever runs.
   void scan(const std::string& path);

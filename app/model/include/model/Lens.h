@@ -14,9 +14,9 @@ enum class MapMode : std::uint8_t { sunburst, treemap };
 /// The views on a scan, in the order of their shortcuts.
 enum class Lens : std::uint8_t { map, largest, kinds, age, reclaim, dupes, names, volume, misnamed };
 
-inline constexpr std::array<Lens, 9> kLenses{Lens::map,     Lens::largest, Lens::kinds,
-                                             Lens::age,     Lens::reclaim, Lens::dupes,
-                                             Lens::names,   Lens::volume,  Lens::misnamed};
+inline constexpr std::array<Lens, 9> kLenses{Lens::map,   Lens::largest, Lens::kinds,
+                                             Lens::age,   Lens::reclaim, Lens::dupes,
+                                             Lens::names, Lens::volume,  Lens::misnamed};
 
 /// The title, which is also its identifier.
 [[nodiscard]] constexpr std::string_view titleOf(Lens lens) {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <variant>
 
 #include "base/RefPtr.h"
@@ -41,7 +42,7 @@ struct Entry {
   [[nodiscard]] std::int64_t mtime() const;
 
   /// `folderPath` is the full path of the folder itself, or of the one that holds the file.
-  [[nodiscard]] static Entry ofFolder(const RefPtr<DirNode>& node, std::string folderPath);
+  [[nodiscard]] static Entry ofFolder(const RefPtr<DirNode>& node, std::string_view folderPath);
   [[nodiscard]] static Entry ofFile(const FileEntry& file, const RefPtr<DirNode>& container,
                                     std::string_view containerPath);
 };

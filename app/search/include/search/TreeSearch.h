@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "base/FunctionRef.h"
+#include "base/RefPtr.h"
+#include "rows/Entry.h"
+#include "scan/DirNode.h"
+#include "search/TokenQuery.h"
+
+namespace quon {
+
+// Searches the scan tree for folders and kept files. A folder matches by its totals and its own time, and
+// only when no kind is asked for.
+//
+// The search covers what lies below `root`, not `root` itself, which may be any folder of the tree;
+// `rootPath` is the path of the tree's root as paths are built from it: "" for the file system's root. Terms
+// are found anywhere in a full path, `rootPath` included.
+//
+// `cancelled` is asked once at the start and then about every 1,024 rows looked at; once it says yes the
+// result is nullopt.
+//
+// Threads: any that may read the tree, which must not change meanwhile.
+
+/// The id of a kept file's kind. Asked at most once for a file, when all else in the query fits it.
+using KindOf = FunctionRef<std::string_view(const DirNode& folder, std::string_view fileName)>;
+
+/// All that matches, in the order of the tree: a folder, its kept files, then the folders in it. Each row
+/// carries its full path, so a query that a chain of n nested folders matches as a whole takes n² bytes:
+/// `largestMatches` has a bound.
+[[nodiscard]] std::optional<std::vector<Entry>> searchTree(const TokenQuery& query,
+                                                           const RefPtr<DirNode>& root,
+                                                           std::string_view rootPath, Metric metric,
+                                                           KindOf kindOf, FunctionRef<bool()> cancelled);
+
+/// What `searchTree` followed by `sortBySize` puts first, at most `cap` rows; only these are made.
+[[nodiscard]] std::optional<std::vector<Entry>> largestMatches(const TokenQuery& query,
+                                                               const RefPtr<DirNode>& root,
+                                                               std::string_view rootPath, Metric metric,
+                                                               KindOf kindOf, FunctionRef<bool()> cancelled,
+                                                               std::size_t cap);
+
+/// Largest first in the metric; equal sizes keep their order.
+void sortBySize(std::vector<Entry>& rows, Metric metric);
+
+}  // namespace quon

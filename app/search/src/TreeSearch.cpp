@@ -1,0 +1,209 @@
+#include "search/TreeSearch.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <utility>
+
+#include "Needles.h"
+#include "base/Text.h"
+
+// A name is the end of its path, so a term occurs in the name or the path exactly when it occurs in the path:
+// terms and path terms are one set of needles. The walk keeps an explicit stack with the needles' states of
+// each folder on it; below a folder whose path holds them all no name is looked at. Matches are pointers
+// until the walk is over, and only those asked for become rows.
+
+namespace quon {
+namespace {
+
+struct Match {
+  DirNode* folder;        // that matches, or holds the file
+  const FileEntry* file;  // none for a folder
+  std::uint64_t size;
+  std::size_t order;
+};
+
+/// Asks whether to go on, at once and then whenever as much work as 1,024 rows has been done.
+class Patience {
+ public:
+  explicit Patience(FunctionRef<bool()> asked) : cancelled(asked) {}
+
+  /// True when the work is to stop. `cost` counts rows looked at.
+  [[nodiscard]] bool endsAfter(std::size_t cost) {
+    if (left > cost) {
+      left -= cost;
+      return false;
+    }
+    left = kRows;
+    return cancelled();
+  }
+
+ private:
+  static constexpr std::size_t kRows = 1024;
+
+  FunctionRef<bool()> cancelled;
+  std::size_t left = 0;
+};
+
+std::vector<std::string> needlesOf(const TokenQuery& query) {
+  std::vector<std::string> texts = query.terms;
+  texts.insert(texts.end(), query.pathTerms.begin(), query.pathTerms.end());
+  return texts;
+}
+
+class Search {
+ public:
+  Search(const TokenQuery& asked, Metric shown, KindOf kinds, Patience& asker)
+      : query(asked), metric(shown), kindOf(kinds), patience(asker), needles(needlesOf(asked)) {}
+
+  /// False when cancelled.
+  [[nodiscard]] bool walk(DirNode& root, std::string_view rootPath) {
+    if (patience.endsAfter(0)) return false;
+    std::vector<std::size_t> none(needles.size(), 0);
+    states.resize(needles.size());
+    const std::size_t missing = needles.advance(none, states, lowerCase(root.path(rootPath)));
+    levels.push_back({&root, 0, missing});
+    if (!matchFiles()) return false;
+    while (!levels.empty()) {
+      Level& level = levels.back();
+      if (level.nextChild == level.folder->subdirs.size()) {
+        levels.pop_back();
+        states.resize(levels.size() * needles.size());
+        continue;
+      }
+      if (!enter(*level.folder->subdirs[level.nextChild++])) return false;
+    }
+    return true;
+  }
+
+  std::vector<Match> matches;
+
+ private:
+  struct Level {
+    DirNode* folder;
+    std::size_t nextChild;
+    std::size_t missing;  // needles that the folder's path does not hold
+  };
+
+  [[nodiscard]] bool enter(DirNode& folder) {
+    if (patience.endsAfter(1 + levels.back().missing)) return false;
+    if (query.kind && folder.subdirs.empty() && folder.keptFiles.empty()) return true;
+    const std::size_t above = states.size() - needles.size();
+    states.resize(states.size() + needles.size());
+    const Needles::States all(states);
+    const auto from = all.subspan(above, needles.size());
+    const auto to = all.subspan(above + needles.size());
+    std::size_t missing = levels.back().missing;
+    if (missing > 0) {
+      missing = needles.advance(from, to, pieceOf(folder.name));
+    } else {
+      std::ranges::copy(from, to.begin());
+    }
+    levels.push_back({&folder, 0, missing});
+    const std::uint64_t size = metric == Metric::logical ? folder.totalLogical : folder.totalPhysical;
+    if (!query.kind && missing == 0 && isWithinBounds(size, folder.mtime)) add(folder, nullptr, size);
+    return matchFiles();
+  }
+
+  /// Of the folder on top.
+  [[nodiscard]] bool matchFiles() {
+    const Level& level = levels.back();
+    const auto found = Needles::ConstStates(states).last(needles.size());
+    for (const FileEntry& file : level.folder->keptFiles) {
+      if (patience.endsAfter(1 + level.missing)) return false;
+      const std::uint64_t size = metric == Metric::logical ? file.logical : file.physical;
+      if (!isWithinBounds(size, file.mtime)) continue;
+      if (level.missing > 0 && !needles.areFoundWith(found, pieceOf(file.name))) continue;
+      if (query.kind && kindOf(*level.folder, file.name) != *query.kind) continue;
+      add(*level.folder, &file, size);
+    }
+    return true;
+  }
+
+  [[nodiscard]] bool isWithinBounds(std::uint64_t size, std::int64_t mtime) const {
+    return (!query.minSize || size >= *query.minSize) && (!query.maxSize || size <= *query.maxSize) &&
+           (!query.olderThan || (mtime != 0 && mtime < *query.olderThan)) &&
+           (!query.newerThan || mtime >= *query.newerThan);
+  }
+
+  void add(DirNode& folder, const FileEntry* file, std::uint64_t size) {
+    matches.push_back({&folder, file, size, matches.size()});
+  }
+
+  /// What a name adds to its path, in lower case; valid until the next one.
+  std::string_view pieceOf(std::string_view name) {
+    piece.resize(1 + name.size());
+    unsigned char seen = 0;
+    for (std::size_t at = 0; at < name.size(); ++at) {
+      const auto byte = static_cast<unsigned char>(name[at]);
+      const bool isUpper = byte >= 'A' && byte <= 'Z';
+      piece[1 + at] = static_cast<char>(isUpper ? byte | 0x20 : byte);
+      seen |= byte;
+    }
+    if (seen >= 0x80) piece.replace(1, std::string::npos, lowerCase(name));
+    return piece;
+  }
+
+  const TokenQuery& query;
+  const Metric metric;
+  const KindOf kindOf;
+  Patience& patience;
+  const Needles needles;
+  std::vector<Level> levels;
+  std::vector<std::size_t> states;  // of each level, one after the other
+  std::string piece = "/";
+};
+
+std::optional<std::vector<Entry>> rowsOf(const std::vector<Match>& matches, std::string_view rootPath,
+                                         Patience& patience) {
+  constexpr std::size_t kPathBytesOfARow = 256;
+  std::vector<Entry> rows;
+  rows.reserve(matches.size());
+  const DirNode* named = nullptr;
+  std::string path;
+  for (const Match& match : matches) {
+    if (match.folder != named) path = match.folder->path(rootPath);
+    named = match.folder;
+    if (patience.endsAfter(1 + path.size() / kPathBytesOfARow)) return std::nullopt;
+    const RefPtr<DirNode> folder(match.folder);
+    rows.push_back(match.file == nullptr ? Entry::ofFolder(folder, path)
+                                         : Entry::ofFile(*match.file, folder, path));
+  }
+  return rows;
+}
+
+}  // namespace
+
+std::optional<std::vector<Entry>> searchTree(const TokenQuery& query, const RefPtr<DirNode>& root,
+                                             std::string_view rootPath, Metric metric, KindOf kindOf,
+                                             FunctionRef<bool()> cancelled) {
+  Patience patience(cancelled);
+  Search search(query, metric, kindOf, patience);
+  if (!search.walk(*root, rootPath)) return std::nullopt;
+  return rowsOf(search.matches, rootPath, patience);
+}
+
+std::optional<std::vector<Entry>> largestMatches(const TokenQuery& query, const RefPtr<DirNode>& root,
+                                                 std::string_view rootPath, Metric metric, KindOf kindOf,
+                                                 FunctionRef<bool()> cancelled, std::size_t cap) {
+  Patience patience(cancelled);
+  Search search(query, metric, kindOf, patience);
+  if (!search.walk(*root, rootPath)) return std::nullopt;
+  std::vector<Match>& matches = search.matches;
+  const auto isBefore = [](const Match& a, const Match& b) {
+    return a.size != b.size ? a.size > b.size : a.order < b.order;
+  };
+  if (matches.size() > cap) {
+    std::ranges::nth_element(matches, matches.begin() + static_cast<std::ptrdiff_t>(cap), isBefore);
+    matches.resize(cap);
+  }
+  std::ranges::sort(matches, isBefore);
+  return rowsOf(matches, rootPath, patience);
+}
+
+void sortBySize(std::vector<Entry>& rows, Metric metric) {
+  std::ranges::stable_sort(rows,
+                           [&](const Entry& a, const Entry& b) { return a.size(metric) > b.size(metric); });
+}
+
+}  // namespace quon

@@ -1,0 +1,168 @@
+// What the search field's language means, token by token.
+#include <gtest/gtest.h>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "search/TokenQuery.h"
+#include "search/Tokens.h"
+
+namespace quon::test {
+namespace {
+
+using Texts = std::vector<std::string>;
+
+constexpr std::int64_t kNow = 1700000000;
+constexpr std::int64_t kDay = 86400;
+
+TokenQuery parsed(std::string_view text) {
+  return TokenQuery::parse(text, kNow);
+}
+
+TEST(Tokens, WhitespaceOfAnyScriptSeparates) {
+  const auto tokens = tokensOf("  a\t\nb\u3000c\u00a0d\u2003\u2028e\xc2\x85 f\u200bg \xe3\x80 \xff ");
+  EXPECT_EQ(Texts(tokens.begin(), tokens.end()),
+            (Texts{"a", "b", "c", "d", "e", "f\u200bg", "\xe3\x80", "\xff"}));
+  EXPECT_TRUE(tokensOf("").empty());
+  EXPECT_TRUE(tokensOf(" \u3000 ").empty());
+}
+
+TEST(TokenQuery, EveryKeySetsItsFilter) {
+  const TokenQuery query =
+      parsed("Report kind:Video SIZE:>1GB size:<2t in:Library path:Logs name:X age:2y Age:<1w");
+  EXPECT_EQ(query.terms, (Texts{"report", "x"}));
+  EXPECT_EQ(query.pathTerms, (Texts{"library", "logs"}));
+  EXPECT_EQ(query.kind, "media");
+  EXPECT_EQ(query.minSize, 1073741824U);
+  EXPECT_EQ(query.maxSize, 2199023255552U);
+  EXPECT_EQ(query.olderThan, kNow - 730 * kDay);
+  EXPECT_EQ(query.newerThan, kNow - 7 * kDay);
+  EXPECT_FALSE(query.isEmpty());
+  EXPECT_EQ(parsed("size:>1gb"), parsed("size:1gb"));
+  EXPECT_EQ(parsed("age:>3d"), parsed("age:3d"));
+  EXPECT_EQ(parsed("type:photos"), parsed("kind:image"));
+}
+
+TEST(TokenQuery, WhatIsNoFilterIsATerm) {
+  EXPECT_EQ(parsed("Foo:Bar in: :x size").terms, (Texts{"foo:bar", "in:", ":x", "size"}));
+  EXPECT_EQ(parsed("in:a:B").pathTerms, (Texts{"a:b"}));
+  EXPECT_EQ(parsed("\xc3\x89T\xc3\x89 \xff").terms, (Texts{"\u00e9t\u00e9", "\xff"}));
+}
+
+TEST(TokenQuery, AFilterThatCannotBeReadIsLeftOut) {
+  EXPECT_TRUE(parsed("size:big size:<> size:> age:0d age:12h kind:vid age:<").isEmpty());
+  EXPECT_EQ(parsed("kind:code kind:nothing size:1k size:x"), parsed("kind:code size:1k"));
+  EXPECT_EQ(parsed("kind:code kind:font size:1 size:>2"), parsed("kind:fonts size:2"));
+}
+
+TEST(TokenQuery, EachFieldAloneIsNotEmpty) {
+  for (const char* text : {"x", "in:x", "name:x", "kind:other", "size:0", "size:<0", "age:1d", "age:<1d"}) {
+    EXPECT_FALSE(parsed(text).isEmpty()) << text;
+  }
+  EXPECT_TRUE(parsed(" ").isEmpty());
+  EXPECT_TRUE(TokenQuery().isEmpty());
+}
+
+TEST(TokenQuery, Amounts) {
+  const auto bytes = TokenQuery::parseBytes;
+  EXPECT_EQ(bytes("1.5gb"), 1610612736U);
+  EXPECT_EQ(bytes("500mb"), 524288000U);
+  EXPECT_EQ(bytes("1TB"), 1ULL << 40U);
+  EXPECT_EQ(bytes("3t"), 3ULL << 40U);
+  EXPECT_EQ(bytes("2g"), 2ULL << 30U);
+  EXPECT_EQ(bytes("7m"), 7ULL << 20U);
+  EXPECT_EQ(bytes("7kb"), 7168U);
+  EXPECT_EQ(bytes("1.9b"), 1U);
+  EXPECT_EQ(bytes(".5k"), 512U);
+  EXPECT_EQ(bytes("1.k"), 1024U);
+  EXPECT_EQ(bytes("0gb"), 0U);
+  EXPECT_EQ(bytes("+17"), 17U);
+  EXPECT_EQ(bytes("007"), 7U);
+  EXPECT_EQ(bytes("18446744073709551615"), std::numeric_limits<std::uint64_t>::max());
+  EXPECT_EQ(bytes("16777215t"), 16777215ULL << 40U);
+  EXPECT_EQ(bytes(std::string(400, '0') + "1k"), 1024U);
+  EXPECT_EQ(bytes("1." + std::string(2000, '3') + "k"), 1365U);
+}
+
+TEST(TokenQuery, NoAmounts) {
+  for (const char* value : {"",
+                            "b",
+                            "gb",
+                            ".gb",
+                            ".",
+                            "1.5",
+                            "1.2.3k",
+                            "-1gb",
+                            "-1",
+                            "+1gb",
+                            "++1",
+                            "+",
+                            "+-1",
+                            "1e3gb",
+                            "1e3",
+                            "infgb",
+                            "inf",
+                            "nanb",
+                            "0x1fgb",
+                            "0x10",
+                            "1,5gb",
+                            "1 gb",
+                            "1gbb",
+                            "1pb",
+                            "18446744073709551616",
+                            "16777216t",
+                            "18446744073709551615b",
+                            "\xff",
+                            "1\u00a0k",
+                            "\u0661k"}) {
+    EXPECT_EQ(TokenQuery::parseBytes(value), std::nullopt) << value;
+  }
+  EXPECT_EQ(TokenQuery::parseBytes(std::string(400, '9') + "k"), std::nullopt) << "beyond any double";
+  EXPECT_EQ(TokenQuery::parseBytes(std::string(400, '9')), std::nullopt);
+}
+
+TEST(TokenQuery, Durations) {
+  const auto seconds = TokenQuery::parseDuration;
+  for (const char* unit : {"years", "year", "yr", "Y"})
+    EXPECT_EQ(seconds(std::string("2") + unit), 730 * kDay);
+  for (const char* unit : {"months", "month", "mo"}) EXPECT_EQ(seconds(std::string("1.5") + unit), 45 * kDay);
+  for (const char* unit : {"weeks", "week", "w"}) EXPECT_EQ(seconds(std::string("3") + unit), 21 * kDay);
+  for (const char* unit : {"days", "day", "d"}) EXPECT_EQ(seconds(std::string(".5") + unit), kDay / 2);
+  EXPECT_EQ(seconds("0.00002d"), 1);
+  EXPECT_TRUE(seconds("292471208677y"));
+  for (const char* value : {"", "d", "0d", "0.0y", "-1d", "+1d", "12h", "5m", "5", "1e1d", "infd", "nand",
+                            "0x1d", "292471208678y", "1 d", "1dd"}) {
+    EXPECT_EQ(seconds(value), std::nullopt) << value;
+  }
+  EXPECT_EQ(seconds(std::string(400, '9') + "d"), std::nullopt);
+}
+
+TEST(TokenQuery, TimesStayWithinTheirRange) {
+  constexpr auto kLeast = std::numeric_limits<std::int64_t>::min();
+  EXPECT_EQ(TokenQuery::parse("age:292471208677y", -kDay * 365).olderThan, kLeast);
+  EXPECT_EQ(TokenQuery::parse("age:<1d", kLeast).newerThan, kLeast);
+  EXPECT_EQ(TokenQuery::parse("age:1d", 0).olderThan, -kDay);
+}
+
+TEST(TokenQuery, KindNames) {
+  const std::vector<std::pair<std::string_view, Texts>> kinds{
+      {"code", {"code", "source"}},
+      {"images", {"image", "images", "photo", "photos", "Photo"}},
+      {"archives", {"archive", "archives", "compressed", "arc"}},
+      {"docs", {"docs", "document", "documents", "doc"}},
+      {"media", {"media", "video", "videos", "audio", "music", "movie"}},
+      {"disk", {"disk", "vm", "img"}},
+      {"data", {"data", "database", "logs"}},
+      {"bins", {"bin", "bins", "binary", "binaries"}},
+      {"fonts", {"font", "fonts", "typeface"}},
+      {"other", {"other", "misc"}}};
+  for (const auto& [id, names] : kinds) {
+    for (const std::string& name : names) EXPECT_EQ(TokenQuery::kindNamed(name), id) << name;
+  }
+  for (const char* name : {"", "vid", "images ", "log", "Other!"}) {
+    EXPECT_EQ(TokenQuery::kindNamed(name), std::nullopt) << name;
+  }
+}
+
+}  // namespace
+}  // namespace quon::test
