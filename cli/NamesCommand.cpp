@@ -72,7 +72,7 @@ void printFilesOfName(const Session& session, const Command& command, const Open
 }  // namespace
 
 int runNames(Session& session, const Command& command) {
-  const OpenedTree tree = session.open(session.resolve(command.path), command.catchUp);
+  const OpenedTree tree = session.open(session.resolve(command.path));
   if (tree.index.empty())
     throw CommandFailure("names are looked up in a saved index, and none could be saved");
   if (command.name.empty()) {

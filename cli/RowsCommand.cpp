@@ -34,7 +34,7 @@ std::string heading(const std::string& path, const OpenedTree& tree) {
 
 int runRows(Session& session, const Command& command) {
   const std::string path = session.resolve(command.path);
-  const OpenedTree tree = session.open(path, command.catchUp);
+  const OpenedTree tree = session.open(path);
   const bool largest = command.verb == Command::Verb::largest;
   const std::string_view prefix = pathPrefix(tree.root);
   const std::vector<Entry> rows = largest ? largestFiles(tree.scope, prefix, command.metric, command.limit)

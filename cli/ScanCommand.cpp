@@ -18,16 +18,16 @@ namespace {
 constexpr std::size_t kRowsShown = 12;
 
 Json document(const OpenedTree& tree) {
-  const DirNode& root = *tree.result.root;
+  const DirNode& root = *tree.result->root;
   Json json{{"root", encodeBytes(tree.root)},
             {"dirs", root.totalDirs},
             {"files", root.totalFiles},
             {"logical", root.totalLogical},
             {"physical", root.totalPhysical},
-            {"errors", tree.result.errorCount},
-            {"errorSamples", toJson(tree.result.errorSamples)},
-            {"hardlinksDeduped", tree.result.hardlinksDeduped},
-            {"skippedProtected", toJson(tree.result.skippedProtected)},
+            {"errors", tree.result->errorCount},
+            {"errorSamples", toJson(tree.result->errorSamples)},
+            {"hardlinksDeduped", tree.result->hardlinksDeduped},
+            {"skippedProtected", toJson(tree.result->skippedProtected)},
             {"elapsedMs", tree.elapsedMs},
             {"index", nullptr}};
   if (!tree.index.empty()) json["index"] = encodeBytes(tree.index);
@@ -35,14 +35,14 @@ Json document(const OpenedTree& tree) {
 }
 
 std::string summary(const Session& session, const OpenedTree& tree) {
-  const DirNode& root = *tree.result.root;
+  const DirNode& root = *tree.result->root;
   std::string text =
       fmt::format("{}: {} files in {} folders, {} ({} on disk), in {:.2f} s\n", displayText(tree.root),
                   grouped(root.totalFiles), grouped(root.totalDirs), humanBytes(root.totalLogical),
                   humanBytes(root.totalPhysical), static_cast<double>(tree.elapsedMs) / 1000.0);
-  if (tree.result.hardlinksDeduped > 0) {
+  if (tree.result->hardlinksDeduped > 0) {
     text += fmt::format("{} further names of hard-linked files, counted once\n",
-                        grouped(tree.result.hardlinksDeduped));
+                        grouped(tree.result->hardlinksDeduped));
   }
   if (!tree.index.empty()) {
     std::error_code ignored;
@@ -55,15 +55,15 @@ std::string summary(const Session& session, const OpenedTree& tree) {
 }  // namespace
 
 int runScan(Session& session, const Command& command) {
-  const OpenedTree tree = session.scan({.root = session.resolve(command.path),
-                                        .threads = command.threads,
-                                        .oneFileSystem = !command.crossDevices,
-                                        .saveIndex = command.saveIndex,
-                                        .indexDirectory = {}});
+  AppModel::Conduct& conduct = session.model().conduct;
+  conduct.threads = command.threads;
+  conduct.oneFileSystem = !command.crossDevices;
+  conduct.saveIndex = command.saveIndex;
+  const OpenedTree tree = session.scan(session.resolve(command.path));
   if (command.json) {
     printDocument(document(tree));
   } else {
-    const DirNode& root = *tree.result.root;
+    const DirNode& root = *tree.result->root;
     const RowTable table{.metric = command.metric,
                          .total = command.metric == Metric::logical ? root.totalLogical : root.totalPhysical,
                          .columns = session.terminal.columns,

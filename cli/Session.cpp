@@ -4,22 +4,17 @@
 #include <chrono>
 #include <fmt/format.h>
 #include <system_error>
-#include <tuple>
 #include <utility>
 #include <vector>
 
-#include "Output.h"
 #include "base/HumanBytes.h"
 #include "base/Path.h"
 #include "base/Text.h"
-#include "live/Refresh.h"
+#include "platform/Desktop.h"
 #include "platform/Files.h"
-#include "platform_linux/KeyFileDefaults.h"
-#include "rows/FolderRows.h"
-#include "scan/Walker.h"
+#include "platform_linux/LinuxThreads.h"
 #include "store/IndexCatalog.h"
 #include "store/ScanStore.h"
-#include "store/StoreError.h"
 
 namespace quon::cli {
 namespace {
@@ -81,12 +76,49 @@ void tellUnreadable(const OpenedTree& tree) {
   if (unreadable.size() > told) fmt::print(stderr, "  and {} more\n", grouped(unreadable.size() - told));
 }
 
+struct Session::Queues {
+  ThreadQueue searches{[] { LinuxThreads::nameThisThread("quon-search"); }};
+  ThreadQueue lenses{[] { LinuxThreads::nameThisThread("quon-lenses"); }};
+  ThreadQueue liveEvents{[] { LinuxThreads::nameThisThread("quon.fsevents.live"); }};
+  ThreadQueue liveWork{[] { LinuxThreads::nameThisThread("quon.live.apply"); }};
+};
+
+/// A terminal has none of it.
+class Session::NoDesktop final : public DesktopService {
+ public:
+  void copyText(const std::string&) override {}
+  void chooseFolder(const std::string&, std::function<void(const std::string&)>) override {}
+  bool hasFullDiskAccess() override { return true; }  // nothing guards folders but their permissions
+  void openPrivacySettings() override {}
+};
+
 Session::Session(const Platform& services, Folders places, const Terminal& streams)
-    : platform(services), folders(std::move(places)), terminal(streams), runner(services, streams) {}
+    : platform(services),
+      folders(std::move(places)),
+      terminal(streams),
+      defaults(folders.config),
+      events(folders, log),
+      queues(std::make_unique<Queues>()),
+      desktop(std::make_unique<NoDesktop>()),
+      driven(std::make_unique<AppModel>(AppModel::Services{
+          platform, events, defaults, *desktop, log, folders, loop, queues->searches, queues->lenses,
+          queues->liveEvents, queues->liveWork,
+          [] { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()); },
+          [] {
+            return std::chrono::duration_cast<std::chrono::seconds>(
+                       std::chrono::system_clock::now().time_since_epoch())
+                .count();
+          }})) {
+  driven->conduct.liveUpdates = false;
+  starts = driven->_scanStats.observe([this](const std::string&) { tellWhyScanned(); });
+  runs = std::make_unique<Runner>(platform, terminal, loop, *driven);
+}
+
+Session::~Session() = default;
 
 std::string Session::resolve(const std::string& typed) const {
   std::string path = typed;
-  if (path.empty()) path = KeyFileDefaults(folders.config).text("root").value_or(folders.home);
+  if (path.empty()) path = defaults.text("root").value_or(folders.home);
   path = expandTilde(path, folders.home);
   const auto refuse = [&](const std::string& reason) {
     throw CommandFailure("cannot open " + displayText(path) + ": " + reason);
@@ -102,79 +134,47 @@ std::string Session::resolve(const std::string& typed) const {
   return *canonical;
 }
 
-EventService& Session::events() {
-  if (!journal) journal = std::make_unique<LinuxEvents>(folders, log);
-  return *journal;
+void Session::tellWhyScanned() {
+  const std::string& reason = driven->lastRun.notLoaded;
+  if (reason.empty() || reason == toldReason) return;
+  toldReason = reason;
+  warn(fmt::format("{}; scanning {} afresh", reason, displayText(driven->_rootPath.get())));
 }
 
-OpenedTree Session::load(const IndexEntry& entry, bool catchUp) {
-  Loaded loaded = ScanStore::load(entry.url, entry.root, Walker::kMinKeep);
-  OpenedTree tree{.result = std::move(loaded.result),
-                  .root = entry.root,
+/// What the model holds now, with the folder at the path; no scope when the tree does not hold that.
+OpenedTree Session::opened(const std::string& path) {
+  runs->wait();
+  const AppModel::LastRun& run = driven->lastRun;
+  if (!run.failure.empty()) {
+    throw CommandFailure("cannot scan " + displayText(driven->_rootPath.get()) + ": " + run.failure);
+  }
+  if (!run.notSaved.empty()) warn("the index was not saved: " + run.notSaved);
+  OpenedTree tree{.result = driven->_result.get(),
+                  .root = driven->_rootPath.get(),
                   .scope = nullptr,
-                  .index = entry.url,
-                  .scannedAt = loaded.scannedAt,
-                  .elapsedMs = loaded.scanElapsedMs,
-                  .eventId = loaded.lastEventId,
-                  .rootDev = loaded.rootDev,
-                  .message = "index loaded"};
-  if (!catchUp) return tree;
-  loaded.result = std::move(tree.result);
-  Refresh::Outcome outcome;
-  std::tie(tree.result, outcome) =
-      Refresh::catchUp(platform, events(), loaded,
-                       {.rootPath = entry.root, .indexURL = entry.url, .minKeep = Walker::kMinKeep});
-  const std::int64_t changed = outcome.refreshedDirs + outcome.walkedSubtrees + outcome.removedSubtrees;
-  tree.message = changed == 0 ? "index loaded — nothing changed since " + localTime(loaded.scannedAt)
-                              : fmt::format("index loaded — {} changed folders caught up", changed);
-  tree.eventId = outcome.newEventId;
-  tree.scannedAt = std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+                  .index = run.index,
+                  .scannedAt = static_cast<double>(driven->_indexedAt.get().value_or(0)),
+                  .elapsedMs = run.elapsedMs};
+  if (const auto below = relativeTo(path, tree.root)) tree.scope = folderAt(tree.result->root, *below);
   return tree;
 }
 
-OpenedTree Session::open(const std::string& path, bool catchUp) {
+OpenedTree Session::open(const std::string& path) {
   std::vector<IndexEntry> saved = IndexCatalog::list(platform, folders.index());
   nameDamagedRoots(saved, folders.index(), path);
-  FolderScan::Options options{.root = path};
-  if (const IndexEntry* nearest = IndexCatalog::nearest(saved, path)) {
-    const auto rescan = [&](const char* reason) {
-      warn(fmt::format("{}; scanning {} afresh", reason, displayText(nearest->root)));
-      options.root = nearest->root;
-    };
-    try {
-      OpenedTree tree = load(*nearest, catchUp);
-      tree.scope = folderAt(tree.result.root, *relativeTo(path, tree.root));
-      if (tree.scope) return tree;
-      // On another file system than the root, or made since when nothing was caught up.
-    } catch (const StoreError& reason) {
-      rescan(reason.what());
-    } catch (const Refresh::Failure& reason) {
-      rescan(reason.what());
-    } catch (const std::system_error& reason) {
-      rescan(reason.what());
-    }
-  }
-  OpenedTree tree = scan(options);
-  tree.scope = folderAt(tree.result.root, *relativeTo(path, tree.root));
+  const IndexEntry* const nearest = IndexCatalog::nearest(saved, path);
+  driven->scanIfNeeded(nearest == nullptr ? path : nearest->root);
+  OpenedTree tree = opened(path);
+  // On another file system than the root, or made since when nothing was caught up.
+  if (!tree.scope && tree.root != path) tree = scan(path);
   if (!tree.scope) throw CommandFailure("cannot open " + displayText(path) + ": the scan did not meet it");
+  driven->_scope.set(tree.scope);
   return tree;
 }
 
-OpenedTree Session::scan(FolderScan::Options options) {
-  options.indexDirectory = folders.index();
-  FolderScan::Outcome outcome = runner.run(options);
-  if (!outcome.notSaved.empty()) warn("the index was not saved: " + outcome.notSaved);
-  OpenedTree tree{.result = std::move(outcome.result),
-                  .root = options.root,
-                  .scope = nullptr,
-                  .index = std::move(outcome.index),
-                  .scannedAt = outcome.scannedAt,
-                  .elapsedMs = outcome.elapsedMs,
-                  .eventId = outcome.eventId,
-                  .rootDev = outcome.rootDev,
-                  .message = ""};
-  tree.scope = tree.result.root;
-  return tree;
+OpenedTree Session::scan(const std::string& root) {
+  driven->scan(root);
+  return opened(root);
 }
 
 }  // namespace quon::cli

@@ -1,21 +1,20 @@
 #pragma once
 
-#include <cstdint>
+#include <memory>
 #include <stdexcept>
 #include <string>
 
 #include "CommandLine.h"
-#include "ScanRunner.h"
+#include "Runner.h"
 #include "base/Log.h"
+#include "base/LoopQueue.h"
+#include "base/ThreadQueue.h"
+#include "model/AppModel.h"
 #include "platform/Folders.h"
 #include "platform/Platform.h"
+#include "platform_linux/KeyFileDefaults.h"
 #include "platform_linux/LinuxEvents.h"
 #include "platform_linux/LinuxTerminal.h"
-#include "scan/WalkResult.h"
-
-namespace quon {
-struct IndexEntry;
-}
 
 namespace quon::cli {
 
@@ -27,21 +26,19 @@ class CommandFailure : public std::runtime_error {
 
 /// A scanned tree and where in it the user asked to look.
 struct OpenedTree {
-  WalkResult result;
+  std::shared_ptr<const WalkResult> result;
   std::string root;            ///< "/" for the file system's root
   RefPtr<DirNode> scope;       ///< the folder that was asked for
   std::string index;           ///< the index behind it; "" when none could be saved
   double scannedAt = 0;        ///< seconds since 1970
   std::int64_t elapsedMs = 0;  ///< of the scan that made it
-  std::uint64_t eventId = 0;   ///< what the index is current to
-  std::uint32_t rootDev = 0;
-  std::string message;  ///< how an opened index was brought up to date; "" after a scan
 };
 
-/// What every command works with. Threads: main only.
+/// What every command works with: the model and what drives it. Threads: main only.
 class Session {
  public:
   Session(const Platform& platform, Folders folders, const Terminal& terminal);
+  ~Session();
 
   const Platform& platform;
   const Folders folders;
@@ -53,18 +50,29 @@ class Session {
   /// The nearest saved root that holds the path, brought up to date from the journal of events; when that
   /// cannot be, the reason is told and the root scanned. Without a saved root, the path scanned as a root of
   /// its own.
-  [[nodiscard]] OpenedTree open(const std::string& path, bool catchUp);
-  [[nodiscard]] OpenedTree scan(FolderScan::Options options);
-  /// The journal of events, begun when it is first needed.
-  [[nodiscard]] EventService& events();
-  [[nodiscard]] ScanRunner& scans() { return runner; }
+  [[nodiscard]] OpenedTree open(const std::string& path);
+  [[nodiscard]] OpenedTree scan(const std::string& root);
+
+  [[nodiscard]] AppModel& model() { return *driven; }
+  [[nodiscard]] Runner& runner() { return *runs; }
 
  private:
-  [[nodiscard]] OpenedTree load(const IndexEntry& entry, bool catchUp);
+  struct Queues;
+  class NoDesktop;
 
-  ScanRunner runner;
+  [[nodiscard]] OpenedTree opened(const std::string& path);
+  void tellWhyScanned();
+
   StandardErrorLog log;
-  std::unique_ptr<LinuxEvents> journal;
+  KeyFileDefaults defaults;
+  LinuxEvents events;
+  LoopQueue loop;
+  std::unique_ptr<Queues> queues;
+  std::unique_ptr<NoDesktop> desktop;
+  std::unique_ptr<AppModel> driven;
+  Observation starts;
+  std::string toldReason;
+  std::unique_ptr<Runner> runs;
 };
 
 /// A line on standard error that does not end the command.

@@ -1,7 +1,6 @@
 #include <chrono>
 #include <fmt/chrono.h>
 #include <fmt/format.h>
-#include <memory>
 #include <string>
 #include <variant>
 
@@ -11,64 +10,47 @@
 #include "Output.h"
 #include "base/HumanBytes.h"
 #include "base/Text.h"
-#include "base/ThreadQueue.h"
 #include "live/LiveWatcher.h"
-#include "platform_linux/LinuxThreads.h"
 
 namespace quon::cli {
 namespace {
-
-std::chrono::duration<double> steadySeconds() {
-  return std::chrono::steady_clock::now().time_since_epoch();
-}
 
 std::string clockTime() {
   return localTime(
       std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count());
 }
 
-/// One watch of one root: tells each event, until live updates end.
+/// Tells each event of the model, until live updates end.
 class Watch {
  public:
-  Watch(Session& owner, const Command& what, OpenedTree opened)
-      : session(owner),
-        command(what),
-        tree(std::move(opened)),
-        callbacks([] { LinuxThreads::nameThisThread("quon.fsevents.live"); }),
-        work([] { LinuxThreads::nameThisThread("quon.live.apply"); }) {}
+  Watch(Session& owner, const Command& what) : session(owner), command(what) {
+    session.model().onLiveEvent = [this](const LiveWatcher::Event& event) { tell(event); };
+  }
+  ~Watch() { session.model().onLiveEvent = nullptr; }
+  Watch(const Watch&) = delete;
+  Watch& operator=(const Watch&) = delete;
 
-  /// The reason why a scan is needed.
-  std::string run() {
-    tellReady();
-    const LiveWatcher watcher(
-        {session.platform, session.events(), callbacks, work,
-         [this](std::function<void()> commit) { session.scans().mainQueue().post(std::move(commit)); },
-         [this](const LiveWatcher::Event& event) {
-           session.scans().mainQueue().post([this, event] { tell(event); });
-         },
-         steadySeconds},
-        {.root = tree.result.root,
-         .rootPath = tree.root,
-         .indexURL = tree.index,
-         .rootDev = tree.rootDev,
-         .topFiles = tree.result.topFiles,
-         .sinceEventId = tree.eventId});
-    (void)session.scans().mainQueue().runUntil([this] { return !rescanReason.empty(); });
-    return rescanReason;
+  void run(const OpenedTree& tree) {
+    if (tree.index.empty())
+      throw CommandFailure("changes are kept in a saved index, and none could be saved");
+    paused = false;
+    tellReady(tree);
+    session.runner().runUntil([this] { return paused; });
   }
 
  private:
-  void tellReady() {
-    const std::string message = tree.message.empty() ? "scanned" : tree.message;
+  void tellReady(const OpenedTree& tree) {
+    const AppModel::LastRun& run = session.model().lastRun;
+    const std::string message = run.wasLoaded ? run.message : "scanned";
     if (command.json) return line(Json{{"event", "ready"}, {"message", message}});
-    const DirNode& root = *tree.result.root;
+    const DirNode& root = *tree.result->root;
     line(fmt::format("{}  {}: {} files, {}", message, displayText(tree.root), grouped(root.totalFiles),
                      humanBytes(root.totalLogical)));
   }
 
   void tell(const LiveWatcher::Event& event) {
     if (const auto* rescan = std::get_if<LiveWatcher::NeedsRescan>(&event)) {
-      rescanReason = rescan->reason;
+      paused = true;
       if (command.json) return line(Json{{"event", "needsRescan"}, {"reason", rescan->reason}});
       return line(clockTime() + "  live updates paused — " + rescan->reason);
     }
@@ -83,7 +65,7 @@ class Watch {
                        {"removedSubtrees", outcome.removedSubtrees},
                        {"eventId", outcome.newEventId}});
     }
-    const DirNode& root = *tree.result.root;
+    const DirNode& root = *session.model()._result.get()->root;
     line(fmt::format("{}  {} changed, {} new, {} gone: {} files, {}  {}", clockTime(), outcome.refreshedDirs,
                      outcome.walkedSubtrees, outcome.removedSubtrees, grouped(root.totalFiles),
                      humanBytes(root.totalLogical), firstChange(update)));
@@ -109,23 +91,16 @@ class Watch {
 
   Session& session;
   const Command& command;
-  OpenedTree tree;
-  std::string rescanReason;
-  ThreadQueue callbacks;
-  ThreadQueue work;
+  bool paused = false;
 };
 
 }  // namespace
 
 int runWatch(Session& session, const Command& command) {
-  const std::string path = session.resolve(command.path);
-  OpenedTree tree = session.open(path, /*catchUp=*/true);
-  while (true) {
-    if (tree.index.empty())
-      throw CommandFailure("changes are kept in a saved index, and none could be saved");
-    const std::string root = tree.root;
-    (void)Watch(session, command, std::move(tree)).run();
-    tree = session.scan({.root = root, .indexDirectory = {}});
+  session.model().conduct.liveUpdates = true;
+  Watch watch(session, command);
+  for (OpenedTree tree = session.open(session.resolve(command.path));; tree = session.scan(tree.root)) {
+    watch.run(tree);
   }
 }
 

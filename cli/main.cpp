@@ -42,8 +42,10 @@ int main(int count, char** arguments) {
   try {
     LinuxPlatform::raiseOpenFileLimit();
     const LinuxPlatform platform;
+    const Command& command = std::get<Command>(parsed);
     Session session(platform.services(), LinuxPlatform::folders(), Terminal::detect());
-    const int status = run(session, std::get<Command>(parsed));
+    session.model().conduct.catchUp = command.catchUp;
+    const int status = run(session, command);
     return flushOutput() ? status : kFailed;
   } catch (const Interrupted&) {
     return kInterrupted;

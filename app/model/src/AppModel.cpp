@@ -49,6 +49,14 @@ void AppModel::openFolder() {
   });
 }
 
+std::vector<std::string> AppModel::recentRoots() const {
+  return services.defaults.texts("recentRoots");
+}
+
+void AppModel::openPrivacySettings() {
+  services.desktop.openPrivacySettings();
+}
+
 const std::vector<Entry>& AppModel::entries() {
   static const std::vector<Entry> kNone;
   if (!_scope.get() || !_result.get()) return kNone;

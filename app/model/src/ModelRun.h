@@ -23,7 +23,7 @@ struct AppModel::Run {
 
   std::int64_t generation = 0;
   std::unique_ptr<FolderScan> scan;  ///< none for a load; made before the thread
-  CatchUpCancel catchUp;
+  Refresh::CatchUpCancel catchUp;
   std::atomic<bool> cancelled{false};
   std::unique_ptr<RunningThread> thread;  ///< last: joined before the rest goes
 };
@@ -34,7 +34,6 @@ struct AppModel::Finished {
   LastRun told;
   std::string failure;  ///< what was thrown
   bool isLoad = false;
-  std::string toast;
   std::int64_t trueAt = 0;  ///< seconds since 1970
   std::uint64_t eventId = 0;
   std::uint32_t rootDev = 0;

@@ -102,7 +102,7 @@ void AppModel::startLoad(const std::string& url) {
     finished.trueAt = static_cast<std::int64_t>(loaded.scannedAt);
     finished.eventId = loaded.lastEventId;
     finished.rootDev = loaded.rootDev;
-    finished.toast = "index loaded";
+    finished.told.message = "index loaded";
     if (bringUpToDate) {
       auto [result, outcome] = Refresh::catchUp(platform, events, loaded,
                                                 {.rootPath = root,
@@ -112,9 +112,9 @@ void AppModel::startLoad(const std::string& url) {
                                                  .maxChanges = kMostChanges,
                                                  .cancel = &begun.catchUp});
       const std::int64_t changed = outcome.refreshedDirs + outcome.walkedSubtrees + outcome.removedSubtrees;
-      finished.toast = changed == 0
-                           ? "index loaded — nothing changed since " + relativeDate(finished.trueAt, now)
-                           : fmt::format("index loaded — {} changed folders caught up", changed);
+      finished.told.message =
+          changed == 0 ? "index loaded — nothing changed since " + relativeDate(finished.trueAt, now)
+                       : fmt::format("index loaded — {} changed folders caught up", changed);
       finished.told.caughtUp = changed;
       finished.eventId = outcome.newEventId;
       finished.trueAt = now;
@@ -207,7 +207,7 @@ void AppModel::install(const Finished& finished) {
   _searchHits.set(std::nullopt);
   scheduleSearch();
   startLiveWatch(*finished.result, finished.eventId, finished.rootDev);
-  if (!finished.toast.empty()) _toast.set(finished.toast);
+  if (!lastRun.message.empty()) _toast.set(lastRun.message);
 }
 
 void AppModel::rememberRoot(const std::string& root) {

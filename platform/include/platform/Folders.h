@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace quon {
@@ -10,6 +11,11 @@ struct Folders {
   std::string data;    ///< indexes and digests
   std::string config;  ///< user defaults
   std::string state;   ///< the event journal
+
+  // Other programs': what they keep and could make again, and what they keep.
+  std::string cacheHome = {};
+  std::string dataHome = {};
+  std::uint32_t userID = 0;
 
   /// One database a scanned root lies here.
   [[nodiscard]] std::string index() const { return data + "/index"; }

@@ -48,13 +48,16 @@ const Platform& LinuxPlatform::services() const {
 Folders LinuxPlatform::folders() {
   Folders found;
   found.home = absoluteFromEnvironment("HOME", homeFromUserDatabase());
-  const auto own = [&](const char* variable, const char* usual) {
-    const std::string folder = absoluteFromEnvironment(variable, joinPath(pathPrefix(found.home), usual));
-    return joinPath(pathPrefix(folder), "quon");
+  const auto ofUser = [&](const char* variable, const char* usual) {
+    return absoluteFromEnvironment(variable, joinPath(pathPrefix(found.home), usual));
   };
-  found.data = own("XDG_DATA_HOME", ".local/share");
-  found.config = own("XDG_CONFIG_HOME", ".config");
-  found.state = own("XDG_STATE_HOME", ".local/state");
+  const auto own = [](const std::string& folder) { return joinPath(pathPrefix(folder), "quon"); };
+  found.cacheHome = ofUser("XDG_CACHE_HOME", ".cache");
+  found.dataHome = ofUser("XDG_DATA_HOME", ".local/share");
+  found.userID = ::getuid();
+  found.data = own(found.dataHome);
+  found.config = own(ofUser("XDG_CONFIG_HOME", ".config"));
+  found.state = own(ofUser("XDG_STATE_HOME", ".local/state"));
   return found;
 }
 

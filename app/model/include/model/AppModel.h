@@ -11,6 +11,7 @@
 
 #include "base/GenerationBox.h"
 #include "base/MainQueue.h"
+#include "base/Mutex.h"
 #include "base/Observed.h"
 #include "lenses/Kinds.h"
 #include "lenses/Reclaim.h"
@@ -95,12 +96,13 @@ class AppModel {
   /// How the last scan or load ended, for a summary.
   struct LastRun {
     std::int64_t elapsedMs = 0;  ///< of the walk, also of one that was made in an earlier run of the program
-    std::string index;           ///< the saved index; "" when there is none
-    std::string notSaved;        ///< why an index that was wanted was not saved
-    std::string notLoaded;       ///< why a saved index was not used; "" when it was, or there was none
+    std::string index = {};      ///< the saved index; "" when there is none
+    std::string notSaved = {};   ///< why an index that was wanted was not saved
+    std::string notLoaded = {};  ///< why a saved index was not used; "" when it was, or there was none
     std::int64_t caughtUp = 0;   ///< changed folders
     bool wasLoaded = false;
-    std::string failure;  ///< why nothing could be scanned; "" otherwise
+    std::string message = {};  ///< of a load: how far the index had to be caught up
+    std::string failure = {};  ///< why nothing could be scanned; "" otherwise
     bool cancelled = false;
   };
   LastRun lastRun;
@@ -149,6 +151,9 @@ class AppModel {
   void scan(const std::string& path);
   /// Lets the user choose a folder and scans it.
   void openFolder();
+  /// Scanned last first.
+  [[nodiscard]] std::vector<std::string> recentRoots() const;
+  void openPrivacySettings();
   [[nodiscard]] bool isBusy() const { return busy; }  ///< a scan or load runs
   /// Ends the scan or load that runs, soon; `lastRun.cancelled` tells then. Threads: any.
   void cancel();
@@ -175,7 +180,8 @@ class AppModel {
   [[nodiscard]] Kinds::Aggregate kindRows() const;
   void scheduleAgeScan();
   void scheduleNamesScan();
-  [[nodiscard]] std::vector<Reclaim::Group> reclaimGroups() const;
+  /// Of what lies below a folder of the tree.
+  [[nodiscard]] std::vector<Reclaim::Group> reclaimGroups(const RefPtr<DirNode>& scope) const;
   /// Of the whole tree. Valid until the model changes.
   [[nodiscard]] const std::vector<Reclaim::Group>& reclaimAllGroups();
   void refreshIndexes();

@@ -22,8 +22,12 @@ struct Entry {
   struct File {
     FileEntry file;
     RefPtr<DirNode> container;
+
+    friend bool operator==(const File&, const File&) = default;
   };
-  struct Rest {};
+  struct Rest {
+    friend bool operator==(const Rest&, const Rest&) = default;
+  };
   using Payload = std::variant<RefPtr<DirNode>, File, Rest>;
 
   /// The name of the row for what is not listed.
@@ -45,6 +49,8 @@ struct Entry {
   [[nodiscard]] static Entry ofFolder(const RefPtr<DirNode>& node, std::string_view folderPath);
   [[nodiscard]] static Entry ofFile(const FileEntry& file, const RefPtr<DirNode>& container,
                                     std::string_view containerPath);
+
+  friend bool operator==(const Entry&, const Entry&) = default;
 };
 
 }  // namespace quon

@@ -24,6 +24,8 @@ struct IndexEntry {
   double scannedAt = 0;  ///< seconds since 1970; 0 when the file cannot be read
   Status status = Status::unusable;
   bool covered = false;  ///< another live index holds this root
+
+  friend bool operator==(const IndexEntry&, const IndexEntry&) = default;
 };
 
 /// The saved indexes of a user. Threads: any.

@@ -31,6 +31,8 @@ struct RepeatedName {
   std::int64_t count = 0;
   std::uint64_t logical = 0;
   std::uint64_t physical = 0;
+
+  friend bool operator==(const RepeatedName&, const RepeatedName&) = default;
 };
 
 /// One file of a name.

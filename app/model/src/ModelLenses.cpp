@@ -1,0 +1,158 @@
+// The lenses. Those that read the whole tree in the background do it as readers of the gate; kinds and
+// regenerable folders take milliseconds and are read where they are asked for, on the main thread, the only
+// one that changes the tree.
+#include <algorithm>
+#include <fmt/format.h>
+#include <system_error>
+#include <utility>
+
+#include "base/BackgroundQueue.h"
+#include "base/HumanBytes.h"
+#include "base/Log.h"
+#include "lenses/Age.h"
+#include "lenses/MarkerFiles.h"
+#include "model/AppModel.h"
+#include "platform/Files.h"
+#include "store/StoreError.h"
+
+namespace quon {
+namespace {
+
+constexpr std::int64_t kNamesShown = 300;
+/// Folders that mark themselves as caches, more than which nobody has.
+constexpr std::int64_t kMostMarkers = 100'000;
+/// Names whose files together take less are noise.
+constexpr std::uint64_t kLeastNameTotal = 10485760;  // 10 MiB
+
+}  // namespace
+
+/// What lens jobs were begun for is about to be replaced.
+void AppModel::voidLenses() {
+  ageGen->advance();
+  _ageHits.set(std::nullopt);
+  _ageScanning.set(false);
+  namesGen->advance();
+  _names.set(std::nullopt);
+  _namesError.set(std::nullopt);
+  _namesLoading.set(false);
+  kindOverrides.clear();
+}
+
+Kinds::Aggregate AppModel::kindRows() const {
+  return Kinds::aggregate(_scope.get(), _metric.get(), kindOverrides);
+}
+
+std::vector<Reclaim::Group> AppModel::reclaimGroups(const RefPtr<DirNode>& scope) const {
+  const Reclaim::Surroundings surroundings{.rootPath = std::string(treeRoot()),
+                                           .home = services.folders.home,
+                                           .cacheHome = services.folders.cacheHome,
+                                           .dataHome = services.folders.dataHome,
+                                           .mountPoints = services.platform.files.mountPoints(),
+                                           .userID = services.folders.userID};
+  const DiskMarkers markers([&](std::string_view name) {
+    std::vector<std::string> folders;
+    if (lastRun.index.empty()) return folders;
+    try {
+      for (const NamedFile& file : ScanStore::paths(name, lastRun.index, _rootPath.get(), kMostMarkers)) {
+        folders.push_back(file.path.substr(0, file.path.size() - name.size() - 1));
+      }
+    } catch (const StoreError& failure) {
+      services.log.line(failure.what());
+    }
+    return folders;
+  });
+  return Reclaim::groups(scope, _metric.get(), surroundings, markers);
+}
+
+const std::vector<Reclaim::Group>& AppModel::reclaimAllGroups() {
+  static const std::vector<Reclaim::Group> kNone;
+  if (!_result.get()) return kNone;
+  const RefPtr<DirNode>& root = _result.get()->root;
+  const bool fresh = reclaimAllCache && reclaimAllCache->root == root &&
+                     reclaimAllCache->metric == _metric.get() && reclaimAllCache->version == _version.get();
+  if (!fresh) reclaimAllCache = {root, _metric.get(), _version.get(), reclaimGroups(root)};
+  return reclaimAllCache->groups;
+}
+
+void AppModel::scheduleAgeScan() {
+  const std::int64_t generation = ageGen->advance();
+  if (!_result.get()) return;
+  _ageScanning.set(true);
+  services.lenses.post([generation, box = ageGen, gate = treeGate, scope = _scope.get(),
+                        root = std::string(treeRoot()), cutoff = services.now() - _ageCutoff.get(),
+                        metric = _metric.get(), weak = Self(self), &main = services.main] {
+    const auto stopped = [&] { return !box->isCurrent(generation); };
+    if (stopped()) return;
+    std::optional<std::vector<Entry>> found;
+    {
+      const TreeGate::Reading reading(*gate);
+      found = untouched(scope, root, cutoff, metric, stopped);
+    }
+    auto hits = std::make_shared<std::optional<std::vector<Entry>>>(std::move(found));
+    main.post([weak, generation, hits] {
+      const auto alive = weak.lock();
+      if (!alive || !(*alive)->ageGen->isCurrent(generation)) return;
+      (*alive)->_ageHits.set(std::move(*hits));
+      (*alive)->_ageScanning.set(false);
+    });
+  });
+}
+
+void AppModel::scheduleNamesScan() {
+  const std::int64_t generation = namesGen->advance();
+  _namesLoading.set(true);
+  services.lenses.post(
+      [generation, box = namesGen, url = indexURL(), weak = Self(self), &main = services.main] {
+        if (!box->isCurrent(generation)) return;
+        auto names = std::make_shared<std::vector<RepeatedName>>();
+        auto failure = std::make_shared<std::optional<std::string>>();
+        try {
+          *names = ScanStore::repeatedNames(url, kNamesShown, kLeastNameTotal);
+        } catch (const StoreError& reason) {
+          *failure = reason.what();
+        }
+        main.post([weak, generation, names, failure] {
+          const auto alive = weak.lock();
+          if (!alive || !(*alive)->namesGen->isCurrent(generation)) return;
+          AppModel& model = **alive;
+          if (*failure) {
+            model._names.set(std::nullopt);
+          } else {
+            model._names.set(std::move(*names));
+          }
+          model._namesError.set(std::move(*failure));
+          model._namesLoading.set(false);
+        });
+      });
+}
+
+void AppModel::refreshIndexes() {
+  services.lenses.post([&platform = services.platform, folder = services.folders.index(), weak = Self(self),
+                        &main = services.main] {
+    auto entries = std::make_shared<std::vector<IndexEntry>>(IndexCatalog::list(platform, folder));
+    main.post([weak, entries] {
+      if (const auto alive = weak.lock()) (*alive)->_indexes.set(std::move(*entries));
+    });
+  });
+}
+
+void AppModel::collectIndexGarbage() {
+  services.lenses.post([&platform = services.platform, folder = services.folders.index(), weak = Self(self),
+                        &main = services.main, &log = services.log] {
+    IndexCatalog::Collected collected;
+    try {
+      collected = IndexCatalog::collectGarbage(platform, folder);
+    } catch (const std::system_error& failure) {
+      return log.line(failure.what());
+    }
+    if (collected.bytes == 0 && collected.indexes == 0) return;
+    main.post([weak, collected] {
+      const auto alive = weak.lock();
+      if (!alive) return;
+      (*alive)->_toast.set(fmt::format("reclaimed {} — {} stale {}", humanBytes(collected.bytes),
+                                       collected.indexes, collected.indexes == 1 ? "index" : "indexes"));
+    });
+  });
+}
+
+}  // namespace quon

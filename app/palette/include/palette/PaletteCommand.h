@@ -1,0 +1,38 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "rows/Entry.h"
+
+namespace quon {
+
+class AppModel;
+
+/// One command of the command bar, as the model stands now. Threads: main only.
+struct PaletteCommand {
+  std::string id;  ///< stable
+  std::string title;
+  std::string icon;                     ///< name of a symbol
+  std::optional<std::string> shortcut;  ///< as shown
+  std::string keywords;                 ///< further words that find it
+  std::function<void()> run;            ///< while the model lives
+};
+
+using PaletteRow = std::variant<PaletteCommand, Entry>;
+
+/// Every command that can be given now, in the order of the bar.
+[[nodiscard]] std::vector<PaletteCommand> paletteCommands(AppModel& model);
+
+/// Those whose title or keywords hold every word of the text; all of them for a text without words.
+[[nodiscard]] std::vector<PaletteCommand> matchedCommands(std::vector<PaletteCommand> commands,
+                                                          std::string_view text);
+
+/// What the bar lists for a text: the commands, then the files that the model's search for it has found.
+[[nodiscard]] std::vector<PaletteRow> paletteRows(AppModel& model, std::string_view text);
+
+}  // namespace quon

@@ -1,0 +1,64 @@
+#include "Runner.h"
+
+#include <chrono>
+#include <cstdio>
+#include <fmt/format.h>
+
+#include "base/Text.h"
+#include "platform/Files.h"
+
+namespace quon::cli {
+namespace {
+
+constexpr int kInterrupted = 130;
+/// How long an interrupted scan may take to end in good order.
+constexpr std::chrono::duration<double> kGrace{0.2};
+
+}  // namespace
+
+Runner::Runner(const Platform& services, const Terminal& streams, LoopQueue& queue, AppModel& driven)
+    : platform(services), terminal(streams), loop(queue), model(driven), interrupts([this] {
+        onInterrupt();
+      }) {
+  if (!terminal.errorIsTerminal) return;
+  // The two are set one after the other: the path last.
+  place = model._scanPath.observe([this](const std::string&) { showProgress(); });
+}
+
+void Runner::wait() {
+  waiting = true;
+  (void)loop.runUntil([this] { return !model.isBusy(); });
+  waiting = false;
+  clearProgress();
+  if (model.lastRun.cancelled) throw Interrupted();
+}
+
+void Runner::onInterrupt() {
+  if (!waiting) leaveNow(kInterrupted);
+  model.cancel();
+  loop.postAfter(kGrace, [this] {
+    clearProgress();
+    const std::string building = model.buildingFile();
+    if (!building.empty()) platform.files.remove(building);
+    leaveNow(kInterrupted);
+  });
+}
+
+void Runner::showProgress() {
+  const std::string& counts = model._scanStats.get();
+  if (model._scanPath.get().empty()) return;
+  const std::size_t used = displayWidth(counts) + 2;
+  const std::size_t left = terminal.columns > used + 1 ? terminal.columns - used - 1 : 0;
+  fmt::print(stderr, "\r\033[K{}  {}", counts, fitToWidth(displayText(model._scanPath.get()), left));
+  std::fflush(stderr);
+  progressShown = true;
+}
+
+void Runner::clearProgress() {
+  if (!progressShown) return;
+  fmt::print(stderr, "\r\033[K");
+  std::fflush(stderr);
+  progressShown = false;
+}
+
+}  // namespace quon::cli

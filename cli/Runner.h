@@ -1,0 +1,47 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <string>
+
+#include "base/LoopQueue.h"
+#include "base/Observed.h"
+#include "model/AppModel.h"
+#include "platform_linux/Interrupts.h"
+#include "platform_linux/LinuxTerminal.h"
+
+namespace quon::cli {
+
+/// Thrown when the user interrupted the command.
+struct Interrupted {};
+
+/// Runs the main loop while the model scans or loads, showing progress on a terminal, and turns an interrupt
+/// into cancellation. When the model does not end within a moment, a disk that does not answer say, the file
+/// being built is removed and the process leaves. Outside a scan or load an interrupt ends the process at
+/// once. Threads: main only.
+class Runner {
+ public:
+  /// `loop` is the model's main queue.
+  Runner(const Platform& platform, const Terminal& terminal, LoopQueue& loop, AppModel& model);
+
+  /// Until the model is done with what it was told to do. Throws Interrupted.
+  void wait();
+  /// Until the predicate holds, which an interrupt does not wait for.
+  void runUntil(const std::function<bool()>& predicate) { (void)loop.runUntil(predicate); }
+
+ private:
+  void onInterrupt();
+  void showProgress();
+  void clearProgress();
+
+  const Platform& platform;
+  const Terminal terminal;
+  LoopQueue& loop;
+  AppModel& model;
+  bool progressShown = false;
+  std::atomic<bool> waiting{false};
+  Observation place;
+  Interrupts interrupts;  // last: its thread uses everything above
+};
+
+}  // namespace quon::cli
