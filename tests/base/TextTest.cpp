@@ -161,6 +161,8 @@ TEST(LowerCase, MapsEveryScriptAndKeepsOtherBytes) {
   EXPECT_EQ(lowerCase("ÉTÉ"), "été");
   EXPECT_EQ(lowerCase("ΑΒΓ ЖЯ Ａ 日本 ẞ"), "αβγ жя ａ 日本 ß");
   EXPECT_EQ(lowerCase("\u023A"), "\u2C65");  // two bytes become three
+  EXPECT_EQ(lowerCase("\u0130\u0425\xd0"),
+            "i\u0445\xd0");  // two bytes become one, then stay two, then end early
   EXPECT_EQ(lowerCase("A\xff"
                       "B\xc3"),
             "a\xff"

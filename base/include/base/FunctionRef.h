@@ -12,8 +12,9 @@ template <typename Signature>
 class FunctionRef;
 
 /// A callable that is lent for the length of a call: two pointers, nothing owned, nothing allocated. Meant
-/// for parameters, where a lambda written in the call lives long enough; never kept beyond it. Threads: as
-/// the callable's own.
+/// for parameters, where a lambda written in the call lives long enough; never kept beyond it.
+///
+/// Threads: the callable's own.
 template <typename Result, typename... Arguments>
 class FunctionRef<Result(Arguments...)> {
  public:
@@ -21,7 +22,8 @@ class FunctionRef<Result(Arguments...)> {
   requires(!std::same_as<std::remove_cvref_t<Callable>, FunctionRef> &&
            std::is_object_v<std::remove_reference_t<Callable>> &&
            std::is_invocable_r_v<Result, Callable&, Arguments...>)
-      FunctionRef(Callable&& callable)  // NOLINT(google-explicit-constructor): lambdas stand in for it
+      // NOLINTNEXTLINE(bugprone-forwarding-reference-overload): copies are not of its kind
+      FunctionRef(Callable&& callable)
       : object(const_cast<void*>(static_cast<const void*>(std::addressof(callable)))),
         call([](void* called, Arguments... arguments) -> Result {
           return std::invoke(*static_cast<std::remove_reference_t<Callable>*>(called),
