@@ -6,6 +6,7 @@
 
 #include "base/Text.h"
 #include "platform/Files.h"
+#include "platform_linux/Interrupts.h"
 
 namespace quon::cli {
 namespace {
@@ -17,9 +18,7 @@ constexpr std::chrono::duration<double> kGrace{0.2};
 }  // namespace
 
 Runner::Runner(const Platform& services, const Terminal& streams, LoopQueue& queue, AppModel& driven)
-    : platform(services), terminal(streams), loop(queue), model(driven), interrupts([this] {
-        onInterrupt();
-      }) {
+    : platform(services), terminal(streams), loop(queue), model(driven) {
   if (!terminal.errorIsTerminal) return;
   // The two are set one after the other: the path last.
   place = model._scanPath.observe([this](const std::string&) { showProgress(); });

@@ -7,7 +7,6 @@
 #include "base/LoopQueue.h"
 #include "base/Observed.h"
 #include "model/AppModel.h"
-#include "platform_linux/Interrupts.h"
 #include "platform_linux/LinuxTerminal.h"
 
 namespace quon::cli {
@@ -26,11 +25,12 @@ class Runner {
 
   /// Until the model is done with what it was told to do. Throws Interrupted.
   void wait();
+  /// Threads: any.
+  void onInterrupt();
   /// Until the predicate holds, which an interrupt does not wait for.
   void runUntil(const std::function<bool()>& predicate) { (void)loop.runUntil(predicate); }
 
  private:
-  void onInterrupt();
   void showProgress();
   void clearProgress();
 
@@ -41,7 +41,6 @@ class Runner {
   bool progressShown = false;
   std::atomic<bool> waiting{false};
   Observation place;
-  Interrupts interrupts;  // last: its thread uses everything above
 };
 
 }  // namespace quon::cli

@@ -19,6 +19,8 @@
 namespace quon::cli {
 namespace {
 
+constexpr int kInterrupted = 130;
+
 std::string reasonOf(const std::error_code& error) {
   if (error == std::errc::no_such_file_or_directory) return "no such folder";
   if (error == std::errc::permission_denied) return "permission denied";
@@ -96,6 +98,7 @@ Session::Session(const Platform& services, Folders places, const Terminal& strea
     : platform(services),
       folders(std::move(places)),
       terminal(streams),
+      interrupts([this] { onInterrupt(); }),
       defaults(folders.config),
       events(folders, log),
       queues(std::make_unique<Queues>()),
@@ -112,9 +115,20 @@ Session::Session(const Platform& services, Folders places, const Terminal& strea
   driven->conduct.liveUpdates = false;
   starts = driven->_scanStats.observe([this](const std::string&) { tellWhyScanned(); });
   runs = std::make_unique<Runner>(platform, terminal, loop, *driven);
+  const MutexLock held(lock);
+  interrupted = runs.get();
 }
 
-Session::~Session() = default;
+Session::~Session() {
+  const MutexLock held(lock);
+  interrupted = nullptr;
+}
+
+void Session::onInterrupt() {
+  const MutexLock held(lock);
+  if (interrupted == nullptr) leaveNow(kInterrupted);
+  interrupted->onInterrupt();
+}
 
 std::string Session::resolve(const std::string& typed) const {
   std::string path = typed;

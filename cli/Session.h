@@ -8,10 +8,12 @@
 #include "Runner.h"
 #include "base/Log.h"
 #include "base/LoopQueue.h"
+#include "base/Mutex.h"
 #include "base/ThreadQueue.h"
 #include "model/AppModel.h"
 #include "platform/Folders.h"
 #include "platform/Platform.h"
+#include "platform_linux/Interrupts.h"
 #include "platform_linux/KeyFileDefaults.h"
 #include "platform_linux/LinuxEvents.h"
 #include "platform_linux/LinuxTerminal.h"
@@ -61,8 +63,13 @@ class Session {
   class NoDesktop;
 
   [[nodiscard]] OpenedTree opened(const std::string& path);
+  void onInterrupt() QUON_EXCLUDES(lock);
   void tellWhyScanned();
 
+  Mutex lock;
+  Runner* interrupted QUON_GUARDED_BY(lock) =
+      nullptr;            ///< who is told of an interrupt; none: the process leaves
+  Interrupts interrupts;  // before all that starts threads
   StandardErrorLog log;
   KeyFileDefaults defaults;
   LinuxEvents events;
