@@ -1,11 +1,14 @@
 #include "CommandLine.h"
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <iostream>
 #include <map>
 
 #include <CLI/CLI.hpp>
 
 #include "base/Text.h"
+#include "search/TokenQuery.h"
 
 namespace quon::cli {
 namespace {
@@ -38,6 +41,21 @@ void addLimit(CLI::App& verb, Command& command) {
       ->capture_default_str();
 }
 
+CLI::Option* addText(CLI::App& verb, Command& command, const std::string& what) {
+  return verb.add_option_function<std::vector<std::string>>(
+      "TEXT",
+      [&command](const std::vector<std::string>& words) {
+        command.text = fmt::format("{}", fmt::join(words, " "));
+      },
+      what);
+}
+
+std::int64_t seconds(const std::string& age) {
+  const auto parsed = TokenQuery::parseDuration(lowerCase(age));
+  if (!parsed) throw CLI::ValidationError("--older-than", "takes an age such as 30d, 6months or 2y");
+  return *parsed;
+}
+
 void addVerbs(CLI::App& app, Command& command) {
   const std::string folder = "A folder; without one the configured root, else the home folder";
 
@@ -60,6 +78,37 @@ void addVerbs(CLI::App& app, Command& command) {
   addLimit(*largest, command);
   largest->callback([&command] { command.verb = Command::Verb::largest; });
 
+  CLI::App* kinds = app.add_subcommand("kinds", "Total the files below a folder by kind");
+  addPath(*kinds, command, folder);
+  kinds->callback([&command] { command.verb = Command::Verb::kinds; });
+
+  CLI::App* untouched =
+      app.add_subcommand("untouched", "List folders and files that nobody changed for long");
+  addPath(*untouched, command, folder);
+  addLimit(*untouched, command);
+  untouched
+      ->add_option_function<std::string>(
+          "--older-than", [&command](const std::string& age) { command.olderThan = seconds(age); },
+          "How long, such as 6months or 2y (default: 1y)")
+      ->type_name("AGE");
+  untouched->callback([&command] { command.verb = Command::Verb::untouched; });
+
+  CLI::App* reclaim = app.add_subcommand("reclaim", "List folders whose contents come back by themselves");
+  addPath(*reclaim, command, folder);
+  addLimit(*reclaim, command);
+  reclaim->callback([&command] { command.verb = Command::Verb::reclaim; });
+
+  CLI::App* search =
+      app.add_subcommand("search", "Find folders and large files, as in: kind:video size:>1gb in:Library");
+  addText(*search, command, "What to find: words, and kind: size: age: in: name:")->required();
+  search->add_option("--in", command.path, folder);
+  addLimit(*search, command);
+  search->callback([&command] { command.verb = Command::Verb::search; });
+
+  CLI::App* commands = app.add_subcommand("commands", "List what the command bar offers for a text");
+  addText(*commands, command, "What is typed into the bar");
+  commands->callback([&command] { command.verb = Command::Verb::commands; });
+
   CLI::App* names = app.add_subcommand("names", "List file names that occur more than once");
   addPath(*names, command, folder);
   addLimit(*names, command);
@@ -67,6 +116,7 @@ void addVerbs(CLI::App& app, Command& command) {
   names->callback([&command] { command.verb = Command::Verb::names; });
 
   CLI::App* indexes = app.add_subcommand("indexes", "List the saved indexes");
+  indexes->add_flag("--collect", command.collect, "Remove indexes of deleted folders first");
   indexes->callback([&command] { command.verb = Command::Verb::indexes; });
 
   CLI::App* watch = app.add_subcommand("watch", "Keep the index of a folder current and tell each change");
@@ -76,11 +126,14 @@ void addVerbs(CLI::App& app, Command& command) {
   CLI::App* record = app.add_subcommand("record", "Record file-system events in the foreground");
   record->callback([&command] { command.verb = Command::Verb::record; });
 
-  for (CLI::App* verb : {scan, list, largest, names, indexes, watch}) addShared(*verb, command);
-  for (CLI::App* verb : {list, largest, names}) {
+  for (CLI::App* verb :
+       {scan, list, largest, kinds, untouched, reclaim, names, search, commands, indexes, watch}) {
+    addShared(*verb, command);
+  }
+  for (CLI::App* verb : {list, largest, kinds, untouched, reclaim, names, search, commands}) {
     verb->add_flag("!--no-catch-up", command.catchUp, "Answer from the saved index as it stands");
   }
-  for (CLI::App* verb : {scan, list, largest}) addMetric(*verb, command);
+  for (CLI::App* verb : {scan, list, largest, kinds, untouched, reclaim, search}) addMetric(*verb, command);
 }
 
 }  // namespace

@@ -12,7 +12,20 @@ namespace quon::cli {
 
 /// What the user asked for.
 struct Command {
-  enum class Verb { scan, ls, largest, names, indexes, watch, record };
+  enum class Verb {
+    scan,
+    ls,
+    largest,
+    kinds,
+    untouched,
+    reclaim,
+    names,
+    search,
+    commands,
+    indexes,
+    watch,
+    record
+  };
 
   Verb verb = Verb::ls;
   std::string path;  ///< as typed; "" when none was given
@@ -22,8 +35,11 @@ struct Command {
   unsigned threads = 0;  ///< scan: 0 for the program's own choice
   bool saveIndex = true;
   bool crossDevices = false;
-  bool catchUp = true;  ///< bring a saved index up to date before answering
-  std::string name;     ///< names: list the files of this name; "" for the table of names
+  bool catchUp = true;                  ///< bring a saved index up to date before answering
+  std::string name;                     ///< names: list the files of this name; "" for the table of names
+  std::int64_t olderThan = 31'536'000;  ///< untouched: seconds
+  std::string text;                     ///< search, commands: the words that were typed, joined
+  bool collect = false;                 ///< indexes: remove those of no use first
 };
 
 /// The command, or the exit status when there is nothing left to do: help was printed, or wrong usage told.

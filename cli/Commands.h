@@ -10,6 +10,12 @@ namespace quon::cli {
 [[nodiscard]] int runScan(Session& session, const Command& command);
 /// `ls` and `largest`.
 [[nodiscard]] int runRows(Session& session, const Command& command);
+[[nodiscard]] int runKinds(Session& session, const Command& command);
+[[nodiscard]] int runUntouched(Session& session, const Command& command);
+[[nodiscard]] int runReclaim(Session& session, const Command& command);
+[[nodiscard]] int runSearch(Session& session, const Command& command);
+/// The rows of the command bar.
+[[nodiscard]] int runCommands(Session& session, const Command& command);
 [[nodiscard]] int runNames(Session& session, const Command& command);
 /// Until interrupted.
 [[nodiscard]] int runWatch(Session& session, const Command& command);

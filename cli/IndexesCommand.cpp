@@ -46,6 +46,14 @@ std::string line(const IndexEntry& entry) {
 }  // namespace
 
 int runIndexes(Session& session, const Command& command) {
+  if (command.collect) {
+    const IndexCatalog::Collected collected =
+        IndexCatalog::collectGarbage(session.platform, session.folders.index());
+    if (!command.json && collected.bytes > 0) {
+      print(fmt::format("reclaimed {} — {} stale {}\n\n", humanBytes(collected.bytes), collected.indexes,
+                        collected.indexes == 1 ? "index" : "indexes"));
+    }
+  }
   const std::vector<IndexEntry> entries = IndexCatalog::list(session.platform, session.folders.index());
   if (command.json) {
     Json rows = Json::array();

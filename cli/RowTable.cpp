@@ -7,6 +7,7 @@
 
 #include "base/HumanBytes.h"
 #include "base/Text.h"
+#include "lenses/Age.h"
 
 namespace quon::cli {
 namespace {
@@ -14,8 +15,10 @@ namespace {
 constexpr std::size_t kBarCells = 16;
 constexpr std::size_t kSizeColumns = 10;  // "1023.9 MB"
 constexpr std::size_t kShareColumns = 8;  // "100.0%"
+constexpr std::size_t kAgeColumns = 8;    // "12.3 yr"
 constexpr std::size_t kGap = 2;
 constexpr std::size_t kNarrow = 60;  // below this the bar gives way to the name
+constexpr std::size_t kNarrowForPaths = 110;
 constexpr const char* kFolderColour = "\033[1;34m";
 constexpr const char* kDim = "\033[2m";
 constexpr const char* kPlain = "\033[0m";
@@ -51,12 +54,18 @@ std::string RowTable::line(const Entry& row) const {
                                  fmt::format("{:.1f}%", share * 100.0), kShareColumns);
   std::size_t used = kSizeColumns + kShareColumns + kGap;
   text.append(kGap, ' ');
-  if (columns >= kNarrow) {
+  if (columns >= (fullPaths ? kNarrowForPaths : kNarrow)) {
     text += bar(share);
     text.append(kGap, ' ');
     used += kBarCells + kGap;
   }
-  const bool isFolder = std::holds_alternative<RefPtr<DirNode>>(row.payload);
+  const auto* folder = std::get_if<RefPtr<DirNode>>(&row.payload);
+  const bool isFolder = folder != nullptr;
+  if (now != 0) {
+    text += fmt::format("{:>{}}", humanAge(isFolder ? (*folder)->newest : row.mtime(), now), kAgeColumns);
+    text.append(kGap, ' ');
+    used += kAgeColumns + kGap;
+  }
   const bool isRest = std::holds_alternative<Entry::Rest>(row.payload);
   std::string name = displayText(fullPaths && !isRest ? row.path() : row.name) + (isFolder ? "/" : "");
   name = fitToWidth(name, columns > used ? columns - used : 1);

@@ -15,6 +15,7 @@ struct RowTable {
   std::size_t columns = 80;  ///< of the terminal
   bool colour = false;
   bool fullPaths = false;  ///< show paths instead of names
+  std::int64_t now = 0;    ///< seconds since 1970: shows how long ago each row changed; 0 leaves it out
 
   [[nodiscard]] std::string text(std::span<const Entry> rows) const;
 

@@ -22,6 +22,16 @@ int run(Session& session, const Command& command) {
     case Command::Verb::ls:
     case Command::Verb::largest:
       return runRows(session, command);
+    case Command::Verb::kinds:
+      return runKinds(session, command);
+    case Command::Verb::untouched:
+      return runUntouched(session, command);
+    case Command::Verb::reclaim:
+      return runReclaim(session, command);
+    case Command::Verb::search:
+      return runSearch(session, command);
+    case Command::Verb::commands:
+      return runCommands(session, command);
     case Command::Verb::names:
       return runNames(session, command);
     case Command::Verb::indexes:
@@ -44,7 +54,10 @@ int main(int count, char** arguments) {
     const LinuxPlatform platform;
     const Command& command = std::get<Command>(parsed);
     Session session(platform.services(), LinuxPlatform::folders(), Terminal::detect());
-    session.model().conduct.catchUp = command.catchUp;
+    AppModel& model = session.model();
+    model.conduct.catchUp = command.catchUp;
+    model.conduct.typingPauses = false;
+    model._metric.set(command.metric);
     const int status = run(session, command);
     return flushOutput() ? status : kFailed;
   } catch (const Interrupted&) {

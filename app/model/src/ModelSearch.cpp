@@ -12,6 +12,7 @@
 namespace quon {
 namespace {
 
+constexpr std::chrono::duration<double> kNoPause{0.0};
 constexpr std::chrono::duration<double> kTypingPause{0.12};
 constexpr std::chrono::duration<double> kPalettePause{0.08};
 
@@ -97,7 +98,8 @@ void AppModel::scheduleSearch() {
                 _metric.get(),    services.now(), kindOverrides,
                 treeGate,         searchGen,      generation};
   services.searches.postAfter(
-      kTypingPause, [wanted = std::move(wanted), weak = Self(self), &main = services.main] {
+      conduct.typingPauses ? kTypingPause : kNoPause,
+      [wanted = std::move(wanted), weak = Self(self), &main = services.main] {
         if (wanted.isVoid()) return;
         auto hits = std::make_shared<std::optional<std::vector<Entry>>>(wanted.run(std::nullopt));
         main.post([weak, generation = wanted.generation, hits] {
@@ -125,7 +127,8 @@ void AppModel::schedulePaletteSearch(const std::string& text) {
                 _metric.get(),   services.now(), kindOverrides,
                 treeGate,        paletteGen,     generation};
   services.searches.postAfter(
-      kPalettePause, [wanted = std::move(wanted), weak = Self(self), &main = services.main] {
+      conduct.typingPauses ? kPalettePause : kNoPause,
+      [wanted = std::move(wanted), weak = Self(self), &main = services.main] {
         if (wanted.isVoid()) return;
         auto hits = std::make_shared<std::optional<std::vector<Entry>>>(wanted.run(paletteCap));
         main.post([weak, generation = wanted.generation, hits] {

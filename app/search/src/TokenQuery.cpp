@@ -247,4 +247,13 @@ bool TokenQuery::isEmpty() const {
   return terms.empty() && pathTerms.empty() && !kind && !minSize && !maxSize && !olderThan && !newerThan;
 }
 
+std::vector<std::string> ignoredFilters(std::string_view text) {
+  std::vector<std::string> ignored;
+  const auto unlabelled = [](std::string_view) { return KindLabel(); };
+  for (const std::string_view token : tokensOf(text)) {
+    if (filterOf(token) && !TokenQuery::chip(token, unlabelled)) ignored.emplace_back(token);
+  }
+  return ignored;
+}
+
 }  // namespace quon

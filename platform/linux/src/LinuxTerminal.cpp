@@ -9,6 +9,8 @@
 namespace quon {
 namespace {
 
+constexpr std::size_t kUncut = 1'000'000;
+
 std::size_t columnsFromEnvironment() {
   const char* text = std::getenv("COLUMNS");  // NOLINT(concurrency-mt-unsafe): read before any thread starts
   if (text == nullptr) return 0;
@@ -31,6 +33,8 @@ Terminal Terminal::detect() {
   if (terminal.outputIsTerminal && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) {
     columns = size.ws_col;
   }
+  // What is not read by eye is cut by nobody.
+  if (columns == 0 && !terminal.outputIsTerminal) columns = kUncut;
   if (columns > 0) terminal.columns = columns;
   return terminal;
 }

@@ -71,6 +71,7 @@ class AppModel {
     bool liveUpdates = true;
     bool catchUp = true;  ///< a loaded index is brought up to date
     bool saveIndex = true;
+    bool typingPauses = true;  ///< searches wait a moment for the next key
     bool oneFileSystem = true;
     unsigned threads = 0;  ///< of a walk; 0 for as many as there are processors, at least 4
   };

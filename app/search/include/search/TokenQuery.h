@@ -49,4 +49,7 @@ struct TokenQuery {
   friend bool operator==(const TokenQuery&, const TokenQuery&) = default;
 };
 
+/// The tokens that look like filters and say nothing, since their values cannot be read: "size:big".
+[[nodiscard]] std::vector<std::string> ignoredFilters(std::string_view text);
+
 }  // namespace quon

@@ -1,0 +1,89 @@
+#include <algorithm>
+#include <fmt/format.h>
+
+#include <nlohmann/json.hpp>
+
+#include "Commands.h"
+#include "FolderReport.h"
+#include "Output.h"
+#include "RowTable.h"
+#include "base/ByteJson.h"
+#include "base/HumanBytes.h"
+#include "base/Path.h"
+#include "base/Text.h"
+#include "palette/PaletteCommand.h"
+#include "search/TokenQuery.h"
+
+namespace quon::cli {
+namespace {
+
+/// What a filter is missing that the search left out, since its value cannot be read.
+void tellIgnoredFilters(const std::string& text) {
+  for (const std::string& token : ignoredFilters(text)) {
+    warn("left out, for its value cannot be read: " + displayText(token));
+  }
+}
+
+}  // namespace
+
+int runSearch(Session& session, const Command& command) {
+  AppModel& model = session.model();
+  const std::string path = session.resolve(command.path);
+  tellIgnoredFilters(command.text);
+  const OpenedTree tree = session.open(path);
+  model._query.set(command.text);
+  session.runner().runUntil([&] { return !model._searching.get(); });
+  std::vector<Entry> rows = model._searchHits.get().value_or(std::vector<Entry>());
+  std::erase_if(rows, [&](const Entry& row) { return !isInside(row.path(), path); });
+  const std::size_t found = rows.size();
+  if (rows.size() > command.limit) rows.resize(command.limit);
+  if (command.json) {
+    printDocument(folderDocument(command, path, tree, rows));
+  } else {
+    RowTable table = tableOf(session, command, tree);
+    table.fullPaths = true;
+    print(heading(path, tree) + table.text(rows));
+    if (rows.empty()) {
+      print(fmt::format("Nothing matches. Only folders, and files of {} or more, are searched.\n",
+                        humanBytes(AppModel::minKeep)));
+    }
+    if (found > rows.size()) print(fmt::format("… and {} more\n", grouped(found - rows.size())));
+  }
+  tellUnreadable(tree);
+  return 0;
+}
+
+int runCommands(Session& session, const Command& command) {
+  AppModel& model = session.model();
+  const OpenedTree tree = session.open(session.resolve(""));
+  model.schedulePaletteSearch(command.text);
+  session.runner().runUntil([&] { return !model._paletteSearching.get(); });
+  Json rows = Json::array();
+  for (const PaletteRow& row : paletteRows(model, command.text)) {
+    if (const auto* action = std::get_if<PaletteCommand>(&row)) {
+      if (command.json) {
+        Json item{{"kind", "command"},
+                  {"id", encodeBytes(action->id)},
+                  {"title", action->title},
+                  {"shortcut", nullptr}};
+        if (action->shortcut) item["shortcut"] = *action->shortcut;
+        rows.push_back(std::move(item));
+      } else {
+        print(fmt::format("{:<6}{}\n", action->shortcut.value_or(""), action->title));
+      }
+    } else {
+      const Entry& file = std::get<Entry>(row);
+      if (command.json) {
+        rows.push_back(toJson(std::span(&file, 1)).front());
+      } else {
+        print(fmt::format("{:>10}  {}\n", humanBytes(file.size(command.metric)),
+                          fitToWidth(displayText(file.path()),
+                                     session.terminal.columns > 13 ? session.terminal.columns - 13 : 1)));
+      }
+    }
+  }
+  if (command.json) printDocument(Json{{"rows", std::move(rows)}});
+  return 0;
+}
+
+}  // namespace quon::cli

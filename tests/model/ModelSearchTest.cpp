@@ -1,0 +1,127 @@
+// The search field over the model: its pauses, and which result counts.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+
+#include "ModelHome.h"
+
+namespace quon::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+constexpr std::uint64_t kMiB = 1048576;
+
+std::vector<std::string> found(const AppModel& model) {
+  std::vector<std::string> names;
+  if (!model._searchHits.get()) return {"no result"};
+  for (const Entry& row : *model._searchHits.get()) names.push_back(row.name);
+  return names;
+}
+
+class ModelSearch : public testing::Test {
+ protected:
+  ModelSearch() {
+    home.top.file("tree/Films/summer.mp4", 4 * kMiB);
+    home.top.file("tree/Films/winter.mp4", 2 * kMiB);
+    home.top.file("tree/notes/summer.txt", 3 * kMiB);
+    home.scan();
+  }
+  void type(const std::string& text) {
+    home.model->_query.set(text);
+    home.searches.advance(std::chrono::milliseconds(120));
+    home.main.runPosted();
+  }
+
+  ModelHome home;
+  AppModel& model = *home.model;
+};
+
+TEST_F(ModelSearch, WaitsForAPauseInTyping) {
+  model._query.set("sum");
+  EXPECT_TRUE(model._searching.get());
+  home.searches.advance(std::chrono::milliseconds(119));
+  home.main.runPosted();
+  EXPECT_FALSE(model._searchHits.get());
+  model._query.set("summer");
+  home.searches.advance(std::chrono::milliseconds(119));
+  home.main.runPosted();
+  EXPECT_FALSE(model._searchHits.get());
+  home.searches.advance(std::chrono::milliseconds(1));
+  home.main.runPosted();
+  EXPECT_THAT(found(model), ElementsAre("summer.mp4", "summer.txt"));
+  EXPECT_FALSE(model._searching.get());
+  EXPECT_THAT(model.entries(), SizeIs(2));
+  model.clearQuery();
+  EXPECT_FALSE(model._searchHits.get());
+  EXPECT_THAT(model.entries(), SizeIs(2)) << "the scope's two folders";
+}
+
+TEST_F(ModelSearch, AResultThatWasOvertakenIsDropped) {
+  model._query.set("winter");
+  home.searches.advance(std::chrono::milliseconds(120));  // found, and on its way
+  model._query.set("summer");
+  home.main.runPosted();
+  EXPECT_FALSE(model._searchHits.get());
+  home.searches.advance(std::chrono::milliseconds(120));
+  home.main.runPosted();
+  EXPECT_THAT(found(model), ElementsAre("summer.mp4", "summer.txt"));
+
+  model._query.set("winter");
+  home.searches.advance(std::chrono::milliseconds(120));
+  model.clearQuery();
+  home.main.runPosted();
+  EXPECT_FALSE(model._searchHits.get());
+}
+
+TEST_F(ModelSearch, AFindInATreeBeforeNeverLandsOnTheNext) {
+  model._query.set("winter");
+  home.searches.advance(std::chrono::milliseconds(120));
+  home.top.file("tree/more/winter.raw", 9 * kMiB);
+  model.scan(home.root);
+  home.finish();
+  home.main.runPosted();
+  EXPECT_FALSE(model._searchHits.get());
+  EXPECT_TRUE(model._searching.get()) << "a query that stands is searched again";
+  home.searches.advance(std::chrono::milliseconds(120));
+  home.main.runPosted();
+  EXPECT_THAT(found(model), ElementsAre("winter.raw", "winter.mp4"));
+}
+
+TEST_F(ModelSearch, ChipsNarrowTheSearch) {
+  type("kind:video sum");
+  EXPECT_THAT(found(model), ElementsAre("summer.mp4"));
+  model.absorbChips(/*includePartial=*/false);
+  ASSERT_THAT(model._chips.get(), SizeIs(1));
+  EXPECT_EQ(model._chips.get().front().label, "Media");
+  EXPECT_EQ(model._query.get(), "sum");
+  EXPECT_EQ(model.effectiveQuery(), "kind:video sum");
+  model.removeChip(model._chips.get().front());
+  home.searches.advance(std::chrono::milliseconds(120));
+  home.main.runPosted();
+  EXPECT_THAT(found(model), ElementsAre("summer.mp4", "summer.txt"));
+  type("  ");
+  EXPECT_FALSE(model.hasQuery());
+}
+
+TEST_F(ModelSearch, WhatTheContentTellsOverridesTheName) {
+  static const FileKind kMedia = Kinds::of("x.mp4");
+  const RefPtr<DirNode> notes = std::get<RefPtr<DirNode>>(model.entryFor(home.root + "/notes")->payload);
+  model.kindOverrides[notes.get()]["summer.txt"] = &kMedia;
+  type("kind:video sum");
+  EXPECT_THAT(found(model), ElementsAre("summer.mp4", "summer.txt"));
+}
+
+TEST_F(ModelSearch, TheMetricDecidesTheOrderAndTheBounds) {
+  type("size:>1mb .mp4");
+  EXPECT_THAT(found(model), ElementsAre("summer.mp4", "winter.mp4"));
+  model._metric.set(Metric::physical);  // the files are sparse
+  home.searches.advance(std::chrono::milliseconds(120));
+  home.main.runPosted();
+  EXPECT_THAT(found(model), IsEmpty());
+}
+
+}  // namespace
+}  // namespace quon::test
