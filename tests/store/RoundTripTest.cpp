@@ -279,7 +279,7 @@ TEST(Schema, IsTheOneThatOtherProgramsRead) {
   EXPECT_EQ(keys,
             (std::vector<std::string>{"format", "root", "scannedAt", "elapsedMs", "errorCount",
                                       "errorSamples", "hardlinksDeduped", "linksVersion", "skippedProtected",
-                                      "topFiles", "lastEventId", "rootDev", "complete"}));
+                                      "topFiles", "lastEventId", "rootDev", "mountPoint", "complete"}));
   EXPECT_EQ(index.rows("SELECT d.name, p.name, l.fileid, l.counted FROM links l JOIN dirs d ON l.dir = d.id "
                        "JOIN dirs p ON d.parent = p.id"),
             (std::vector<RawIndex::Row>{{"b", "a", "-1", "1"}}));
