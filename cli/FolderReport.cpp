@@ -1,6 +1,7 @@
 #include "FolderReport.h"
 
 #include <fmt/format.h>
+#include <span>
 
 #include <nlohmann/json.hpp>
 
@@ -10,13 +11,31 @@
 
 namespace quon::cli {
 
-Json folderDocument(const Command& command, const std::string& path, const OpenedTree& tree,
-                    std::span<const Entry> rows) {
+namespace {
+
+Json documentOf(const Command& command, const std::string& path, const OpenedTree& tree,
+                std::span<const Entry> rows) {
   const DirNode& scope = *tree.scope;
   return {{"path", encodeBytes(path)},     {"metric", nameOf(command.metric)},
           {"logical", scope.totalLogical}, {"physical", scope.totalPhysical},
           {"files", scope.totalFiles},     {"dirs", scope.totalDirs},
           {"rows", toJson(rows)}};
+}
+
+}  // namespace
+
+void report(const Command& command, const std::string& path, const OpenedTree& tree, std::vector<Entry> rows,
+            const RowTable& table, const std::string& whenNone) {
+  const std::size_t found = rows.size();
+  if (found > command.limit) rows.resize(command.limit);
+  if (command.json) {
+    printDocument(documentOf(command, path, tree, rows));
+  } else {
+    print(heading(path, tree) + table.text(rows));
+    if (rows.empty()) print(whenNone + "\n");
+    if (found > rows.size()) print(fmt::format("… and {} more\n", grouped(found - rows.size())));
+  }
+  tellUnreadable(tree);
 }
 
 std::string heading(const std::string& path, const OpenedTree& tree) {

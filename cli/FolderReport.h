@@ -1,7 +1,7 @@
 #pragma once
 
-#include <span>
 #include <string>
+#include <vector>
 
 #include "CommandLine.h"
 #include "Output.h"
@@ -12,9 +12,10 @@ namespace quon::cli {
 
 // What the commands that list rows of a folder have in common.
 
-/// The totals of the folder at the path, and the rows.
-[[nodiscard]] Json folderDocument(const Command& command, const std::string& path, const OpenedTree& tree,
-                                  std::span<const Entry> rows);
+/// Prints rows as a document or a table, at most as many as were asked for, with the folder's totals; then
+/// what could not be read. `whenNone` is the line for no rows at all.
+void report(const Command& command, const std::string& path, const OpenedTree& tree, std::vector<Entry> rows,
+            const RowTable& table, const std::string& whenNone);
 /// The totals in a line, and an empty one.
 [[nodiscard]] std::string heading(const std::string& path, const OpenedTree& tree);
 /// A table whose shares are of the folder.

@@ -79,20 +79,11 @@ int runUntouched(Session& session, const Command& command) {
   model._ageCutoff.set(command.olderThan);
   model.scheduleAgeScan();
   session.runner().runUntil([&] { return !model._ageScanning.get(); });
-  std::vector<Entry> rows = model._ageHits.get().value_or(std::vector<Entry>());
-  const std::size_t found = rows.size();
-  if (rows.size() > command.limit) rows.resize(command.limit);
-  if (command.json) {
-    printDocument(folderDocument(command, path, tree, rows));
-  } else {
-    RowTable table = tableOf(session, command, tree);
-    table.fullPaths = true;
-    table.now = now();
-    print(heading(path, tree) + table.text(rows));
-    if (rows.empty()) print("Nothing here is that old.\n");
-    if (found > rows.size()) print(fmt::format("… and {} more\n", grouped(found - rows.size())));
-  }
-  tellUnreadable(tree);
+  RowTable table = tableOf(session, command, tree);
+  table.fullPaths = true;
+  table.now = now();
+  report(command, path, tree, model._ageHits.get().value_or(std::vector<Entry>()), table,
+         "Nothing here is that old.");
   return 0;
 }
 

@@ -35,21 +35,11 @@ int runSearch(Session& session, const Command& command) {
   session.runner().runUntil([&] { return !model._searching.get(); });
   std::vector<Entry> rows = model._searchHits.get().value_or(std::vector<Entry>());
   std::erase_if(rows, [&](const Entry& row) { return !isInside(row.path(), path); });
-  const std::size_t found = rows.size();
-  if (rows.size() > command.limit) rows.resize(command.limit);
-  if (command.json) {
-    printDocument(folderDocument(command, path, tree, rows));
-  } else {
-    RowTable table = tableOf(session, command, tree);
-    table.fullPaths = true;
-    print(heading(path, tree) + table.text(rows));
-    if (rows.empty()) {
-      print(fmt::format("Nothing matches. Only folders, and files of {} or more, are searched.\n",
-                        humanBytes(AppModel::minKeep)));
-    }
-    if (found > rows.size()) print(fmt::format("… and {} more\n", grouped(found - rows.size())));
-  }
-  tellUnreadable(tree);
+  RowTable table = tableOf(session, command, tree);
+  table.fullPaths = true;
+  report(command, path, tree, std::move(rows), table,
+         fmt::format("Nothing matches. Only folders, and files of {} or more, are searched.",
+                     humanBytes(AppModel::minKeep)));
   return 0;
 }
 

@@ -20,7 +20,7 @@ namespace quon::Reclaim {
 namespace {
 
 constexpr std::string_view kTagFile = "CACHEDIR.TAG";
-/// What makes a file of that name a tag, by the Cache Directory Tagging Specification.
+/// What a file of that name has to begin with to be a tag.
 constexpr std::string_view kSignature = "Signature: 8a477f597d28d172789f06886806bc55";
 static_assert(kSignature.size() == 43);
 
