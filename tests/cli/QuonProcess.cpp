@@ -161,6 +161,11 @@ std::string Quon::onlyIndex() const {
   return indexFolder() + "/" + names.front();
 }
 
+bool canMakeTerminals() {
+  const Descriptor terminal(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+  return terminal.isOpen();
+}
+
 std::string everythingFrom(const Descriptor& terminal) {
   std::string text;
   std::array<char, 4096> piece{};

@@ -81,6 +81,9 @@ class Quon {
   [[noreturn]] void become(const Arguments& arguments, int out, int err) const;
 };
 
+/// False where no pseudo-terminal can be made: in a chroot, say.
+[[nodiscard]] bool canMakeTerminals();
+
 /// All that is written to the terminal until the program has left it.
 [[nodiscard]] std::string everythingFrom(const Descriptor& terminal);
 [[nodiscard]] std::string contentOf(const std::string& path);

@@ -99,13 +99,6 @@ TEST_F(Roots, APathIsResolvedBeforeItNamesARoot) {
   }
 }
 
-TEST_F(Roots, VariablesThatAreNotAbsoluteAreIgnored) {
-  quon.environment["XDG_DATA_HOME"] = "relative";
-  const std::string index = quon.document({"scan", quon.tree}).at("index");
-  EXPECT_EQ(index.rfind(quon.home + "/.local/share/quon/index/", 0), 0U) << index;
-  EXPECT_TRUE(std::filesystem::exists(index));
-}
-
 /// The program's "/" is a small file system of its own, with the libraries that it needs mounted below.
 TEST_F(Roots, PathsBelowTheFileSystemsRootHoldSingleSlashes) {
   inPrivateMounts([&] {

@@ -31,6 +31,10 @@ class OnTerminal : public testing::Test {
     quon.folder.file("tree/short/film.bin", 2000000);
   }
 
+  void SetUp() override {
+    if (!canMakeTerminals()) GTEST_SKIP() << "no pseudo-terminals here";
+  }
+
   std::vector<std::string> shown(const Arguments& arguments, std::uint16_t columns) {
     Descriptor terminal;
     Running running = quon.startOnTerminal(arguments, columns, terminal);
