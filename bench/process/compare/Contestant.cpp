@@ -25,7 +25,7 @@ struct Entry {
       {Program::floor, {floorName, "quon-floor", {"quon-floor", tree}}},
       {Program::quon, {"scan-no-index", "quon scan --no-index", {"quon", "scan", "--no-index", tree}}},
       {Program::quon, {indexMaker, "quon scan", {"quon", "scan", tree}, paths.indexFolders}},
-      {Program::quon, {"ls", "quon ls", {"quon", "ls", tree}, {}, true}},
+      {Program::quon, {"ls", "quon ls --no-catch-up", {"quon", "ls", tree, "--no-catch-up"}, {}, true}},
       {Program::peer, {duName, "du -s", {"du", "-s", tree}}},
       {Program::peer, {"ncdu", "ncdu -0xo /dev/null", {"ncdu", "-0xo", "/dev/null", tree}}},
       {Program::peer, {"gdu", "gdu -npc", {"gdu", "-npc", tree}}},
