@@ -148,22 +148,24 @@ AppModel::Run& AppModel::beginRun() {
 void AppModel::launch(const char* threadName, std::function<void(Finished&)> work) {
   busy = true;
   const MutexLock held(runLock);
-  run->thread = services.platform.threads.start(threadName, kStackBytes,
-                                                [work = std::move(work), generation = scanGeneration,
-                                                 weak = Self(self), &begun = *run, &main = services.main] {
-                                                  const auto finished = std::make_shared<Finished>();
-                                                  try {
-                                                    work(*finished);
-                                                  } catch (const std::exception& failure) {
-                                                    finished->failure = failure.what();
-                                                  }
-                                                  if (begun.cancelled && !finished->result)
-                                                    finished->told.cancelled = true;
-                                                  main.post([weak, generation, finished] {
-                                                    if (const auto alive = weak.lock())
-                                                      (*alive)->endRun(generation, finished);
-                                                  });
-                                                });
+  const auto body = [work = std::move(work), generation = scanGeneration, weak = Self(self), &begun = *run,
+                     &main = services.main] {
+    const auto finished = std::make_shared<Finished>();
+    try {
+      work(*finished);
+    } catch (const std::exception& failure) {
+      finished->failure = failure.what();
+    }
+    if (begun.cancelled && !finished->result) finished->told.cancelled = true;
+    main.post([weak, generation, finished] {
+      if (const auto alive = weak.lock()) (*alive)->endRun(generation, finished);
+    });
+  };
+  try {
+    run->thread = services.platform.threads.start(threadName, kStackBytes, body);
+  } catch (const std::system_error& failure) {
+    fail(failure.what());
+  }
 }
 
 void AppModel::endRun(std::int64_t generation, const std::shared_ptr<Finished>& finished) {
@@ -185,6 +187,8 @@ void AppModel::endRun(std::int64_t generation, const std::shared_ptr<Finished>& 
 
 void AppModel::fail(const std::string& reason) {
   busy = false;
+  timer.cancel();
+  timer.cancel();
   lastRun.failure = reason;
   _scanStats.set("cannot scan " + displayText(_rootPath.get()));
 }
