@@ -1,0 +1,61 @@
+// The model on real queues: searches and lenses read the tree in the background while live batches change it.
+#include <chrono>
+#include <gtest/gtest.h>
+#include <string>
+
+#include "ModelHome.h"
+#include "base/LoopQueue.h"
+#include "base/ThreadQueue.h"
+
+namespace quon::test {
+namespace {
+
+constexpr std::uint64_t kMiB = 1048576;
+constexpr int kBatches = 3;
+
+TEST(RealQueues, SearchesAndBatchesMeetAtTheGate) {
+  TempFolder top;
+  const std::string root = top.folder("tree");
+  for (int folder = 0; folder < 200; ++folder) {
+    top.file("tree/" + std::to_string(folder % 10) + "/" + std::to_string(folder) + "/film.mp4", kMiB);
+  }
+  const LinuxPlatform platform;
+  FakeEvents events;
+  MemoryDefaults defaults;
+  NotedDesktop desktop;
+  SilentLog log;
+  LoopQueue main;
+  ThreadQueue searches;
+  ThreadQueue lenses;
+  ThreadQueue liveEvents;
+  ThreadQueue liveWork;
+  AppModel model(AppModel::Services{
+      platform.services(), events, defaults, desktop, log,
+      Folders{.home = top.path, .data = top.at("data"), .config = top.at("config"), .state = top.at("state")},
+      main, searches, lenses, liveEvents, liveWork,
+      [] { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()); },
+      [] { return std::int64_t{2'000'000'000}; }});
+  model.conduct.typingPauses = false;
+  model.scan(root);
+  ASSERT_TRUE(main.runUntil([&] { return !model.isBusy(); }));
+
+  int searched = 0;
+  for (int batch = 1; batch <= kBatches; ++batch) {
+    top.file("tree/" + std::to_string(batch) + "/new/film.mp4", kMiB);
+    events.push({{root + "/" + std::to_string(batch), 0, static_cast<std::uint64_t>(batch)}});
+    while (model._version.get() < static_cast<std::uint64_t>(batch)) {
+      model._query.set("film " + std::to_string(searched++ % 10));
+      model.scheduleAgeScan();
+      ASSERT_TRUE(main.runUntil([&] { return !model._searching.get() && !model._ageScanning.get(); }));
+      ASSERT_TRUE(model._searchHits.get());
+    }
+    EXPECT_EQ(model._result.get()->root->totalFiles, 200U + static_cast<std::uint64_t>(batch));
+  }
+  model._query.set("film");
+  ASSERT_TRUE(main.runUntil([&] { return !model._searching.get(); }));
+  EXPECT_EQ(model._searchHits.get()->size(), 200U + kBatches);
+  EXPECT_GT(searched, kBatches);
+}
+
+}  // namespace
+}  // namespace quon::test
