@@ -1,12 +1,16 @@
 // Searches of a tree of 100,000 folders and 20,000 kept files, in milliseconds a search.
 
+#include <algorithm>
 #include <array>
+#include <atomic>
 #include <benchmark/benchmark.h>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <random>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "scan/DirNode.h"
@@ -35,11 +39,11 @@ std::string nameOf(std::mt19937_64& random, Script script) {
 }
 
 /// Each folder below any one made before it: twelve levels on average.
-RefPtr<DirNode> makeTree(Script script) {
+RefPtr<DirNode> makeTree(Script script, std::size_t folders = kFolders) {
   std::mt19937_64 random(kSeed);
   RefPtr<DirNode> root(new DirNode("root"));
   std::vector<DirNode*> all{root.get()};
-  while (all.size() < kFolders) {
+  while (all.size() < folders) {
     DirNode* const parent = all[random() % all.size()];
     RefPtr<DirNode> child(new DirNode(nameOf(random, script)));
     child->parent = parent;
@@ -99,6 +103,28 @@ void largestOfAll(benchmark::State& state) {
   }
 }
 BENCHMARK(largestOfAll)->Unit(benchmark::kMillisecond);
+
+/// From the moment a search of 1,000,000 folders is called off, at moments spread over all it takes, until it
+/// has ended.
+void cancelled(benchmark::State& state) {
+  const RefPtr<DirNode> root = makeTree(Script::latin, 1000000);
+  const TokenQuery query = TokenQuery::parse("library", kNow);
+  std::mt19937_64 random(kSeed);
+  for (auto each : state) {
+    std::atomic<bool> off{false};
+    std::chrono::steady_clock::time_point ended;
+    std::thread searching([&] {
+      (void)searchTree(query, root, "", Metric::logical, kindOfFile, [&] { return off.load(); });
+      ended = std::chrono::steady_clock::now();
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(random() % 400));
+    const auto called = std::chrono::steady_clock::now();
+    off = true;
+    searching.join();
+    state.SetIterationTime(std::max(0.0, std::chrono::duration<double>(ended - called).count()));
+  }
+}
+BENCHMARK(cancelled)->UseManualTime()->Iterations(40)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 }  // namespace quon::bench

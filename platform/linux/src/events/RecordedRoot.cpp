@@ -214,7 +214,10 @@ void RecordedRoot::loseToLimit() {
 }
 
 void RecordedRoot::lose(std::uint32_t flags, const std::string& reason) {
-  context.log.line(fmt::format("lost track of {}: {}", displayText(stored.path), reason));
+  // That a root of long ago is not there any more is of interest to nobody until it is asked for.
+  if (phase != Phase::unwatched || !requests.empty()) {
+    context.log.line(fmt::format("lost track of {}: {}", displayText(stored.path), reason));
+  }
   sweep = nullptr;
   onlooker = nullptr;
   watch = nullptr;
