@@ -20,6 +20,7 @@ constexpr std::uint64_t kMiB = 1048576;
 
 std::vector<std::string> namesOf(const std::vector<Entry>& rows) {
   std::vector<std::string> names;
+  names.reserve(rows.size());
   for (const Entry& row : rows) names.push_back(row.name);
   return names;
 }
@@ -265,8 +266,8 @@ class AppModelLive : public testing::Test {
     home.scan();
     home.liveEvents.runPosted();
   }
-  void push(std::vector<FolderEvent> list) {
-    home.events.push(std::move(list));
+  void push(const std::vector<FolderEvent>& list) {
+    home.events.push(list);
     home.liveEvents.runPosted();
     home.liveWork.advance(std::chrono::seconds(2));
     home.main.runPosted();

@@ -16,12 +16,12 @@ constexpr std::chrono::duration<double> kNoPause{0.0};
 constexpr std::chrono::duration<double> kTypingPause{0.12};
 constexpr std::chrono::duration<double> kPalettePause{0.08};
 
-KindLabel labelOf(std::string_view kindId) {
+constexpr auto kLabelOf = [](std::string_view kindId) -> KindLabel {
   for (const Kinds::Category& category : Kinds::all()) {
     if (category.kind.id == kindId) return {std::string(category.kind.label), category.kind.slot};
   }
   return {std::string(Kinds::other().label), Kinds::other().slot};
-}
+};
 
 /// What a search needs of the model, taken on the main thread.
 struct Wanted {
@@ -69,7 +69,7 @@ std::string AppModel::effectiveQuery() const {
 }
 
 void AppModel::absorbChips(bool includePartial) {
-  SearchField field = quon::absorbChips({_query.get(), _chips.get()}, includePartial, labelOf);
+  SearchField field = quon::absorbChips({_query.get(), _chips.get()}, includePartial, kLabelOf);
   _chips.set(std::move(field.chips));
   _query.set(std::move(field.text));
   scheduleSearch();

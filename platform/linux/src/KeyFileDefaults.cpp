@@ -77,8 +77,10 @@ bool KeyFileDefaults::flag(const std::string& key) const {
 void KeyFileDefaults::setTexts(const std::string& key, const std::vector<std::string>& texts) {
   const KeyFile keys = load(file);
   std::vector<std::string> lines;
+  lines.reserve(texts.size());
   for (const std::string& text : texts) lines.push_back(toLine(text));
   std::vector<const char*> pointers;
+  pointers.reserve(lines.size());
   for (const std::string& line : lines) pointers.push_back(line.c_str());
   g_key_file_set_string_list(keys.get(), kGroup, key.c_str(), pointers.data(), pointers.size());
   save(keys, folder, file);

@@ -115,13 +115,13 @@ void InotifyWatch::refuse(int parentToken, std::string_view name) {
 void InotifyWatch::retryBelow(int watch) {
   const auto path = tree->path(watch);
   if (!path) return;
-  std::erase_if(denied, [&](const std::pair<int, std::string>& place) {
-    const auto parent = tree->path(place.first);
-    if (!tree->contains(place.first)) return true;
-    if (!parent || !isInside(*parent, *path)) return false;
-    doubts.push_back({.parent = place.first, .name = place.second, .appeared = true});
-    return true;
-  });
+  for (auto place = denied.begin(); place != denied.end();) {
+    const auto parent = tree->path(place->first);
+    const bool gone = !tree->contains(place->first);
+    const bool below = parent && isInside(*parent, *path);
+    if (below) doubts.push_back({.parent = place->first, .name = place->second, .appeared = true});
+    place = gone || below ? denied.erase(place) : std::next(place);
+  }
 }
 
 bool InotifyWatch::wasThere(const std::string& path, const FolderIdentity& identity) const {
