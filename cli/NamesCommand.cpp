@@ -14,8 +14,6 @@
 namespace quon::cli {
 namespace {
 
-/// Names whose files together take less are noise.
-constexpr std::uint64_t kLeastTotal = 10485760;  // 10 MiB
 constexpr std::size_t kSizeColumns = 10;
 constexpr std::size_t kCountColumns = 10;
 constexpr std::size_t kGap = 2;
@@ -30,8 +28,8 @@ std::string row(const Session& session, std::uint64_t size, const std::string& c
 }
 
 void printNames(const Session& session, const Command& command, const OpenedTree& tree) {
-  const auto names =
-      ScanStore::repeatedNames(tree.index, static_cast<std::int64_t>(command.limit), kLeastTotal);
+  const auto names = ScanStore::repeatedNames(tree.index, static_cast<std::int64_t>(command.limit),
+                                              AppModel::leastNameTotal);
   if (command.json) {
     Json rows = Json::array();
     for (const RepeatedName& name : names) {
@@ -48,7 +46,8 @@ void printNames(const Session& session, const Command& command, const OpenedTree
   for (const RepeatedName& name : names) {
     print(row(session, name.physical, grouped(static_cast<std::uint64_t>(name.count)) + " ×", name.name));
   }
-  if (names.empty()) print(fmt::format("No repeated name takes {} or more.\n", humanBytes(kLeastTotal)));
+  if (names.empty())
+    print(fmt::format("No repeated name takes {} or more.\n", humanBytes(AppModel::leastNameTotal)));
 }
 
 void printFilesOfName(const Session& session, const Command& command, const OpenedTree& tree) {

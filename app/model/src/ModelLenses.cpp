@@ -21,8 +21,6 @@ namespace {
 constexpr std::int64_t kNamesShown = 300;
 /// Folders that mark themselves as caches, more than which nobody has.
 constexpr std::int64_t kMostMarkers = 100'000;
-/// Names whose files together take less are noise.
-constexpr std::uint64_t kLeastNameTotal = 10485760;  // 10 MiB
 
 }  // namespace
 
@@ -107,7 +105,7 @@ void AppModel::scheduleNamesScan() {
         auto names = std::make_shared<std::vector<RepeatedName>>();
         auto failure = std::make_shared<std::optional<std::string>>();
         try {
-          *names = ScanStore::repeatedNames(url, kNamesShown, kLeastNameTotal);
+          *names = ScanStore::repeatedNames(url, kNamesShown, leastNameTotal);
         } catch (const StoreError& reason) {
           *failure = reason.what();
         }
@@ -128,8 +126,13 @@ void AppModel::scheduleNamesScan() {
 
 void AppModel::refreshIndexes() {
   services.lenses.post([&platform = services.platform, folder = services.folders.index(), weak = Self(self),
-                        &main = services.main] {
-    auto entries = std::make_shared<std::vector<IndexEntry>>(IndexCatalog::list(platform, folder));
+                        &main = services.main, &log = services.log] {
+    const auto entries = std::make_shared<std::vector<IndexEntry>>();
+    try {
+      *entries = IndexCatalog::list(platform, folder);
+    } catch (const std::system_error& failure) {
+      return log.line(failure.what());
+    }
     main.post([weak, entries] {
       if (const auto alive = weak.lock()) (*alive)->_indexes.set(std::move(*entries));
     });

@@ -48,7 +48,9 @@ class AppModel {
  public:
   static constexpr std::uint64_t minKeep = 1048576;  ///< bytes; files from this size on are rows of their own
   static constexpr std::size_t childCap = 500;       ///< rows of a listing before the rest
-  static constexpr std::size_t paletteCap = 250;     ///< files that the command bar lists
+  /// Bytes on disk; names whose files together take less are noise.
+  static constexpr std::uint64_t leastNameTotal = 10485760;
+  static constexpr std::size_t paletteCap = 250;  ///< files that the command bar lists
 
   /// What the model works with; all of it outlives it. The queues are serial.
   struct Services {
