@@ -11,6 +11,7 @@
 #include "lenses/Kinds.h"
 #include "lenses/MarkerFiles.h"
 #include "lenses/Reclaim.h"
+#include "rows/FolderRows.h"
 #include "scan/DirNode.h"
 #include "scan/Walker.h"
 
@@ -107,6 +108,7 @@ void reclaimOnDesktop(benchmark::State& state) {
   const Reclaim::Surroundings where{.rootPath = kHome,
                                     .home = kHome,
                                     .cacheHome = "",
+                                    .configHome = "",
                                     .dataHome = "",
                                     .mountPoints = {"/"},
                                     .userID = 1000};
@@ -122,13 +124,31 @@ void untouchedRows(benchmark::State& state) {
   const std::int64_t cutoff = kOldest + kYears / 2;
   std::size_t rows = 0;
   for (auto _ : state) {
-    const auto listed = untouched(root, kHome, cutoff, Metric::physical, [] { return false; });
+    const auto listed = ageScan(root, kHome, cutoff, Metric::physical, [] { return false; });
     rows = listed->size();
   }
   itemsAreFolders(state);
   state.counters["rows"] = static_cast<double>(rows);
 }
 BENCHMARK(untouchedRows)->Unit(benchmark::kMillisecond);
+
+/// The rows of one folder with as many children as the whole tree has folders.
+void scopeRows(benchmark::State& state) {
+  constexpr std::size_t kRowsShown = 500;
+  std::mt19937_64 random(kSeed);
+  const RefPtr<DirNode> root(new DirNode(kHome));
+  for (std::size_t number = 0; number < kFolders; ++number) {
+    RefPtr<DirNode> child(new DirNode(nameOf(random, number)));
+    child->parent = root.get();
+    child->directLogical = child->directPhysical = random() % (1ULL << 32U);
+    root->subdirs.push_back(std::move(child));
+  }
+  root->rollup();
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(scopeEntries(root, kHome, Metric::physical, kRowsShown).data());
+  }
+}
+BENCHMARK(scopeRows)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 }  // namespace quon::bench

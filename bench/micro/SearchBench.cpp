@@ -74,10 +74,11 @@ void search(benchmark::State& state, const char* text, Script script) {
   const TokenQuery query = TokenQuery::parse(text, kNow);
   std::size_t found = 0;
   for (auto _ : state) {
-    auto rows = searchTree(
+    auto rows = quon::search(
         query, root, "/home/somebody", Metric::logical,
         [](const DirNode& folder, std::string_view name) { return kindOfFile(folder, name); },
         [] { return false; });
+    sortBySize(*rows, Metric::logical);
     found = rows->size();
     benchmark::DoNotOptimize(rows->data());
   }
@@ -114,7 +115,7 @@ void cancelled(benchmark::State& state) {
     std::atomic<bool> off{false};
     std::chrono::steady_clock::time_point ended;
     std::thread searching([&] {
-      (void)searchTree(query, root, "", Metric::logical, kindOfFile, [&] { return off.load(); });
+      (void)quon::search(query, root, "", Metric::logical, kindOfFile, [&] { return off.load(); });
       ended = std::chrono::steady_clock::now();
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(random() % 400));

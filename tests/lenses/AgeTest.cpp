@@ -51,15 +51,14 @@ TEST(Untouched, ListsAnOldFolderOnceAndOldFilesElsewhere) {
   tree.file(mixed, {"before time", 40, 5, -3});
   tree.folder("unknown", 0, 0);
   const RefPtr<DirNode> root = tree.rolledUp();
-  const auto rows = untouched(root, "/r", 10, Metric::logical, never);
+  const auto rows = ageScan(root, "/r", 10, Metric::logical, never);
   ASSERT_TRUE(rows);
   EXPECT_THAT(idsOf(*rows), ElementsAre("d:/r/old", "f:/r/mixed/old"));
   EXPECT_TRUE(std::get<Entry::File>((*rows)[1].payload).container == &mixed);
-  EXPECT_THAT(idsOf(*untouched(root, "", 10, Metric::physical, never)),
-              ElementsAre("f:/mixed/old", "d:/old"));
-  EXPECT_THAT(idsOf(*untouched(RefPtr<DirNode>(&mixed), "/r", 10, Metric::logical, never)),
+  EXPECT_THAT(idsOf(*ageScan(root, "", 10, Metric::physical, never)), ElementsAre("f:/mixed/old", "d:/old"));
+  EXPECT_THAT(idsOf(*ageScan(RefPtr<DirNode>(&mixed), "/r", 10, Metric::logical, never)),
               ElementsAre("f:/r/mixed/old"));
-  EXPECT_THAT(*untouched(root, "/r", 1, Metric::logical, never), IsEmpty());
+  EXPECT_THAT(*ageScan(root, "/r", 1, Metric::logical, never), IsEmpty());
 }
 
 void listRecursively(const RefPtr<DirNode>& folder, const std::string& path, std::int64_t cutoff,
@@ -94,7 +93,7 @@ TEST(Untouched, KeepsTheOrderOfARecursiveVisitAmongEqualSizes) {
     std::vector<Entry> expected;
     listRecursively(scope, scope->path("/r"), cutoff, expected);
     std::ranges::stable_sort(expected, std::greater<>(), &Entry::physical);
-    const auto found = untouched(scope, "/r", cutoff, Metric::physical, never);
+    const auto found = ageScan(scope, "/r", cutoff, Metric::physical, never);
     ASSERT_TRUE(found);
     EXPECT_EQ(idsOf(*found), idsOf(expected));
   }
@@ -105,9 +104,9 @@ TEST(Untouched, AsksAtEvery1024thFolderAndStops) {
   for (int at = 1; at < 3 * 1024; ++at) tree.sample.folder(std::to_string(at), nullptr, 50);
   int asked = 0;
   const auto count = [&asked] { return ++asked < 0; };
-  EXPECT_TRUE(untouched(tree.rolledUp(), "/r", 10, Metric::logical, count));
+  EXPECT_TRUE(ageScan(tree.rolledUp(), "/r", 10, Metric::logical, count));
   EXPECT_EQ(asked, 3);
-  EXPECT_FALSE(untouched(tree.rolledUp(), "/r", 10, Metric::logical, [&asked] { return ++asked == 5; }));
+  EXPECT_FALSE(ageScan(tree.rolledUp(), "/r", 10, Metric::logical, [&asked] { return ++asked == 5; }));
   EXPECT_EQ(asked, 5);
 }
 
@@ -115,12 +114,12 @@ TEST(Untouched, GoesToAnyDepth) {
   PathTree tree = PathTree::chain("d", 100'000);
   tree.folder("d").mtime = 200;
   const RefPtr<DirNode> root = tree.rolledUp();
-  EXPECT_THAT(idsOf(*untouched(root, "/r", 150, Metric::logical, never)), ElementsAre("d:/r/d/d"));
+  EXPECT_THAT(idsOf(*ageScan(root, "/r", 150, Metric::logical, never)), ElementsAre("d:/r/d/d"));
   for (DirNode* node = root.get(); !node->subdirs.empty(); node = node->subdirs[0].get()) node->newest = 300;
   DirNode* deepest = root.get();
   while (!deepest->subdirs.empty()) deepest = deepest->subdirs[0].get();
   deepest->newest = 300;
-  const auto rows = untouched(root, "/r", 150, Metric::logical, never);
+  const auto rows = ageScan(root, "/r", 150, Metric::logical, never);
   ASSERT_EQ(rows->size(), 1U);
   EXPECT_EQ(rows->front().path(), deepest->path("/r") + "/deep.mkv");
 }

@@ -65,6 +65,12 @@ TEST(Reclaim, ParentsCountWhereARuleNamesOne) {
             (Listed{{"cargo registry", {"/r/.cargo/registry"}}, {"tart tmp images", {"/r/.tart/tmp"}}}));
 }
 
+TEST(Reclaim, AScannedFolderIsAParentByItsLastName) {
+  SampleTree scanned("/home/u/.cargo");
+  scanned.folder("registry");
+  EXPECT_EQ(Reclaim::groups(scanned.shared(), Metric::logical).size(), 1U);
+}
+
 TEST(Reclaim, TheScopeItselfIsNeverListed) {
   PathTree tree;
   tree.folder("node_modules/x/node_modules", 4);
@@ -130,6 +136,7 @@ struct DesktopReclaim : testing::Test {
   Reclaim::Surroundings where{.rootPath = "",
                               .home = "/home/u",
                               .cacheHome = "",
+                              .configHome = "",
                               .dataHome = "",
                               .mountPoints = {"/", "/media/disk"},
                               .userID = 1000};
@@ -151,20 +158,25 @@ TEST_F(DesktopReclaim, KnowsPlacesBelowHomeAndOnVolumes) {
       "home/u/.cache/app/node_modules home/u/.ccache/0 home/u/.ccache/f home/u/.ccache/g "
       "home/u/.cargo/git home/u/.cargo/registry home/u/.cargo/bin home/u/go/pkg/mod home/u/go/src "
       "home/u/.m2/repository home/u/.ivy2/cache home/u/.ivy2/local home/u/.yarn/berry/cache "
+      "home/u/.bun/install/cache home/u/.bun/bin home/u/.opam/download-cache home/u/.thumbnails "
+      "home/u/snap/x/common/.cache home/u/snap/x/42/.cache home/u/snap/x/.cache home/u/snap/x/1/y/.cache "
       "home/u/.local/share/pnpm/store home/u/.local/share/Trash home/u/.var/app/org.x/cache "
       "home/u/.var/app/org.x/data/cache home/u/.var/app/cache media/disk/.Trash-1000 "
       "media/disk/.Trash-1001 media/disk/sub/.Trash-1000 home/w/.cache home/u/x/.cache home/u/cache "
       "home/u/.gradle");
-  EXPECT_EQ(list(), (Listed{{"XDG cache folder", {"/home/u/.cache"}},
+  EXPECT_EQ(list(), (Listed{{"app caches (~/.cache)", {"/home/u/.cache"}},
                             {"ccache (~/.ccache)", {"/home/u/.ccache/0", "/home/u/.ccache/f"}},
                             {"cargo git checkouts", {"/home/u/.cargo/git"}},
                             {"cargo registry", {"/home/u/.cargo/registry"}},
                             {"Go module cache", {"/home/u/go/pkg/mod"}},
-                            {"Maven repository", {"/home/u/.m2/repository"}},
                             {"Ivy cache", {"/home/u/.ivy2/cache"}},
                             {"Yarn cache", {"/home/u/.yarn/berry/cache"}},
                             {"pnpm store", {"/home/u/.local/share/pnpm/store"}},
                             {"Trash", {"/home/u/.local/share/Trash", "/media/disk/.Trash-1000"}},
+                            {"Bun cache", {"/home/u/.bun/install/cache"}},
+                            {"opam downloads", {"/home/u/.opam/download-cache"}},
+                            {"thumbnails", {"/home/u/.thumbnails"}},
+                            {"Snap app caches", {"/home/u/snap/x/common/.cache", "/home/u/snap/x/42/.cache"}},
                             {"Flatpak app caches", {"/home/u/.var/app/org.x/cache"}},
                             {"Gradle home", {"/home/u/.gradle"}}}));
   EXPECT_THAT(markers.lookedAt, IsEmpty());
@@ -187,12 +199,12 @@ TEST_F(DesktopReclaim, NeverListsWhatHoldsTheUsersOwnFiles) {
     EXPECT_EQ(list(), Listed()) << set;
   }
   where.cacheHome = "relative";
-  EXPECT_EQ(list(), (Listed{{"XDG cache folder", {"/home/u/.cache"}}})) << "as if it were not set";
+  EXPECT_EQ(list(), (Listed{{"app caches (~/.cache)", {"/home/u/.cache"}}})) << "as if it were not set";
   where.cacheHome = "/elsewhere/";
-  EXPECT_EQ(list(), (Listed{{"XDG cache folder", {"/elsewhere"}}}));
+  EXPECT_EQ(list(), (Listed{{"app caches (~/.cache)", {"/elsewhere"}}}));
   markers.files = {{"/home/CACHEDIR.TAG", kTag}, {"/home/u/.config/CACHEDIR.TAG", kTag}};
   where.cacheHome = "";
-  EXPECT_EQ(list(), (Listed{{"XDG cache folder", {"/home/u/.cache"}}}));
+  EXPECT_EQ(list(), (Listed{{"app caches (~/.cache)", {"/home/u/.cache"}}}));
   where.mountPoints.emplace_back("/home/u/.cache/remote");
   EXPECT_EQ(list(), Listed()) << "another volume lies in it";
 }
@@ -224,6 +236,26 @@ TEST_F(DesktopReclaim, ATargetNeedsCargosTraces) {
       "sound/target/debug/target tagged/target alone/target unbuilt/target member/target "
       "sound/Target target");
   EXPECT_EQ(list(), (Listed{{"Rust target", {"/sound/target", "/tagged/target"}}}));
+}
+
+TEST_F(DesktopReclaim, ABrowsersCacheNeedsItsIndex) {
+  const std::string app = "/home/u/.config/app/";
+  for (const char* const file :
+       {"Cache/Cache_Data/index", "GPUCache/index", "GPUCache/data_0", "Default/Code Cache/js/index",
+        "old/Cache/index", "old/Cache/data_1", "bare/GPUCache/index", "x/cache/index", "x/cache/data_0"}) {
+    markers.files[app + file] = "";
+  }
+  for (const char* const elsewhere :
+       {"/home/u/Cache/Cache_Data/index", "/home/u/.config/Cache/Cache_Data/index"})
+    markers.files[elsewhere] = "";
+  folders(
+      "home/u/.config/app/Cache home/u/.config/app/GPUCache home/u/.config/app/old/Cache "
+      "home/u/.config/app/bare/GPUCache home/u/.config/app/x/cache home/u/Cache home/u/.config/Cache");
+  tree.folder("home/u/.config/app/Default/Code Cache", 1);
+  const std::string label = "Electron & browser caches (~/.config)";
+  EXPECT_EQ(list(), (Listed{{label, {app + "Cache", app + "GPUCache", app + "Default/Code Cache"}}}));
+  where.configHome = "/home/w";
+  EXPECT_EQ(list(), Listed());
 }
 
 TEST_F(DesktopReclaim, GoesToAnyDepth) {
@@ -267,7 +299,7 @@ TEST(DiskMarkers, ProveWhatAScanFound) {
       markers.foldersHolding("CACHEDIR.TAG"),
       testing::UnorderedElementsAre(root + "/good", root + "/wrong", root + "/linked", root + "/pipe"));
   const Reclaim::Surroundings where{
-      .rootPath = root, .home = root, .cacheHome = "", .dataHome = "", .mountPoints = {}};
+      .rootPath = root, .home = root, .cacheHome = "", .configHome = "", .dataHome = "", .mountPoints = {}};
   EXPECT_EQ(listed(Reclaim::groups(outcome.result.root, Metric::logical, where, markers), "~"),
             (Listed{{"caches (marked CACHEDIR.TAG)", {"~/good"}}, {"Rust target", {"~/rust/target"}}}));
   EXPECT_EQ(markers.beginning(root + "/good", "CACHEDIR.TAG", 9), "Signature");

@@ -219,6 +219,26 @@ TEST(AppModel, MovesAboutInTheTree) {
   EXPECT_EQ(model._scope.get(), model._result.get()->root);
 }
 
+TEST(AppModel, ColoursGoByTheFoldersBelowTheRoot) {
+  ModelHome home;
+  for (int folder = 0; folder < 11; ++folder) {
+    home.top.file("tree/" + std::to_string(folder) + "/deep/file", 1000 - static_cast<std::size_t>(folder));
+  }
+  home.scan();
+  const auto slotAt = [&](const std::string& path) {
+    return home.model->topSlot(*folderAt(home.model->_result.get()->root, path));
+  };
+  EXPECT_EQ(slotAt(""), std::nullopt);
+  for (int folder = 0; folder < 11; ++folder) {
+    EXPECT_EQ(slotAt(std::to_string(folder)), folder % 9);
+    EXPECT_EQ(slotAt(std::to_string(folder) + "/deep"), folder % 9);
+  }
+  home.restart();
+  home.model->scanIfNeeded(home.root);
+  home.finish();
+  EXPECT_EQ(slotAt("8/deep"), 8) << "an opened index has other colours than the scan that made it";
+}
+
 TEST(AppModel, LensesAnswerForTheTreeTheyWereAskedFor) {
   ModelHome home;
   const std::string film = home.top.file("tree/old/film.mp4", 3 * kMiB);
@@ -292,6 +312,30 @@ TEST_F(AppModelLive, AViewedFolderThatWasRemovedGivesWayToTheRoot) {
   push({{home.root, 0, 5}});
   EXPECT_EQ(model._scope.get(), model._result.get()->root);
   EXPECT_EQ(model._toast.get(), "the folder you were viewing was removed");
+}
+
+TEST_F(AppModelLive, AnOldRowLeadsToWhatLiesThereNow) {
+  home.top.file("tree/b/film", 3 * kMiB);
+  push({{home.root + "/b", 0, 4}});
+  const Entry folder = *model.entryFor(home.root + "/b");
+  const Entry film = *model.entryFor(home.root + "/b/film");
+  push({{home.root + "/b", EventFlag::mustScanSubdirs, 5}});
+  for (const Entry& row : {folder, film}) {
+    model._scope.set(model._result.get()->root);
+    model.jump(row);
+    EXPECT_EQ(model._scope.get(), folderAt(model._result.get()->root, "b")) << row.id;
+  }
+  EXPECT_EQ(model._selection.get(), film.id);
+
+  std::filesystem::rename(home.root + "/b", home.top.at("away"));
+  push({{home.root, 0, 6}});
+  model._query.set("kept");
+  for (const Entry& row : {folder, film}) {
+    model.jump(row);
+    EXPECT_EQ(model._toast.get(), row.path() + " is no longer there");
+  }
+  EXPECT_EQ(model._scope.get(), model._result.get()->root);
+  EXPECT_EQ(model._query.get(), "kept");
 }
 
 TEST_F(AppModelLive, AViewedFolderThatWasReplacedIsViewedOn) {

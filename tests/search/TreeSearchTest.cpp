@@ -42,7 +42,7 @@ struct Tree {
   }
   std::optional<std::vector<Entry>> rows(const TokenQuery& query, Metric metric = Metric::logical) {
     sample.root().rollup();
-    return searchTree(query, sample.shared(), "/Root", metric, kKindByEnding, [] { return false; });
+    return quon::search(query, sample.shared(), "/Root", metric, kKindByEnding, [] { return false; });
   }
   Ids ids(std::string_view text, Metric metric = Metric::logical) {
     const auto found = rows(TokenQuery::parse(text, kNow), metric);
@@ -155,8 +155,8 @@ TEST(TreeSearch, AskedForKindsOnlyWhereAllElseFits) {
     return "code";  // what the file's contents say, perhaps
   };
   const auto search = [&](std::string_view text) {
-    return searchTree(TokenQuery::parse(text, kNow), tree.sample.shared(), "", Metric::logical, kindOf,
-                      [] { return false; })
+    return quon::search(TokenQuery::parse(text, kNow), tree.sample.shared(), "", Metric::logical, kindOf,
+                        [] { return false; })
         ->size();
   };
   EXPECT_EQ(search("kind:code size:6 d"), 1U);
@@ -172,8 +172,8 @@ TEST(TreeSearch, RowsCarryFullPathsFromAnyFolderAndRoot) {
   tree.file(b, {"f", 7, 8, 9});
   tree.sample.root().rollup();
   const auto rowsBelow = [](DirNode& root, std::string_view rootPath) {
-    return *searchTree(TokenQuery::parse("size:0 a", kNow), RefPtr<DirNode>(&root), rootPath, Metric::logical,
-                       kKindByEnding, [] { return false; });
+    return *quon::search(TokenQuery::parse("size:0 a", kNow), RefPtr<DirNode>(&root), rootPath,
+                         Metric::logical, kKindByEnding, [] { return false; });
   };
   const auto rows = rowsBelow(a, "");
   ASSERT_EQ(rows.size(), 2U);
@@ -281,8 +281,8 @@ TEST(TreeSearch, AsksOftenAndStopsWhereItIsToldTo) {
   tree.sample.root().rollup();
   const auto asksOf = [&](std::string_view text, int last) {
     int asks = 0;
-    const auto rows = searchTree(TokenQuery::parse(text, kNow), tree.sample.shared(), "", Metric::logical,
-                                 kKindByEnding, [&] { return ++asks == last; });
+    const auto rows = quon::search(TokenQuery::parse(text, kNow), tree.sample.shared(), "", Metric::logical,
+                                   kKindByEnding, [&] { return ++asks == last; });
     EXPECT_EQ(rows.has_value(), last < 0) << text;
     return asks;
   };
@@ -294,8 +294,8 @@ TEST(TreeSearch, AsksOftenAndStopsWhereItIsToldTo) {
 
 TEST(TreeSearch, ACancelledSearchOfNothingHasNoResult) {
   Tree tree;
-  EXPECT_FALSE(searchTree(TokenQuery(), tree.sample.shared(), "", Metric::logical, kKindByEnding,
-                          [] { return true; }));
+  EXPECT_FALSE(
+      search(TokenQuery(), tree.sample.shared(), "", Metric::logical, kKindByEnding, [] { return true; }));
 }
 
 }  // namespace

@@ -102,9 +102,9 @@ std::string humanAge(std::int64_t mtime, std::int64_t now) {
   return fmt::format("{:.1f} yr", static_cast<double>(days) / 365.0);
 }
 
-std::optional<std::vector<Entry>> untouched(const RefPtr<DirNode>& scope, std::string_view rootPath,
-                                            std::int64_t cutoff, Metric metric,
-                                            const std::function<bool()>& cancelled) {
+std::optional<std::vector<Entry>> ageScan(const RefPtr<DirNode>& scope, std::string_view rootPath,
+                                          std::int64_t cutoff, Metric metric,
+                                          const std::function<bool()>& cancelled) {
   AgeWalk walk(scope, rootPath, cutoff);
   if (!walk.run(cancelled)) return std::nullopt;
   return largestFirst(std::move(walk.entries), metric);

@@ -1,7 +1,8 @@
 // Three sorts of evidence. Places: absolute paths made from the surroundings, marked before the walk. Tags:
 // the folders that are said to hold a CACHEDIR.TAG are marked as well, but the tag is read only when the walk
-// comes to one, which it does not inside a folder that matched before; the tag's signature decides. Cargo: a
-// folder called `target` is looked at when the walk comes to it.
+// comes to one, which it does not inside a folder that matched before; the tag's signature decides. Names: a
+// folder called `target`, and below the configuration folder one named as browsers name their caches, is
+// looked into when the walk comes to it.
 //
 // Whatever the evidence, a folder that is or holds the home, data or configuration folder or a mounted volume
 // never matches: an environment variable may be set to anything, a tag may have been put where a backup
@@ -50,10 +51,13 @@ void DesktopRules::markPlaces(const Surroundings& where) {
   const std::string home = withoutTrailingSlashes(where.home);
   const std::string cacheHome = folderOr(where.cacheHome, home, ".cache");
   const std::string dataHome = folderOr(where.dataHome, home, ".local/share");
+  configHome = folderOr(where.configHome, home, ".config");
   if (isUsable(home)) {
-    apps = joinPath(pathPrefix(home), ".var/app");
-    stays = {home, joinPath(pathPrefix(home), ".config")};
+    flatpaks = joinPath(pathPrefix(home), ".var/app");
+    snaps = joinPath(pathPrefix(home), "snap");
+    stays = {home};
   }
+  if (isUsable(configHome)) stays.push_back(configHome);
   if (isUsable(dataHome)) stays.push_back(dataHome);
   stays.insert(stays.end(), where.mountPoints.begin(), where.mountPoints.end());
 
@@ -113,7 +117,9 @@ const Rule* DesktopRules::recognise(std::string_view name) const {
   const Rule* const rule = marked.rule(marked.below(places.back(), name));
   const bool perhapsTagged = rule == &kTagged;
   if (rule != nullptr && !perhapsTagged) return rule;
-  if (isAppCache(name)) return &kAppCache;
+  if (name == kFlatpakCache.match && depthBelow(flatpaks) == 1) return &kFlatpakCache;
+  if (name == kSnapCache.match && depthBelow(snaps) == 2) return &kSnapCache;
+  if (isBrowserCache(name)) return &kBrowserCache;
   const bool perhapsTarget = name == kRustTarget.match;
   if ((!perhapsTagged && !perhapsTarget) || path.size() + name.size() >= kLongestPath) return nullptr;
   const std::string folder = joinPath(path, name);
@@ -122,10 +128,24 @@ const Rule* DesktopRules::recognise(std::string_view name) const {
   return tagged ? &kTagged : nullptr;
 }
 
-bool DesktopRules::isAppCache(std::string_view name) const {
-  if (name != kAppCache.match || apps.empty()) return false;
-  const auto app = relativeTo(path, apps);
-  return app && !app->empty() && app->find('/') == std::string_view::npos;
+std::size_t DesktopRules::depthBelow(const std::string& folder) const {
+  if (folder.empty()) return 0;
+  const auto below = relativeTo(path, folder);
+  if (!below || below->empty()) return 0;
+  return 1 + static_cast<std::size_t>(std::ranges::count(*below, '/'));
+}
+
+/// By the index that each of their caches has, beside the first of its block files, in a folder of its own or
+/// in one for each sort of content.
+bool DesktopRules::isBrowserCache(std::string_view name) const {
+  constexpr std::string_view kNames[]{"Cache",         "Code Cache",      "GPUCache",    "DawnCache",
+                                      "GrShaderCache", "DawnWebGPUCache", "ShaderCache", "DawnGraphiteCache"};
+  if (std::ranges::find(kNames, name) == std::end(kNames) || depthBelow(configHome) == 0) return false;
+  if (path.size() + name.size() + 20 >= kLongestPath) return false;
+  const std::string folder = joinPath(path, name);
+  if (name == "Cache" && markers.holds(joinPath(folder, "Cache_Data"), "index")) return true;
+  if (name == "Code Cache") return markers.holds(joinPath(folder, "js"), "index");
+  return markers.holds(folder, "index") && markers.holds(folder, "data_0");
 }
 
 /// A workspace may have a member called `target` and build elsewhere, so Cargo's own trace is asked for too,
@@ -141,9 +161,11 @@ bool DesktopRules::carriesTag(const std::string& folder) const {
 
 std::vector<const Rule*> DesktopRules::all() {
   std::vector<const Rule*> rules;
-  rules.reserve(kPlacedRules.size() + 3);
+  rules.reserve(kPlacedRules.size() + 5);
   for (const PlacedRule& placed : kPlacedRules) rules.push_back(&placed.rule);
-  for (const Rule* const rule : {&kAppCache, &kRustTarget, &kTagged}) rules.push_back(rule);
+  for (const Rule* const rule : {&kFlatpakCache, &kSnapCache, &kBrowserCache, &kRustTarget, &kTagged}) {
+    rules.push_back(rule);
+  }
   return rules;
 }
 

@@ -32,7 +32,9 @@ class DesktopRules {
   void markTagged();
   /// The rule that a child matches before it is known whether anything of the user's lies in it.
   [[nodiscard]] const Rule* recognise(std::string_view name) const;
-  [[nodiscard]] bool isAppCache(std::string_view name) const;
+  /// How many levels the current folder lies below this one; 0 when it does not.
+  [[nodiscard]] std::size_t depthBelow(const std::string& folder) const;
+  [[nodiscard]] bool isBrowserCache(std::string_view name) const;
   [[nodiscard]] bool isRustTarget(const std::string& folder, bool carriesTag) const;
   [[nodiscard]] bool carriesTag(const std::string& folder) const;
 
@@ -40,7 +42,9 @@ class DesktopRules {
   std::string path;                        // of the current folder
   std::vector<MarkedPaths::Place> places;  // of the current folder, last, and those above it up to the scope
   MarkedPaths marked;
-  std::string apps;                // the folder of sandboxed applications, "" without a home
+  std::string flatpaks;            // the folder of sandboxed applications, "" without a home
+  std::string snaps;               // likewise
+  std::string configHome;          // "" when there is none
   std::vector<std::string> stays;  // no folder that is or holds one of these is ever listed
 };
 

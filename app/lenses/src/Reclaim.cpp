@@ -9,6 +9,7 @@
 #include "DesktopRules.h"
 #include "NamedRules.h"
 #include "base/Checked.h"
+#include "base/Path.h"
 
 namespace quon::Reclaim {
 namespace {
@@ -48,7 +49,8 @@ std::vector<Found> walk(DirNode& scope, Places places) {
       continue;
     }
     DirNode* const child = folder->subdirs[nextChild++].get();
-    const Rule* rule = matchByName(folder->name, child->name);
+    // The root is named with its whole path; no other name holds a slash.
+    const Rule* rule = matchByName(lastComponent(folder->name), child->name);
     if (rule == nullptr) rule = places.match(child->name);
     if (rule != nullptr) {
       found.push_back({rule, child});

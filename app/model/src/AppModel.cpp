@@ -17,6 +17,7 @@ AppModel::AppModel(Services given) : services(std::move(given)), self(std::make_
   _rootPath.set(services.folders.home);
   _hasFullDiskAccess.set(services.desktop.hasFullDiskAccess());
   _showOnboarding.set(!services.defaults.flag("hasOnboarded"));
+  gapProbeArmed = services.defaults.flag("gapprobe");
   ownObservations.push_back(_query.observe([this](const std::string&) { scheduleSearch(); }));
   ownObservations.push_back(_scope.observe(
       [this](const RefPtr<DirNode>& scope) { scopePath = scope ? scope->path(treeRoot()) : std::string(); }));
@@ -27,7 +28,8 @@ AppModel::~AppModel() {
   self.reset();
   timer.cancel();
   liveWatcher.reset();
-  for (const auto& generation : {searchGen, paletteGen, ageGen, namesGen}) generation->advance();
+  endLensJobs();
+  for (const auto& generation : {searchGen, paletteGen}) generation->advance();
   cancel();
   // Their threads are joined here: they use the services, which the owner may end next.
   retired.clear();
@@ -89,22 +91,29 @@ std::optional<Entry> AppModel::entryFor(const std::string& path) const {
   return std::nullopt;
 }
 
+std::optional<int> AppModel::topSlot(const DirNode& folder) const {
+  const DirNode* top = nullptr;
+  for (const DirNode* at = &folder; at->parent != nullptr; at = at->parent) top = at;
+  const auto slot = slotIndex.find(top);
+  return slot == slotIndex.end() ? std::nullopt : std::optional(slot->second);
+}
+
 void AppModel::jump(const Entry& entry) {
-  if (const auto* folder = std::get_if<RefPtr<DirNode>>(&entry.payload)) {
-    const RefPtr<DirNode> target = *folder;  // the entry may lie in the hits that clearQuery drops
-    clearQuery();
-    _scope.set(target);
-    _selection.set(std::nullopt);
-    _hovered.set(std::nullopt);
-  } else if (const auto* file = std::get_if<Entry::File>(&entry.payload)) {
-    const RefPtr<DirNode> container = file->container;
-    const std::string id = entry.id;
-    clearQuery();
-    _scope.set(container);
-    _selection.set(id);
-    _hovered.set(std::nullopt);
-    _showInspector.set(true);
+  if (std::holds_alternative<Entry::Rest>(entry.payload) || !_result.get()) return;
+  const Entry row = entry;  // it may lie in the hits that clearQuery drops
+  const auto* const file = std::get_if<Entry::File>(&row.payload);
+  RefPtr<DirNode> target = file == nullptr ? std::get<RefPtr<DirNode>>(row.payload) : file->container;
+  if (!target->isWithin(*_result.get()->root)) {
+    const std::string path = row.path();
+    const auto below = relativeTo(file == nullptr ? path : path.substr(0, path.rfind('/')), _rootPath.get());
+    target = below ? folderAt(_result.get()->root, *below) : RefPtr<DirNode>();
+    if (!target) return _toast.set(displayText(path) + " is no longer there");
   }
+  clearQuery();
+  _scope.set(target);
+  _selection.set(file == nullptr ? std::nullopt : std::optional(row.id));
+  _hovered.set(std::nullopt);
+  if (file != nullptr) _showInspector.set(true);
 }
 
 void AppModel::goUp() {

@@ -18,22 +18,38 @@
 namespace quon {
 namespace {
 
-constexpr std::int64_t kNamesShown = 300;
 /// Folders that mark themselves as caches, more than which nobody has.
 constexpr std::int64_t kMostMarkers = 100'000;
 
 }  // namespace
 
-/// What lens jobs were begun for is about to be replaced.
+/// Stops them soon; what they bring is void.
+void AppModel::endLensJobs() {
+  for (const auto& generation : {ageGen, dupeGen, namesGen, misnamedGen, volumeGen}) generation->advance();
+  if (dupeCancel) dupeCancel->cancel();
+  dupeCancel.reset();
+  dupeRefreshWork.cancel();
+}
+
+/// The tree that the lenses told of is about to be replaced.
 void AppModel::voidLenses() {
-  ageGen->advance();
+  endLensJobs();
   _ageHits.set(std::nullopt);
   _ageScanning.set(false);
-  namesGen->advance();
+  _dupes.set(nullptr);
+  _dupeScanning.set(false);
+  sniffDone = false;
+  sniffing = false;
+  kindOverrides.clear();
   _names.set(std::nullopt);
   _namesError.set(std::nullopt);
   _namesLoading.set(false);
-  kindOverrides.clear();
+  _misnamed.set(nullptr);
+  _misnamedScanning.set(false);
+  _volume.set(nullptr);
+  _volumeLoading.set(false);
+  volumeProbedAt.reset();
+  volumeStale = true;
 }
 
 Kinds::Aggregate AppModel::kindRows() const {
@@ -44,6 +60,7 @@ std::vector<Reclaim::Group> AppModel::reclaimGroups(const RefPtr<DirNode>& scope
   const Reclaim::Surroundings surroundings{.rootPath = std::string(treeRoot()),
                                            .home = services.folders.home,
                                            .cacheHome = services.folders.cacheHome,
+                                           .configHome = services.folders.configHome,
                                            .dataHome = services.folders.dataHome,
                                            .mountPoints = services.platform.files.mountPoints(),
                                            .userID = services.folders.userID};
@@ -84,7 +101,7 @@ void AppModel::scheduleAgeScan() {
     std::optional<std::vector<Entry>> found;
     {
       const TreeGate::Reading reading(*gate);
-      found = untouched(scope, root, cutoff, metric, stopped);
+      found = ageScan(scope, root, cutoff, metric, stopped);
     }
     auto hits = std::make_shared<std::optional<std::vector<Entry>>>(std::move(found));
     main.post([weak, generation, hits] {
@@ -99,29 +116,33 @@ void AppModel::scheduleAgeScan() {
 void AppModel::scheduleNamesScan() {
   const std::int64_t generation = namesGen->advance();
   _namesLoading.set(true);
-  services.lenses.post(
-      [generation, box = namesGen, url = indexURL(), weak = Self(self), &main = services.main] {
-        if (!box->isCurrent(generation)) return;
-        auto names = std::make_shared<std::vector<RepeatedName>>();
-        auto failure = std::make_shared<std::optional<std::string>>();
-        try {
-          *names = ScanStore::repeatedNames(url, kNamesShown, leastNameTotal);
-        } catch (const StoreError& reason) {
-          *failure = reason.what();
-        }
-        main.post([weak, generation, names, failure] {
-          const auto alive = weak.lock();
-          if (!alive || !(*alive)->namesGen->isCurrent(generation)) return;
-          AppModel& model = **alive;
-          if (*failure) {
-            model._names.set(std::nullopt);
-          } else {
-            model._names.set(std::move(*names));
-          }
-          model._namesError.set(std::move(*failure));
-          model._namesLoading.set(false);
-        });
-      });
+  services.lenses.post([generation, box = namesGen, url = indexURL(), limit = conduct.namesShown,
+                        weak = Self(self), &main = services.main] {
+    if (!box->isCurrent(generation)) return;
+    auto names = std::make_shared<std::vector<RepeatedName>>();
+    auto failure = std::make_shared<std::optional<std::string>>();
+    try {
+      *names = ScanStore::repeatedNames(url, limit, leastNameTotal);
+    } catch (const StoreError& reason) {
+      *failure = reason.what();
+    }
+    main.post([weak, generation, names, failure] {
+      const auto alive = weak.lock();
+      if (!alive || !(*alive)->namesGen->isCurrent(generation)) return;
+      AppModel& model = **alive;
+      if (*failure) {
+        model._names.set(std::nullopt);
+      } else {
+        model._names.set(std::move(*names));
+      }
+      model._namesError.set(std::move(*failure));
+      model._namesLoading.set(false);
+    });
+  });
+}
+
+std::vector<NamedFile> AppModel::filesNamed(const std::string& name, std::int64_t limit) const {
+  return ScanStore::paths(name, indexURL(), _rootPath.get(), limit);
 }
 
 void AppModel::refreshIndexes() {

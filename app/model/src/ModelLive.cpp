@@ -11,15 +11,6 @@
 #include "scan/Walker.h"
 
 namespace quon {
-namespace {
-
-bool isBelow(const RefPtr<DirNode>& node, const RefPtr<DirNode>& root) {
-  const DirNode* at = node.get();
-  while (at != nullptr && at != root.get()) at = at->parent;
-  return at != nullptr;
-}
-
-}  // namespace
 
 void AppModel::startLiveWatch(const WalkResult& result, std::uint64_t sinceEventId, std::uint32_t rootDev) {
   liveWatcher.reset();
@@ -59,6 +50,7 @@ void AppModel::startLiveWatch(const WalkResult& result, std::uint64_t sinceEvent
 void AppModel::liveEvent(const LiveWatcher::Event& event) {
   if (const auto* rescan = std::get_if<LiveWatcher::NeedsRescan>(&event)) {
     liveWatcher.reset();
+    indexFresh = false;
     _indexedAt.set(services.now());
     _toast.set("live updates paused — " + rescan->reason);
   } else {
@@ -72,7 +64,7 @@ void AppModel::liveBatchApplied(const LiveWatcher::Update& update) {
   result->topFiles = update.topFiles;
   result->hardlinksDeduped = update.hardlinksDeduped;
   _result.set(result);
-  if (_scope.get() && !isBelow(_scope.get(), result->root)) {
+  if (_scope.get() && !_scope.get()->isWithin(*result->root)) {
     // Another folder may lie there by now, read anew.
     const auto below = relativeTo(scopePath, _rootPath.get());
     const RefPtr<DirNode> present = below ? folderAt(result->root, *below) : RefPtr<DirNode>();

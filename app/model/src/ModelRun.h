@@ -31,6 +31,7 @@ struct AppModel::Run {
 /// What a run's thread brings back.
 struct AppModel::Finished {
   std::shared_ptr<WalkResult> result;  ///< none when it failed or was cancelled
+  SlotIndex slots;
   LastRun told;
   std::string failure;  ///< what was thrown
   bool isLoad = false;

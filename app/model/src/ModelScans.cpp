@@ -58,6 +58,7 @@ void AppModel::scan(const std::string& path) {
   _rootPath.set(withoutTrailingSlashes(expandTilde(path, services.folders.home)));
   _scanStats.set("starting…");
   _scanPath.set("");
+  indexFresh = false;
   lastRun = {.notLoaded = std::move(lastRun.notLoaded)};
   std::error_code error;
   const auto facts = services.platform.files.ownFacts(_rootPath.get(), error);
@@ -87,6 +88,7 @@ void AppModel::scan(const std::string& path) {
     finished.eventId = outcome.eventId;
     finished.rootDev = outcome.rootDev;
     finished.result = std::make_shared<WalkResult>(std::move(outcome.result));
+    finished.slots = colourSlots(*finished.result->root);
   });
 }
 
@@ -121,6 +123,7 @@ void AppModel::startLoad(const std::string& url) {
       loaded.result = std::move(result);
     }
     finished.result = std::make_shared<WalkResult>(std::move(loaded.result));
+    finished.slots = colourSlots(*finished.result->root);
   });
 }
 
@@ -188,7 +191,6 @@ void AppModel::endRun(std::int64_t generation, const std::shared_ptr<Finished>& 
 void AppModel::fail(const std::string& reason) {
   busy = false;
   timer.cancel();
-  timer.cancel();
   lastRun.failure = reason;
   _scanStats.set("cannot scan " + displayText(_rootPath.get()));
 }
@@ -197,8 +199,11 @@ void AppModel::install(const Finished& finished) {
   std::string notLoaded = std::move(lastRun.notLoaded);
   lastRun = finished.told;
   lastRun.notLoaded = std::move(notLoaded);
+  indexFresh = !lastRun.index.empty();
   entriesCache.reset();
+  displayedCache.reset();
   reclaimAllCache.reset();
+  slotIndex = finished.slots;
   _result.set(finished.result);
   _scope.set(finished.result->root);
   _selection.set(std::nullopt);

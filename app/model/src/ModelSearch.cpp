@@ -52,7 +52,7 @@ struct Wanted {
     const auto stopped = [&] { return isVoid(); };
     const TreeGate::Reading reading(*gate);
     if (cap) return largestMatches(query, result->root, rootPath, metric, kindOf, stopped, *cap);
-    auto hits = searchTree(query, result->root, rootPath, metric, kindOf, stopped);
+    auto hits = search(query, result->root, rootPath, metric, kindOf, stopped);
     if (hits) sortBySize(*hits, metric);
     return hits;
   }

@@ -9,39 +9,62 @@
 namespace quon {
 namespace {
 
-struct KeptFile {
-  const FileEntry* file;
-  DirNode* container;
+/// What may become a row. A folder may have 100,000 children, of which a few hundred are shown, so only those
+/// get names and paths of their own.
+struct Candidate {
+  DirNode* folder;        // that is the row, or holds the file
+  const FileEntry* file;  // none for a folder
+  std::uint64_t logical;
+  std::uint64_t physical;
+  std::size_t order;  // in the tree
+
+  [[nodiscard]] std::uint64_t size(Metric metric) const {
+    return metric == Metric::logical ? logical : physical;
+  }
 };
 
-std::uint64_t sizeOf(const FileEntry& file, Metric metric) {
-  return metric == Metric::logical ? file.logical : file.physical;
+/// Brings the `cap` largest to the front, in order; equal ones keep the tree's order.
+void sortLargest(std::vector<Candidate>& all, std::size_t cap, Metric metric) {
+  const auto isBefore = [metric](const Candidate& a, const Candidate& b) {
+    return a.size(metric) != b.size(metric) ? a.size(metric) > b.size(metric) : a.order < b.order;
+  };
+  const auto end = all.begin() + static_cast<std::ptrdiff_t>(std::min(cap, all.size()));
+  if (end != all.end()) std::ranges::nth_element(all, end, isBefore);
+  std::sort(all.begin(), end, isBefore);
 }
 
 }  // namespace
 
 std::vector<Entry> scopeEntries(const RefPtr<DirNode>& node, std::string_view rootPath, Metric metric,
                                 std::size_t cap) {
+  std::vector<Candidate> all;
+  all.reserve(node->subdirs.size() + node->keptFiles.size());
+  for (const RefPtr<DirNode>& child : node->subdirs) {
+    all.push_back({child.get(), nullptr, child->totalLogical, child->totalPhysical, all.size()});
+  }
+  for (const FileEntry& file : node->keptFiles) {
+    all.push_back({node.get(), &file, file.logical, file.physical, all.size()});
+  }
+  sortLargest(all, cap, metric);
+
   const std::string path = node->path(rootPath);
   std::vector<Entry> rows;
-  rows.reserve(node->subdirs.size() + node->keptFiles.size() + 1);
-  for (const RefPtr<DirNode>& child : node->subdirs) {
-    rows.push_back(Entry::ofFolder(child, joinPath(path, child->name)));
-  }
-  for (const FileEntry& file : node->keptFiles) rows.push_back(Entry::ofFile(file, node, path));
-  std::ranges::stable_sort(rows,
-                           [&](const Entry& a, const Entry& b) { return a.size(metric) > b.size(metric); });
-
+  rows.reserve(std::min(cap, all.size()) + 1);
   std::uint64_t logical = node->totalLogical;
   std::uint64_t physical = node->totalPhysical;
-  for (const Entry& row : rows) {
-    logical = saturatingSub(logical, row.logical);
-    physical = saturatingSub(physical, row.physical);
+  for (const Candidate& each : all) {
+    logical = saturatingSub(logical, each.logical);
+    physical = saturatingSub(physical, each.physical);
   }
-  while (rows.size() > cap) {
-    logical = checkedAdd(logical, rows.back().logical);
-    physical = checkedAdd(physical, rows.back().physical);
-    rows.pop_back();
+  for (const Candidate& each : all) {
+    if (rows.size() == cap) {
+      logical = checkedAdd(logical, each.logical);
+      physical = checkedAdd(physical, each.physical);
+    } else if (each.file == nullptr) {
+      rows.push_back(Entry::ofFolder(RefPtr<DirNode>(each.folder), joinPath(path, each.folder->name)));
+    } else {
+      rows.push_back(Entry::ofFile(*each.file, node, path));
+    }
   }
   if (logical != 0 || physical != 0) {
     rows.push_back({Entry::Rest(), Entry::kRestName, logical, physical, "r:" + path});
@@ -51,21 +74,22 @@ std::vector<Entry> scopeEntries(const RefPtr<DirNode>& node, std::string_view ro
 
 std::vector<Entry> largestFiles(const RefPtr<DirNode>& node, std::string_view rootPath, Metric metric,
                                 std::size_t cap) {
-  std::vector<KeptFile> files;
+  std::vector<Candidate> files;
   std::vector<DirNode*> folders{node.get()};
   while (!folders.empty()) {
     DirNode* const folder = folders.back();
     folders.pop_back();
-    for (const FileEntry& file : folder->keptFiles) files.push_back({&file, folder});
+    for (const FileEntry& file : folder->keptFiles) {
+      files.push_back({folder, &file, file.logical, file.physical, files.size()});
+    }
     for (const RefPtr<DirNode>& child : folder->subdirs) folders.push_back(child.get());
   }
-  const auto middle = files.begin() + static_cast<std::ptrdiff_t>(std::min(cap, files.size()));
-  std::ranges::partial_sort(files, middle, [&](const KeptFile& a, const KeptFile& b) {
-    return sizeOf(*a.file, metric) > sizeOf(*b.file, metric);
-  });
+  sortLargest(files, cap, metric);
+  files.resize(std::min(cap, files.size()));
   std::vector<Entry> rows;
-  for (auto at = files.begin(); at != middle; ++at) {
-    rows.push_back(Entry::ofFile(*at->file, RefPtr<DirNode>(at->container), at->container->path(rootPath)));
+  rows.reserve(files.size());
+  for (const Candidate& each : files) {
+    rows.push_back(Entry::ofFile(*each.file, RefPtr<DirNode>(each.folder), each.folder->path(rootPath)));
   }
   return rows;
 }

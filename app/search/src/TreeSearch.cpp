@@ -10,18 +10,12 @@
 
 // A name is the end of its path, so a term occurs in the name or the path exactly when it occurs in the path:
 // terms and path terms are one set of needles. The walk keeps an explicit stack with the needles' states of
-// each folder on it; below a folder whose path holds them all no name is looked at. Matches are pointers
-// until the walk is over, and only those asked for become rows.
+// each folder on it; below a folder whose path holds them all no name is looked at. What matches is handed
+// over at once, with the path that the walk keeps anyway: coming back for it later costs as much as the walk,
+// since the nodes lie scattered in memory.
 
 namespace quon {
 namespace {
-
-struct Match {
-  DirNode* folder;        // that matches, or holds the file
-  const FileEntry* file;  // none for a folder
-  std::uint64_t size;
-  std::size_t order;
-};
 
 /// Asks whether to go on, at once and then whenever as much work as 1,024 rows has been done.
 class Patience {
@@ -51,24 +45,36 @@ std::vector<std::string> needlesOf(const TokenQuery& query) {
   return texts;
 }
 
+/// Takes a match: the folder that matches, or holds the file; that file, none for a folder; the size in the
+/// metric; the folder's path.
+using OnMatch = FunctionRef<void(DirNode& folder, const FileEntry* file, std::uint64_t size,
+                                 std::string_view folderPath)>;
+
 class Search {
  public:
-  Search(const TokenQuery& asked, Metric shown, KindOf kinds, Patience& asker)
-      : query(asked), metric(shown), kindOf(kinds), patience(asker), needles(needlesOf(asked)) {}
+  Search(const TokenQuery& asked, Metric shown, KindOf kinds, Patience& asker, OnMatch taker)
+      : query(asked),
+        metric(shown),
+        kindOf(kinds),
+        patience(asker),
+        onMatch(taker),
+        needles(needlesOf(asked)) {}
 
   /// False when cancelled.
   [[nodiscard]] bool walk(DirNode& root, std::string_view rootPath) {
     if (patience.endsAfter(0)) return false;
     std::vector<std::size_t> none(needles.size(), 0);
     states.resize(needles.size());
-    const std::size_t missing = needles.advance(none, states, lowerCase(root.path(rootPath)));
-    levels.push_back({&root, 0, missing});
+    path = root.path(rootPath);
+    const std::size_t missing = needles.advance(none, states, lowerCase(path));
+    levels.push_back({&root, 0, missing, path.size()});
     if (!matchFiles()) return false;
     while (!levels.empty()) {
       Level& level = levels.back();
       if (level.nextChild == level.folder->subdirs.size()) {
         levels.pop_back();
         states.resize(levels.size() * needles.size());
+        path.resize(levels.empty() ? 0 : levels.back().pathSize);
         continue;
       }
       if (!enter(*level.folder->subdirs[level.nextChild++])) return false;
@@ -76,13 +82,12 @@ class Search {
     return true;
   }
 
-  std::vector<Match> matches;
-
  private:
   struct Level {
     DirNode* folder;
     std::size_t nextChild;
     std::size_t missing;  // needles that the folder's path does not hold
+    std::size_t pathSize;
   };
 
   [[nodiscard]] bool enter(DirNode& folder) {
@@ -99,9 +104,13 @@ class Search {
     } else {
       std::ranges::copy(from, to.begin());
     }
-    levels.push_back({&folder, 0, missing});
+    path += '/';
+    path += folder.name;
+    levels.push_back({&folder, 0, missing, path.size()});
     const std::uint64_t size = metric == Metric::logical ? folder.totalLogical : folder.totalPhysical;
-    if (!query.kind && missing == 0 && isWithinBounds(size, folder.mtime)) add(folder, nullptr, size);
+    if (!query.kind && missing == 0 && isWithinBounds(size, folder.mtime) && !take(folder, nullptr, size)) {
+      return false;
+    }
     return matchFiles();
   }
 
@@ -115,8 +124,16 @@ class Search {
       if (!isWithinBounds(size, file.mtime)) continue;
       if (level.missing > 0 && !needles.areFoundWith(found, pieceOf(file.name))) continue;
       if (query.kind && kindOf(*level.folder, file.name) != *query.kind) continue;
-      add(*level.folder, &file, size);
+      if (!take(*level.folder, &file, size)) return false;
     }
+    return true;
+  }
+
+  /// Making a row takes as long as looking at one, and copying a long path as long as at many.
+  [[nodiscard]] bool take(DirNode& folder, const FileEntry* file, std::uint64_t size) {
+    constexpr std::size_t kPathBytesOfARow = 256;
+    if (patience.endsAfter(1 + path.size() / kPathBytesOfARow)) return false;
+    onMatch(folder, file, size, path);
     return true;
   }
 
@@ -124,10 +141,6 @@ class Search {
     return (!query.minSize || size >= *query.minSize) && (!query.maxSize || size <= *query.maxSize) &&
            (!query.olderThan || (mtime != 0 && mtime < *query.olderThan)) &&
            (!query.newerThan || mtime >= *query.newerThan);
-  }
-
-  void add(DirNode& folder, const FileEntry* file, std::uint64_t size) {
-    matches.push_back({&folder, file, size, matches.size()});
   }
 
   /// What a name adds to its path, in lower case; valid until the next one.
@@ -148,48 +161,44 @@ class Search {
   const Metric metric;
   const KindOf kindOf;
   Patience& patience;
+  const OnMatch onMatch;
   const Needles needles;
+  std::string path;  // of the folder on top
   std::vector<Level> levels;
   std::vector<std::size_t> states;  // of each level, one after the other
   std::string piece = "/";
 };
 
-std::optional<std::vector<Entry>> rowsOf(const std::vector<Match>& matches, std::string_view rootPath,
-                                         Patience& patience) {
-  constexpr std::size_t kPathBytesOfARow = 256;
-  std::vector<Entry> rows;
-  rows.reserve(matches.size());
-  const DirNode* named = nullptr;
-  std::string path;
-  for (const Match& match : matches) {
-    if (match.folder != named) path = match.folder->path(rootPath);
-    named = match.folder;
-    if (patience.endsAfter(1 + path.size() / kPathBytesOfARow)) return std::nullopt;
-    const RefPtr<DirNode> folder(match.folder);
-    rows.push_back(match.file == nullptr ? Entry::ofFolder(folder, path)
-                                         : Entry::ofFile(*match.file, folder, path));
-  }
-  return rows;
-}
-
 }  // namespace
 
-std::optional<std::vector<Entry>> searchTree(const TokenQuery& query, const RefPtr<DirNode>& root,
-                                             std::string_view rootPath, Metric metric, KindOf kindOf,
-                                             FunctionRef<bool()> cancelled) {
+std::optional<std::vector<Entry>> search(const TokenQuery& query, const RefPtr<DirNode>& root,
+                                         std::string_view rootPath, Metric metric, KindOf kindOf,
+                                         FunctionRef<bool()> cancelled) {
+  std::vector<Entry> rows;
+  const auto onMatch = [&](DirNode& folder, const FileEntry* file, std::uint64_t, std::string_view path) {
+    const RefPtr<DirNode> held(&folder);
+    rows.push_back(file == nullptr ? Entry::ofFolder(held, path) : Entry::ofFile(*file, held, path));
+  };
   Patience patience(cancelled);
-  Search search(query, metric, kindOf, patience);
-  if (!search.walk(*root, rootPath)) return std::nullopt;
-  return rowsOf(search.matches, rootPath, patience);
+  if (!Search(query, metric, kindOf, patience, onMatch).walk(*root, rootPath)) return std::nullopt;
+  return rows;
 }
 
 std::optional<std::vector<Entry>> largestMatches(const TokenQuery& query, const RefPtr<DirNode>& root,
                                                  std::string_view rootPath, Metric metric, KindOf kindOf,
                                                  FunctionRef<bool()> cancelled, std::size_t cap) {
+  struct Match {
+    DirNode* folder;
+    const FileEntry* file;
+    std::uint64_t size;
+    std::size_t order;
+  };
+  std::vector<Match> matches;
+  const auto onMatch = [&](DirNode& folder, const FileEntry* file, std::uint64_t size, std::string_view) {
+    matches.push_back({&folder, file, size, matches.size()});
+  };
   Patience patience(cancelled);
-  Search search(query, metric, kindOf, patience);
-  if (!search.walk(*root, rootPath)) return std::nullopt;
-  std::vector<Match>& matches = search.matches;
+  if (!Search(query, metric, kindOf, patience, onMatch).walk(*root, rootPath)) return std::nullopt;
   const auto isBefore = [](const Match& a, const Match& b) {
     return a.size != b.size ? a.size > b.size : a.order < b.order;
   };
@@ -198,12 +207,32 @@ std::optional<std::vector<Entry>> largestMatches(const TokenQuery& query, const 
     matches.resize(cap);
   }
   std::ranges::sort(matches, isBefore);
-  return rowsOf(matches, rootPath, patience);
+  std::vector<Entry> rows;
+  rows.reserve(matches.size());
+  for (const Match& match : matches) {
+    const RefPtr<DirNode> folder(match.folder);
+    const std::string path = folder->path(rootPath);
+    rows.push_back(match.file == nullptr ? Entry::ofFolder(folder, path)
+                                         : Entry::ofFile(*match.file, folder, path));
+  }
+  return rows;
 }
 
 void sortBySize(std::vector<Entry>& rows, Metric metric) {
-  std::ranges::stable_sort(rows,
-                           [&](const Entry& a, const Entry& b) { return a.size(metric) > b.size(metric); });
+  struct Place {
+    std::uint64_t size;
+    std::size_t order;
+  };
+  std::vector<Place> places;
+  places.reserve(rows.size());
+  for (const Entry& row : rows) places.push_back({row.size(metric), places.size()});
+  std::ranges::sort(places, [](const Place& a, const Place& b) {
+    return a.size != b.size ? a.size > b.size : a.order < b.order;
+  });
+  std::vector<Entry> sorted;
+  sorted.reserve(rows.size());
+  for (const Place& place : places) sorted.push_back(std::move(rows[place.order]));
+  rows = std::move(sorted);
 }
 
 }  // namespace quon

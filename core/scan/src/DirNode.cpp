@@ -45,6 +45,12 @@ std::string DirNode::path(std::string_view root) const {
   return whole;
 }
 
+bool DirNode::isWithin(const DirNode& top) const {
+  const DirNode* at = this;
+  while (at != nullptr && at != &top) at = at->parent;
+  return at != nullptr;
+}
+
 void DirNode::subtractFile(const FileEntry& entry) {
   std::erase_if(keptFiles, [&](const FileEntry& kept) { return kept.name == entry.name; });
   directLogical = saturatingSub(directLogical, entry.logical);

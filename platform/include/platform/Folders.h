@@ -12,8 +12,9 @@ struct Folders {
   std::string config;  ///< user defaults
   std::string state;   ///< the event journal
 
-  // Other programs': what they keep and could make again, and what they keep.
+  // Other programs': what they could make again, their settings, and what they keep.
   std::string cacheHome = {};
+  std::string configHome = {};
   std::string dataHome = {};
   std::uint32_t userID = 0;
 

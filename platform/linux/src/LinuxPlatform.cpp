@@ -53,10 +53,11 @@ Folders LinuxPlatform::folders() {
   };
   const auto own = [](const std::string& folder) { return joinPath(pathPrefix(folder), "quon"); };
   found.cacheHome = ofUser("XDG_CACHE_HOME", ".cache");
+  found.configHome = ofUser("XDG_CONFIG_HOME", ".config");
   found.dataHome = ofUser("XDG_DATA_HOME", ".local/share");
   found.userID = ::getuid();
   found.data = own(found.dataHome);
-  found.config = own(ofUser("XDG_CONFIG_HOME", ".config"));
+  found.config = own(found.configHome);
   found.state = own(ofUser("XDG_STATE_HOME", ".local/state"));
   return found;
 }

@@ -11,7 +11,7 @@
 
 namespace quon {
 
-// How long ago things changed. Times are whole seconds since 1970. Threads: any; `untouched` reads the tree,
+// How long ago things changed. Times are whole seconds since 1970. Threads: any; `ageScan` reads the tree,
 // which must not change meanwhile.
 
 /// "12d" below 60 days, "4 mo" (of 30 days) below 365, then "2.3 yr" (of 365). "0d" for a time to come.
@@ -21,9 +21,9 @@ namespace quon {
 /// files older than it in all other folders; largest first in the metric, equal ones in the tree's order. A
 /// time of 0 or less is unknown, hence not old. `rootPath` as in rows/FolderRows.h. `cancelled` is asked at
 /// every 1,024th folder that is looked into; nullopt when it said so.
-[[nodiscard]] std::optional<std::vector<Entry>> untouched(const RefPtr<DirNode>& scope,
-                                                          std::string_view rootPath, std::int64_t cutoff,
-                                                          Metric metric,
-                                                          const std::function<bool()>& cancelled);
+[[nodiscard]] std::optional<std::vector<Entry>> ageScan(const RefPtr<DirNode>& scope,
+                                                        std::string_view rootPath, std::int64_t cutoff,
+                                                        Metric metric,
+                                                        const std::function<bool()>& cancelled);
 
 }  // namespace quon

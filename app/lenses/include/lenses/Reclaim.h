@@ -49,19 +49,20 @@ struct Group {
 /// Where things lie on this desktop. Paths are absolute and canonical, as the tree's are; others find
 /// nothing.
 struct Surroundings {
-  std::string rootPath;   ///< of the tree's root, "" for the file system's
-  std::string home;       ///< "" when there is none
-  std::string cacheHome;  ///< $XDG_CACHE_HOME; "" or a relative path for ~/.cache
-  std::string dataHome;   ///< $XDG_DATA_HOME; the same for ~/.local/share
+  std::string rootPath;    ///< of the tree's root, "" for the file system's
+  std::string home;        ///< "" when there is none
+  std::string cacheHome;   ///< $XDG_CACHE_HOME; "" or a relative path for ~/.cache
+  std::string configHome;  ///< $XDG_CONFIG_HOME; the same for ~/.config
+  std::string dataHome;    ///< $XDG_DATA_HOME; the same for ~/.local/share
   std::vector<std::string> mountPoints;
   std::uint32_t userID = 0;
 };
 
 /// The same, and what else a Linux desktop regenerates where no rule by name matches: folders at places that
-/// are known to hold caches, packages or trash; a Rust project's build products; folders that carry a
-/// verified CACHEDIR.TAG. The latter two are proved by their marker files, each looked at only when the walk
-/// comes to its folder. No such folder is or holds the home folder, ~/.config, the data home or a mount
-/// point.
+/// are known to hold caches, packages or trash; a Rust project's build products; the caches of browsers among
+/// the settings; folders that carry a verified CACHEDIR.TAG. The latter three are proved by their marker
+/// files, each looked at only when the walk comes to its folder. No such folder is or holds the home folder,
+/// the configuration or the data home or a mount point.
 [[nodiscard]] std::vector<Group> groups(const RefPtr<DirNode>& scope, Metric metric,
                                         const Surroundings& surroundings, const MarkerFiles& markers);
 

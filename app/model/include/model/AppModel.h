@@ -21,6 +21,8 @@
 #include "platform/Folders.h"
 #include "platform/Platform.h"
 #include "rows/Entry.h"
+#include "rows/SlotIndex.h"
+#include "scan/ScanCancel.h"
 #include "scan/WalkResult.h"
 #include "search/SearchChip.h"
 #include "store/IndexCatalog.h"
@@ -35,6 +37,9 @@ class FolderScan;
 class Log;
 class RunningThread;
 class UserDefaults;
+struct DupeResult;
+struct MisnamedFile;
+struct VolumeTruth;
 
 /// All that the user sees and does: the scan result, where in it the user looks, the lenses' results, the
 /// search. Window and terminal command drive the same object.
@@ -73,7 +78,8 @@ class AppModel {
     bool liveUpdates = true;
     bool catchUp = true;  ///< a loaded index is brought up to date
     bool saveIndex = true;
-    bool typingPauses = true;  ///< searches wait a moment for the next key
+    bool typingPauses = true;       ///< searches wait a moment for the next key
+    std::int64_t namesShown = 300;  ///< rows of the Names lens
     bool oneFileSystem = true;
     unsigned threads = 0;  ///< of a walk; 0 for as many as there are processors, at least 4
   };
@@ -96,6 +102,7 @@ class AppModel {
   Observed<bool> _hasFullDiskAccess{true};
   std::int64_t scanGeneration = 0;
   bool scanStarted = false;
+  bool indexFresh = false;  ///< what is shown stands in a saved index
   /// How the last scan or load ended, for a summary.
   struct LastRun {
     std::int64_t elapsedMs = 0;  ///< of the walk, also of one that was made in an earlier run of the program
@@ -141,11 +148,25 @@ class AppModel {
   Observed<std::int64_t> _ageCutoff{31'536'000};  ///< seconds; views set
   Observed<std::optional<std::vector<Entry>>> _ageHits;
   Observed<bool> _ageScanning{false};
+  Observed<std::shared_ptr<const DupeResult>> _dupes;
+  Observed<bool> _dupeScanning{false};
+  Observed<std::string> _dupeStatus;
+  Observed<int> _sniffTick{0};  ///< grows whenever contents told more kinds
+  KindOverrides kindOverrides;
   Observed<std::optional<std::vector<RepeatedName>>> _names;
   Observed<bool> _namesLoading{false};
   Observed<std::optional<std::string>> _namesError;
-  KindOverrides kindOverrides;
+  Observed<std::shared_ptr<const std::vector<MisnamedFile>>> _misnamed;
+  Observed<bool> _misnamedScanning{false};
+  Observed<std::shared_ptr<const VolumeTruth>> _volume;
+  Observed<bool> _volumeLoading{false};
+  Observed<std::optional<std::string>> _volumeError;
+  std::optional<std::int64_t> volumeProbedAt;  ///< seconds since 1970
+  bool volumeStale = true;                     ///< files came or went since the volume was probed
+
+  // The program's own files.
   Observed<std::vector<IndexEntry>> _indexes;
+  Observed<std::uint64_t> _digestCacheBytes{0};
 
   /// At launch: opens the saved index of the path, brought up to date, else scans. Once; later calls do
   /// nothing.
@@ -168,6 +189,11 @@ class AppModel {
   [[nodiscard]] std::vector<Entry> scopeEntries(const RefPtr<DirNode>& node, std::size_t cap) const;
   /// The row of a full path.
   [[nodiscard]] std::optional<Entry> entryFor(const std::string& path) const;
+  /// The slot of the folder's colour: that of the folder below the root which it is or lies in. None for the
+  /// root and below folders that came after the scan.
+  [[nodiscard]] std::optional<int> topSlot(const DirNode& folder) const;
+  /// Goes to a folder, or to a file in its folder. A folder that was taken out of the tree since the row was
+  /// made is looked for at its path; the toast tells when nothing lies there any more.
   void jump(const Entry& entry);
   void goUp();
   void copyPath(const Entry& entry);
@@ -183,6 +209,8 @@ class AppModel {
   [[nodiscard]] Kinds::Aggregate kindRows() const;
   void scheduleAgeScan();
   void scheduleNamesScan();
+  /// The files behind a repeated name, largest first, from the saved index; StoreError when it does not tell.
+  [[nodiscard]] std::vector<NamedFile> filesNamed(const std::string& name, std::int64_t limit) const;
   /// Of what lies below a folder of the tree.
   [[nodiscard]] std::vector<Reclaim::Group> reclaimGroups(const RefPtr<DirNode>& scope) const;
   /// Of the whole tree. Valid until the model changes.
@@ -206,6 +234,7 @@ class AppModel {
   void endRun(std::int64_t generation, const std::shared_ptr<Finished>& finished);
   void fail(const std::string& reason);
   void install(const Finished& finished);
+  void endLensJobs();
   void voidLenses();
   void rememberRoot(const std::string& root);
   void scheduleProgress();
@@ -222,7 +251,19 @@ class AppModel {
   std::shared_ptr<GenerationBox> searchGen = std::make_shared<GenerationBox>();
   std::shared_ptr<GenerationBox> paletteGen = std::make_shared<GenerationBox>();
   std::shared_ptr<GenerationBox> ageGen = std::make_shared<GenerationBox>();
+  std::shared_ptr<GenerationBox> dupeGen = std::make_shared<GenerationBox>();
   std::shared_ptr<GenerationBox> namesGen = std::make_shared<GenerationBox>();
+  std::shared_ptr<GenerationBox> misnamedGen = std::make_shared<GenerationBox>();
+  std::shared_ptr<GenerationBox> volumeGen = std::make_shared<GenerationBox>();
+  std::shared_ptr<ScanCancel> dupeCancel;  // none while no duplicates are looked for
+  WorkItem dupeRefreshWork;
+  WorkItem widgetSnapshotWork;
+  bool sniffDone = false;
+  bool sniffing = false;
+  std::optional<std::int64_t> footprintReadAt;  // seconds since 1970
+  bool footprintReading = false;
+  bool gapProbeArmed = false;
+  std::vector<Observation> gapProbeObservers;
   bool busy = false;
   WorkItem timer;
   mutable Mutex runLock;
@@ -230,6 +271,7 @@ class AppModel {
   std::vector<std::unique_ptr<Run>> retired;  // cancelled ones whose threads may not have ended
   std::unique_ptr<LiveWatcher> liveWatcher;
   std::string scopePath;  // of _scope, also when it was taken out of the tree since
+  SlotIndex slotIndex;
   std::vector<Observation> ownObservations;
   struct EntriesCache {
     RefPtr<DirNode> scope;
@@ -238,6 +280,7 @@ class AppModel {
     std::vector<Entry> rows;
   };
   std::optional<EntriesCache> entriesCache;
+  std::optional<EntriesCache> displayedCache;  // of the map
   struct ReclaimCache {
     RefPtr<DirNode> root;
     Metric metric = Metric::logical;

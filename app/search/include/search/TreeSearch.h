@@ -31,12 +31,11 @@ using KindOf = FunctionRef<std::string_view(const DirNode& folder, std::string_v
 /// All that matches, in the order of the tree: a folder, its kept files, then the folders in it. Each row
 /// carries its full path, so a query that a chain of n nested folders matches as a whole takes n² bytes:
 /// `largestMatches` has a bound.
-[[nodiscard]] std::optional<std::vector<Entry>> searchTree(const TokenQuery& query,
-                                                           const RefPtr<DirNode>& root,
-                                                           std::string_view rootPath, Metric metric,
-                                                           KindOf kindOf, FunctionRef<bool()> cancelled);
+[[nodiscard]] std::optional<std::vector<Entry>> search(const TokenQuery& query, const RefPtr<DirNode>& root,
+                                                       std::string_view rootPath, Metric metric,
+                                                       KindOf kindOf, FunctionRef<bool()> cancelled);
 
-/// What `searchTree` followed by `sortBySize` puts first, at most `cap` rows; only these are made.
+/// What `search` followed by `sortBySize` puts first, at most `cap` rows; only these are made.
 [[nodiscard]] std::optional<std::vector<Entry>> largestMatches(const TokenQuery& query,
                                                                const RefPtr<DirNode>& root,
                                                                std::string_view rootPath, Metric metric,

@@ -45,6 +45,8 @@ class DirNode final : public RefCounted<DirNode> {
   /// The node's full path, given the path of the tree's root. A root of "/" yields a doubled slash, so roots
   /// are given without trailing slash ("" for the file system's root).
   [[nodiscard]] std::string path(std::string_view root) const;
+  /// True for `top` itself and for what still hangs below it, at any depth.
+  [[nodiscard]] bool isWithin(const DirNode& top) const;
 
   /// Takes one file out of this node and of all totals above; saturates at 0, leaves the newest times alone.
   void subtractFile(const FileEntry& entry);
