@@ -25,24 +25,29 @@ Json documentOf(const Command& command, const std::string& path, const OpenedTre
 }  // namespace
 
 void report(const Command& command, const std::string& path, const OpenedTree& tree, std::vector<Entry> rows,
-            const RowTable& table, const std::string& whenNone) {
+            const RowTable& table, const std::string& whenNone, const std::string& footer) {
   const std::size_t found = rows.size();
   if (found > command.limit) rows.resize(command.limit);
   if (command.json) {
     printDocument(documentOf(command, path, tree, rows));
   } else {
-    print(heading(path, tree) + table.text(rows));
-    if (rows.empty()) print(whenNone + "\n");
+    print(heading(path, tree, table) + table.text(rows));
+    if (found == 0) print(whenNone + "\n");
     if (found > rows.size()) print(fmt::format("… and {} more\n", grouped(found - rows.size())));
+    if (found > 0 && !footer.empty()) print("\n" + footer + "\n");
   }
   tellUnreadable(tree);
 }
 
-std::string heading(const std::string& path, const OpenedTree& tree) {
-  const DirNode& scope = *tree.scope;
-  return fmt::format("{}: {} files in {} folders, {} ({} on disk), as of {}\n\n", displayText(path),
-                     grouped(scope.totalFiles), grouped(scope.totalDirs), humanBytes(scope.totalLogical),
-                     humanBytes(scope.totalPhysical), localTime(tree.scannedAt));
+std::string heading(const std::string& path, const OpenedTree& tree, const RowTable& table) {
+  return fmt::format("{}: {}, as of {}\n\n", table.shown(path), totalsOf(*tree.scope),
+                     localTime(tree.scannedAt));
+}
+
+std::string totalsOf(const DirNode& folder) {
+  return fmt::format("{}, {}, {} ({} on disk)", counted(folder.totalFiles, "file"),
+                     counted(folder.totalDirs, "folder"), humanBytes(folder.totalLogical),
+                     humanBytes(folder.totalPhysical));
 }
 
 RowTable tableOf(const Session& session, const Command& command, const OpenedTree& tree) {
@@ -50,7 +55,8 @@ RowTable tableOf(const Session& session, const Command& command, const OpenedTre
   return {.metric = command.metric,
           .total = command.metric == Metric::logical ? scope.totalLogical : scope.totalPhysical,
           .columns = session.terminal.columns,
-          .colour = session.terminal.colour};
+          .colour = session.terminal.colour,
+          .home = session.homeShownAsTilde()};
 }
 
 }  // namespace quon::cli

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <chrono>
 #include <fmt/format.h>
 
@@ -11,21 +12,18 @@
 #include "base/HumanBytes.h"
 #include "base/Path.h"
 #include "base/Text.h"
+#include "lenses/Age.h"
 
 namespace quon::cli {
 namespace {
 
+constexpr std::size_t kCountColumns = 13;  // "999,999 files"
 /// Folders of a group that the table names; all of them stand in the document.
 constexpr std::size_t kFoldersNamed = 5;
 
 std::int64_t now() {
   return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch())
       .count();
-}
-
-/// A line of a table that stands for no folder or file.
-Entry summaryRow(std::string name, std::uint64_t logical, std::uint64_t physical) {
-  return {Entry::Rest(), std::move(name), logical, physical, "r:"};
 }
 
 Json document(const Kinds::Aggregate& kinds) {
@@ -46,6 +44,23 @@ std::vector<Entry> folderRows(const Reclaim::Group& group, std::string_view root
   return rows;
 }
 
+/// The group, and the largest of its folders.
+std::string textOf(const Reclaim::Group& group, const RowTable& table, std::string_view rootPath,
+                   std::size_t limit) {
+  std::string text = table.line(group.total, "", fmt::format("{} — {}", group.rule.label, group.rule.why),
+                                RowTable::Style::heading);
+  const std::size_t shown = std::min({group.nodes.size(), kFoldersNamed, limit});
+  for (std::size_t at = 0; at < shown; ++at) {
+    const DirNode& folder = *group.nodes[at];
+    const std::uint64_t size = table.metric == Metric::logical ? folder.totalLogical : folder.totalPhysical;
+    text += table.part(group.nodes.size() == 1 ? "" : humanBytes(size), table.shown(folder.path(rootPath)),
+                       RowTable::Style::folder);
+  }
+  const std::size_t more = group.nodes.size() - shown;
+  if (more > 0) text += table.part("", fmt::format("… and {} more", grouped(more)), RowTable::Style::dim);
+  return text;
+}
+
 }  // namespace
 
 int runKinds(Session& session, const Command& command) {
@@ -56,17 +71,17 @@ int runKinds(Session& session, const Command& command) {
   if (command.json) {
     printDocument(document(kinds));
   } else {
-    std::vector<Entry> rows;
+    RowTable table = tableOf(session, command, tree);
+    table.extraColumns = kCountColumns;
+    print(heading(path, tree, table));
     for (const Kinds::Row& row : kinds.rows) {
-      const auto count = static_cast<std::uint64_t>(row.count);
-      rows.push_back(
-          summaryRow(fmt::format("{} — {} {}", row.kind.label, grouped(count), count == 1 ? "file" : "files"),
-                     row.logical, row.physical));
+      print(table.line(command.metric == Metric::logical ? row.logical : row.physical,
+                       counted(static_cast<std::uint64_t>(row.count), "file"), row.kind.label,
+                       RowTable::Style::plain));
     }
     const std::string keep = humanBytes(AppModel::minKeep);
-    rows.push_back(summaryRow(fmt::format("small files < {} — unindexed", keep), kinds.small, kinds.small));
-    print(heading(path, tree) + tableOf(session, command, tree).text(rows) +
-          fmt::format("\nby extension + content sniff · only files ≥ {} are indexed\n", keep));
+    print(table.line(kinds.small, "unindexed", "small files < " + keep, RowTable::Style::dim));
+    print(fmt::format("\nby extension + content sniff · only files ≥ {} are indexed\n", keep));
   }
   tellUnreadable(tree);
   return 0;
@@ -82,8 +97,13 @@ int runUntouched(Session& session, const Command& command) {
   RowTable table = tableOf(session, command, tree);
   table.fullPaths = true;
   table.now = now();
-  report(command, path, tree, model._ageHits.get().value_or(std::vector<Entry>()), table,
-         "Nothing here is that old.");
+  std::vector<Entry> rows = model._ageHits.get().value_or(std::vector<Entry>());
+  std::uint64_t total = 0;
+  for (const Entry& row : rows) total += row.size(command.metric);
+  const std::string footer = fmt::format(
+      "{:>10}  unchanged for {} or longer, not counting files < {} in folders that changed since",
+      humanBytes(total), humanAge(table.now - command.olderThan, table.now), humanBytes(AppModel::minKeep));
+  report(command, path, tree, std::move(rows), table, "Nothing here is that old.", footer);
   return 0;
 }
 
@@ -109,19 +129,11 @@ int runReclaim(Session& session, const Command& command) {
   }
   RowTable table = tableOf(session, command, tree);
   table.fullPaths = true;
-  print(heading(path, tree));
-  for (const Reclaim::Group& group : groups) {
-    print(fmt::format("{:>10}  {} — {}\n", humanBytes(group.total), group.rule.label, group.rule.why));
-    std::vector<Entry> rows = folderRows(group, prefix);
-    const std::size_t shown = std::min({rows.size(), kFoldersNamed, command.limit});
-    const std::size_t more = rows.size() - shown;
-    rows.resize(shown);
-    print(table.text(rows));
-    if (more > 0) print(fmt::format("            … and {} more\n", grouped(more)));
-    print("\n");
-  }
-  print(groups.empty() ? "Nothing here is known to come back by itself.\n"
-                       : fmt::format("{}  ≈ reclaimable under {}\n", humanBytes(total), displayText(path)));
+  print(heading(path, tree, table));
+  for (const Reclaim::Group& group : groups) print(textOf(group, table, prefix, command.limit));
+  print(groups.empty()
+            ? "Nothing here is known to come back by itself.\n"
+            : fmt::format("\n{:>10}  ≈ reclaimable under {}\n", humanBytes(total), table.shown(path)));
   tellUnreadable(tree);
   return 0;
 }

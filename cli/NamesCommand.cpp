@@ -5,11 +5,11 @@
 
 #include "Commands.h"
 #include "Output.h"
+#include "RowTable.h"
 #include "base/ByteJson.h"
 #include "base/HumanBytes.h"
 #include "base/Path.h"
 #include "base/Text.h"
-#include "store/ScanStore.h"
 
 namespace quon::cli {
 namespace {
@@ -24,12 +24,16 @@ std::string row(const Session& session, std::uint64_t size, const std::string& c
   const std::size_t left = session.terminal.columns > used ? session.terminal.columns - used : 1;
   std::string text = fmt::format("{:>{}}", humanBytes(size), kSizeColumns);
   if (!count.empty()) text += fmt::format("{:>{}}", count, kCountColumns);
-  return text + std::string(kGap, ' ') + fitToWidth(displayText(name), left) + "\n";
+  return text + std::string(kGap, ' ') + fitToWidth(name, left) + "\n";
 }
 
-void printNames(const Session& session, const Command& command, const OpenedTree& tree) {
-  const auto names = ScanStore::repeatedNames(tree.index, static_cast<std::int64_t>(command.limit),
-                                              AppModel::leastNameTotal);
+void printNames(Session& session, const Command& command, const OpenedTree& tree) {
+  AppModel& model = session.model();
+  model.conduct.namesShown = static_cast<std::int64_t>(command.limit);
+  model.scheduleNamesScan();
+  session.runner().runUntil([&] { return !model._namesLoading.get(); });
+  if (model._namesError.get()) throw CommandFailure(*model._namesError.get());
+  const std::vector<RepeatedName> names = model._names.get().value_or(std::vector<RepeatedName>());
   if (command.json) {
     Json rows = Json::array();
     for (const RepeatedName& name : names) {
@@ -41,18 +45,21 @@ void printNames(const Session& session, const Command& command, const OpenedTree
     printDocument(Json{{"rows", std::move(rows)}});
     return;
   }
-  print(fmt::format("{}: names of more than one file, as of {}\n\n", displayText(tree.root),
-                    localTime(tree.scannedAt)));
+  print(fmt::format("{}: names of more than one file, by size on disk, as of {}\n\n",
+                    shownPath(tree.root, session.homeShownAsTilde()), localTime(tree.scannedAt)));
   for (const RepeatedName& name : names) {
-    print(row(session, name.physical, grouped(static_cast<std::uint64_t>(name.count)) + " ×", name.name));
+    print(row(session, name.physical, grouped(static_cast<std::uint64_t>(name.count)) + " ×",
+              displayText(name.name)));
   }
   if (names.empty())
     print(fmt::format("No repeated name takes {} or more.\n", humanBytes(AppModel::leastNameTotal)));
+  print(
+      "\nthe same file name in more than one place — includes small files no other lens indexes.\n"
+      "Not necessarily identical content: the Dupes lens verifies that.\n");
 }
 
-void printFilesOfName(const Session& session, const Command& command, const OpenedTree& tree) {
-  const auto files =
-      ScanStore::paths(command.name, tree.index, tree.root, static_cast<std::int64_t>(command.limit));
+void printFilesOfName(Session& session, const Command& command) {
+  const auto files = session.model().filesNamed(command.name, static_cast<std::int64_t>(command.limit));
   if (command.json) {
     Json rows = Json::array();
     for (const NamedFile& file : files) {
@@ -64,7 +71,8 @@ void printFilesOfName(const Session& session, const Command& command, const Open
     printDocument(Json{{"files", std::move(rows)}});
     return;
   }
-  for (const NamedFile& file : files) print(row(session, file.physical, "", file.path));
+  for (const NamedFile& file : files)
+    print(row(session, file.physical, "", shownPath(file.path, session.homeShownAsTilde())));
   if (files.empty()) print("No file of that name.\n");
 }
 
@@ -77,7 +85,7 @@ int runNames(Session& session, const Command& command) {
   if (command.name.empty()) {
     printNames(session, command, tree);
   } else {
-    printFilesOfName(session, command, tree);
+    printFilesOfName(session, command);
   }
   tellUnreadable(tree);
   return 0;

@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "base/ByteJson.h"
+#include "base/HumanBytes.h"
 
 namespace quon::cli {
 namespace {
@@ -46,6 +47,10 @@ void printDocument(const Json& document) {
 
 void print(std::string_view text) {
   std::fwrite(text.data(), 1, text.size(), stdout);
+}
+
+std::string counted(std::uint64_t count, std::string_view noun) {
+  return fmt::format("{} {}{}", grouped(count), noun, count == 1 ? "" : "s");
 }
 
 std::string localTime(double secondsSince1970) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
@@ -21,6 +22,8 @@ using Json = nlohmann::ordered_json;
 void printDocument(const Json& document);
 void print(std::string_view text);
 
+/// "1 file", "2,000 files".
+[[nodiscard]] std::string counted(std::uint64_t count, std::string_view noun);
 /// The local date and minute of a time in seconds since 1970.
 [[nodiscard]] std::string localTime(double secondsSince1970);
 [[nodiscard]] const char* nameOf(Metric metric);

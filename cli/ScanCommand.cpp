@@ -3,8 +3,8 @@
 #include <nlohmann/json.hpp>
 
 #include "Commands.h"
+#include "FolderReport.h"
 #include "Output.h"
-#include "RowTable.h"
 #include "base/ByteJson.h"
 #include "base/HumanBytes.h"
 #include "base/Path.h"
@@ -36,13 +36,10 @@ Json document(const OpenedTree& tree) {
 
 std::string summary(const Session& session, const OpenedTree& tree) {
   const DirNode& root = *tree.result->root;
-  std::string text =
-      fmt::format("{}: {} files in {} folders, {} ({} on disk), in {:.2f} s\n", displayText(tree.root),
-                  grouped(root.totalFiles), grouped(root.totalDirs), humanBytes(root.totalLogical),
-                  humanBytes(root.totalPhysical), static_cast<double>(tree.elapsedMs) / 1000.0);
+  std::string text = fmt::format("{}: {}, in {:.2f} s\n", displayText(tree.root), totalsOf(root),
+                                 static_cast<double>(tree.elapsedMs) / 1000.0);
   if (tree.result->hardlinksDeduped > 0) {
-    text += fmt::format("{} further names of hard-linked files, counted once\n",
-                        grouped(tree.result->hardlinksDeduped));
+    text += counted(tree.result->hardlinksDeduped, "further name") + " of hard-linked files, counted once\n";
   }
   if (!tree.index.empty()) {
     std::error_code ignored;
@@ -63,13 +60,9 @@ int runScan(Session& session, const Command& command) {
   if (command.json) {
     printDocument(document(tree));
   } else {
-    const DirNode& root = *tree.result->root;
-    const RowTable table{.metric = command.metric,
-                         .total = command.metric == Metric::logical ? root.totalLogical : root.totalPhysical,
-                         .columns = session.terminal.columns,
-                         .colour = session.terminal.colour};
     print(summary(session, tree) +
-          table.text(scopeEntries(tree.scope, pathPrefix(tree.root), command.metric, kRowsShown)));
+          tableOf(session, command, tree)
+              .text(scopeEntries(tree.scope, pathPrefix(tree.root), command.metric, kRowsShown)));
   }
   tellUnreadable(tree);
   const bool notSaved = command.saveIndex && tree.index.empty();

@@ -59,7 +59,7 @@ int runCommands(Session& session, const Command& command) {
         if (action->shortcut) item["shortcut"] = *action->shortcut;
         rows.push_back(std::move(item));
       } else {
-        print(fmt::format("{:<6}{}\n", action->shortcut.value_or(""), action->title));
+        print(fmt::format("{:<14}{}\n", shownShortcut(action->shortcut.value_or("")), action->title));
       }
     } else {
       const Entry& file = std::get<Entry>(row);
@@ -67,7 +67,7 @@ int runCommands(Session& session, const Command& command) {
         rows.push_back(toJson(std::span(&file, 1)).front());
       } else {
         print(fmt::format("{:>10}  {}\n", humanBytes(file.size(command.metric)),
-                          fitToWidth(displayText(file.path()),
+                          fitToWidth(shownPath(file.path(), session.homeShownAsTilde()),
                                      session.terminal.columns > 13 ? session.terminal.columns - 13 : 1)));
       }
     }

@@ -55,6 +55,11 @@ class Session {
   [[nodiscard]] OpenedTree open(const std::string& path);
   [[nodiscard]] OpenedTree scan(const std::string& root);
 
+  /// The home folder on a terminal, where people read paths; "" where programs do.
+  [[nodiscard]] std::string homeShownAsTilde() const {
+    return terminal.outputIsTerminal ? folders.home : std::string();
+  }
+
   [[nodiscard]] AppModel& model() { return *driven; }
   [[nodiscard]] Runner& runner() { return *runs; }
 

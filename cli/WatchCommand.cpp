@@ -44,7 +44,7 @@ class Watch {
     const std::string message = run.wasLoaded ? run.message : "scanned";
     if (command.json) return line(Json{{"event", "ready"}, {"message", message}});
     const DirNode& root = *tree.result->root;
-    line(fmt::format("{}  {}: {} files, {}", message, displayText(tree.root), grouped(root.totalFiles),
+    line(fmt::format("{}  {}: {}, {}", message, displayText(tree.root), counted(root.totalFiles, "file"),
                      humanBytes(root.totalLogical)));
   }
 
@@ -66,8 +66,8 @@ class Watch {
                        {"eventId", outcome.newEventId}});
     }
     const DirNode& root = *session.model()._result.get()->root;
-    line(fmt::format("{}  {} changed, {} new, {} gone: {} files, {}  {}", clockTime(), outcome.refreshedDirs,
-                     outcome.walkedSubtrees, outcome.removedSubtrees, grouped(root.totalFiles),
+    line(fmt::format("{}  {} changed, {} new, {} gone: {}, {}  {}", clockTime(), outcome.refreshedDirs,
+                     outcome.walkedSubtrees, outcome.removedSubtrees, counted(root.totalFiles, "file"),
                      humanBytes(root.totalLogical), firstChange(update)));
   }
 

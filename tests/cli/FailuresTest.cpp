@@ -108,7 +108,7 @@ TEST(Failures, AResultIsPrintedThoughItsIndexCannotBeSaved) {
     EXPECT_EQ(failed.document().at("index"), nullptr);
     EXPECT_THAT(linesOf(failed.err), ElementsAre(HasSubstr("the index was not saved: ")));
     EXPECT_THAT(failed.err, HasSubstr("Permission denied"));
-    EXPECT_THAT(quon.run({"scan", quon.tree}).out, HasSubstr("2 files in 0 folders"));
+    EXPECT_THAT(quon.run({"scan", quon.tree}).out, HasSubstr("2 files, 0 folders"));
     expectKept(quon, before, 1);
 
     EXPECT_EQ(quon.document({"scan", quon.tree, "--no-index"}).at("logical"), 1200);

@@ -209,7 +209,7 @@ TEST_F(Interrupted, ProgressIsShownOnATerminalAndGoneInTheEnd) {
   ASSERT_THAT(shown, testing::HasSubstr("dirs ·"));
   const std::size_t cleared = shown.rfind("\r\033[K");
   EXPECT_GT(cleared, shown.rfind("dirs ·")) << "the last progress is still there";
-  EXPECT_LT(cleared, shown.find(" files in ")) << "the result is wiped out";
+  EXPECT_LT(cleared, shown.find(" on disk)")) << "the result is wiped out";
 }
 
 TEST_F(Interrupted, NoProgressIsWrittenWhereNobodyLooks) {

@@ -9,6 +9,7 @@
 namespace quon::test {
 namespace {
 
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::SizeIs;
@@ -55,14 +56,15 @@ TEST_F(Lenses, KindsAddUpToTheFolder) {
                                             {"physical", films.at("rows").at(0).at("physical")},
                                             {"count", 1}}}));
   EXPECT_EQ(films.at("small"), 100);
-  EXPECT_THAT(quon.run({"kinds", quon.tree}).out, HasSubstr("Media — 2 files"));
+  EXPECT_THAT(quon.run({"kinds", quon.tree}).out, HasSubstr("2 files  Media\n"));
 }
 
 TEST_F(Lenses, UntouchedTakesAnAge) {
   EXPECT_THAT(namesOf(quon.document({"untouched", quon.tree, "--older-than", "2y"}).at("rows")),
               ElementsAre("winter.MKV"));
   EXPECT_THAT(namesOf(quon.document({"untouched", quon.tree, "--older-than", "3y"}).at("rows")), SizeIs(0));
-  EXPECT_THAT(quon.run({"untouched", quon.tree}).out, HasSubstr("2.2 yr"));
+  EXPECT_THAT(quon.run({"untouched", quon.tree}).out,
+              AllOf(HasSubstr("2.2 yr"), HasSubstr("\n    2.0 MB  unchanged for 1.0 yr or longer, ")));
   const Finished wrong = quon.run({"untouched", quon.tree, "--older-than", "soon"});
   EXPECT_EQ(wrong.status, 2);
   EXPECT_THAT(linesOf(wrong.err), SizeIs(1));
@@ -80,6 +82,10 @@ TEST_F(Lenses, ReclaimListsWhatIsProvedToComeBackAndEachOnce) {
   EXPECT_THAT(paths, testing::UnorderedElementsAre(quon.folder.at("tree/cached"),
                                                    quon.folder.at("tree/past/node_modules")));
   EXPECT_EQ(all.at("total"), total);
+  EXPECT_THAT(quon.run({"reclaim", quon.tree}).out,
+              AllOf(HasSubstr("caches (marked CACHEDIR.TAG) — whatever filled it refills it\n"),
+                    HasSubstr("  " + quon.folder.at("tree/past/node_modules") + "/\n"),
+                    HasSubstr("    8.0 MB  ≈ reclaimable under " + quon.tree + "\n")));
   EXPECT_THAT(quon.run({"reclaim", quon.folder.at("tree/Films")}).out,
               HasSubstr("Nothing here is known to come back by itself."));
 }
@@ -107,6 +113,7 @@ TEST_F(Lenses, CommandsAreThoseOfTheBar) {
   const Json lenses = quon.document({"commands", "lens"}).at("rows");
   EXPECT_EQ(lenses.at(0).at("title"), "Go to Map");
   EXPECT_EQ(lenses.at(0).at("shortcut"), "⌘1");
+  EXPECT_THAT(quon.run({"commands", "pane"}).out, HasSubstr("Ctrl+Alt+I    Hide List Pane\n"));
 }
 
 TEST_F(Lenses, IndexesOfDeletedFoldersAreCollectedWhenAsked) {

@@ -272,7 +272,7 @@ TEST_F(Results, TextHoldsOneLineARowAndDrivesNoTerminal) {
     EXPECT_TRUE(std::ranges::none_of(done.out, [](char byte) { return byte == '\x1b' || byte == '\r'; }));
     return done.out;
   };
-  const std::string files = std::to_string(counted.files) + " files in " + std::to_string(counted.dirs);
+  const std::string files = std::to_string(counted.files) + " files, " + std::to_string(counted.dirs);
   EXPECT_THAT(textOf({"scan", quon.tree}), HasSubstr(quon.tree + ": " + files + " folders"));
   const std::string list = textOf({"ls", quon.tree});
   EXPECT_THAT(linesOf(list), SizeIs(rows + 2));  // and a heading with an empty line

@@ -252,7 +252,7 @@ TEST_F(DesktopReclaim, ABrowsersCacheNeedsItsIndex) {
       "home/u/.config/app/Cache home/u/.config/app/GPUCache home/u/.config/app/old/Cache "
       "home/u/.config/app/bare/GPUCache home/u/.config/app/x/cache home/u/Cache home/u/.config/Cache");
   tree.folder("home/u/.config/app/Default/Code Cache", 1);
-  const std::string label = "Electron & browser caches (~/.config)";
+  const std::string label = "Electron & browser caches";
   EXPECT_EQ(list(), (Listed{{label, {app + "Cache", app + "GPUCache", app + "Default/Code Cache"}}}));
   where.configHome = "/home/w";
   EXPECT_EQ(list(), Listed());

@@ -54,7 +54,7 @@ inline constexpr Rule kFlatpakCache{"cache", std::nullopt, "Flatpak app caches",
 /// The cache folder of each application of ~/snap, in what its revisions share or in one's own.
 inline constexpr Rule kSnapCache{".cache", std::nullopt, "Snap app caches", "apps rebuild their caches"};
 /// What browsers and applications built on one keep among their settings, at any depth.
-inline constexpr Rule kBrowserCache{"Cache", std::nullopt, "Electron & browser caches (~/.config)",
+inline constexpr Rule kBrowserCache{"Cache", std::nullopt, "Electron & browser caches",
                                     "apps rebuild their caches"};
 inline constexpr Rule kRustTarget{"target", std::nullopt, "Rust target", "cargo build regenerates"};
 inline constexpr Rule kTagged{"CACHEDIR.TAG", std::nullopt, "caches (marked CACHEDIR.TAG)",

@@ -86,6 +86,20 @@ std::vector<PaletteCommand> matchedCommands(std::vector<PaletteCommand> commands
   return commands;
 }
 
+std::string shownShortcut(std::string_view stored) {
+  constexpr std::pair<std::string_view, std::string_view> kKeys[]{
+      {"⌘", "Ctrl+"}, {"⌥", "Alt+"}, {"⇧", "Shift+"}};
+  std::string shown;
+  while (!stored.empty()) {
+    const auto* const key =
+        std::ranges::find_if(kKeys, [&](const auto& known) { return stored.starts_with(known.first); });
+    if (key == std::end(kKeys)) return shown + std::string(stored);
+    shown += key->second;
+    stored.remove_prefix(key->first.size());
+  }
+  return shown;
+}
+
 std::vector<PaletteRow> paletteRows(AppModel& model, std::string_view text) {
   std::vector<PaletteRow> rows;
   for (PaletteCommand& command : matchedCommands(paletteCommands(model), text)) {

@@ -18,7 +18,7 @@ struct PaletteCommand {
   std::string id;  ///< stable
   std::string title;
   std::string icon;                     ///< name of a symbol
-  std::optional<std::string> shortcut;  ///< as shown
+  std::optional<std::string> shortcut;  ///< as stored: "⌘⇧M"
   std::string keywords;                 ///< further words that find it
   std::function<void()> run;            ///< while the model lives
 };
@@ -31,6 +31,9 @@ using PaletteRow = std::variant<PaletteCommand, Entry>;
 /// Those whose title or keywords hold every word of the text; all of them for a text without words.
 [[nodiscard]] std::vector<PaletteCommand> matchedCommands(std::vector<PaletteCommand> commands,
                                                           std::string_view text);
+
+/// A shortcut with the names that keys have here: "Ctrl+Shift+M" for "⌘⇧M".
+[[nodiscard]] std::string shownShortcut(std::string_view stored);
 
 /// What the bar lists for a text: the commands, then the files that the model's search for it has found.
 [[nodiscard]] std::vector<PaletteRow> paletteRows(AppModel& model, std::string_view text);
