@@ -1,4 +1,5 @@
 // A recorder that sees the whole file system tells its user only what that user may list.
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <grp.h>
@@ -12,6 +13,7 @@
 #include <unistd.h>
 
 #include "EventHome.h"
+#include "platform_linux/Descriptor.h"
 #include "support/ChildProcess.h"
 
 namespace quon::test {
@@ -72,6 +74,54 @@ TEST(Access, WhatTheUserMayNotListIsNotRecorded) {
     for (const auto& [path, flags] : found) EXPECT_EQ(path.find("shut"), std::string::npos) << path;
   });
   ASSERT_EQ(::waitpid(writer, nullptr, 0), writer);
+}
+
+TEST(Access, AttributesOfAFolderThatWasClosedAreToldByItsParent) {
+  if (::getuid() != 0 || !mayUseFanotify())
+    GTEST_SKIP() << "takes root, to run as a user with two capabilities";
+  inChild([] {
+    EventHome home;
+    for (const char* name : {"root/open/shut", "root/.settled"}) home.temp.folder(name);
+    std::filesystem::create_directories(home.folders.state);
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(home.temp.path)) {
+      ASSERT_EQ(::chown(entry.path().c_str(), kNobody, kNobody), 0);
+    }
+    ASSERT_EQ(::chown(home.temp.path.c_str(), kNobody, kNobody), 0);
+    ASSERT_TRUE(becomeUserWithCapabilities());
+    LinuxEvents events(home.folders, home.log, {.backEnd = EventBackEnd::fanotify});
+    Listener listener(events, home.root, events.currentEventId());
+    ASSERT_TRUE(listener.waitForHistory()) << home.log.all();
+    (void)listener.take();
+    ASSERT_EQ(::chmod((home.root + "/open/shut").c_str(), 0), 0);
+    settle(events, home.root, listener);
+    EXPECT_TRUE(listener.take().contains(home.root + "/open")) << home.log.all();
+    ASSERT_EQ(::chmod((home.root + "/open/shut").c_str(), 0700), 0);
+  });
+}
+
+TEST(Access, AFolderThatOpensBelowAClosedOneIsWatchedOnceItCanBeReached) {
+  asOrdinaryUser([] {
+    EventHome home;
+    const std::string outer = home.temp.folder("root/outer");
+    const std::string inner = home.temp.folder("root/outer/inner");
+    home.temp.folder("root/.settled");
+    const Descriptor reached(::open(inner.c_str(), O_PATH | O_CLOEXEC));
+    const std::string byItself = "/proc/self/fd/" + std::to_string(reached.get());
+    ASSERT_EQ(::chmod(inner.c_str(), 0), 0);
+    LinuxEvents events(home.folders, home.log);
+    Listener listener(events, home.root, events.currentEventId());
+    ASSERT_TRUE(listener.waitForHistory());
+    ASSERT_EQ(::chmod(outer.c_str(), 0), 0);
+    settle(events, home.root, listener);
+    ASSERT_EQ(::chmod(byItself.c_str(), 0700), 0);  // told by the outer folder, when nobody can look
+    settle(events, home.root, listener);
+    ASSERT_EQ(::chmod(outer.c_str(), 0700), 0);
+    settle(events, home.root, listener);
+    EXPECT_TRUE(listener.take().contains(inner)) << "it may hold anything by now";
+    home.temp.file("root/outer/inner/file");
+    settle(events, home.root, listener);
+    EXPECT_TRUE(listener.take().contains(inner)) << home.log.all();
+  });
 }
 
 TEST(Access, AnOrdinaryUserGetsAWatchOnEveryFolder) {
