@@ -62,6 +62,30 @@ TEST(AppModel, WhatCannotBeScannedIsTold) {
   EXPECT_EQ(home.model->_scanStats.get(), "cannot scan " + home.top.at("link"));
 }
 
+TEST(AppModel, NoTreeIsShownUnderAnotherRootsPath) {
+  ModelHome home;
+  home.top.file("tree/a", 100);
+  home.scan();
+  AppModel& model = *home.model;
+  const auto isShown = [&] { return model._result.get() && model._scope.get() && !model.entries().empty(); };
+  ASSERT_TRUE(isShown());
+  model.scan(home.root);
+  EXPECT_TRUE(isShown()) << "a rescan takes the old tree away";
+  home.finish();
+  model._query.set("a");
+  model.schedulePaletteSearch("a");
+  model.scan(home.top.folder("other"));
+  EXPECT_FALSE(isShown());
+  home.settle();
+  EXPECT_FALSE(model._searchHits.get()) << "of the tree before";
+  EXPECT_THAT(model._paletteHits.get(), SizeIs(0));
+  home.finish();
+  EXPECT_TRUE(model._result.get());
+  model.scan(home.top.at("none"));
+  EXPECT_FALSE(model._result.get() || model._scope.get() || model._searching.get());
+  EXPECT_EQ(model._indexedAt.get(), std::nullopt);
+}
+
 TEST(AppModel, OnlyTheNewestScanCounts) {
   ModelHome home;
   home.top.file("tree/a", 100);

@@ -55,7 +55,10 @@ void AppModel::scan(const std::string& path) {
   voidLenses();
   Run& begun = beginRun();
   _phase.set(Phase::scanning);
-  _rootPath.set(withoutTrailingSlashes(expandTilde(path, services.folders.home)));
+  const std::string root = withoutTrailingSlashes(expandTilde(path, services.folders.home));
+  // A tree and the root that its paths are built from belong together; a rescan keeps the old one until then.
+  if (root != _rootPath.get()) dropTree();
+  _rootPath.set(root);
   _scanStats.set("starting…");
   _scanPath.set("");
   indexFresh = false;
@@ -191,8 +194,29 @@ void AppModel::endRun(std::int64_t generation, const std::shared_ptr<Finished>& 
 void AppModel::fail(const std::string& reason) {
   busy = false;
   timer.cancel();
+  dropTree();
   lastRun.failure = reason;
   _scanStats.set("cannot scan " + displayText(_rootPath.get()));
+}
+
+/// There is nothing to show, and nothing that was searched for counts.
+void AppModel::dropTree() {
+  entriesCache.reset();
+  displayedCache.reset();
+  reclaimAllCache.reset();
+  slotIndex.clear();
+  indexFresh = false;
+  _scope.set(nullptr);
+  _result.set(nullptr);
+  _selection.set(std::nullopt);
+  _hovered.set(std::nullopt);
+  _indexedAt.set(std::nullopt);
+  searchGen->advance();
+  _searchHits.set(std::nullopt);
+  _searching.set(false);
+  paletteGen->advance();
+  _paletteHits.set({});
+  _paletteSearching.set(false);
 }
 
 void AppModel::install(const Finished& finished) {

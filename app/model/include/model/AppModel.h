@@ -233,6 +233,7 @@ class AppModel {
   void launch(const char* threadName, std::function<void(Finished&)> work);
   void endRun(std::int64_t generation, const std::shared_ptr<Finished>& finished);
   void fail(const std::string& reason);
+  void dropTree();
   void install(const Finished& finished);
   void endLensJobs();
   void voidLenses();
