@@ -80,7 +80,7 @@ TEST_F(Large, AHundredThousandNestedFolders) {
     }
     makeFile(at.get(), "bottom", 3 << 20);
     CountingSink sink;
-    Walker walker(systemPlatform(), optionsFor(temp.path), &sink);
+    Walker walker(linuxPlatform(), optionsFor(temp.path), &sink);
     const std::size_t before = openDescriptors();
     const Walker::Result result = walk(walker, temp.path, 4);
     EXPECT_EQ(result.errorCount, 0U);
@@ -95,7 +95,7 @@ TEST_F(Large, AHundredThousandNestedFolders) {
 
     const std::string deepest = walker.progress->snapshot().currentPath;
     EXPECT_EQ(deepest.size(), temp.path.size() + 2 * depth);
-    const auto reader = systemPlatform().directories.makeReader();
+    const auto reader = linuxPlatform().directories.makeReader();
     const OpenedDirectory opened = reader->open(deepest);
     ASSERT_TRUE(opened.directory) << opened.error.message();
     reader->start(opened.directory);
@@ -115,7 +115,7 @@ TEST_F(Large, AMillionFilesInOneFolder) {
       }
     }
     CountingSink sink;
-    Walker walker(systemPlatform(), optionsFor(temp.path), &sink);
+    Walker walker(linuxPlatform(), optionsFor(temp.path), &sink);
     const Walker::Result result = walk(walker, temp.path, 2);
     EXPECT_EQ(result.root->totalFiles, files);
     EXPECT_EQ(result.root->totalLogical, files / 1000 << 20U);
@@ -140,7 +140,7 @@ TEST_F(Large, ACombKeepsFewFoldersOpen) {
     }
     for (const unsigned threads : {1U, 16U}) {
       CountingSink sink;
-      Walker walker(systemPlatform(), optionsFor(temp.path), &sink);
+      Walker walker(linuxPlatform(), optionsFor(temp.path), &sink);
       const std::size_t before = openDescriptors();
       const Walker::Result result = walk(walker, temp.path, threads);
       EXPECT_EQ(result.errorCount, 0U);

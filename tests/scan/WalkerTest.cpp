@@ -78,7 +78,7 @@ TEST(Walker, CountsAFileOfSeveralNamesOnce) {
                                   temp.at("a/link"));  // only files are counted once, not links to them
   std::filesystem::create_hard_link(temp.at("a/link"), temp.at("b/link"));
   RecordingSink sink(temp.path);
-  Walker walker(systemPlatform(), optionsFor(temp.path), &sink);
+  Walker walker(linuxPlatform(), optionsFor(temp.path), &sink);
   const Walker::Result result = walk(walker, temp.path, 2);
   EXPECT_EQ(result.root->totalFiles, 3U);
   EXPECT_EQ(result.root->totalLogical, (3U << 20) + 2 * 3);
@@ -96,7 +96,7 @@ TEST(Walker, KeepsFilesFromTheThresholdOnAndAsManyAsAsked) {
   const ReferenceTree tree = ReferenceTree::of(temp.path);
   const RefPtr<DirNode> root = expectWalkMatches(tree, optionsFor(temp.path, {.topN = 0}), 1);
   EXPECT_EQ(root->keptFiles.size(), 2U);
-  Walker walker(systemPlatform(), optionsFor(temp.path, {.minKeep = 0, .topN = 1}), nullptr);
+  Walker walker(linuxPlatform(), optionsFor(temp.path, {.minKeep = 0, .topN = 1}), nullptr);
   const Walker::Result result = walk(walker, temp.path, 4);
   EXPECT_EQ(result.root->keptFiles.size(), 3U);
   ASSERT_EQ(result.topFiles.size(), 1U);
@@ -114,7 +114,7 @@ TEST(Walker, SkipsFoldersAsTold) {
   std::filesystem::create_directory_symlink("10", temp.at("link"));
   std::set<std::string> told(skipped.begin(), skipped.end());
   for (const std::string other : {"missing/in", "file", "link", "10/i"}) told.insert(temp.at(other));
-  Walker walker(systemPlatform(), optionsFor(temp.path, {.skipPaths = told}), nullptr);
+  Walker walker(linuxPlatform(), optionsFor(temp.path, {.skipPaths = told}), nullptr);
   const Walker::Result result = walk(walker, temp.path, 3);
   EXPECT_EQ(result.skippedProtected, skipped);
   EXPECT_EQ(result.root->totalDirs, 51U);
@@ -123,7 +123,7 @@ TEST(Walker, SkipsFoldersAsTold) {
 
 TEST(Walker, WalksTheFileSystemsRootUnderItsEmptyName) {
   RecordingSink sink("");
-  Walker walker(systemPlatform(), optionsFor("/"), &sink);
+  Walker walker(linuxPlatform(), optionsFor("/"), &sink);
   sink.onRecord = [&](const DirNode&) { walker.cancelRun(); };
   const Walker::Result result = walk(walker, "", 1);
   EXPECT_TRUE(sink.folders.contains(""));
@@ -140,7 +140,7 @@ TEST(Walker, StopsSoonWhenCancelledInMidWalk) {
     temp.file(std::to_string(folder % 10) + "/" + std::to_string(folder) + "/f");
   for (const unsigned threads : {1U, 4U}) {
     RecordingSink sink(temp.path);
-    Walker walker(systemPlatform(), optionsFor(temp.path), &sink);
+    Walker walker(linuxPlatform(), optionsFor(temp.path), &sink);
     sink.onRecord = [&](const DirNode&) {
       if (sink.folders.size() == 10) walker.cancelRun();
     };
@@ -162,7 +162,7 @@ TEST(Walker, StopsWithinAFolderWhenCancelled) {
                                       temp.at("links/" + std::to_string(file)));
   }
   RecordingSink sink(temp.at("in"));
-  Walker walker(systemPlatform(), optionsFor(temp.path), &sink);
+  Walker walker(linuxPlatform(), optionsFor(temp.path), &sink);
   sink.onLink = [&](const DirNode&) { walker.cancelRun(); };
   const Walker::Result result = walk(walker, temp.at("in"), 1);
   EXPECT_GE(result.root->totalFiles, 1U);
@@ -172,7 +172,7 @@ TEST(Walker, StopsWithinAFolderWhenCancelled) {
 TEST(Walker, WithoutThreadsWaitsUntilCancelled) {
   const TempFolder temp;
   temp.file("file", 10);
-  Walker walker(systemPlatform(), optionsFor(temp.path), nullptr);
+  Walker walker(linuxPlatform(), optionsFor(temp.path), nullptr);
   std::promise<void> begun;
   bool cancelledAtTheEnd = false;
   auto run = std::async(std::launch::async, [&] {
@@ -183,7 +183,7 @@ TEST(Walker, WithoutThreadsWaitsUntilCancelled) {
   });
   begun.get_future().wait();
   // Another walk has its time to end, though it begins later.
-  Walker other(systemPlatform(), optionsFor(temp.path), nullptr);
+  Walker other(linuxPlatform(), optionsFor(temp.path), nullptr);
   EXPECT_EQ(walk(other, temp.path, 4).root->totalFiles, 1U);
   EXPECT_EQ(run.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
   walker.cancelRun();
@@ -199,7 +199,7 @@ TEST(DirListing, TellsWhatARandomFolderHolds) {
   const std::uint32_t device = optionsFor(temp.path).rootDev;
   std::size_t links = 0;
   for (const auto& [path, folder] : tree.folders) {
-    const DirListing listing = DirListing::read(systemPlatform(), path, device, true);
+    const DirListing listing = DirListing::read(linuxPlatform(), path, device, true);
     EXPECT_FALSE(listing.error);
     std::vector<FileEntry> files;
     std::map<std::string, std::uint64_t> linkIDs;
@@ -222,7 +222,7 @@ TEST(DirListing, TellsWhatARandomFolderHolds) {
   EXPECT_GT(links, 10U);
   for (const std::string missing : {"missing", "file"}) {
     if (missing == "file") temp.file(missing);
-    const DirListing listing = DirListing::read(systemPlatform(), temp.at(missing), device, true);
+    const DirListing listing = DirListing::read(linuxPlatform(), temp.at(missing), device, true);
     EXPECT_TRUE(listing.error && listing.files.empty() && listing.subdirs.empty()) << missing;
   }
 }

@@ -22,19 +22,10 @@ struct Content {
   std::string deduped;
 };
 
-std::map<std::string, std::string> pathsById(RawIndex& index) {
-  std::map<std::string, std::string> paths;
-  for (const Row& row : index.rows("SELECT id, parent, name FROM dirs ORDER BY id")) {
-    paths[row[0]] = row[1] == "(null)" ? "" : paths.at(row[1]) + "/" + row[2];
-  }
-  return paths;
-}
-
 Content read(const std::string& file) {
   RawIndex index(file);
   Content content;
-  // A patch may move a folder below one with a larger id: resolved by climbing, not by order.
-  std::map<std::string, std::string> paths = pathsById(index);
+  const std::map<std::string, std::string> paths = folderPaths(index, "");
   for (const Row& row : index.rows("SELECT id, mtime, error FROM dirs")) {
     content.folders[paths.at(row[0])] = row[1] + " error " + row[2];
   }
