@@ -18,8 +18,8 @@
 #include <thread>
 #include <unistd.h>
 
-#include "platform_linux/LinuxFiles.h"
 #include "platform/Threads.h"
+#include "platform_linux/LinuxFiles.h"
 #include "store/FolderScan.h"
 #include "store/ScanStore.h"
 #include "store/StoreError.h"
@@ -360,16 +360,19 @@ void killWhileChanging(const std::string& url, const std::string& script) {
 class Leftover : public testing::TestWithParam<std::pair<const char*, const char*>> {};
 
 TEST_P(Leftover, OfAKilledWriterDoesNotReachTheNewIndex) {
-  const TempFolder top;
   const auto [suffix, script] = GetParam();
-  const std::string url = treeOf(20000).save(top.path);
-  killWhileChanging(url, script);
-  ASSERT_GT(fs::file_size(url + suffix), 4096U) << "there is no way back to be followed by mistake";
-  const SampleTree tree = treeOf(20001);
-  ASSERT_EQ(tree.save(top.path), url);
-  EXPECT_EQ(difference(tree.root(), *ScanStore::load(url, tree.path, ~0ULL).result.root), "");
-  EXPECT_EQ(RawIndex(url).value("PRAGMA integrity_check"), "ok");
-  EXPECT_EQ(namesIn(top.path).size(), 1U);
+  for (const bool oldIndexIsGone : {false, true}) {
+    const TempFolder top;
+    const std::string url = treeOf(20000).save(top.path);
+    killWhileChanging(url, script);
+    ASSERT_GT(fs::file_size(url + suffix), 4096U) << "there is no way back to be followed by mistake";
+    if (oldIndexIsGone) fs::remove(url);
+    const SampleTree tree = treeOf(20001);
+    ASSERT_EQ(tree.save(top.path), url);
+    EXPECT_EQ(difference(tree.root(), *ScanStore::load(url, tree.path, ~0ULL).result.root), "");
+    EXPECT_EQ(RawIndex(url).value("PRAGMA integrity_check"), "ok");
+    EXPECT_EQ(namesIn(top.path).size(), 1U);
+  }
 }
 
 TEST_P(Leftover, OfAKilledWriterIsSettledByReading) {
@@ -382,17 +385,6 @@ TEST_P(Leftover, OfAKilledWriterIsSettledByReading) {
   // The journal's transaction had not been committed, that of the log had.
   const std::uint64_t added = suffix == std::string("-wal") ? 20000 : 0;
   EXPECT_EQ(loaded.result.root->totalLogical, tree.root().totalLogical + added);
-}
-
-TEST_P(Leftover, OfAnIndexThatIsGoneDoesNotReachTheNewOne) {
-  const TempFolder top;
-  const auto [suffix, script] = GetParam();
-  const std::string url = treeOf(20000).save(top.path);
-  killWhileChanging(url, script);
-  fs::remove(url);
-  const SampleTree tree = treeOf(20001);
-  ASSERT_EQ(tree.save(top.path), url);
-  EXPECT_EQ(difference(tree.root(), *ScanStore::load(url, tree.path, ~0ULL).result.root), "");
 }
 
 INSTANTIATE_TEST_SUITE_P(
