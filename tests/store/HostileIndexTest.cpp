@@ -11,6 +11,7 @@
 #include "store/ScanStore.h"
 #include "store/StoreError.h"
 #include "support/ChildProcess.h"
+#include "support/IndexComparison.h"
 #include "support/RawIndex.h"
 #include "support/SampleTree.h"
 #include "support/Seed.h"
@@ -243,7 +244,7 @@ TEST_F(HostileIndex, CutOffAnywhereIsRefusedOrWhole) {
     try {
       // What is missing may be an index that loading does not read.
       const Loaded loaded = ScanStore::load(url, kRoot, 1000);
-      EXPECT_EQ(difference(*whole.result.root, *loaded.result.root), "") << length << " of " << sound.size();
+      EXPECT_EQ(differences(*loaded.result.root, *whole.result.root), "") << length << " of " << sound.size();
       ++loads;
     } catch (const StoreError&) {
     }

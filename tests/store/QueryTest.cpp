@@ -8,6 +8,7 @@
 #include "base/Path.h"
 #include "store/ScanStore.h"
 #include "store/StoreError.h"
+#include "support/IndexComparison.h"
 #include "support/RawIndex.h"
 #include "support/SampleTree.h"
 #include "support/Seed.h"
@@ -156,7 +157,7 @@ TEST(Query, GoesUpADeepChain) {
   const auto loaded = ScanStore::load(url, tree.path, 77);
   EXPECT_TRUE(loaded.idByPath.find(deepest));
   EXPECT_FALSE(loaded.idByPath.find(deepest + "/c"));
-  EXPECT_EQ(difference(tree.root(), *ScanStore::load(url, tree.path, 1000).result.root), "");
+  EXPECT_EQ(differences(*ScanStore::load(url, tree.path, 1000).result.root, tree.root()), "");
 }
 
 /// All rows of an index with paths in place of ids.

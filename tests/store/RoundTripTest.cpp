@@ -12,6 +12,7 @@
 #include "store/FolderScan.h"
 #include "store/ScanStore.h"
 #include "support/ChildProcess.h"
+#include "support/IndexComparison.h"
 #include "support/RawIndex.h"
 #include "support/ReferenceTree.h"
 #include "support/SampleTree.h"
@@ -75,7 +76,7 @@ TEST(RoundTrip, AHostileTreeComesBackAsItWasScanned) {
   ASSERT_EQ(outcome.index, ScanStore::canonicalURL(top.at("own/data/index"), root));
 
   const Loaded loaded = ScanStore::load(outcome.index, root, 1048576);
-  EXPECT_EQ(difference(*outcome.result.root, *loaded.result.root), "");
+  EXPECT_EQ(differences(*loaded.result.root, *outcome.result.root), "");
   EXPECT_EQ(inconsistency(loaded, root), "");
   EXPECT_EQ(loaded.result.topFiles, outcome.result.topFiles);
   EXPECT_FALSE(loaded.result.topFiles.empty());
@@ -134,7 +135,7 @@ TEST(RoundTrip, AFolderThatFailedHasItsRowAndNoFiles) {
     EXPECT_EQ(index.value("SELECT value FROM meta WHERE key = 'errorCount'"), "1");
     const Loaded loaded = ScanStore::load(outcome.index, top.at("tree"), 1);
     EXPECT_EQ(loaded.result.errorSamples, (std::vector<std::string>{top.at("tree/shut")}));
-    EXPECT_EQ(difference(*outcome.result.root, *loaded.result.root), "");
+    EXPECT_EQ(differences(*loaded.result.root, *outcome.result.root), "");
     ASSERT_EQ(::chmod(top.at("tree/shut").c_str(), 0700), 0);
   });
 }

@@ -24,6 +24,7 @@
 #include "store/ScanStore.h"
 #include "store/StoreError.h"
 #include "support/ChildProcess.h"
+#include "support/IndexComparison.h"
 #include "support/RawIndex.h"
 #include "support/SampleTree.h"
 #include "support/TempFolder.h"
@@ -257,7 +258,7 @@ void expectEarlierSurvives(const std::string& top, const std::string& reason,
   EXPECT_EQ(failed.index, "");
   EXPECT_THAT(failed.notSaved, HasSubstr(reason));
   EXPECT_FALSE(failed.cancelled);
-  EXPECT_EQ(difference(*earlier.result.root, *failed.result.root), "");
+  EXPECT_EQ(differences(*failed.result.root, *earlier.result.root), "");
   EXPECT_EQ(readBytes(earlier.index), bytes);
   EXPECT_EQ(namesIn(top + "/index").size(), 1U) << "nothing else is left";
 }
@@ -369,7 +370,7 @@ TEST_P(Leftover, OfAKilledWriterDoesNotReachTheNewIndex) {
     if (oldIndexIsGone) fs::remove(url);
     const SampleTree tree = treeOf(20001);
     ASSERT_EQ(tree.save(top.path), url);
-    EXPECT_EQ(difference(tree.root(), *ScanStore::load(url, tree.path, ~0ULL).result.root), "");
+    EXPECT_EQ(differences(*ScanStore::load(url, tree.path, ~0ULL).result.root, tree.root()), "");
     EXPECT_EQ(RawIndex(url).value("PRAGMA integrity_check"), "ok");
     EXPECT_EQ(namesIn(top.path).size(), 1U);
   }

@@ -5,6 +5,7 @@
 #include <set>
 #include <vector>
 
+#include "base/Text.h"
 #include "support/RawIndex.h"
 
 namespace quon::test {
@@ -99,8 +100,9 @@ void compare(const char* what, const std::map<std::string, Value>& patched,
   }
 }
 
+/// All that a node tells of itself, children aside.
 std::string figures(const DirNode& node) {
-  std::string text;
+  std::string text = node.name + ": ";
   for (const std::uint64_t value : {node.directLogical, node.directPhysical, node.directFiles,
                                     node.totalLogical, node.totalPhysical, node.totalFiles, node.totalDirs}) {
     text += std::to_string(value) + " ";
@@ -116,14 +118,11 @@ std::string figures(const DirNode& node) {
   return text + (node.error ? "error " : "") + shown(kept);
 }
 
-void collect(const DirNode& root, std::map<std::string, std::string>& nodes) {
-  std::vector<const DirNode*> waiting{&root};
-  while (!waiting.empty()) {
-    const DirNode* node = waiting.back();
-    waiting.pop_back();
-    nodes[node->path("")] += figures(*node);
-    for (const RefPtr<DirNode>& child : node->subdirs) waiting.push_back(child.get());
-  }
+std::vector<const DirNode*> childrenByName(const DirNode& node) {
+  std::vector<const DirNode*> children;
+  for (const RefPtr<DirNode>& child : node.subdirs) children.push_back(child.get());
+  std::ranges::sort(children, {}, &DirNode::name);
+  return children;
 }
 
 }  // namespace
@@ -148,12 +147,19 @@ std::string differences(const std::string& patchedIndex, const std::string& fres
 }
 
 std::string differences(const DirNode& tree, const DirNode& expected) {
-  std::map<std::string, std::string> nodes;
-  std::map<std::string, std::string> wanted;
-  collect(tree, nodes);
-  collect(expected, wanted);
   std::string told;
-  compare("node", nodes, wanted, told);
+  std::vector<std::pair<const DirNode*, const DirNode*>> pairs{{&tree, &expected}};
+  while (!pairs.empty()) {
+    const auto [node, wanted] = pairs.back();
+    pairs.pop_back();
+    if (const std::string own = figures(*node), other = figures(*wanted); own != other)
+      told += "node at " + displayText(node->path("")) + ": " + own + "\n  expected " + other + "\n";
+    const auto children = childrenByName(*node);
+    const auto others = childrenByName(*wanted);
+    if (children.size() != others.size()) told += "other children at " + displayText(node->path("")) + "\n";
+    for (std::size_t at = 0; at < std::min(children.size(), others.size()); ++at)
+      pairs.emplace_back(children[at], others[at]);
+  }
   return told;
 }
 
