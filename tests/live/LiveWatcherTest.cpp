@@ -106,18 +106,6 @@ TEST_F(LiveWatcherTest, AppliesABatchOnceTheWindowHasPassed) {
   EXPECT_EQ(ScanStore::load(index, root, kMinKeep).lastEventId, 43U);
   pass(60);
   EXPECT_EQ(told.size(), 1U);  // idle stays idle
-  EXPECT_EQ(workQueue.pendingCount(), 0U);
-}
-
-TEST_F(LiveWatcherTest, AnIdleTreeStaysIdle) {
-  watch();
-  callbacks.runPosted();
-  tree.file("a/new", 5000);
-  deliver({{root + "/a", 0, 42}});
-  pass(2);
-  ASSERT_EQ(told.size(), 1U);
-  pass(60);
-  EXPECT_EQ(told.size(), 1U);
   EXPECT_EQ(workQueue.pendingCount() + callbacks.pendingCount() + commits.pendingCount(), 0U);
 }
 

@@ -8,9 +8,9 @@
 #include "live/ScanPatcher.h"
 #include "platform/Directories.h"
 #include "platform_linux/LinuxFiles.h"
-#include "platform_linux/LinuxPlatform.h"
 #include "store/FolderScan.h"
 #include "support/IndexComparison.h"
+#include "support/SampleTree.h"
 #include "support/TempFolder.h"
 
 namespace quon::test {
@@ -66,68 +66,64 @@ class HookedDirectories final : public DirectoryService {
   const DirectoryService& real;
 };
 
-/// A file gets its second name after the batch has read the folder of the first, and before it reads that of
-/// the second. `deep` says how the first was read.
-void expectFirstNameFound(bool deep) {
-  const LinuxPlatform desktop;
-  HookedDirectories directories(desktop.services().directories);
-  const Platform platform{directories, desktop.services().files, desktop.services().threads};
+class Races : public testing::Test {
+ protected:
+  FolderScan::Outcome scan(const std::string& name) {
+    return FolderScan(system, {.root = tree.path, .indexDirectory = work.folder(name)}).run();
+  }
+
+  /// Applies one batch to an index, seeing the tree through these services.
+  void apply(const Platform& platform, const FolderScan::Outcome& scanned, const Refresh::Changes& changes) {
+    ScanPatcher patcher(scanned.index, tree.path);
+    const Refresh::Batch batch = Refresh::prepare(
+        platform, changes, patcher,
+        {.rootPath = tree.path, .rootDev = scanned.rootDev, .minKeep = kMinKeep, .skipPaths = {}});
+    Refresh::commitStore(batch, patcher);
+    patcher.commit(1, 1.5);
+  }
+
+  /// A file gets its second name after the batch has read the folder of the first, and before it reads that
+  /// of the second. `deep` says how the first was read.
+  void expectFirstNameFound(const std::string& firstName, bool deep) {
+    tree.file(firstName, 5000);
+    tree.folder("second");
+    const FolderScan::Outcome scanned = scan("patched");
+    HookedDirectories directories(system.directories);
+    directories.path = tree.at("second");
+    directories.beforeOpening = [&] {
+      if (!std::filesystem::exists(tree.at("second/two"))) {
+        std::filesystem::create_hard_link(tree.at(firstName), tree.at("second/two"));
+      }
+    };
+    apply({directories, system.files, system.threads}, scanned,
+          {{tree.at("first"), deep}, {tree.at("second"), false}});
+    ASSERT_TRUE(std::filesystem::exists(tree.at("second/two")));
+    EXPECT_EQ(differences(scanned.index, scan("fresh").index), "");
+  }
+
+  const Platform& system = linuxPlatform();
   const TempFolder work;
   const TempFolder tree;
-  const auto scan = [&](const std::string& name) {
-    return FolderScan(desktop.services(), {.root = tree.path, .indexDirectory = work.folder(name)}).run();
-  };
-  const std::string one = deep ? "first/below/one" : "first/one";
-  tree.file(one, 5000);
-  tree.folder("second");
-  const FolderScan::Outcome scanned = scan("patched");
-  directories.path = tree.at("second");
-  directories.beforeOpening = [&] {
-    if (!std::filesystem::exists(tree.at("second/two"))) {
-      std::filesystem::create_hard_link(tree.at(one), tree.at("second/two"));
-    }
-  };
-  ScanPatcher patcher(scanned.index, tree.path);
-  const Refresh::Batch batch = Refresh::prepare(
-      platform, {{tree.at("first"), deep}, {tree.at("second"), false}}, patcher,
-      {.rootPath = tree.path, .rootDev = scanned.rootDev, .minKeep = kMinKeep, .skipPaths = {}});
-  Refresh::commitStore(batch, patcher);
-  patcher.commit(1, 1.5);
-  ASSERT_TRUE(std::filesystem::exists(tree.at("second/two")));
-  EXPECT_EQ(differences(scanned.index, scan("fresh").index), "");
+};
+
+TEST_F(Races, AFirstNameInAFolderThatWasReadBeforeIsFound) {
+  expectFirstNameFound("first/one", /*deep=*/false);
 }
 
-TEST(Races, AFirstNameInAFolderThatWasReadBeforeIsFound) {
-  expectFirstNameFound(/*deep=*/false);
-  expectFirstNameFound(/*deep=*/true);
+TEST_F(Races, AFirstNameBelowAFolderThatWasReadBeforeIsFound) {
+  expectFirstNameFound("first/below/one", /*deep=*/true);
 }
 
-TEST(Races, ANameThatMovesAwayBeforeItsLinksAreCountedIsSearchedForTheNextTime) {
-  const LinuxPlatform desktop;
-  VanishedFiles files;
-  const Platform platform{desktop.services().directories, files, desktop.services().threads};
-  const TempFolder work;
-  const TempFolder tree;
-  const auto scan = [&](const std::string& name) {
-    return FolderScan(desktop.services(), {.root = tree.path, .indexDirectory = work.folder(name)}).run();
-  };
+TEST_F(Races, ANameThatMovesAwayBeforeItsLinksAreCountedIsSearchedForTheNextTime) {
   tree.file("first/one", 5000);
   tree.folder("second");
   const FolderScan::Outcome scanned = scan("patched");
   std::filesystem::create_hard_link(tree.at("first/one"), tree.at("second/two"));
-
-  const auto apply = [&] {
-    ScanPatcher patcher(scanned.index, tree.path);
-    const Refresh::Batch batch = Refresh::prepare(
-        platform, {{tree.at("second"), false}}, patcher,
-        {.rootPath = tree.path, .rootDev = scanned.rootDev, .minKeep = kMinKeep, .skipPaths = {}});
-    Refresh::commitStore(batch, patcher);
-    patcher.commit(1, 1.5);
-  };
-  files.gone = tree.at("second/two");
-  apply();
-  files.gone.clear();
-  apply();
+  VanishedFiles files;
+  for (const std::string& gone : {tree.at("second/two"), std::string()}) {
+    files.gone = gone;
+    apply({system.directories, files, system.threads}, scanned, {{tree.at("second"), false}});
+  }
   EXPECT_EQ(differences(scanned.index, scan("fresh").index), "");
 }
 

@@ -9,7 +9,6 @@
 #include "platform_linux/LinuxPlatform.h"
 #include "store/FolderScan.h"
 #include "store/ScanStore.h"
-#include "store/StoreError.h"
 #include "support/IndexComparison.h"
 #include "support/RawIndex.h"
 #include "support/Seed.h"
@@ -87,15 +86,6 @@ TEST_F(ScanPatcherTest, CommitWritesWhatTheLoaderReads) {
   EXPECT_EQ(loaded.result.root->totalFiles, 0U);
   EXPECT_EQ(loaded.result.root->mtime, -5);
   EXPECT_TRUE(loaded.result.root->error);
-}
-
-TEST_F(ScanPatcherTest, MissingOrForeignIndexIsRefused) {
-  try {
-    ScanPatcher patcher(work.at("none.sqlite"), root);
-    FAIL() << "opened";
-  } catch (const StoreError& error) {
-    EXPECT_EQ(std::string(error.what()), "sqlite: cannot open " + work.at("none.sqlite") + " for patching");
-  }
 }
 
 /// The process is killed in the middle of patching, a hundred times at random moments: what is found
