@@ -5,6 +5,7 @@
 
 #include "RandomBytes.h"
 #include "base/Text.h"
+#include "support/Seed.h"
 
 namespace quon {
 namespace {
@@ -78,9 +79,7 @@ TEST(DisplayText, MakesTheUnshowableVisible) {
 }
 
 TEST(DisplayText, NeverLetsAHostileNameThrough) {
-  const std::uint64_t seed = testSeed();
-  SCOPED_TRACE(seed);
-  std::mt19937_64 random(seed);
+  std::mt19937_64 random(test::randomSeed());
   const std::vector<std::string_view> pieces{"\xc2",     "\xc2\x9b", "\xe2\x80", "\xa8",   "\xae",
                                              "\xe2\x81", "\xa7",     "\n",       "\xe2",   "\x80",
                                              "é",        "x",        "日",       "\x1b[2J"};
@@ -123,9 +122,7 @@ TEST(FitToWidth, CutsInTheMiddle) {
 }
 
 TEST(FitToWidth, KeepsCharactersWholeAtEveryWidth) {
-  const std::uint64_t seed = testSeed();
-  SCOPED_TRACE(seed);
-  std::mt19937_64 random(seed);
+  std::mt19937_64 random(test::randomSeed());
   const std::vector<std::string> characters{"a", "e\u0301", "日", "👩\u200d🚀", "g\u0308\u0323", "\xff", "é"};
   for (int round = 0; round < 500; ++round) {
     std::vector<std::string> drawn;
