@@ -42,14 +42,6 @@ TEST_F(Roots, ASubfolderIsListedFromTheIndexThatHoldsIt) {
   EXPECT_TRUE(readBytes(quon.onlyIndex()) == before) << "the index was changed";
 }
 
-TEST_F(Roots, AFolderMadeAfterTheScanIsScanned) {
-  EXPECT_EQ(quon.document({"scan", quon.tree}).at("files"), 2);
-  quon.folder.file("tree/three/new", 2000);
-  const Json list = quon.document({"ls", quon.folder.at("tree/three")});
-  EXPECT_EQ(list.at("path"), quon.folder.at("tree/three"));
-  EXPECT_EQ(list.at("logical"), 2000);
-}
-
 TEST_F(Roots, ADamagedIndexIsToldAndScannedAgain) {
   const auto damage = [](const std::string& index, std::uint64_t from) {
     const Descriptor file(::open(index.c_str(), O_WRONLY | O_CLOEXEC));
