@@ -4,19 +4,13 @@
 #include <gtest/gtest.h>
 #include <string>
 
-#include "live/Refresh.h"
-#include "live/ScanPatcher.h"
+#include "ScannedTree.h"
 #include "platform/Directories.h"
 #include "platform_linux/LinuxFiles.h"
-#include "store/FolderScan.h"
 #include "support/IndexComparison.h"
-#include "support/SampleTree.h"
-#include "support/TempFolder.h"
 
 namespace quon::test {
 namespace {
-
-constexpr std::uint64_t kMinKeep = 1048576;
 
 /// Files that are gone by the time they are looked at one by one.
 class VanishedFiles final : public LinuxFiles {
@@ -66,44 +60,26 @@ class HookedDirectories final : public DirectoryService {
   const DirectoryService& real;
 };
 
-class Races : public testing::Test {
+class Races : public ScannedTree {
  protected:
-  FolderScan::Outcome scan(const std::string& name) {
-    return FolderScan(system, {.root = tree.path, .indexDirectory = work.folder(name)}).run();
-  }
-
-  /// Applies one batch to an index, seeing the tree through these services.
-  void apply(const Platform& platform, const FolderScan::Outcome& scanned, const Refresh::Changes& changes) {
-    ScanPatcher patcher(scanned.index, tree.path);
-    const Refresh::Batch batch = Refresh::prepare(
-        platform, changes, patcher,
-        {.rootPath = tree.path, .rootDev = scanned.rootDev, .minKeep = kMinKeep, .skipPaths = {}});
-    Refresh::commitStore(batch, patcher);
-    patcher.commit(1, 1.5);
-  }
-
   /// A file gets its second name after the batch has read the folder of the first, and before it reads that
   /// of the second. `deep` says how the first was read.
   void expectFirstNameFound(const std::string& firstName, bool deep) {
     tree.file(firstName, 5000);
     tree.folder("second");
-    const FolderScan::Outcome scanned = scan("patched");
-    HookedDirectories directories(system.directories);
+    const std::string index = scan("patched");
+    HookedDirectories directories(platform.directories);
     directories.path = tree.at("second");
     directories.beforeOpening = [&] {
       if (!std::filesystem::exists(tree.at("second/two"))) {
         std::filesystem::create_hard_link(tree.at(firstName), tree.at("second/two"));
       }
     };
-    apply({directories, system.files, system.threads}, scanned,
-          {{tree.at("first"), deep}, {tree.at("second"), false}});
+    patch({directories, platform.files, platform.threads}, index,
+          {{tree.at("first"), deep}, {tree.at("second"), false}}, 1);
     ASSERT_TRUE(std::filesystem::exists(tree.at("second/two")));
-    EXPECT_EQ(differences(scanned.index, scan("fresh").index), "");
+    EXPECT_EQ(differences(index, scan("fresh")), "");
   }
-
-  const Platform& system = linuxPlatform();
-  const TempFolder work;
-  const TempFolder tree;
 };
 
 TEST_F(Races, AFirstNameInAFolderThatWasReadBeforeIsFound) {
@@ -117,14 +93,14 @@ TEST_F(Races, AFirstNameBelowAFolderThatWasReadBeforeIsFound) {
 TEST_F(Races, ANameThatMovesAwayBeforeItsLinksAreCountedIsSearchedForTheNextTime) {
   tree.file("first/one", 5000);
   tree.folder("second");
-  const FolderScan::Outcome scanned = scan("patched");
+  const std::string index = scan("patched");
   std::filesystem::create_hard_link(tree.at("first/one"), tree.at("second/two"));
   VanishedFiles files;
   for (const std::string& gone : {tree.at("second/two"), std::string()}) {
     files.gone = gone;
-    apply({system.directories, files, system.threads}, scanned, {{tree.at("second"), false}});
+    patch({platform.directories, files, platform.threads}, index, {{tree.at("second"), false}}, 1);
   }
-  EXPECT_EQ(differences(scanned.index, scan("fresh").index), "");
+  EXPECT_EQ(differences(index, scan("fresh")), "");
 }
 
 }  // namespace
