@@ -71,12 +71,8 @@ void forgetSoleNames(Content& content) {
 std::string shown(const std::string& text) {
   return text;
 }
-std::string shown(const std::set<std::string>& items) {
-  std::string all;
-  for (const std::string& item : items) all += item + ", ";
-  return all;
-}
-std::string shown(const std::vector<std::string>& items) {
+template <typename Strings>
+std::string shown(const Strings& items) {
   std::string all;
   for (const std::string& item : items) all += item + ", ";
   return all;
