@@ -50,21 +50,20 @@ class Large : public testing::Test {
     });
   }
 
+  static void must(bool done, const char* name) {
+    if (!done) throw std::system_error(errno, std::generic_category(), name);
+  }
   static Descriptor openFolder(int parent, const char* name) {
     Descriptor opened(::openat(parent, name, O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (!opened.isOpen()) throw std::system_error(errno, std::generic_category(), name);
+    must(opened.isOpen(), name);
     return opened;
   }
-  static void makeFolder(int parent, const char* name) {
-    if (::mkdirat(parent, name, S_IRWXU) != 0) throw std::system_error(errno, std::generic_category(), name);
-  }
+  static void makeFolder(int parent, const char* name) { must(::mkdirat(parent, name, S_IRWXU) == 0, name); }
   static void makeFile(int parent, const char* name, off_t size = 0) {
-    if (::mknodat(parent, name, S_IFREG | S_IRUSR | S_IWUSR, 0) != 0) {
-      throw std::system_error(errno, std::generic_category(), name);
-    }
+    must(::mknodat(parent, name, S_IFREG | S_IRUSR | S_IWUSR, 0) == 0, name);
     if (size == 0) return;
     const Descriptor file(::openat(parent, name, O_WRONLY | O_CLOEXEC));
-    if (::ftruncate(file.get(), size) != 0) throw std::system_error(errno, std::generic_category(), name);
+    must(::ftruncate(file.get(), size) == 0, name);
   }
 
   TempFolder temp;

@@ -222,18 +222,5 @@ TEST(IndexName, TellsRootsApartAndFitsTheFileSystem) {
   EXPECT_EQ(std::distance(fs::directory_iterator(top.path), fs::directory_iterator()), 6);
 }
 
-TEST(IndexName, OfABuildIsTheFinalNameAndAFreshOne) {
-  const TempFolder top;
-  const std::string url = ScanStore::canonicalURL(top.path, "/x");
-  const ScanStore one(linuxPlatform(), url);
-  const ScanStore other(linuxPlatform(), url);
-  EXPECT_NE(one.buildingURL(), other.buildingURL());
-  ASSERT_TRUE(one.buildingURL().starts_with(url + ".building-"));
-  EXPECT_EQ(one.buildingURL().size(), url.size() + std::string(".building-").size() + 36);
-  struct stat found {};
-  ASSERT_EQ(::stat(one.buildingURL().c_str(), &found), 0);
-  EXPECT_EQ(found.st_mode & 07777U, 0600U);
-}
-
 }  // namespace
 }  // namespace quon::test
