@@ -1,5 +1,4 @@
 #include <cstdint>
-#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>

@@ -14,6 +14,7 @@
 #include "platform/Directories.h"
 #include "scan/DirListing.h"
 #include "support/ChildProcess.h"
+#include "support/SampleTree.h"
 #include "support/TempFolder.h"
 
 namespace quon::test {

@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <fcntl.h>
@@ -15,6 +14,7 @@
 #include "platform_linux/Descriptor.h"
 #include "scan/ScanSink.h"
 #include "support/ChildProcess.h"
+#include "support/SampleTree.h"
 #include "support/TempFolder.h"
 
 namespace quon::test {

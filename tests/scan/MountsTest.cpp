@@ -13,6 +13,7 @@
 #include "Reference.h"
 #include "scan/DirListing.h"
 #include "support/ChildProcess.h"
+#include "support/SampleTree.h"
 #include "support/TempFolder.h"
 
 namespace quon::test {

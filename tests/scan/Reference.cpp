@@ -4,11 +4,11 @@
 #include <array>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <limits>
 #include <set>
 
 #include "platform/Files.h"
 #include "support/IndexComparison.h"
+#include "support/SampleTree.h"
 
 namespace quon::test {
 namespace {

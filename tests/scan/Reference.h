@@ -5,7 +5,6 @@
 #include "RecordingSink.h"
 #include "scan/Walker.h"
 #include "support/ReferenceTree.h"
-#include "support/SampleTree.h"
 
 namespace quon::test {
 

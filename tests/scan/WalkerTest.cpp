@@ -1,11 +1,9 @@
-#include <array>
 #include <cstdio>
 #include <filesystem>
 #include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
-#include <memory>
 #include <random>
 #include <set>
 #include <sstream>
@@ -16,6 +14,7 @@
 #include "Reference.h"
 #include "platform/Files.h"
 #include "scan/DirListing.h"
+#include "support/SampleTree.h"
 #include "support/Seed.h"
 #include "support/TempFolder.h"
 

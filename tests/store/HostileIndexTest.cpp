@@ -1,6 +1,5 @@
 // Indexes that no scan has written: damaged, unfinished, or made to deceive. Each is refused with a line that
 // says why; none stops the program, keeps it busy or yields a wrong tree.
-#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <random>
