@@ -4,6 +4,7 @@
 #include "RandomBytes.h"
 #include "base/ByteJson.h"
 #include "base/Text.h"
+#include "support/Seed.h"
 
 namespace quon {
 namespace {
@@ -30,9 +31,7 @@ TEST(ByteJson, RejectsWhatItDoesNotWrite) {
 }
 
 TEST(ByteJson, GivesRandomBytesBack) {
-  const std::uint64_t seed = testSeed();
-  SCOPED_TRACE(seed);
-  std::mt19937_64 random(seed);
+  std::mt19937_64 random(test::randomSeed());
   const std::vector<std::string_view> pieces{"x", "00",   "é",        "日",
                                              "😀", "\xc3", "\xe2\x80", std::string_view("\0", 1)};
   for (int round = 0; round < 20'000; ++round) {

@@ -43,16 +43,6 @@ TEST(ManualQueue, RunsWorkAtItsOwnTimeInTheOrderOfTime) {
   EXPECT_EQ(queue.pendingCount(), 1U);
 }
 
-TEST(ManualQueue, ReachesADelayInSeveralSteps) {
-  ManualBackgroundQueue queue;
-  int ran = 0;
-  queue.postAfter(0.12s, [&] { ++ran; });
-  queue.advance(0.08s);
-  EXPECT_EQ(ran, 0);
-  queue.advance(0.04s);
-  EXPECT_EQ(ran, 1);
-}
-
 TEST(ManualQueue, KeepsExtremeDelaysInOrder) {
   ManualQueue queue;
   std::string ran;

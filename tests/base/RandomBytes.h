@@ -1,21 +1,12 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <random>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace quon {
-
-/// The seed of this run: from the environment variable QUON_TEST_SEED to repeat a failure, otherwise fresh.
-/// Threads: main only.
-inline std::uint64_t testSeed() {
-  const char* given = std::getenv("QUON_TEST_SEED");  // NOLINT(concurrency-mt-unsafe): nothing sets variables
-  return given != nullptr ? std::strtoull(given, nullptr, 10) : std::random_device{}();
-}
 
 /// Up to `pieces` pieces in a row, each drawn from `choice` or, as often as one of them, a random byte.
 inline std::string randomBytes(std::mt19937_64& random, const std::vector<std::string_view>& choice,

@@ -1,14 +1,13 @@
 #include <cstdint>
-#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/mount.h>
 #include <sys/stat.h>
 
-#include "CountedTree.h"
 #include "QuonProcess.h"
 #include "support/ChildProcess.h"
+#include "support/RawIndex.h"
 
 namespace quon::test {
 namespace {
@@ -25,7 +24,7 @@ void expectOneLine(const Finished& done, const std::string& line) {
 
 /// The index stands as it did, alone, and can be read.
 void expectKept(const Quon& quon, const std::string& content, std::uint64_t files) {
-  EXPECT_TRUE(contentOf(quon.onlyIndex()) == content) << "the earlier index was changed";
+  EXPECT_TRUE(readBytes(quon.onlyIndex()) == content) << "the earlier index was changed";
   EXPECT_EQ(quon.document({"ls", quon.tree, "--no-catch-up"}).at("files"), files);
 }
 
@@ -98,7 +97,7 @@ TEST(Failures, AResultIsPrintedThoughItsIndexCannotBeSaved) {
     const Quon quon;
     quon.folder.file("tree/file", 500);
     const std::string index = quon.document({"scan", quon.tree}).at("index");
-    const std::string before = contentOf(index);
+    const std::string before = readBytes(index);
     quon.folder.file("tree/more", 700);
     ASSERT_EQ(::chmod(quon.indexFolder().c_str(), 0500), 0);
 
@@ -122,7 +121,7 @@ TEST(Failures, AFullDiskKeepsTheEarlierIndex) {
     const std::string data = quon.environment.at("XDG_DATA_HOME");
     ASSERT_EQ(::mount("tmpfs", data.c_str(), "tmpfs", 0, "size=1m,mode=0700"), 0);
     quon.folder.file("tree/file", 500);
-    const std::string before = contentOf(quon.document({"scan", quon.tree}).at("index").get<std::string>());
+    const std::string before = readBytes(quon.document({"scan", quon.tree}).at("index").get<std::string>());
     for (int number = 0; number < 8000; ++number) {
       quon.folder.file("tree/many/" + std::string(200, 'n') + std::to_string(number));
     }

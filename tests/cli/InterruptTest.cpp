@@ -6,7 +6,6 @@
 #include <chrono>
 #include <csignal>
 #include <cstdint>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
@@ -21,6 +20,7 @@
 #include <sys/timerfd.h>
 
 #include "QuonProcess.h"
+#include "support/RawIndex.h"
 #include "support/Seed.h"
 
 namespace quon::test {
@@ -70,7 +70,7 @@ class Interrupted : public testing::Test {
 
   void SetUp() override {
     index = quon->onlyIndex();
-    before = contentOf(index);
+    before = readBytes(index);
     ASSERT_GE(::inotify_add_watch(watch.get(), quon->indexFolder().c_str(), IN_CREATE), 0);
   }
 
@@ -103,7 +103,7 @@ class Interrupted : public testing::Test {
 
   /// Only a scan that was done before the signal came has replaced the index, and then by a whole one.
   void expectWholeIndex(bool done) {
-    const std::string now = contentOf(index);
+    const std::string now = readBytes(index);
     if (now == before) return;
     if (!done) ++replaced;
     EXPECT_EQ(quon->document({"ls", quon->tree, "--no-catch-up"}).at("files"), kFolders * kFilesInFolder);

@@ -10,8 +10,6 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <pty.h>
 #include <stdexcept>
 #include <sys/mman.h>
@@ -21,6 +19,8 @@
 #include <termios.h>
 #include <unistd.h>
 #include <utility>
+
+#include "support/RawIndex.h"
 
 namespace quon::test {
 namespace {
@@ -175,18 +175,9 @@ std::string everythingFrom(const Descriptor& terminal) {
   return text;  // the end of a terminal is an error of its own, EIO
 }
 
-std::string contentOf(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) raise(path);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 void writeFile(const std::string& path, std::string_view content) {
   std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file.write(content.data(), static_cast<std::streamsize>(content.size()));
-  file.close();
-  if (!file) raise(path);
+  writeBytes(path, content);
 }
 
 std::vector<std::string> linesOf(const std::string& text) {

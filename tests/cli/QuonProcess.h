@@ -86,7 +86,7 @@ class Quon {
 
 /// All that is written to the terminal until the program has left it.
 [[nodiscard]] std::string everythingFrom(const Descriptor& terminal);
-[[nodiscard]] std::string contentOf(const std::string& path);
+/// With the folders above it that are missing.
 void writeFile(const std::string& path, std::string_view content);
 /// The lines of a text whose last line must end too; throws when it does not.
 [[nodiscard]] std::vector<std::string> linesOf(const std::string& text);

@@ -181,6 +181,7 @@ void exercise(const std::string& url, bool rowsAreSound) {
     (void)scopeEntries(loaded->result.root, kRoot, Metric::logical, 1);
     (void)largestFiles(loaded->result.root, kRoot, Metric::physical, 3);
   }
+  (void)orRefused([&] { return ScanStore::meta(url); });
   (void)orRefused([&] { return ScanStore::repeatedNames(url, 10, 0); });
   (void)orRefused([&] { return ScanStore::paths("f2", url, kRoot, 10); });
   for (const DupeFile& file : orRefused([&] {

@@ -6,35 +6,29 @@
 #include <variant>
 #include <vector>
 
+#include "ScannedTree.h"
 #include "base/ManualQueue.h"
 #include "live/LiveWatcher.h"
 #include "platform/Events.h"
-#include "platform/Files.h"
-#include "platform_linux/LinuxPlatform.h"
-#include "store/FolderScan.h"
-#include "store/ScanStore.h"
 #include "support/FakeEvents.h"
-#include "support/TempFolder.h"
 
 namespace quon::test {
 namespace {
 
 using Seconds = std::chrono::duration<double>;
-constexpr std::uint64_t kMinKeep = 1048576;
 
-class LiveWatcherTest : public ::testing::Test {
+class LiveWatcherTest : public ScannedTree {
  protected:
   LiveWatcherTest() {
     tree.file("a/one", 100);
     tree.file("b/two", 200);
-    FolderScan scan(platform.services(), {.root = root, .indexDirectory = work.path});
-    index = scan.run().index;
-    loaded.emplace(ScanStore::load(index, root, kMinKeep));
+    index = scan("watched");
+    loaded.emplace(load(index));
   }
 
   void watch(std::size_t maxChanges = 20000) {
     watcher = std::make_unique<LiveWatcher>(
-        LiveWatcher::Services{platform.services(), events, callbacks, workQueue,
+        LiveWatcher::Services{platform, events, callbacks, workQueue,
                               [this](std::function<void()> commit) { commits.post(std::move(commit)); },
                               [this](const LiveWatcher::Event& event) { told.push_back(event); },
                               [this] { return Seconds(workQueue.now()); }},
@@ -73,10 +67,6 @@ class LiveWatcherTest : public ::testing::Test {
     return list;
   }
 
-  const LinuxPlatform platform;
-  TempFolder work;
-  TempFolder tree;
-  const std::string root = tree.path;
   std::string index;
   std::optional<Loaded> loaded;
   FakeEvents events;
@@ -102,22 +92,10 @@ TEST_F(LiveWatcherTest, AppliesABatchOnceTheWindowHasPassed) {
   EXPECT_EQ(update.outcome.refreshedDirs, 1);
   EXPECT_EQ(update.outcome.newEventId, 43U);  // an event outside the root counts, too
   EXPECT_EQ(loaded->result.root->totalLogical, 5300U);
-  EXPECT_EQ(ScanStore::load(index, root, kMinKeep).result.root->totalLogical, 5300U);
-  EXPECT_EQ(ScanStore::load(index, root, kMinKeep).lastEventId, 43U);
+  EXPECT_EQ(load(index).result.root->totalLogical, 5300U);
+  EXPECT_EQ(load(index).lastEventId, 43U);
   pass(60);
   EXPECT_EQ(told.size(), 1U);  // idle stays idle
-  EXPECT_EQ(workQueue.pendingCount(), 0U);
-}
-
-TEST_F(LiveWatcherTest, AnIdleTreeStaysIdle) {
-  watch();
-  callbacks.runPosted();
-  tree.file("a/new", 5000);
-  deliver({{root + "/a", 0, 42}});
-  pass(2);
-  ASSERT_EQ(told.size(), 1U);
-  pass(60);
-  EXPECT_EQ(told.size(), 1U);
   EXPECT_EQ(workQueue.pendingCount() + callbacks.pendingCount() + commits.pendingCount(), 0U);
 }
 
@@ -184,7 +162,7 @@ TEST_F(LiveWatcherTest, NamesTheReasonItLostTrack) {
 
 TEST_F(LiveWatcherTest, AnIndexThatCannotBePatchedEndsLiveUpdates) {
   watch();
-  platform.services().files.remove(index);
+  platform.files.remove(index);
   deliver({{root + "/a", 0, 2}});
   pass(1.5);
   EXPECT_EQ(rescanReason(), "index patch failed: sqlite: cannot open " + index + " for patching");

@@ -4,21 +4,14 @@
 #include <gtest/gtest.h>
 #include <string>
 
-#include "live/Refresh.h"
-#include "live/ScanPatcher.h"
-#include "platform_linux/LinuxPlatform.h"
-#include "store/FolderScan.h"
-#include "store/ScanStore.h"
+#include "ScannedTree.h"
 #include "support/FakeEvents.h"
 #include "support/IndexComparison.h"
 #include "support/Seed.h"
-#include "support/TempFolder.h"
 #include "support/TreeEditor.h"
 
 namespace quon::test {
 namespace {
-
-constexpr std::uint64_t kMinKeep = 1048576;
 
 /// How many bursts a run makes: from QUON_MODEL_BURSTS, for long runs by hand.
 int burstsPerRun(int usual) {
@@ -26,17 +19,8 @@ int burstsPerRun(int usual) {
   return wanted == nullptr ? usual : std::atoi(wanted);
 }
 
-class Model : public ::testing::Test {
+class Model : public ScannedTree {
  protected:
-  std::string scan(const std::string& name) {
-    FolderScan run(platform.services(), {.root = root, .indexDirectory = work.folder(name)});
-    const FolderScan::Outcome outcome = run.run();
-    EXPECT_EQ(outcome.notSaved, "");
-    return outcome.index;
-  }
-
-  Loaded load(const std::string& index) { return ScanStore::load(index, root, kMinKeep); }
-
   std::string lastEdits(const TreeEditor& editor, std::size_t count) {
     std::string text;
     const auto& log = editor.log();
@@ -44,11 +28,6 @@ class Model : public ::testing::Test {
       text += log[at] + "\n";
     return text;
   }
-
-  const LinuxPlatform platform;
-  TempFolder work;
-  TempFolder tree;
-  const std::string root = tree.path;
 };
 
 TEST_F(Model, PatchedTreeAndIndexEqualAFreshScan) {
@@ -58,15 +37,14 @@ TEST_F(Model, PatchedTreeAndIndexEqualAFreshScan) {
   const std::string index = scan("patched");
   Loaded loaded = load(index);
   std::vector<TopFile> top = loaded.result.topFiles;
-  const Refresh::Scope scope{root, loaded.rootDev, kMinKeep, {}};
   std::size_t edits = 0;
   for (int burst = 0; burst < burstsPerRun(60); ++burst) {
     const std::size_t size = 1 + (seed + static_cast<std::size_t>(burst) * 7) % 12;
     for (std::size_t count = 0; count < size; ++count, ++edits) editor.edit();
     {
       ScanPatcher patcher(index, root);
-      Refresh::Batch batch = Refresh::prepare(
-          platform.services(), Refresh::coalesce(editor.takeEvents(), root, {}), patcher, scope);
+      Refresh::Batch batch =
+          Refresh::prepare(platform, Refresh::coalesce(editor.takeEvents(), root, {}), patcher, scope());
       Refresh::commitStore(batch, patcher);
       top = Refresh::patchTop(std::move(top), batch, kMinKeep, 1000);
       patcher.updateTopFiles(top);
@@ -90,7 +68,7 @@ TEST_F(Model, CatchUpEqualsAFreshScan) {
     events.current += 1000;
     Loaded loaded = load(index);
     const auto [result, outcome] = Refresh::catchUp(
-        platform.services(), events, loaded, {.rootPath = root, .indexURL = index, .minKeep = kMinKeep});
+        platform, events, loaded, {.rootPath = root, .indexURL = index, .minKeep = kMinKeep});
     ASSERT_EQ(outcome.newEventId, events.current);
     ASSERT_EQ(differences(*result.root, *load(index).result.root), "");
     ASSERT_EQ(differences(index, scan("fresh")), "") << "round " << round << ":\n" << lastEdits(editor, 25);
@@ -105,7 +83,7 @@ TEST_F(Model, CatchUpSaysWhyItCannotKnow) {
       .rootPath = root, .indexURL = index, .minKeep = kMinKeep, .maxChanges = 3};
   const auto reason = [&](Loaded loaded) -> std::string {
     try {
-      (void)Refresh::catchUp(platform.services(), events, loaded, options);
+      (void)Refresh::catchUp(platform, events, loaded, options);
     } catch (const Refresh::Failure& failure) {
       return failure.what();
     }

@@ -4,19 +4,13 @@
 #include <gtest/gtest.h>
 #include <string>
 
-#include "live/Refresh.h"
-#include "live/ScanPatcher.h"
+#include "ScannedTree.h"
 #include "platform/Directories.h"
 #include "platform_linux/LinuxFiles.h"
-#include "platform_linux/LinuxPlatform.h"
-#include "store/FolderScan.h"
 #include "support/IndexComparison.h"
-#include "support/TempFolder.h"
 
 namespace quon::test {
 namespace {
-
-constexpr std::uint64_t kMinKeep = 1048576;
 
 /// Files that are gone by the time they are looked at one by one.
 class VanishedFiles final : public LinuxFiles {
@@ -66,69 +60,47 @@ class HookedDirectories final : public DirectoryService {
   const DirectoryService& real;
 };
 
-/// A file gets its second name after the batch has read the folder of the first, and before it reads that of
-/// the second. `deep` says how the first was read.
-void expectFirstNameFound(bool deep) {
-  const LinuxPlatform desktop;
-  HookedDirectories directories(desktop.services().directories);
-  const Platform platform{directories, desktop.services().files, desktop.services().threads};
-  const TempFolder work;
-  const TempFolder tree;
-  const auto scan = [&](const std::string& name) {
-    return FolderScan(desktop.services(), {.root = tree.path, .indexDirectory = work.folder(name)}).run();
-  };
-  const std::string one = deep ? "first/below/one" : "first/one";
-  tree.file(one, 5000);
-  tree.folder("second");
-  const FolderScan::Outcome scanned = scan("patched");
-  directories.path = tree.at("second");
-  directories.beforeOpening = [&] {
-    if (!std::filesystem::exists(tree.at("second/two"))) {
-      std::filesystem::create_hard_link(tree.at(one), tree.at("second/two"));
-    }
-  };
-  ScanPatcher patcher(scanned.index, tree.path);
-  const Refresh::Batch batch = Refresh::prepare(
-      platform, {{tree.at("first"), deep}, {tree.at("second"), false}}, patcher,
-      {.rootPath = tree.path, .rootDev = scanned.rootDev, .minKeep = kMinKeep, .skipPaths = {}});
-  Refresh::commitStore(batch, patcher);
-  patcher.commit(1, 1.5);
-  ASSERT_TRUE(std::filesystem::exists(tree.at("second/two")));
-  EXPECT_EQ(differences(scanned.index, scan("fresh").index), "");
+class Races : public ScannedTree {
+ protected:
+  /// A file gets its second name after the batch has read the folder of the first, and before it reads that
+  /// of the second. `deep` says how the first was read.
+  void expectFirstNameFound(const std::string& firstName, bool deep) {
+    tree.file(firstName, 5000);
+    tree.folder("second");
+    const std::string index = scan("patched");
+    HookedDirectories directories(platform.directories);
+    directories.path = tree.at("second");
+    directories.beforeOpening = [&] {
+      if (!std::filesystem::exists(tree.at("second/two"))) {
+        std::filesystem::create_hard_link(tree.at(firstName), tree.at("second/two"));
+      }
+    };
+    patch({directories, platform.files, platform.threads}, index,
+          {{tree.at("first"), deep}, {tree.at("second"), false}}, 1);
+    ASSERT_TRUE(std::filesystem::exists(tree.at("second/two")));
+    EXPECT_EQ(differences(index, scan("fresh")), "");
+  }
+};
+
+TEST_F(Races, AFirstNameInAFolderThatWasReadBeforeIsFound) {
+  expectFirstNameFound("first/one", /*deep=*/false);
 }
 
-TEST(Races, AFirstNameInAFolderThatWasReadBeforeIsFound) {
-  expectFirstNameFound(/*deep=*/false);
-  expectFirstNameFound(/*deep=*/true);
+TEST_F(Races, AFirstNameBelowAFolderThatWasReadBeforeIsFound) {
+  expectFirstNameFound("first/below/one", /*deep=*/true);
 }
 
-TEST(Races, ANameThatMovesAwayBeforeItsLinksAreCountedIsSearchedForTheNextTime) {
-  const LinuxPlatform desktop;
-  VanishedFiles files;
-  const Platform platform{desktop.services().directories, files, desktop.services().threads};
-  const TempFolder work;
-  const TempFolder tree;
-  const auto scan = [&](const std::string& name) {
-    return FolderScan(desktop.services(), {.root = tree.path, .indexDirectory = work.folder(name)}).run();
-  };
+TEST_F(Races, ANameThatMovesAwayBeforeItsLinksAreCountedIsSearchedForTheNextTime) {
   tree.file("first/one", 5000);
   tree.folder("second");
-  const FolderScan::Outcome scanned = scan("patched");
+  const std::string index = scan("patched");
   std::filesystem::create_hard_link(tree.at("first/one"), tree.at("second/two"));
-
-  const auto apply = [&] {
-    ScanPatcher patcher(scanned.index, tree.path);
-    const Refresh::Batch batch = Refresh::prepare(
-        platform, {{tree.at("second"), false}}, patcher,
-        {.rootPath = tree.path, .rootDev = scanned.rootDev, .minKeep = kMinKeep, .skipPaths = {}});
-    Refresh::commitStore(batch, patcher);
-    patcher.commit(1, 1.5);
-  };
-  files.gone = tree.at("second/two");
-  apply();
-  files.gone.clear();
-  apply();
-  EXPECT_EQ(differences(scanned.index, scan("fresh").index), "");
+  VanishedFiles files;
+  for (const std::string& gone : {tree.at("second/two"), std::string()}) {
+    files.gone = gone;
+    patch({platform.directories, files, platform.threads}, index, {{tree.at("second"), false}}, 1);
+  }
+  EXPECT_EQ(differences(index, scan("fresh")), "");
 }
 
 }  // namespace

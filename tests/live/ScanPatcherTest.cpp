@@ -4,40 +4,21 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "live/Refresh.h"
-#include "live/ScanPatcher.h"
-#include "platform_linux/LinuxPlatform.h"
-#include "store/FolderScan.h"
-#include "store/ScanStore.h"
-#include "store/StoreError.h"
+#include "ScannedTree.h"
 #include "support/IndexComparison.h"
 #include "support/RawIndex.h"
 #include "support/Seed.h"
-#include "support/TempFolder.h"
 #include "support/TreeEditor.h"
 
 namespace quon::test {
 namespace {
 
-constexpr std::uint64_t kMinKeep = 1048576;
-
-class ScanPatcherTest : public ::testing::Test {
- protected:
-  std::string scan() {
-    FolderScan run(platform.services(), {.root = root, .indexDirectory = work.path});
-    return run.run().index;
-  }
-
-  const LinuxPlatform platform;
-  TempFolder work;
-  TempFolder tree;
-  const std::string root = tree.path;
-};
+class ScanPatcherTest : public ScannedTree {};
 
 TEST_F(ScanPatcherTest, FindsFoldersByPathAndForgetsDeletedOnes) {
   tree.file("a/b/c/f", 1);
   tree.folder("ab");
-  const std::string index = scan();
+  const std::string index = scan("patched");
   ScanPatcher patcher(index, root);
   const std::int64_t top = *patcher.dirId(root);
   const std::int64_t a = *patcher.dirId(root + "/a");
@@ -57,7 +38,7 @@ TEST_F(ScanPatcherTest, FindsFoldersByPathAndForgetsDeletedOnes) {
 
 TEST_F(ScanPatcherTest, WithoutCommitEveryRowStaysAsItWas) {
   TreeEditor(root, randomSeed()).populate(60);
-  const std::string index = scan();
+  const std::string index = scan("patched");
   const std::string before = readBytes(index);
   {
     ScanPatcher patcher(index, root);
@@ -72,14 +53,14 @@ TEST_F(ScanPatcherTest, WithoutCommitEveryRowStaysAsItWas) {
 
 TEST_F(ScanPatcherTest, CommitWritesWhatTheLoaderReads) {
   tree.file("f", 3);
-  const std::string index = scan();
+  const std::string index = scan("patched");
   {
     ScanPatcher patcher(index, root);
     patcher.replaceFiles(*patcher.dirId(root), {}, -5, true);
     patcher.updateTopFiles({{"/x/\xff", 9, 8, -7}});
     patcher.commit(123456789012345, 1700000000.125);
   }
-  const Loaded loaded = ScanStore::load(index, root, kMinKeep);
+  const Loaded loaded = load(index);
   EXPECT_EQ(loaded.lastEventId, 123456789012345U);
   EXPECT_EQ(loaded.scannedAt, 1700000000.125);
   EXPECT_EQ(loaded.result.hardlinksDeduped, 0U);
@@ -89,35 +70,19 @@ TEST_F(ScanPatcherTest, CommitWritesWhatTheLoaderReads) {
   EXPECT_TRUE(loaded.result.root->error);
 }
 
-TEST_F(ScanPatcherTest, MissingOrForeignIndexIsRefused) {
-  try {
-    ScanPatcher patcher(work.at("none.sqlite"), root);
-    FAIL() << "opened";
-  } catch (const StoreError& error) {
-    EXPECT_EQ(std::string(error.what()), "sqlite: cannot open " + work.at("none.sqlite") + " for patching");
-  }
-}
-
 /// The process is killed in the middle of patching, a hundred times at random moments: what is found
 /// afterwards is the index of before the batch or of after it, whole.
 TEST_F(ScanPatcherTest, KilledWhilePatchingLeavesAWholeIndex) {
   const std::uint64_t seed = randomSeed();
   TreeEditor editor(root, seed);
   editor.populate(150);
-  const std::string index = scan();
-  const std::uint32_t device = ScanStore::load(index, root, kMinKeep).rootDev;
+  const std::string index = scan("patched");
   for (int round = 0; round < 100; ++round) {
     for (int edit = 0; edit < 6; ++edit) editor.edit();
     const Refresh::Changes changes = Refresh::coalesce(editor.takeEvents(), root, {});
     const std::string before = work.at("before.sqlite");
     writeBytes(before, readBytes(index));
-    const auto patch = [&] {
-      ScanPatcher patcher(index, root);
-      Refresh::Batch batch =
-          Refresh::prepare(platform.services(), changes, patcher, {root, device, kMinKeep, {}});
-      Refresh::commitStore(batch, patcher);
-      patcher.commit(1000 + static_cast<std::uint64_t>(round), 1.0);
-    };
+    const std::uint64_t eventId = 1000 + static_cast<std::uint64_t>(round);
     const pid_t child = ::fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
@@ -126,21 +91,18 @@ TEST_F(ScanPatcherTest, KilledWhilePatchingLeavesAWholeIndex) {
           static_cast<useconds_t>((seed + static_cast<std::uint64_t>(round) * 7919) % 6000 + 1);
       ::signal(SIGALRM, SIG_DFL);
       ::ualarm(delay, 0);
-      patch();
+      patch(platform, index, changes, eventId);
       ::_exit(0);
     }
     int status = 0;
     ::waitpid(child, &status, 0);
-    const Loaded found = ScanStore::load(index, root, kMinKeep);
-    if (found.lastEventId != 1000 + static_cast<std::uint64_t>(round)) {
+    const Loaded found = load(index);
+    if (found.lastEventId != eventId) {
       ASSERT_EQ(differences(index, before), "") << "round " << round;
-      patch();
+      patch(platform, index, changes, eventId);
     }
   }
-  const Loaded last = ScanStore::load(index, root, kMinKeep);
-  TempFolder other;
-  FolderScan fresh(platform.services(), {.root = root, .indexDirectory = other.path});
-  EXPECT_EQ(last.result.root->totalLogical, fresh.run().result.root->totalLogical);
+  EXPECT_EQ(load(index).result.root->totalLogical, load(scan("fresh")).result.root->totalLogical);
 }
 
 }  // namespace

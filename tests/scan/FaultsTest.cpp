@@ -14,6 +14,7 @@
 #include "platform/Directories.h"
 #include "scan/DirListing.h"
 #include "support/ChildProcess.h"
+#include "support/SampleTree.h"
 #include "support/TempFolder.h"
 
 namespace quon::test {
@@ -34,9 +35,7 @@ class OneFolder final : public DirectoryService {
   [[nodiscard]] std::unique_ptr<DirectoryReader> makeReader() const override {
     return std::make_unique<Reader>(steps);
   }
-  [[nodiscard]] Platform platform() const {
-    return {*this, systemPlatform().files, systemPlatform().threads};
-  }
+  [[nodiscard]] Platform platform() const { return {*this, linuxPlatform().files, linuxPlatform().threads}; }
 
  private:
   struct Folder final : OpenDirectory {
@@ -133,7 +132,7 @@ TEST(Faults, UnreadableFoldersAreCountedAndFiftyOfThemNamed) {
   }
   asOrdinaryUser([&] {
     RecordingSink sink(temp.path);
-    Walker walker(systemPlatform(), optionsFor(temp.path), &sink);
+    Walker walker(linuxPlatform(), optionsFor(temp.path), &sink);
     const Walker::Result result = walk(walker, temp.path, 4);
     EXPECT_EQ(result.errorCount, 60U);
     EXPECT_THAT(result.errorSamples,
@@ -157,7 +156,7 @@ TEST(Faults, AFolderThatMayBeListedButNotSearchedTellsWhatIsKnown) {
   temp.folder("half/below");
   EXPECT_EQ(::chmod(temp.at("half").c_str(), 0444), 0);
   asOrdinaryUser([&] {
-    Walker walker(systemPlatform(), optionsFor(temp.path), nullptr);
+    Walker walker(linuxPlatform(), optionsFor(temp.path), nullptr);
     const Walker::Result result = walk(walker, temp.path, 2);
     const DirNode& half = *result.root->subdirs.at(0);
     EXPECT_TRUE(half.error);
@@ -168,7 +167,7 @@ TEST(Faults, AFolderThatMayBeListedButNotSearchedTellsWhatIsKnown) {
     EXPECT_FALSE(result.root->error);
     EXPECT_THAT(result.errorSamples, UnorderedElementsAre(temp.at("half"), temp.at("half/below")));
     const DirListing listing =
-        DirListing::read(systemPlatform(), temp.at("half"), optionsFor(temp.path).rootDev, true);
+        DirListing::read(linuxPlatform(), temp.at("half"), optionsFor(temp.path).rootDev, true);
     EXPECT_TRUE(listing.error);
     EXPECT_EQ(listing.files.size(), 2U);
     EXPECT_EQ(listing.subdirs.size(), 1U);
@@ -180,7 +179,7 @@ TEST(Faults, ARootThatIsNoFolderIsAnErrorOfItsOwn) {
   temp.file("file", 10);
   std::filesystem::create_directory_symlink(temp.path, temp.at("link"));
   for (const std::string name : {"file", "link", "missing"}) {
-    Walker walker(systemPlatform(), optionsFor(temp.path), nullptr);
+    Walker walker(linuxPlatform(), optionsFor(temp.path), nullptr);
     const Walker::Result result = walk(walker, temp.at(name), 4);
     EXPECT_TRUE(result.root->error);
     EXPECT_THAT(result.errorSamples, ElementsAre(temp.at(name)));
@@ -195,7 +194,7 @@ TEST(Faults, FoldersThatGoWhileTheyWaitAreErrorsAndNothingElseIsEntered) {
   elsewhere.file("secret", 1 << 20);
   for (const std::string name : {"stays", "removed", "file", "link", "moved"}) temp.file(name + "/f", 10);
   RecordingSink sink(temp.path);
-  Walker walker(systemPlatform(), optionsFor(temp.path), &sink);
+  Walker walker(linuxPlatform(), optionsFor(temp.path), &sink);
   sink.onRecord = [&](const DirNode& node) {  // the only worker has listed the root, and nothing below it yet
     if (node.parent != nullptr) return;
     for (const std::string name : {"removed", "file", "link"}) removeTree(temp.at(name));
@@ -220,7 +219,7 @@ TEST(Faults, AFolderEmptiedAndRemovedWhileItIsListedIsNoError) {
     std::filesystem::create_hard_link(file, temp.at("links/" + std::to_string(number)));
   }
   RecordingSink sink(temp.at("in"));
-  Walker walker(systemPlatform(), optionsFor(temp.path), &sink);
+  Walker walker(linuxPlatform(), optionsFor(temp.path), &sink);
   sink.onLink = [&](const DirNode&) { removeTree(temp.at("in")); };
   const Walker::Result result = walk(walker, temp.at("in"), 1);
   EXPECT_FALSE(std::filesystem::exists(temp.at("in")));

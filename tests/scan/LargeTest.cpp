@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <fcntl.h>
@@ -15,6 +14,7 @@
 #include "platform_linux/Descriptor.h"
 #include "scan/ScanSink.h"
 #include "support/ChildProcess.h"
+#include "support/SampleTree.h"
 #include "support/TempFolder.h"
 
 namespace quon::test {
@@ -50,21 +50,20 @@ class Large : public testing::Test {
     });
   }
 
+  static void must(bool done, const char* name) {
+    if (!done) throw std::system_error(errno, std::generic_category(), name);
+  }
   static Descriptor openFolder(int parent, const char* name) {
     Descriptor opened(::openat(parent, name, O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (!opened.isOpen()) throw std::system_error(errno, std::generic_category(), name);
+    must(opened.isOpen(), name);
     return opened;
   }
-  static void makeFolder(int parent, const char* name) {
-    if (::mkdirat(parent, name, S_IRWXU) != 0) throw std::system_error(errno, std::generic_category(), name);
-  }
+  static void makeFolder(int parent, const char* name) { must(::mkdirat(parent, name, S_IRWXU) == 0, name); }
   static void makeFile(int parent, const char* name, off_t size = 0) {
-    if (::mknodat(parent, name, S_IFREG | S_IRUSR | S_IWUSR, 0) != 0) {
-      throw std::system_error(errno, std::generic_category(), name);
-    }
+    must(::mknodat(parent, name, S_IFREG | S_IRUSR | S_IWUSR, 0) == 0, name);
     if (size == 0) return;
     const Descriptor file(::openat(parent, name, O_WRONLY | O_CLOEXEC));
-    if (::ftruncate(file.get(), size) != 0) throw std::system_error(errno, std::generic_category(), name);
+    must(::ftruncate(file.get(), size) == 0, name);
   }
 
   TempFolder temp;
@@ -80,7 +79,7 @@ TEST_F(Large, AHundredThousandNestedFolders) {
     }
     makeFile(at.get(), "bottom", 3 << 20);
     CountingSink sink;
-    Walker walker(systemPlatform(), optionsFor(temp.path), &sink);
+    Walker walker(linuxPlatform(), optionsFor(temp.path), &sink);
     const std::size_t before = openDescriptors();
     const Walker::Result result = walk(walker, temp.path, 4);
     EXPECT_EQ(result.errorCount, 0U);
@@ -95,7 +94,7 @@ TEST_F(Large, AHundredThousandNestedFolders) {
 
     const std::string deepest = walker.progress->snapshot().currentPath;
     EXPECT_EQ(deepest.size(), temp.path.size() + 2 * depth);
-    const auto reader = systemPlatform().directories.makeReader();
+    const auto reader = linuxPlatform().directories.makeReader();
     const OpenedDirectory opened = reader->open(deepest);
     ASSERT_TRUE(opened.directory) << opened.error.message();
     reader->start(opened.directory);
@@ -115,7 +114,7 @@ TEST_F(Large, AMillionFilesInOneFolder) {
       }
     }
     CountingSink sink;
-    Walker walker(systemPlatform(), optionsFor(temp.path), &sink);
+    Walker walker(linuxPlatform(), optionsFor(temp.path), &sink);
     const Walker::Result result = walk(walker, temp.path, 2);
     EXPECT_EQ(result.root->totalFiles, files);
     EXPECT_EQ(result.root->totalLogical, files / 1000 << 20U);
@@ -140,7 +139,7 @@ TEST_F(Large, ACombKeepsFewFoldersOpen) {
     }
     for (const unsigned threads : {1U, 16U}) {
       CountingSink sink;
-      Walker walker(systemPlatform(), optionsFor(temp.path), &sink);
+      Walker walker(linuxPlatform(), optionsFor(temp.path), &sink);
       const std::size_t before = openDescriptors();
       const Walker::Result result = walk(walker, temp.path, threads);
       EXPECT_EQ(result.errorCount, 0U);

@@ -13,6 +13,7 @@
 #include "Reference.h"
 #include "scan/DirListing.h"
 #include "support/ChildProcess.h"
+#include "support/SampleTree.h"
 #include "support/TempFolder.h"
 
 namespace quon::test {
@@ -23,7 +24,7 @@ namespace fs = std::filesystem;
 std::vector<std::string> foldersListed(const std::string& path, bool oneFileSystem) {
   std::vector<std::string> names;
   for (const auto& child :
-       DirListing::read(systemPlatform(), path, optionsFor(path).rootDev, oneFileSystem).subdirs) {
+       DirListing::read(linuxPlatform(), path, optionsFor(path).rootDev, oneFileSystem).subdirs) {
     names.push_back(child.name);
   }
   return names;
@@ -88,7 +89,7 @@ TEST(Mounts, EqualInodeNumbersOfTwoFileSystemsDoNotShadowEachOther) {
     EXPECT_EQ(root->totalFiles, 2U);
     EXPECT_EQ(root->totalLogical, 1030U);
     const std::uint32_t device = optionsFor(temp.at("a")).rootDev;
-    const auto linkIDs = DirListing::read(systemPlatform(), temp.at("a"), device, true).linkIDs;
+    const auto linkIDs = DirListing::read(linuxPlatform(), temp.at("a"), device, true).linkIDs;
     ASSERT_EQ(linkIDs.size(), 3U);
     EXPECT_EQ(linkIDs.at("linked"), linkIDs.at("second name"));
     EXPECT_NE(linkIDs.at("linked"), linkIDs.at("borrowed"));
@@ -114,7 +115,7 @@ TEST(Mounts, TheLargestFilesAndTheFarthestTimesAreKept) {
     EXPECT_EQ(root->totalLogical, 2 * largest);
     EXPECT_EQ(root->totalPhysical, 0U);
     EXPECT_EQ(root->newest, 253'402'300'800);
-    const DirListing past = DirListing::read(systemPlatform(), temp.at("past"), 0, false);
+    const DirListing past = DirListing::read(linuxPlatform(), temp.at("past"), 0, false);
     EXPECT_THAT(past.files, testing::ElementsAre(FileEntry{"file", 0, 0, -62'135'596'801}));
     const auto node = std::ranges::find(root->subdirs, "past", [](const auto& child) { return child->name; });
     EXPECT_EQ((*node)->mtime, -1);

@@ -2,89 +2,54 @@
 
 #include <algorithm>
 #include <array>
-#include <fcntl.h>
-#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <limits>
 #include <set>
-#include <stdexcept>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "platform/Files.h"
-#include "platform_linux/Descriptor.h"
-#include "platform_linux/LinuxPlatform.h"
+#include "support/IndexComparison.h"
+#include "support/SampleTree.h"
 
 namespace quon::test {
 namespace {
 
-namespace fs = std::filesystem;
-
-void must(bool done, const std::string& what) {
-  if (!done) throw std::system_error(errno, std::generic_category(), what);
-}
-
-struct stat lookAt(const std::string& path) {
-  struct stat found {};
-  must(::lstat(path.c_str(), &found) == 0, path);
-  return found;
-}
-
-struct Figures {
-  std::uint64_t logical = 0, physical = 0, files = 0, dirs = 0;
-  std::int64_t newest = 0;
-  void add(const FileEntry& file) {
-    logical += file.logical;
-    physical += file.physical;
-    files += 1;
-    newest = std::max(newest, file.mtime);
-  }
-  auto all() const { return std::array{logical, physical, files, dirs, static_cast<std::uint64_t>(newest)}; }
-};
+constexpr const char* kRootName = "a name that no path holds";
 
 std::vector<FileEntry> sortedByName(std::vector<FileEntry> files) {
   std::ranges::sort(files, {}, &FileEntry::name);
   return files;
 }
 
-/// Every name of a multiply-linked file was sighted once, and of each such file one sighting was counted.
-/// Returns the paths that were not.
+/// Every name of a multiply-linked file was sighted once, under an identifier that only this file has, and of
+/// each such file one sighting was counted. Returns the paths that were not.
 std::set<std::string> expectSightings(const ReferenceTree& tree, const RecordingSink& sink) {
-  std::map<std::string, std::pair<std::uint64_t, std::uint64_t>> identities;
+  std::map<std::pair<std::uint64_t, std::uint64_t>, std::set<std::string>> namesOfInode;
   for (const auto& [path, folder] : tree.folders) {
-    for (const auto& file : folder.files) {
-      if (file.linked) identities[path + "/" + file.entry.name] = file.identity;
+    for (const auto& [entry, identity, linked] : folder.files) {
+      if (linked) namesOfInode[identity].insert(path + "/" + entry.name);
     }
   }
-  std::map<std::pair<std::uint64_t, std::uint64_t>, int> counted;
-  std::map<std::pair<std::uint64_t, std::uint64_t>, std::set<std::uint64_t>> identifiers;
-  std::set<std::uint64_t> allIdentifiers;
+  std::map<std::uint64_t, std::set<std::string>> namesSighted;
+  std::map<std::uint64_t, int> counted;
   std::set<std::string> uncounted;
-  EXPECT_EQ(sink.sightings.size(), identities.size());
-  for (const RecordingSink::Sighting& sighting : sink.sightings) {
-    const auto known = identities.find(sighting.path);
-    if (known == identities.end()) {
-      ADD_FAILURE() << "sighted twice, or no link: " << testing::PrintToString(sighting.path);
-      continue;
-    }
-    counted[known->second] += sighting.counted ? 1 : 0;
-    identifiers[known->second].insert(sighting.fileID);
-    allIdentifiers.insert(sighting.fileID);
-    if (!sighting.counted) uncounted.insert(sighting.path);
-    identities.erase(known);
+  for (const auto& [path, fileID, isCounted] : sink.sightings) {
+    EXPECT_TRUE(namesSighted[fileID].insert(path).second) << "sighted twice: " << path;
+    counted[fileID] += isCounted ? 1 : 0;
+    if (!isCounted) uncounted.insert(path);
   }
-  for (const auto& [identity, times] : counted) EXPECT_EQ(times, 1) << "inode " << identity.second;
-  for (const auto& [identity, given] : identifiers)
-    EXPECT_EQ(given.size(), 1U) << "inode " << identity.second;
-  EXPECT_EQ(allIdentifiers.size(), counted.size()) << "two files share an identifier";
+  for (const auto& [fileID, times] : counted) EXPECT_EQ(times, 1) << *namesSighted[fileID].begin();
+  std::multiset<std::set<std::string>> expected;
+  for (const auto& [inode, names] : namesOfInode) expected.insert(names);
+  std::multiset<std::set<std::string>> sighted;
+  for (const auto& [fileID, names] : namesSighted) sighted.insert(names);
+  EXPECT_EQ(sighted, expected);
   return uncounted;
 }
 
-/// Without the recursion, the names and the sums of the code under test: each file is added to every folder
+/// Without the recursion, the paths and the sums of the code under test: each file is added to every folder
 /// whose path precedes its own.
 struct Expected {
-  std::map<std::string, Figures> direct, total;
+  std::map<std::string, RefPtr<DirNode>> nodes;
   std::map<std::string, std::vector<FileEntry>> files;
   std::vector<TopFile> kept;
 };
@@ -92,56 +57,40 @@ struct Expected {
 Expected expectedFrom(const ReferenceTree& tree, const std::set<std::string>& uncounted,
                       std::uint64_t minKeep) {
   Expected expected;
-  for (const auto& [path, folder] : tree.folders) {
-    std::vector<std::string> chain{path};
-    while (chain.back() != tree.root) chain.push_back(chain.back().substr(0, chain.back().rfind('/')));
-    for (const std::string& above : chain) {
-      Figures& total = expected.total[above];
-      total.dirs += above == path ? 0 : 1;
-      total.newest = std::max(total.newest, folder.mtime);
+  for (const auto& [path, folder] : tree.folders) {  // parents before their children
+    const bool isRoot = path == tree.root;
+    const RefPtr<DirNode> node(new DirNode(isRoot ? kRootName : path.substr(path.rfind('/') + 1)));
+    expected.nodes[path] = node;
+    std::vector<DirNode*> chain{node.get()};
+    for (std::string above = path; above != tree.root;) {
+      above.resize(above.rfind('/'));
+      chain.push_back(expected.nodes.at(above).get());
+      chain.back()->totalDirs += 1;
     }
-    (void)expected.direct[path];
+    if (!isRoot) chain[1]->subdirs.push_back(node);
+    node->mtime = folder.mtime;
+    for (DirNode* above : chain) above->newest = std::max(above->newest, folder.mtime);
     (void)expected.files[path];
     for (const auto& [entry, identity, linked] : folder.files) {
       const std::string full = path + "/" + entry.name;
       if (uncounted.contains(full)) continue;
       expected.files[path].push_back(entry);
-      expected.direct[path].add(entry);
-      for (const std::string& above : chain) expected.total[above].add(entry);
-      if (entry.logical >= minKeep)
-        expected.kept.push_back({full, entry.logical, entry.physical, entry.mtime});
+      node->directLogical += entry.logical;
+      node->directPhysical += entry.physical;
+      node->directFiles += 1;
+      node->directNewest = std::max(node->directNewest, entry.mtime);
+      for (DirNode* above : chain) {
+        above->totalLogical += entry.logical;
+        above->totalPhysical += entry.physical;
+        above->totalFiles += 1;
+        above->newest = std::max(above->newest, entry.mtime);
+      }
+      if (entry.logical < minKeep) continue;
+      node->keptFiles.push_back(entry);
+      expected.kept.push_back({full, entry.logical, entry.physical, entry.mtime});
     }
   }
   return expected;
-}
-
-void expectNodes(const ReferenceTree& tree, const Expected& expected, const DirNode& root,
-                 std::uint64_t minKeep) {
-  std::size_t seen = 0;
-  std::vector<std::pair<const DirNode*, std::string>> open{{&root, tree.root}};
-  while (!open.empty()) {
-    const auto [node, path] = open.back();
-    open.pop_back();
-    ++seen;
-    SCOPED_TRACE(testing::PrintToString(path));
-    ASSERT_TRUE(tree.folders.contains(path));
-    EXPECT_EQ(node->path(tree.root), path);
-    EXPECT_EQ(node->mtime, tree.folders.at(path).mtime);
-    EXPECT_FALSE(node->error);
-    const Figures direct{node->directLogical, node->directPhysical, node->directFiles, 0, node->directNewest};
-    const Figures total{node->totalLogical, node->totalPhysical, node->totalFiles, node->totalDirs,
-                        node->newest};
-    EXPECT_EQ(direct.all(), expected.direct.at(path).all());
-    EXPECT_EQ(total.all(), expected.total.at(path).all());
-    std::vector<FileEntry> kept = expected.files.at(path);
-    std::erase_if(kept, [&](const FileEntry& file) { return file.logical < minKeep; });
-    EXPECT_EQ(sortedByName(node->keptFiles), sortedByName(kept));
-    for (const auto& child : node->subdirs) {
-      EXPECT_EQ(child->parent, node);
-      open.emplace_back(child.get(), path + "/" + child->name);
-    }
-  }
-  EXPECT_EQ(seen, tree.folders.size());
 }
 
 /// Which of several files of one size stay is open; their sizes, and that they are what they say, is not.
@@ -156,133 +105,16 @@ void expectTopFiles(std::vector<TopFile> kept, const std::vector<TopFile>& top, 
   }
 }
 
-class TreeMaker {
- public:
-  TreeMaker(std::string rootPath, std::mt19937_64& source) : folders{std::move(rootPath)}, random(source) {}
-
-  void make() {
-    for (int round = 0; round < 60; ++round) {
-      const std::string path = freshPath();
-      must(::mkdir(path.c_str(), S_IRWXU) == 0, path);
-      if (folders.size() < 40 || below(2) == 0) folders.push_back(path);
-    }
-    for (int round = 0; round < 700; ++round) makeEntry(freshPath());
-    // Children before their parents, whose own times would change again.
-    for (auto path = files.rbegin(); path != files.rend(); ++path) setTime(*path);
-    for (auto path = folders.rbegin(); path != folders.rend(); ++path) setTime(*path);
-  }
-
- private:
-  std::uint64_t below(std::uint64_t bound) { return random() % bound; }
-
-  /// A name that nobody bears, in one of the folders.
-  std::string freshPath() {
-    static const std::vector<std::string> prefixes{"",          "-",        " ",        "...",
-                                                   "new\nline", "\xff\xfe", "\xc3\x28", "\x01"};
-    while (true) {
-      std::string name = prefixes[below(prefixes.size())];
-      const std::uint64_t length = below(20) == 0 ? 255 - name.size() : 1 + below(8);
-      for (std::uint64_t byte = 0; byte < length; ++byte) {
-        const char drawn = static_cast<char>(below(4) == 0 ? below(256) : 'a' + below(26));
-        name += drawn == '\0' || drawn == '/' ? 'q' : drawn;
-      }
-      std::string path = folders[below(folders.size())] + "/" + name;
-      struct stat found {};
-      if (::lstat(path.c_str(), &found) != 0) return path;
-    }
-  }
-
-  void makeEntry(const std::string& path) {
-    switch (below(10)) {
-      case 0:
-        must(::mknod(path.c_str(), S_IFIFO | S_IRUSR, 0) == 0, path);
-        break;
-      case 1:
-        must(::mknod(path.c_str(), S_IFSOCK | S_IRUSR, 0) == 0, path);
-        break;
-      case 2:
-        fs::create_symlink(std::string(1 + below(100), 'n'), path);
-        break;
-      case 3:
-        fs::create_directory_symlink(folders[below(folders.size())], path);
-        break;
-      case 4:
-      case 5:
-        if (regular.empty()) return;
-        fs::create_hard_link(regular[below(regular.size())], path);
-        break;
-      default:
-        makeFile(path);
-        regular.push_back(path);
-    }
-    files.push_back(path);
-  }
-
-  void makeFile(const std::string& path) {
-    const Descriptor file(::open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, S_IRUSR | S_IWUSR));
-    must(file.isOpen(), path);
-    const std::array<std::uint64_t, 6> sizes{0,       below(100),       below(100'000), (1 << 20) - 1,
-                                             1 << 20, below(1ULL << 40)};
-    const auto size = static_cast<off_t>(sizes[below(sizes.size())]);
-    must(::ftruncate(file.get(), size) == 0, path);
-    // Allocated at once, not when the system gets round to writing: the reference must see the same blocks.
-    if (below(2) == 0) must(::fallocate(file.get(), 0, 0, 1 + static_cast<off_t>(below(20'000))) == 0, path);
-  }
-
-  void setTime(const std::string& path) {
-    const std::array<std::int64_t, 6> times{0, -1, -1'000'000'000, 1'700'000'000, 4'294'967'296 + 5, 1};
-    const timespec time{times[below(times.size())], static_cast<long>(below(1'000'000'000))};
-    const std::array<timespec, 2> both{time, time};
-    must(::utimensat(AT_FDCWD, path.c_str(), both.data(), AT_SYMLINK_NOFOLLOW) == 0, path);
-  }
-
-  std::vector<std::string> folders;
-  std::vector<std::string> files;
-  std::vector<std::string> regular;
-  std::mt19937_64& random;
-};
-
 }  // namespace
-
-ReferenceTree ReferenceTree::of(const std::string& root, bool oneFileSystem) {
-  ReferenceTree tree{.root = root, .folders = {}};
-  const struct stat top = lookAt(root);
-  tree.folders[root].mtime = top.st_mtim.tv_sec;
-  std::vector<std::string> open{root};
-  while (!open.empty()) {
-    const std::string path = open.back();
-    open.pop_back();
-    for (const fs::directory_entry& item : fs::directory_iterator(path)) {
-      const struct stat found = lookAt(item.path());
-      const bool foreign = found.st_dev != top.st_dev;
-      if (S_ISDIR(found.st_mode) && !(foreign && oneFileSystem)) {
-        tree.folders[item.path()].mtime = found.st_mtim.tv_sec;
-        open.push_back(item.path());
-      }
-      if (S_ISDIR(found.st_mode)) continue;
-      tree.folders[path].files.push_back(
-          {{item.path().filename(), static_cast<std::uint64_t>(found.st_size),
-            static_cast<std::uint64_t>(found.st_blocks) * 512, found.st_mtim.tv_sec},
-           {found.st_dev, found.st_ino},
-           S_ISREG(found.st_mode) && found.st_nlink > 1});
-    }
-  }
-  return tree;
-}
-
-const Platform& systemPlatform() {
-  static const LinuxPlatform platform;
-  return platform.services();
-}
 
 Walker::Options optionsFor(const std::string& root, Walker::Options rest) {
   std::error_code error;
-  rest.rootDev = systemPlatform().files.facts(root, error).value().device;
+  rest.rootDev = linuxPlatform().files.facts(root, error).value().device;
   return rest;
 }
 
 Walker::Result walk(Walker& walker, const std::string& root, unsigned threads) {
-  const RefPtr<DirNode> node(new DirNode("a name that no path holds"));
+  const RefPtr<DirNode> node(new DirNode(kRootName));
   Walker::Result result = walker.run(root, node, threads);
   EXPECT_EQ(result.root, node);
   node->rollup();
@@ -292,7 +124,7 @@ Walker::Result walk(Walker& walker, const std::string& root, unsigned threads) {
 RefPtr<DirNode> expectWalkMatches(const ReferenceTree& tree, const Walker::Options& options,
                                   unsigned threads) {
   RecordingSink sink(tree.root);
-  Walker walker(systemPlatform(), options, &sink);
+  Walker walker(linuxPlatform(), options, &sink);
   sink.onRecord = [&](const DirNode&) {  // someone looks on while the workers go their ways
     const std::string path = walker.progress->snapshot().currentPath;
     EXPECT_TRUE(path.empty() || tree.folders.contains(path)) << path;
@@ -305,20 +137,16 @@ RefPtr<DirNode> expectWalkMatches(const ReferenceTree& tree, const Walker::Optio
   std::map<std::string, std::vector<FileEntry>> wanted;
   for (const auto& [path, files] : expected.files) wanted[path] = sortedByName(files);
   EXPECT_TRUE(sink.folders == wanted) << "the sink was told other files";
-  expectNodes(tree, expected, *result.root, options.minKeep);
+  const DirNode& whole = *expected.nodes.at(tree.root);
+  EXPECT_EQ(differences(*result.root, whole), "");
   expectTopFiles(expected.kept, result.topFiles, options.topN);
   EXPECT_EQ(result.hardlinksDeduped, uncounted.size());
   EXPECT_EQ(result.errorCount, 0U);
   const Progress::Snapshot progress = walker.progress->snapshot();
-  const Figures& whole = expected.total.at(tree.root);
   EXPECT_EQ((std::array{progress.dirs, progress.files, progress.logical, progress.errors}),
-            (std::array{whole.dirs + 1, whole.files, whole.logical, std::uint64_t{0}}));
+            (std::array{whole.totalDirs + 1, whole.totalFiles, whole.totalLogical, std::uint64_t{0}}));
   EXPECT_TRUE(tree.folders.contains(progress.currentPath)) << progress.currentPath;
   return result.root;
-}
-
-void makeRandomTree(const std::string& root, std::mt19937_64& random) {
-  TreeMaker(root, random).make();
 }
 
 }  // namespace quon::test

@@ -92,6 +92,19 @@ class BeforeSharedLock {
   static inline thread_local bool watched = false;
 };
 
+/// From now on the connection tries again whenever a reader stands in its way, having told so.
+void tellWhenBusy(RawIndex& index, std::atomic<bool>& busy) {
+  sqlite3_busy_handler(
+      index.raw(),
+      [](void* told, int) {
+        static_cast<std::atomic<bool>*>(told)->store(true);
+        static_cast<std::atomic<bool>*>(told)->notify_all();
+        std::this_thread::yield();
+        return 1;
+      },
+      &busy);
+}
+
 TEST(ConcurrentLoad, SeesOneStateWheneverAWriterCommits) {
   const TempFolder top;
   const std::string url = saveSmall(top.path);
@@ -103,15 +116,7 @@ TEST(ConcurrentLoad, SeesOneStateWheneverAWriterCommits) {
   for (int moment = 1; moment == 1 || locks >= moment - 1; ++moment) {
     ASSERT_LT(moment, 1000);
     std::atomic<bool> commits{false};
-    sqlite3_busy_handler(
-        index.raw(),
-        [](void* told, int) {
-          static_cast<std::atomic<bool>*>(told)->store(true);
-          static_cast<std::atomic<bool>*>(told)->notify_all();
-          std::this_thread::yield();
-          return 1;
-        },
-        &commits);
+    tellWhenBusy(index, commits);
     std::jthread writer;
     locks = 0;
     std::uint64_t found = 0;
@@ -168,15 +173,7 @@ TEST(ConcurrentLoad, WaitsForAWriterThatWaitsForAnEarlierReader) {
   const std::jthread writer([&] {
     RawIndex index(url);
     // Asked when the reader stands in the way of the commit: from then on no new reader is let in.
-    sqlite3_busy_handler(
-        index.raw(),
-        [](void* told, int) {
-          static_cast<std::atomic<bool>*>(told)->store(true);
-          static_cast<std::atomic<bool>*>(told)->notify_all();
-          std::this_thread::yield();
-          return 1;
-        },
-        &pending);
+    tellWhenBusy(index, pending);
     index.exec(settingAllTo(2));
   });
   pending.wait(false);

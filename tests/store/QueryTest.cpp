@@ -8,6 +8,7 @@
 #include "base/Path.h"
 #include "store/ScanStore.h"
 #include "store/StoreError.h"
+#include "support/IndexComparison.h"
 #include "support/RawIndex.h"
 #include "support/SampleTree.h"
 #include "support/Seed.h"
@@ -156,18 +157,15 @@ TEST(Query, GoesUpADeepChain) {
   const auto loaded = ScanStore::load(url, tree.path, 77);
   EXPECT_TRUE(loaded.idByPath.find(deepest));
   EXPECT_FALSE(loaded.idByPath.find(deepest + "/c"));
-  EXPECT_EQ(difference(tree.root(), *ScanStore::load(url, tree.path, 1000).result.root), "");
+  EXPECT_EQ(differences(*ScanStore::load(url, tree.path, 1000).result.root, tree.root()), "");
 }
 
 /// All rows of an index with paths in place of ids.
 std::multiset<std::string> contents(const std::string& url, const std::string& root) {
   RawIndex index(url);
-  std::map<std::string, std::string> paths;
+  const std::map<std::string, std::string> paths = folderPaths(index, pathPrefix(root));
   std::multiset<std::string> all;
-  for (const auto& row : index.rows("SELECT id, parent, name FROM dirs ORDER BY id")) {
-    paths[row[0]] = row[1] == "(null)" ? std::string(pathPrefix(root)) : paths.at(row[1]) + "/" + row[2];
-    all.insert("dir " + paths[row[0]]);
-  }
+  for (const auto& [id, path] : paths) all.insert("dir " + path);
   for (const char* table : {"files", "links"}) {
     for (const auto& row : index.rows(std::string("SELECT dir, name FROM ") + table)) {
       all.insert(std::string(table) + " " + paths.at(row[0]) + "/" + row[1]);

@@ -1,23 +1,20 @@
 // A real, hostile tree is scanned into an index. What comes back is held against the tree of the scan, and
 // the file itself against a second walk with lstat alone.
-#include <algorithm>
-#include <cstdlib>
-#include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <map>
 #include <random>
 #include <set>
 #include <sys/stat.h>
-#include <tuple>
-#include <unistd.h>
 
 #include "base/Sha256.h"
 #include "scan/DirNode.h"
 #include "store/FolderScan.h"
 #include "store/ScanStore.h"
 #include "support/ChildProcess.h"
+#include "support/IndexComparison.h"
 #include "support/RawIndex.h"
+#include "support/ReferenceTree.h"
 #include "support/SampleTree.h"
 #include "support/Seed.h"
 #include "support/TempFolder.h"
@@ -26,147 +23,60 @@ namespace quon::test {
 namespace {
 
 namespace fs = std::filesystem;
-using Random = std::mt19937_64;
 
-std::string hostileName(Random& random) {
-  static const std::vector<std::string> kPieces{
-      "a",      "Z",  " ",    "\n",       "\t", "\\", "\"", "'", "%s", "\xff", "\xc3\x28", "\xe2\x80\xae",
-      "\u00e4", "..", "-rf ", "\x1b[31m", "*",  "$x", ";",  "&", "{",  "..",   "u0000",    "\xed\xa0\x80"};
-  std::string name;
-  const std::size_t pieces = 1 + random() % 6;
-  while (name.size() < pieces) name += kPieces[random() % kPieces.size()];
-  if (random() % 20 == 0) name.resize(255, static_cast<char>(1 + random() % 46));
-  return name == "." || name == ".." ? "...." : name;
-}
-
-void setTime(const std::string& path, std::int64_t seconds) {
-  const std::array<timespec, 2> times{{{seconds, 0}, {seconds, 999999999}}};
-  ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times.data(), AT_SYMLINK_NOFOLLOW), 0) << path;
-}
-
-/// Folders and files of all sorts with times from 1901 to 2038.
-void growTree(const TempFolder& top, Random& random) {
-  std::vector<std::string> folders{top.folder("tree")};
-  std::vector<std::string> regular;
-  for (int made = 0; made < 400; ++made) {
-    const std::string path = folders[random() % folders.size()] + "/" + hostileName(random);
-    struct stat found {};
-    if (::lstat(path.c_str(), &found) == 0) continue;
-    const auto kind = random() % 10;
-    if (kind < 2) {
-      ASSERT_EQ(::mkdir(path.c_str(), 0700), 0) << path;
-      folders.push_back(path);
-    } else if (kind == 2 && !regular.empty()) {
-      ASSERT_EQ(::link(regular[random() % regular.size()].c_str(), path.c_str()), 0);
-    } else if (kind == 3) {
-      ASSERT_EQ(::symlink(random() % 2 == 0 ? "/" : hostileName(random).c_str(), path.c_str()), 0);
-    } else {
-      const auto size = kind == 4   ? 1048575 + random() % 3
-                        : kind == 5 ? random() % (1ULL << 40U)
-                                    : random() % 9000;
-      (void)top.file(path.substr(top.path.size() + 1), size);
-      regular.push_back(path);
-    }
-    if (random() % 2 == 0) setTime(path, static_cast<std::int64_t>(random() % (1ULL << 32U)) - (1LL << 31U));
-  }
-  for (const std::string& folder : folders) {
-    if (random() % 2 == 0)
-      setTime(folder, static_cast<std::int64_t>(random() % (1ULL << 32U)) - (1LL << 31U));
-  }
-}
-
-using Figures =
-    std::tuple<std::string, std::string, std::string>;  // logical, physical, mtime, as SQL tells them
-
-struct Walked {
-  std::map<std::string, std::string> folders;                      // path to mtime
-  std::map<std::string, Figures> files;                            // every name of a file with one name
-  std::map<std::uint64_t, std::map<std::string, Figures>> linked;  // by inode number
-};
-
-Walked walk(const std::string& root) {
-  Walked walked;
-  std::vector<std::string> paths{root};
-  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root))
-    paths.push_back(entry.path());
-  for (const std::string& path : paths) {
-    struct stat found {};
-    EXPECT_EQ(::lstat(path.c_str(), &found), 0) << path;
-    const std::string mtime = std::to_string(found.st_mtim.tv_sec);
-    const Figures figures{std::to_string(found.st_size), std::to_string(found.st_blocks * 512), mtime};
-    if (S_ISDIR(found.st_mode)) {
-      walked.folders[path] = mtime;
-    } else if (S_ISREG(found.st_mode) && found.st_nlink > 1) {
-      walked.linked[found.st_ino][path] = figures;
-    } else {
-      walked.files[path] = figures;
-    }
-  }
-  return walked;
-}
-
-/// The folders' paths by row id, put together as the rows say.
-std::map<std::string, std::string> folderPaths(RawIndex& index, const std::string& root) {
-  std::map<std::string, std::string> paths;
-  for (const RawIndex::Row& row : index.rows("SELECT id, parent, name FROM dirs ORDER BY id")) {
-    if (row[1] == "(null)") {
-      EXPECT_TRUE(paths.empty()) << "a folder stands before the root";
-      paths[row[0]] = root;
-    } else {
-      EXPECT_TRUE(paths.contains(row[1])) << "a folder stands before its parent";
-      paths[row[0]] = paths[row[1]] + "/" + row[2];
-    }
-  }
-  return paths;
-}
-
-void expectRowsOf(const Walked& walked, const std::string& url, const std::string& root) {
+void expectRowsOf(const ReferenceTree& tree, const std::string& url) {
   RawIndex index(url);
-  const auto paths = folderPaths(index, root);
-  std::map<std::string, std::string> folders;
+  const std::map<std::string, std::string> paths = folderPaths(index, tree.root);
+  ASSERT_EQ(paths.size(), tree.folders.size());
   for (const auto& row : index.rows("SELECT id, mtime, error FROM dirs")) {
-    folders[paths.at(row[0])] = row[1];
-    EXPECT_EQ(row[2], "0");
+    const std::string& path = paths.at(row[0]);
+    ASSERT_TRUE(tree.folders.contains(path)) << path;
+    EXPECT_EQ(row[1] + " " + row[2], std::to_string(tree.folders.at(path).mtime) + " 0") << path;
   }
-  EXPECT_EQ(folders, walked.folders);
-  std::map<std::string, Figures> files;
-  for (const auto& row : index.rows("SELECT dir, name, logical, physical, mtime FROM files")) {
-    const bool fresh = files.emplace(paths.at(row[0]) + "/" + row[1], Figures(row[2], row[3], row[4])).second;
-    EXPECT_TRUE(fresh) << "a file has two rows";
-  }
-  std::map<std::uint64_t, std::map<std::string, bool>> links;
+
+  std::map<std::uint64_t, std::set<std::string>> names;  // of files with several, by inode number
+  std::map<std::uint64_t, int> timesCounted;
+  std::set<std::string> counted;
   for (const auto& row : index.rows("SELECT fileid, dir, name, counted FROM links")) {
-    links[std::stoull(row[0])][paths.at(row[1]) + "/" + row[2]] = row[3] == "1";
+    const std::uint64_t inode = std::stoull(row[0]);
+    const std::string path = paths.at(row[1]) + "/" + row[2];
+    names[inode].insert(path);
+    if (row[3] != "1") continue;
+    counted.insert(path);
+    EXPECT_EQ(++timesCounted[inode], 1) << path;
   }
-  ASSERT_EQ(links.size(), walked.linked.size());
-  for (const auto& [id, names] : walked.linked) {
-    ASSERT_EQ(links[id].size(), names.size());
-    int counted = 0;
-    for (const auto& [path, figures] : names) {
-      ASSERT_TRUE(links[id].contains(path));
-      if (!links[id][path]) continue;
-      ++counted;
-      ASSERT_TRUE(files.contains(path));
-      EXPECT_EQ(files[path], figures);
-      files.erase(path);
+  std::map<std::uint64_t, std::set<std::string>> expectedNames;
+  std::multiset<std::string> expectedFiles;
+  for (const auto& [path, folder] : tree.folders) {
+    for (const auto& [entry, identity, linked] : folder.files) {
+      const std::string full = path + "/" + entry.name;
+      if (linked) expectedNames[identity.second].insert(full);
+      if (linked && !counted.contains(full)) continue;
+      expectedFiles.insert(full + " " + std::to_string(entry.logical) + " " + std::to_string(entry.physical) +
+                           " " + std::to_string(entry.mtime));
     }
-    EXPECT_EQ(counted, 1) << "names of one file that were counted";
   }
-  EXPECT_EQ(files, walked.files);
+  EXPECT_EQ(names, expectedNames);
+  EXPECT_EQ(timesCounted.size(), expectedNames.size());
+  std::multiset<std::string> files;
+  for (const auto& row : index.rows("SELECT dir, name, logical, physical, mtime FROM files")) {
+    files.insert(paths.at(row[0]) + "/" + row[1] + " " + row[2] + " " + row[3] + " " + row[4]);
+  }
+  EXPECT_EQ(files, expectedFiles);
 }
 
 TEST(RoundTrip, AHostileTreeComesBackAsItWasScanned) {
-  Random random(randomSeed());
+  std::mt19937_64 random(randomSeed());
   const TempFolder top;
-  growTree(top, random);
-  const std::string root = top.at("tree");
+  const std::string root = top.folder("tree");
+  makeRandomTree(root, random);
   FolderScan scan(linuxPlatform(), {.root = root, .threads = 4, .indexDirectory = top.at("own/data/index")});
   const FolderScan::Outcome outcome = scan.run();
   ASSERT_EQ(outcome.notSaved, "");
   ASSERT_EQ(outcome.index, ScanStore::canonicalURL(top.at("own/data/index"), root));
 
   const Loaded loaded = ScanStore::load(outcome.index, root, 1048576);
-  EXPECT_EQ(difference(*outcome.result.root, *loaded.result.root), "");
+  EXPECT_EQ(differences(*loaded.result.root, *outcome.result.root), "");
   EXPECT_EQ(inconsistency(loaded, root), "");
   EXPECT_EQ(loaded.result.topFiles, outcome.result.topFiles);
   EXPECT_FALSE(loaded.result.topFiles.empty());
@@ -177,13 +87,10 @@ TEST(RoundTrip, AHostileTreeComesBackAsItWasScanned) {
   EXPECT_NEAR(loaded.scannedAt, outcome.scannedAt, 60);
   EXPECT_TRUE(loaded.hasLinkRegistry);
 
-  const Walked walked = walk(root);
-  expectRowsOf(walked, outcome.index, root);
-  std::uint64_t sightings = 0;
-  for (const auto& [id, names] : walked.linked) sightings += names.size();
-  EXPECT_EQ(loaded.result.hardlinksDeduped, sightings - walked.linked.size());
-  ASSERT_EQ(loaded.idByPath.size(), walked.folders.size());
-  for (const auto& [path, mtime] : walked.folders) {
+  const ReferenceTree tree = ReferenceTree::of(root);
+  expectRowsOf(tree, outcome.index);
+  ASSERT_EQ(loaded.idByPath.size(), tree.folders.size());
+  for (const auto& [path, folder] : tree.folders) {
     EXPECT_TRUE(loaded.idByPath.find(path));
     EXPECT_FALSE(loaded.idByPath.find(path + "/absent"));
     EXPECT_FALSE(loaded.idByPath.find(path + "\xff"));
@@ -228,7 +135,7 @@ TEST(RoundTrip, AFolderThatFailedHasItsRowAndNoFiles) {
     EXPECT_EQ(index.value("SELECT value FROM meta WHERE key = 'errorCount'"), "1");
     const Loaded loaded = ScanStore::load(outcome.index, top.at("tree"), 1);
     EXPECT_EQ(loaded.result.errorSamples, (std::vector<std::string>{top.at("tree/shut")}));
-    EXPECT_EQ(difference(*outcome.result.root, *loaded.result.root), "");
+    EXPECT_EQ(differences(*loaded.result.root, *outcome.result.root), "");
     ASSERT_EQ(::chmod(top.at("tree/shut").c_str(), 0700), 0);
   });
 }
@@ -313,19 +220,6 @@ TEST(IndexName, TellsRootsApartAndFitsTheFileSystem) {
     EXPECT_EQ(ScanStore::load(url, root, 0).result.root->name, root);
   }
   EXPECT_EQ(std::distance(fs::directory_iterator(top.path), fs::directory_iterator()), 6);
-}
-
-TEST(IndexName, OfABuildIsTheFinalNameAndAFreshOne) {
-  const TempFolder top;
-  const std::string url = ScanStore::canonicalURL(top.path, "/x");
-  const ScanStore one(linuxPlatform(), url);
-  const ScanStore other(linuxPlatform(), url);
-  EXPECT_NE(one.buildingURL(), other.buildingURL());
-  ASSERT_TRUE(one.buildingURL().starts_with(url + ".building-"));
-  EXPECT_EQ(one.buildingURL().size(), url.size() + std::string(".building-").size() + 36);
-  struct stat found {};
-  ASSERT_EQ(::stat(one.buildingURL().c_str(), &found), 0);
-  EXPECT_EQ(found.st_mode & 07777U, 0600U);
 }
 
 }  // namespace

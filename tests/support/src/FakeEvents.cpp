@@ -28,15 +28,7 @@ struct FakeEvents::Shared {
   mutable Mutex lock;
   std::vector<std::shared_ptr<Listener>> listeners QUON_GUARDED_BY(lock);
   std::vector<EventRequest> requests QUON_GUARDED_BY(lock);
-  int started QUON_GUARDED_BY(lock) = 0;
   int stopped QUON_GUARDED_BY(lock) = 0;
-
-  void deliverToAll(const std::vector<FolderEvent>& events) {
-    // Under the lock, so that no stream is stopped, and its queue ended, between the two; queues run nothing
-    // inside.
-    MutexLock held(lock);
-    for (const auto& listener : listeners) deliver(listener, events);
-  }
 };
 
 class FakeEvents::Stream final : public EventStream {
@@ -50,7 +42,6 @@ class FakeEvents::Stream final : public EventStream {
     {
       MutexLock held(shared->lock);
       shared->listeners.push_back(listener);
-      ++shared->started;
     }
     if (!owner.history.empty()) deliver(listener, owner.history);
     if (!owner.withholdHistoryDone) {
@@ -77,21 +68,12 @@ FakeEvents::FakeEvents() : shared(std::make_shared<Shared>()) {}
 FakeEvents::~FakeEvents() = default;
 
 void FakeEvents::push(const std::vector<FolderEvent>& events) {
-  shared->deliverToAll(events);
+  // Under the lock, so that no stream is stopped, and its queue ended, between the two; queues run nothing
+  // inside.
+  MutexLock held(shared->lock);
+  for (const auto& listener : shared->listeners) deliver(listener, events);
 }
 
-void FakeEvents::finishHistory() {
-  shared->deliverToAll({{.path = "", .flags = EventFlag::historyDone, .id = current}});
-}
-
-int FakeEvents::createdStreams() const {
-  MutexLock held(shared->lock);
-  return static_cast<int>(shared->requests.size());
-}
-int FakeEvents::startedStreams() const {
-  MutexLock held(shared->lock);
-  return shared->started;
-}
 int FakeEvents::stoppedStreams() const {
   MutexLock held(shared->lock);
   return shared->stopped;

@@ -5,6 +5,7 @@
 #include <set>
 #include <vector>
 
+#include "base/Text.h"
 #include "support/RawIndex.h"
 
 namespace quon::test {
@@ -22,19 +23,10 @@ struct Content {
   std::string deduped;
 };
 
-std::map<std::string, std::string> pathsById(RawIndex& index) {
-  std::map<std::string, std::string> paths;
-  for (const Row& row : index.rows("SELECT id, parent, name FROM dirs ORDER BY id")) {
-    paths[row[0]] = row[1] == "(null)" ? "" : paths.at(row[1]) + "/" + row[2];
-  }
-  return paths;
-}
-
 Content read(const std::string& file) {
   RawIndex index(file);
   Content content;
-  // A patch may move a folder below one with a larger id: resolved by climbing, not by order.
-  std::map<std::string, std::string> paths = pathsById(index);
+  const std::map<std::string, std::string> paths = folderPaths(index, "");
   for (const Row& row : index.rows("SELECT id, mtime, error FROM dirs")) {
     content.folders[paths.at(row[0])] = row[1] + " error " + row[2];
   }
@@ -79,12 +71,8 @@ void forgetSoleNames(Content& content) {
 std::string shown(const std::string& text) {
   return text;
 }
-std::string shown(const std::set<std::string>& items) {
-  std::string all;
-  for (const std::string& item : items) all += item + ", ";
-  return all;
-}
-std::string shown(const std::vector<std::string>& items) {
+template <typename Strings>
+std::string shown(const Strings& items) {
   std::string all;
   for (const std::string& item : items) all += item + ", ";
   return all;
@@ -108,8 +96,9 @@ void compare(const char* what, const std::map<std::string, Value>& patched,
   }
 }
 
+/// All that a node tells of itself, children aside.
 std::string figures(const DirNode& node) {
-  std::string text;
+  std::string text = node.name + ": ";
   for (const std::uint64_t value : {node.directLogical, node.directPhysical, node.directFiles,
                                     node.totalLogical, node.totalPhysical, node.totalFiles, node.totalDirs}) {
     text += std::to_string(value) + " ";
@@ -125,14 +114,11 @@ std::string figures(const DirNode& node) {
   return text + (node.error ? "error " : "") + shown(kept);
 }
 
-void collect(const DirNode& root, std::map<std::string, std::string>& nodes) {
-  std::vector<const DirNode*> waiting{&root};
-  while (!waiting.empty()) {
-    const DirNode* node = waiting.back();
-    waiting.pop_back();
-    nodes[node->path("")] += figures(*node);
-    for (const RefPtr<DirNode>& child : node->subdirs) waiting.push_back(child.get());
-  }
+std::vector<const DirNode*> childrenByName(const DirNode& node) {
+  std::vector<const DirNode*> children;
+  for (const RefPtr<DirNode>& child : node.subdirs) children.push_back(child.get());
+  std::ranges::sort(children, {}, &DirNode::name);
+  return children;
 }
 
 }  // namespace
@@ -157,12 +143,19 @@ std::string differences(const std::string& patchedIndex, const std::string& fres
 }
 
 std::string differences(const DirNode& tree, const DirNode& expected) {
-  std::map<std::string, std::string> nodes;
-  std::map<std::string, std::string> wanted;
-  collect(tree, nodes);
-  collect(expected, wanted);
   std::string told;
-  compare("node", nodes, wanted, told);
+  std::vector<std::pair<const DirNode*, const DirNode*>> pairs{{&tree, &expected}};
+  while (!pairs.empty()) {
+    const auto [node, wanted] = pairs.back();
+    pairs.pop_back();
+    if (const std::string own = figures(*node), other = figures(*wanted); own != other)
+      told += "node at " + displayText(node->path("")) + ": " + own + "\n  expected " + other + "\n";
+    const auto children = childrenByName(*node);
+    const auto others = childrenByName(*wanted);
+    if (children.size() != others.size()) told += "other children at " + displayText(node->path("")) + "\n";
+    for (std::size_t at = 0; at < std::min(children.size(), others.size()); ++at)
+      pairs.emplace_back(children[at], others[at]);
+  }
   return told;
 }
 

@@ -52,6 +52,14 @@ std::string RawIndex::value(const std::string& query) {
   return rows(query).at(0).at(0);
 }
 
+std::map<std::string, std::string> folderPaths(RawIndex& index, std::string_view rootPath) {
+  std::map<std::string, std::string> paths;
+  for (const RawIndex::Row& row : index.rows("SELECT id, parent, name FROM dirs ORDER BY id")) {
+    paths[row[0]] = row[1] == "(null)" ? std::string(rootPath) : paths.at(row[1]) + "/" + row[2];
+  }
+  return paths;
+}
+
 std::string sqlText(std::string_view bytes) {
   constexpr std::string_view kDigits = "0123456789abcdef";
   std::string text = "CAST(x'";

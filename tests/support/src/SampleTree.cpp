@@ -7,30 +7,9 @@
 
 #include "base/Checked.h"
 #include "base/Path.h"
-#include "base/Text.h"
 
 namespace quon::test {
 namespace {
-
-auto figuresOf(const DirNode& node) {
-  return std::tuple(node.directLogical, node.directPhysical, node.directFiles, node.directNewest,
-                    node.totalLogical, node.totalPhysical, node.totalFiles, node.totalDirs, node.mtime,
-                    node.newest, node.error);
-}
-
-std::multiset<std::tuple<std::string, std::uint64_t, std::uint64_t, std::int64_t>> keptOf(
-    const DirNode& node) {
-  std::multiset<std::tuple<std::string, std::uint64_t, std::uint64_t, std::int64_t>> kept;
-  for (const FileEntry& file : node.keptFiles)
-    kept.emplace(file.name, file.logical, file.physical, file.mtime);
-  return kept;
-}
-
-std::map<std::string, const DirNode*> childrenOf(const DirNode& node) {
-  std::map<std::string, const DirNode*> children;
-  for (const RefPtr<DirNode>& child : node.subdirs) children.emplace(child->name, child.get());
-  return children;
-}
 
 std::string inconsistencyOf(const DirNode& node) {
   std::uint64_t logical = node.directLogical;
@@ -114,31 +93,6 @@ std::string SampleTree::save(const std::string& indexFolder, WalkResult figures)
   figures.root = tree;
   store.finish(path, 7, figures, 11, 13);
   return store.finalURL();
-}
-
-std::string difference(const DirNode& expected, const DirNode& actual) {
-  std::vector<std::pair<const DirNode*, const DirNode*>> pairs{{&expected, &actual}};
-  while (!pairs.empty()) {
-    const auto [a, b] = pairs.back();
-    pairs.pop_back();
-    const auto differ = [node = a](const char* what) {
-      return what + (" at " + displayText(node->path("ROOT")));
-    };
-    if (a->name != b->name) return differ("names");
-    if (figuresOf(*a) != figuresOf(*b)) return differ("figures");
-    if (keptOf(*a) != keptOf(*b)) return differ("kept files");
-    const auto ours = childrenOf(*a);
-    const auto theirs = childrenOf(*b);
-    if (ours.size() != a->subdirs.size() || theirs.size() != b->subdirs.size())
-      return differ("a child twice");
-    for (const auto& [name, node] : ours) {
-      const auto match = theirs.find(name);
-      if (match == theirs.end()) return differ("children");
-      pairs.emplace_back(node, match->second);
-    }
-    if (ours.size() != theirs.size()) return differ("children");
-  }
-  return "";
 }
 
 std::string inconsistency(const Loaded& loaded, const std::string& rootPath) {

@@ -1,9 +1,9 @@
 #include "support/TreeEditor.h"
 
 #include <algorithm>
+#include <array>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -46,75 +46,39 @@ std::vector<FolderEvent> TreeEditor::takeEvents() {
 
 void TreeEditor::populate(int edits) {
   for (int count = 0; count < edits; ++count) {
-    switch (below(8)) {
-      case 0:
-      case 1:
-        makeFolder();
-        break;
-      case 2:
-        link();
-        break;
-      case 3:
-        symlink();
-        break;
-      default:
-        makeFile();
-    }
+    const std::uint64_t kind = below(8);
+    kind < 2 ? makeFolder() : kind == 2 ? link() : kind == 3 ? symlink() : makeFile();
   }
   events.clear();
 }
 
 void TreeEditor::edit() {
-  const auto removes = [&](const std::uint64_t kind) {
-    return (kind >= 6 && kind <= 10) || kind == 16 || kind == 19;
+  struct Kind {
+    std::uint64_t weight;
+    void (TreeEditor::*make)();
+    bool removesNames = false;
   };
-  const std::uint64_t kind = below(permissions == Permissions::kept ? 22 : 26);
-  edit(wroteThroughLink && removes(kind) ? 0 : kind);
-}
-
-void TreeEditor::edit(std::uint64_t kind) {
-  switch (kind) {
-    case 0:
-    case 1:
-    case 2:
-      return makeFolder();
-    case 3:
-    case 4:
-      return append();
-    case 5:
-      return truncate();
-    case 6:
-    case 7:
-      return removeFile();
-    case 8:
-      return removeFolder();
-    case 9:
-    case 10:
-      return renameFile();
-    case 11:
-    case 12:
-      return moveFolder();
-    case 13:
-      return swapFolders();
-    case 14:
-    case 15:
-      return link();
-    case 16:
-      return unlinkName();
-    case 17:
-      return symlink();
-    case 18:
-      return setTimes();
-    case 19:
-      return replaceFolder();
-    case 22:
-    case 23:
-    case 24:
-    case 25:
-      return setMode();
-    default:
-      return makeFile();
-  }
+  static constexpr std::array kKinds{
+      Kind{3, &TreeEditor::makeFolder},
+      Kind{2, &TreeEditor::append},
+      Kind{1, &TreeEditor::truncate},
+      Kind{2, &TreeEditor::removeFile, true},
+      Kind{1, &TreeEditor::removeFolder, true},
+      Kind{2, &TreeEditor::renameFile, true},
+      Kind{2, &TreeEditor::moveFolder},
+      Kind{1, &TreeEditor::swapFolders},
+      Kind{2, &TreeEditor::link},
+      Kind{1, &TreeEditor::unlinkName, true},
+      Kind{1, &TreeEditor::symlink},
+      Kind{1, &TreeEditor::setTimes},
+      Kind{1, &TreeEditor::replaceFolder, true},
+      Kind{2, &TreeEditor::makeFile},
+      Kind{4, &TreeEditor::setMode},  // only where permissions are edited
+  };
+  std::uint64_t drawn = below(permissions == Permissions::kept ? 22 : 26);
+  const Kind* kind = kKinds.data();
+  for (; drawn >= kind->weight; ++kind) drawn -= kind->weight;
+  (this->*(wroteThroughLink && kind->removesNames ? &TreeEditor::makeFolder : kind->make))();
 }
 
 void TreeEditor::makeFile() {

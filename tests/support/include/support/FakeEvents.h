@@ -14,7 +14,7 @@ namespace quon::test {
 /// A journal of events that a test scripts. Every delivery is posted on the stream's queue, so that with a
 /// manual queue the test decides when it happens.
 ///
-/// Threads: push, finishHistory and the counts from any; the public fields are set before streams start.
+/// Threads: push and the counts from any; the public fields are set before streams start.
 class FakeEvents final : public EventService {
  public:
   FakeEvents();
@@ -29,11 +29,7 @@ class FakeEvents final : public EventService {
 
   /// One delivery to every stream that is started and not stopped.
   void push(const std::vector<FolderEvent>& events);
-  /// The historyDone that was withheld.
-  void finishHistory();
 
-  [[nodiscard]] int createdStreams() const;
-  [[nodiscard]] int startedStreams() const;  ///< ever
   [[nodiscard]] int stoppedStreams() const;  ///< ever, of those that were started
   /// What was asked of create(), in order.
   [[nodiscard]] std::vector<EventRequest> requests() const;

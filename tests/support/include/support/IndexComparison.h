@@ -18,6 +18,7 @@ enum class SoleNames {
                                       SoleNames soleNames = SoleNames::asStored);
 
 /// Holds a tree against another, node by node and figure by figure, whatever the order of children and files.
+/// Names of roots are compared as well. "" when they agree.
 [[nodiscard]] std::string differences(const DirNode& tree, const DirNode& expected);
 
 }  // namespace quon::test

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <cstdint>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,6 +31,10 @@ class RawIndex {
  private:
   sqlite3* connection = nullptr;
 };
+
+/// The full paths of the folders by row id, put together as the rows say; throws when a folder stands before
+/// its parent. "" as the path of the file system's root.
+[[nodiscard]] std::map<std::string, std::string> folderPaths(RawIndex& index, std::string_view rootPath);
 
 /// Bytes as an SQL expression of type TEXT, whatever they hold.
 [[nodiscard]] std::string sqlText(std::string_view bytes);

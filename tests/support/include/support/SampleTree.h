@@ -43,10 +43,6 @@ class SampleTree {
   std::map<const DirNode*, std::vector<FileEntry>> files;
 };
 
-/// Where two rolled-up trees differ, children compared as sets by name; "" when they do not. Names of roots
-/// are compared as well. Kept files count.
-[[nodiscard]] std::string difference(const DirNode& expected, const DirNode& actual);
-
 /// What is wrong within a loaded index: totals that are not what rolling up gives, a child whose parent is
 /// another, kept files that outweigh their folder, a folder that its path does not find; "" when nothing is.
 [[nodiscard]] std::string inconsistency(const Loaded& loaded, const std::string& rootPath);

@@ -30,7 +30,6 @@ class TreeEditor {
   [[nodiscard]] const std::vector<std::string>& log() const { return done; }
 
  private:
-  void edit(std::uint64_t kind);
   void makeFile();
   void makeFolder();
   void append();
