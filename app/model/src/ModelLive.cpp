@@ -48,15 +48,17 @@ void AppModel::startLiveWatch(const WalkResult& result, std::uint64_t sinceEvent
 }
 
 void AppModel::liveEvent(const LiveWatcher::Event& event) {
-  if (const auto* rescan = std::get_if<LiveWatcher::NeedsRescan>(&event)) {
-    liveWatcher.reset();
-    indexFresh = false;
-    _indexedAt.set(services.now());
-    _toast.set("live updates paused — " + rescan->reason);
-  } else {
-    liveBatchApplied(std::get<LiveWatcher::Update>(event));
-  }
-  if (onLiveEvent) onLiveEvent(event);
+  change([&] {
+    if (const auto* rescan = std::get_if<LiveWatcher::NeedsRescan>(&event)) {
+      liveWatcher.reset();
+      indexFresh = false;
+      _indexedAt.set(services.now());
+      _toast.set("live updates paused — " + rescan->reason);
+    } else {
+      liveBatchApplied(std::get<LiveWatcher::Update>(event));
+    }
+    if (onLiveEvent) onLiveEvent(event);
+  });
 }
 
 void AppModel::liveBatchApplied(const LiveWatcher::Update& update) {

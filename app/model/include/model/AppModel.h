@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/FunctionRef.h"
 #include "base/GenerationBox.h"
 #include "base/MainQueue.h"
 #include "base/Mutex.h"
@@ -228,7 +229,8 @@ class AppModel {
   using Self = std::weak_ptr<AppModel*>;
 
   Run& beginRun();
-  void startScan();
+  void change(FunctionRef<void()> steps);
+  void startScan(std::string root);
   void startLoad(const std::string& url);
   void launch(const char* threadName, std::function<void(Finished&)> work);
   void endRun(std::int64_t generation, const std::shared_ptr<Finished>& finished);
@@ -238,6 +240,7 @@ class AppModel {
   void voidLenses();
   void rememberRoot(const std::string& root);
   void scheduleProgress();
+  void tellProgress();
   void startLiveWatch(const WalkResult& result, std::uint64_t sinceEventId, std::uint32_t rootDev);
   void liveEvent(const LiveWatcher::Event& event);
   void liveBatchApplied(const LiveWatcher::Update& update);
@@ -265,6 +268,8 @@ class AppModel {
   bool gapProbeArmed = false;
   std::vector<Observation> gapProbeObservers;
   bool busy = false;
+  bool changing = false;                  // observers are being told of a change that is not whole yet
+  std::optional<std::string> wantedNext;  // the root of a scan that one of them asked for
   WorkItem timer;
   mutable Mutex runLock;
   std::unique_ptr<Run> run QUON_GUARDED_BY(runLock);
