@@ -134,5 +134,59 @@ TEST_F(Observers, MayCancelAScanThatGetsNoThread) {
   EXPECT_NE(model.lastRun.failure, "");
 }
 
+TEST_F(Observers, SeeNoKindsBeforeThereIsATree) {
+  EXPECT_THAT(model.kindRows().rows, SizeIs(0));
+}
+
+/// The tree before is shown until the next one is there, or for good when the next root cannot be scanned.
+class ShownMeanwhile : public Observers {
+ protected:
+  ShownMeanwhile() { home.scan(); }
+};
+
+TEST_F(ShownMeanwhile, RowsKeepTheirPaths) {
+  const std::string folder = home.root + "/a";
+  const std::string file = folder + "/first";
+  for (const std::string& next : {home.top.at("none"), other}) {
+    home.threads.hold();
+    model.scan(next);
+    ASSERT_THAT(model.entries(), SizeIs(1));
+    EXPECT_EQ(model.entries().front().path(), folder);
+    ASSERT_TRUE(model.entryFor(file));
+    EXPECT_EQ(model.entryFor(file)->path(), file);
+    EXPECT_FALSE(model.entryFor(next + "/a"));
+    model.copyPath(model.entries().front());
+    EXPECT_EQ(home.desktop.clipboard, folder);
+    model._query.set("first");
+    home.searches.advance(std::chrono::seconds(1));
+    home.main.runPosted();
+    ASSERT_TRUE(model._searchHits.get());
+    EXPECT_THAT(model._searchHits.get()->front().path(), file);
+    model.clearQuery();
+    home.threads.release();
+    home.finish();
+  }
+  EXPECT_EQ(model.entries().front().path(), other + "/b");
+}
+
+TEST_F(ShownMeanwhile, WhatIsAskedOfItNeverLandsOnTheNext) {
+  model.scan(other);
+  model._ageCutoff.set(1);
+  home.now = std::time(nullptr) + 1000;
+  model.scheduleAgeScan();
+  model.scheduleNamesScan();
+  model.schedulePaletteSearch("first");
+  home.finish();
+  ASSERT_EQ(model._result.get()->root->totalLogical, 5 * kMiB);
+  home.searches.advance(std::chrono::seconds(1));
+  home.settle();
+  EXPECT_FALSE(model._ageHits.get());
+  EXPECT_FALSE(model._ageScanning.get());
+  EXPECT_FALSE(model._names.get());
+  EXPECT_FALSE(model._namesLoading.get());
+  EXPECT_THAT(model._paletteHits.get(), SizeIs(0)) << "of a tree that is gone";
+  EXPECT_FALSE(model._paletteSearching.get());
+}
+
 }  // namespace
 }  // namespace quon::test

@@ -38,7 +38,7 @@ AppModel::~AppModel() {
 }
 
 std::string_view AppModel::treeRoot() const {
-  return pathPrefix(_rootPath.get());
+  return pathPrefix(shownRoot);
 }
 
 std::string AppModel::indexURL() const {
@@ -76,8 +76,9 @@ std::vector<Entry> AppModel::scopeEntries(const RefPtr<DirNode>& node, std::size
 }
 
 std::optional<Entry> AppModel::entryFor(const std::string& path) const {
-  const auto below = relativeTo(path, _rootPath.get());
-  if (!_result.get() || !below) return std::nullopt;
+  if (!_result.get()) return std::nullopt;
+  const auto below = relativeTo(path, shownRoot);
+  if (!below) return std::nullopt;
   const RefPtr<DirNode>& root = _result.get()->root;
   if (const RefPtr<DirNode> folder = folderAt(root, *below)) return Entry::ofFolder(folder, path);
   const std::size_t slash = below->rfind('/');
@@ -105,7 +106,7 @@ void AppModel::jump(const Entry& entry) {
   RefPtr<DirNode> target = file == nullptr ? std::get<RefPtr<DirNode>>(row.payload) : file->container;
   if (!target->isWithin(*_result.get()->root)) {
     const std::string path = row.path();
-    const auto below = relativeTo(file == nullptr ? path : path.substr(0, path.rfind('/')), _rootPath.get());
+    const auto below = relativeTo(file == nullptr ? path : path.substr(0, path.rfind('/')), shownRoot);
     target = below ? folderAt(_result.get()->root, *below) : RefPtr<DirNode>();
     if (!target) return _toast.set(displayText(path) + " is no longer there");
   }

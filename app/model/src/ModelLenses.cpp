@@ -53,6 +53,7 @@ void AppModel::voidLenses() {
 }
 
 Kinds::Aggregate AppModel::kindRows() const {
+  if (!_scope.get()) return {};
   return Kinds::aggregate(_scope.get(), _metric.get(), kindOverrides);
 }
 
@@ -68,7 +69,7 @@ std::vector<Reclaim::Group> AppModel::reclaimGroups(const RefPtr<DirNode>& scope
     std::vector<std::string> folders;
     if (lastRun.index.empty()) return folders;
     try {
-      for (const NamedFile& file : ScanStore::paths(name, lastRun.index, _rootPath.get(), kMostMarkers)) {
+      for (const NamedFile& file : ScanStore::paths(name, lastRun.index, shownRoot, kMostMarkers)) {
         folders.push_back(file.path.substr(0, file.path.size() - name.size() - 1));
       }
     } catch (const StoreError& failure) {

@@ -37,7 +37,7 @@ void AppModel::startLiveWatch(const WalkResult& result, std::uint64_t sinceEvent
                             services.steadyClock},
       LiveWatcher::Options{
           .root = result.root,
-          .rootPath = _rootPath.get(),
+          .rootPath = shownRoot,
           .indexURL = lastRun.index,
           .rootDev = rootDev,
           .minKeep = minKeep,
@@ -68,7 +68,7 @@ void AppModel::liveBatchApplied(const LiveWatcher::Update& update) {
   _result.set(result);
   if (_scope.get() && !_scope.get()->isWithin(*result->root)) {
     // Another folder may lie there by now, read anew.
-    const auto below = relativeTo(scopePath, _rootPath.get());
+    const auto below = relativeTo(scopePath, shownRoot);
     const RefPtr<DirNode> present = below ? folderAt(result->root, *below) : RefPtr<DirNode>();
     _scope.set(present ? present : result->root);
     _hovered.set(std::nullopt);

@@ -241,6 +241,9 @@ void AppModel::install(const Finished& finished) {
   displayedCache.reset();
   reclaimAllCache.reset();
   slotIndex = finished.slots;
+  shownRoot = _rootPath.get();
+  // Also what was asked while the run was under way: it is of the tree before.
+  voidLenses();
   _result.set(finished.result);
   _scope.set(finished.result->root);
   _selection.set(std::nullopt);
@@ -252,6 +255,8 @@ void AppModel::install(const Finished& finished) {
   // What was searched in the tree before is void, whether there is a query now or not.
   _searchHits.set(std::nullopt);
   scheduleSearch();
+  _paletteHits.set({});
+  schedulePaletteSearch(lastPaletteText);
   startLiveWatch(*finished.result, finished.eventId, finished.rootDev);
   if (!lastRun.message.empty()) _toast.set(lastRun.message);
 }

@@ -275,6 +275,7 @@ class AppModel {
   std::unique_ptr<Run> run QUON_GUARDED_BY(runLock);
   std::vector<std::unique_ptr<Run>> retired;  // cancelled ones whose threads may not have ended
   std::unique_ptr<LiveWatcher> liveWatcher;
+  std::string shownRoot;  // of _result's tree, which is shown until the tree of another _rootPath is there
   std::string scopePath;  // of _scope, also when it was taken out of the tree since
   SlotIndex slotIndex;
   std::vector<Observation> ownObservations;
