@@ -278,6 +278,49 @@ TEST(AppModel, LensesAnswerForTheTreeTheyWereAskedFor) {
   EXPECT_THAT(model._namesError.get().value_or(""), HasSubstr("no index at "));
 }
 
+TEST(AppModel, ScansAndOpensARootBehindALink) {
+  ModelHome home;
+  home.top.file("tree/users/me/letters", 3000);
+  std::filesystem::create_directory_symlink(home.root + "/users", home.top.at("home"));
+  home.userHome = home.top.at("home") + "/me";
+  home.restart();
+  for (const std::string& path :
+       {home.userHome, home.top.at("home/me/"), home.userHome + "/../me/.", std::string("~")}) {
+    home.model->scan(path);
+    home.finish();
+    EXPECT_EQ(home.model->_rootPath.get(), home.root + "/users/me") << path;
+    EXPECT_EQ(home.model->_result.get()->root->totalLogical, 3000U) << path;
+  }
+  home.restart();
+  home.model->scanIfNeeded(home.userHome);
+  home.finish();
+  EXPECT_TRUE(home.model->lastRun.wasLoaded);
+  EXPECT_EQ(home.model->_result.get()->root->totalLogical, 3000U);
+}
+
+TEST(AppModel, ReclaimsNothingOfAHomeBehindALink) {
+  ModelHome home;
+  const std::string tag = "Signature: 8a477f597d28d172789f06886806bc55";
+  home.top.file("tree/users/me/letters", 3000);
+  home.top.file("tree/users/me/.cache/app/blob", 2000);
+  home.top.folder("tree/users/me/dots/config");
+  std::filesystem::create_directory_symlink("dots/config", home.root + "/users/me/.config");
+  writeBytes(home.root + "/users/me/CACHEDIR.TAG", tag);
+  writeBytes(home.root + "/users/me/dots/CACHEDIR.TAG", tag);
+  std::filesystem::create_directory_symlink(home.root + "/users", home.top.at("home"));
+  home.userHome = home.top.at("home") + "/me";
+  home.restart();
+  for (const std::string& root : {home.root, home.userHome}) {
+    home.model->scan(root);
+    home.finish();
+    const auto groups = home.model->reclaimGroups(home.model->_result.get()->root);
+    ASSERT_THAT(groups, SizeIs(1)) << root;
+    EXPECT_EQ(groups.front().rule.label, "app caches (~/.cache)");
+    ASSERT_THAT(groups.front().nodes, SizeIs(1));
+    EXPECT_EQ(groups.front().total, 2000U);
+  }
+}
+
 class AppModelLive : public testing::Test {
  protected:
   AppModelLive() {

@@ -15,7 +15,7 @@ std::unique_ptr<RunningThread> HeldThreads::start(const std::string& name, std::
   });
 }
 
-ModelHome::ModelHome() : root(top.folder("tree")) {
+ModelHome::ModelHome() : root(top.folder("tree")), userHome(top.path) {
   restart();
 }
 ModelHome::~ModelHome() = default;
@@ -24,7 +24,13 @@ void ModelHome::restart() {
   model.reset();
   model = std::make_unique<AppModel>(AppModel::Services{
       services, events, defaults, desktop, log,
-      Folders{.home = top.path, .data = top.at("data"), .config = top.at("config"), .state = top.at("state")},
+      Folders{.home = userHome,
+              .data = top.at("data"),
+              .config = top.at("config"),
+              .state = top.at("state"),
+              .cacheHome = userHome + "/.cache",
+              .configHome = userHome + "/.config",
+              .dataHome = userHome + "/.local/share"},
       main, searches, lenses, liveEvents, liveWork,
       [this] { return std::chrono::duration<double>(liveWork.now()); }, [this] { return now; }});
 }

@@ -103,6 +103,7 @@ struct ModelHome {
   const Platform services{platform.services().directories, platform.services().files, threads};
   TempFolder top;
   const std::string root;
+  std::string userHome;  ///< the user's home folder; from `restart` on when it is changed
   FakeEvents events;
   MemoryDefaults defaults;
   NotedDesktop desktop;

@@ -8,10 +8,20 @@
 #include "base/Path.h"
 #include "base/Text.h"
 #include "platform/Desktop.h"
+#include "platform/Files.h"
 #include "platform/UserDefaults.h"
 #include "rows/FolderRows.h"
 
 namespace quon {
+
+std::string withoutLinksAbove(const FileService& files, const std::string& path) {
+  const std::string_view name = lastComponent(path);
+  if (!path.starts_with('/') || path == "/") return path;
+  std::error_code error;
+  if (name == "." || name == "..") return files.canonical(path, error).value_or(path);
+  const auto above = files.canonical(path.substr(0, path.size() - name.size()), error);
+  return above ? joinPath(pathPrefix(*above), name) : path;
+}
 
 AppModel::AppModel(Services given) : services(std::move(given)), self(std::make_shared<AppModel*>(this)) {
   _rootPath.set(services.folders.home);
@@ -39,6 +49,12 @@ AppModel::~AppModel() {
 
 std::string_view AppModel::treeRoot() const {
   return pathPrefix(shownRoot);
+}
+
+/// The walk follows no links, so those that lead to the root are resolved; a root that is one is refused.
+std::string AppModel::rootAt(const std::string& path) const {
+  return withoutLinksAbove(services.platform.files,
+                           withoutTrailingSlashes(expandTilde(path, services.folders.home)));
 }
 
 std::string AppModel::indexURL() const {

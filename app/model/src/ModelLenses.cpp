@@ -6,9 +6,11 @@
 #include <system_error>
 #include <utility>
 
+#include "ModelRun.h"
 #include "base/BackgroundQueue.h"
 #include "base/HumanBytes.h"
 #include "base/Log.h"
+#include "base/Path.h"
 #include "lenses/Age.h"
 #include "lenses/MarkerFiles.h"
 #include "model/AppModel.h"
@@ -20,6 +22,24 @@ namespace {
 
 /// Folders that mark themselves as caches, more than which nobody has.
 constexpr std::int64_t kMostMarkers = 100'000;
+
+/// Where things lie by the names that the tree has for them: it knows no links, while the home folder lies
+/// behind one in some systems.
+Reclaim::Surroundings surroundingsOf(const FileService& files, const Folders& folders,
+                                     std::string_view rootPath) {
+  std::error_code missing;
+  const auto of = [&](const std::string& folder) {
+    return files.canonical(folder, missing).value_or(folder);
+  };
+  return {.rootPath = std::string(rootPath),
+          .home = of(folders.home),
+          // A link in the place of the caches may lead to where other things lie as well.
+          .cacheHome = withoutLinksAbove(files, folders.cacheHome),
+          .configHome = of(folders.configHome),
+          .dataHome = of(folders.dataHome),
+          .mountPoints = files.mountPoints(),
+          .userID = folders.userID};
+}
 
 }  // namespace
 
@@ -58,13 +78,8 @@ Kinds::Aggregate AppModel::kindRows() const {
 }
 
 std::vector<Reclaim::Group> AppModel::reclaimGroups(const RefPtr<DirNode>& scope) const {
-  const Reclaim::Surroundings surroundings{.rootPath = std::string(treeRoot()),
-                                           .home = services.folders.home,
-                                           .cacheHome = services.folders.cacheHome,
-                                           .configHome = services.folders.configHome,
-                                           .dataHome = services.folders.dataHome,
-                                           .mountPoints = services.platform.files.mountPoints(),
-                                           .userID = services.folders.userID};
+  const Reclaim::Surroundings surroundings =
+      surroundingsOf(services.platform.files, services.folders, treeRoot());
   const DiskMarkers markers([&](std::string_view name) {
     std::vector<std::string> folders;
     if (lastRun.index.empty()) return folders;

@@ -42,7 +42,7 @@ void AppModel::scanIfNeeded(const std::string& path) {
   if (scanStarted) return;
   scanStarted = true;
   change([&] {
-    _rootPath.set(withoutTrailingSlashes(expandTilde(path, services.folders.home)));
+    _rootPath.set(rootAt(path));
     collectIndexGarbage();
     const std::string url = indexURL();
     std::error_code absent;
@@ -53,7 +53,7 @@ void AppModel::scanIfNeeded(const std::string& path) {
 
 void AppModel::scan(const std::string& path) {
   scanStarted = true;
-  const std::string root = withoutTrailingSlashes(expandTilde(path, services.folders.home));
+  const std::string root = rootAt(path);
   if (changing) {
     wantedNext = root;
   } else {

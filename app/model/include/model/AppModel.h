@@ -245,6 +245,7 @@ class AppModel {
   void liveEvent(const LiveWatcher::Event& event);
   void liveBatchApplied(const LiveWatcher::Update& update);
   [[nodiscard]] std::string_view treeRoot() const;
+  [[nodiscard]] std::string rootAt(const std::string& path) const;
   [[nodiscard]] std::string indexURL() const;
   void publishHits(std::int64_t generation, std::optional<std::vector<Entry>> hits);
 
