@@ -105,6 +105,32 @@ TEST_F(Lenses, SearchSpeaksTheLanguageOfTheField) {
   EXPECT_EQ(quon.run({"search"}).status, 2);
 }
 
+TEST_F(Lenses, WordsInBracketsKeepThem) {
+  quon.folder.file("tree/[1080p].mkv", 2 * kMiB);
+  quon.folder.file("tree/1080p.mkv", 2 * kMiB);
+  quon.folder.file("tree/[sub]/x", 5);
+  const auto find = [&](Arguments words) {
+    words.insert(words.begin(), "search");
+    words.insert(words.end(), {"--in", quon.tree});
+    return namesOf(quon.document(words).at("rows"));
+  };
+  EXPECT_THAT(find({"[1080p]"}), ElementsAre("[1080p].mkv"));
+  EXPECT_THAT(find({"mkv", "[1080p]"}), ElementsAre("[1080p].mkv"));
+  EXPECT_THAT(find({"[a,b]"}), SizeIs(0));
+  EXPECT_EQ(quon.document({"ls", quon.folder.at("tree/[sub]")}).at("logical"), 5);
+  EXPECT_EQ(quon.run({"ls", quon.tree, "--limit", "[2]"}).status, 2);
+}
+
+TEST_F(Lenses, LimitsAreNumbersOfRows) {
+  for (const char* limit : {"0", "-1", "1.5", "1000000001", "18446744073709551615", "18446744073709551616"}) {
+    const Finished refused = quon.run({"ls", quon.tree, "--limit", limit});
+    EXPECT_EQ(refused.status, 2) << limit;
+    EXPECT_LT(refused.err.size(), 150U) << refused.err;
+    EXPECT_EQ(refused.out, "");
+  }
+  EXPECT_THAT(quon.document({"ls", quon.tree, "--limit", "1000000000"}).at("rows"), SizeIs(4));
+}
+
 TEST_F(Lenses, CommandsAreThoseOfTheBar) {
   std::filesystem::copy(quon.tree, quon.home + "/tree", std::filesystem::copy_options::recursive);
   const Json rows = quon.document({"commands", "summer"}).at("rows");
