@@ -105,6 +105,29 @@ TEST_F(Lenses, SearchSpeaksTheLanguageOfTheField) {
   EXPECT_EQ(quon.run({"search"}).status, 2);
 }
 
+TEST_F(Lenses, NamesAreThoseOfTheFolderThatWasAsked) {
+  for (const char* folder : {"tree/a/1", "tree/a/2", "tree/b"}) {
+    writeFile(quon.folder.folder(folder) + "/dat", std::string(6 * kMiB, 'x'));
+  }
+  (void)quon.document({"scan", quon.tree});
+  const auto countOf = [&](const std::string& folder) {
+    const Json rows = quon.document({"names", quon.folder.at(folder)}).at("rows");
+    return rows.empty() ? 0 : rows.at(0).at("count").get<int>();
+  };
+  const auto filesOf = [&](const std::string& folder) {
+    return quon.document({"names", quon.folder.at(folder), "--name", "dat"}).at("files").size();
+  };
+  EXPECT_EQ(countOf("tree"), 3);
+  EXPECT_EQ(countOf("tree/a"), 2);
+  EXPECT_EQ(countOf("tree/b"), 0) << "those of the saved folder above it";
+  EXPECT_EQ(filesOf("tree"), 3U);
+  EXPECT_EQ(filesOf("tree/a"), 2U);
+  EXPECT_EQ(filesOf("tree/a/2"), 1U);
+  EXPECT_EQ(filesOf("tree/past"), 0U);
+  EXPECT_THAT(quon.run({"names", quon.folder.at("tree/a")}).out,
+              testing::StartsWith(quon.folder.at("tree/a") + ": "));
+}
+
 TEST_F(Lenses, WordsInBracketsKeepThem) {
   quon.folder.file("tree/[1080p].mkv", 2 * kMiB);
   quon.folder.file("tree/1080p.mkv", 2 * kMiB);

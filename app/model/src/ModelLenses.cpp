@@ -129,16 +129,21 @@ void AppModel::scheduleAgeScan() {
   });
 }
 
+/// The folder that the Names lens tells of, as a path below the root.
+std::string AppModel::namesBelow() const {
+  return conduct.namesOfScope ? std::string(relativeTo(scopePath, shownRoot).value_or("")) : "";
+}
+
 void AppModel::scheduleNamesScan() {
   const std::int64_t generation = namesGen->advance();
   _namesLoading.set(true);
   services.lenses.post([generation, box = namesGen, url = indexURL(), limit = conduct.namesShown,
-                        weak = Self(self), &main = services.main] {
+                        below = namesBelow(), weak = Self(self), &main = services.main] {
     if (!box->isCurrent(generation)) return;
     auto names = std::make_shared<std::vector<RepeatedName>>();
     auto failure = std::make_shared<std::optional<std::string>>();
     try {
-      *names = ScanStore::repeatedNames(url, limit, leastNameTotal);
+      *names = ScanStore::repeatedNames(url, limit, leastNameTotal, below);
     } catch (const StoreError& reason) {
       *failure = reason.what();
     }
@@ -158,7 +163,7 @@ void AppModel::scheduleNamesScan() {
 }
 
 std::vector<NamedFile> AppModel::filesNamed(const std::string& name, std::int64_t limit) const {
-  return ScanStore::paths(name, indexURL(), _rootPath.get(), limit);
+  return ScanStore::paths(name, indexURL(), _rootPath.get(), limit, namesBelow());
 }
 
 void AppModel::refreshIndexes() {

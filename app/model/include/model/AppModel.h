@@ -81,6 +81,7 @@ class AppModel {
     bool saveIndex = true;
     bool typingPauses = true;       ///< searches wait a moment for the next key
     std::int64_t namesShown = 300;  ///< rows of the Names lens
+    bool namesOfScope = false;      ///< the Names lens tells of the scope; otherwise of the root
     bool oneFileSystem = true;
     unsigned threads = 0;  ///< of a walk; 0 for as many as there are processors, at least 4
   };
@@ -247,6 +248,7 @@ class AppModel {
   [[nodiscard]] std::string_view treeRoot() const;
   [[nodiscard]] std::string rootAt(const std::string& path) const;
   [[nodiscard]] std::string indexURL() const;
+  [[nodiscard]] std::string namesBelow() const;
   void publishHits(std::int64_t generation, std::optional<std::vector<Entry>> hits);
 
   const Services services;
