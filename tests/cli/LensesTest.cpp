@@ -105,6 +105,16 @@ TEST_F(Lenses, SearchSpeaksTheLanguageOfTheField) {
   EXPECT_EQ(quon.run({"search"}).status, 2);
 }
 
+TEST_F(Lenses, ASearchInAFolderNeverFindsTheFolder) {
+  quon.folder.file("tree/box/box/box.bin", 2 * kMiB);
+  const Arguments words{"search", "box", "--in", quon.folder.at("tree/box")};
+  EXPECT_THAT(namesOf(quon.document(words).at("rows")), ElementsAre("box", "box.bin"));
+  std::filesystem::remove(quon.onlyIndex());
+  (void)quon.document({"scan", quon.tree});
+  EXPECT_THAT(namesOf(quon.document(words).at("rows")), ElementsAre("box", "box.bin"))
+      << "other rows when the folder above is the saved root";
+}
+
 TEST_F(Lenses, NamesAreThoseOfTheFolderThatWasAsked) {
   for (const char* folder : {"tree/a/1", "tree/a/2", "tree/b"}) {
     writeFile(quon.folder.folder(folder) + "/dat", std::string(6 * kMiB, 'x'));
