@@ -115,6 +115,16 @@ TEST_F(Lenses, ASearchInAFolderNeverFindsTheFolder) {
       << "other rows when the folder above is the saved root";
 }
 
+TEST_F(Lenses, AWatchThatCannotBeginSaysSo) {
+  quon.environment["XDG_STATE_HOME"] = quon.folder.file("no folder", 1);
+  for (int round = 0; round < 2; ++round) {  // after a scan, and with a saved index
+    const Finished watch = quon.run({"watch", quon.tree, "--json"});
+    EXPECT_EQ(watch.status, 1);
+    EXPECT_THAT(watch.err, HasSubstr("quon: changes cannot be watched: live stream creation failed\n"));
+    EXPECT_THAT(watch.out, testing::Not(HasSubstr("ready")));
+  }
+}
+
 TEST_F(Lenses, NamesAreThoseOfTheFolderThatWasAsked) {
   for (const char* folder : {"tree/a/1", "tree/a/2", "tree/b"}) {
     writeFile(quon.folder.folder(folder) + "/dat", std::string(6 * kMiB, 'x'));
