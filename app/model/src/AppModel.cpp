@@ -122,7 +122,8 @@ void AppModel::jump(const Entry& entry) {
   RefPtr<DirNode> target = file == nullptr ? std::get<RefPtr<DirNode>>(row.payload) : file->container;
   if (!target->isWithin(*_result.get()->root)) {
     const std::string path = row.path();
-    const auto below = relativeTo(file == nullptr ? path : path.substr(0, path.rfind('/')), shownRoot);
+    const std::string folder = file == nullptr ? path : path.substr(0, path.rfind('/'));
+    const auto below = relativeTo(folder, shownRoot);
     target = below ? folderAt(_result.get()->root, *below) : RefPtr<DirNode>();
     if (!target) return _toast.set(displayText(path) + " is no longer there");
   }
