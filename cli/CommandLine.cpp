@@ -1,9 +1,12 @@
 #include "CommandLine.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <iostream>
 #include <map>
+#include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -15,6 +18,25 @@ namespace {
 
 constexpr int kWrongUsage = 2;
 constexpr unsigned kMostThreads = 1024;
+constexpr std::size_t kMostRows = 1'000'000'000;
+
+/// What follows a word in square brackets until it is parsed: the library takes such words of a text for
+/// lists and drops the brackets. No argument of a program holds a NUL.
+constexpr char kGuard = '\0';
+
+/// The arguments, the last one first, as the library takes them.
+std::vector<std::string> guarded(int count, char** arguments) {
+  std::vector<std::string> words(arguments + 1, arguments + std::max(count, 1));
+  for (std::string& word : words) {
+    if (word.starts_with('[') && word.ends_with(']')) word += kGuard;
+  }
+  std::ranges::reverse(words);
+  return words;
+}
+
+void dropGuards(std::string& text) {
+  std::erase(text, kGuard);
+}
 
 void addShared(CLI::App& verb, Command& command) {
   verb.add_flag("--json", command.json, "Print one JSON document and nothing else");
@@ -37,7 +59,8 @@ void addMetric(CLI::App& verb, Command& command) {
 
 void addLimit(CLI::App& verb, Command& command) {
   verb.add_option("--limit", command.limit, "The most rows to list")
-      ->check(CLI::PositiveNumber)
+      ->check(CLI::Range(std::size_t{1}, kMostRows))
+      ->type_name("N")
       ->capture_default_str();
 }
 
@@ -148,12 +171,16 @@ std::variant<Command, int> parseCommandLine(int count, char** arguments) {
   app.set_version_flag("--version", QUON_VERSION);
   addVerbs(app, command);
   try {
-    app.parse(count, arguments);
+    std::vector<std::string> words = guarded(count, arguments);
+    app.parse(words);
   } catch (const CLI::ParseError& stop) {
     if (stop.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) return app.exit(stop);
-    std::cerr << "quon: " << displayText(stop.what()) << " (see quon --help)\n";
+    std::string reason = stop.what();
+    dropGuards(reason);
+    std::cerr << "quon: " << displayText(reason) << " (see quon --help)\n";
     return kWrongUsage;
   }
+  for (std::string* text : {&command.path, &command.name, &command.text}) dropGuards(*text);
   return command;
 }
 

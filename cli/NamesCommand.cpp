@@ -27,7 +27,7 @@ std::string row(const Session& session, std::uint64_t size, const std::string& c
   return text + std::string(kGap, ' ') + fitToWidth(name, left) + "\n";
 }
 
-void printNames(Session& session, const Command& command, const OpenedTree& tree) {
+void printNames(Session& session, const Command& command, const std::string& path, const OpenedTree& tree) {
   AppModel& model = session.model();
   model.conduct.namesShown = static_cast<std::int64_t>(command.limit);
   model.scheduleNamesScan();
@@ -46,7 +46,7 @@ void printNames(Session& session, const Command& command, const OpenedTree& tree
     return;
   }
   print(fmt::format("{}: names of more than one file, by size on disk, as of {}\n\n",
-                    shownPath(tree.root, session.homeShownAsTilde()), localTime(tree.scannedAt)));
+                    shownPath(path, session.homeShownAsTilde()), localTime(tree.scannedAt)));
   for (const RepeatedName& name : names) {
     print(row(session, name.physical, grouped(static_cast<std::uint64_t>(name.count)) + " ×",
               displayText(name.name)));
@@ -79,11 +79,13 @@ void printFilesOfName(Session& session, const Command& command) {
 }  // namespace
 
 int runNames(Session& session, const Command& command) {
-  const OpenedTree tree = session.open(session.resolve(command.path));
+  session.model().conduct.namesOfScope = true;
+  const std::string path = session.resolve(command.path);
+  const OpenedTree tree = session.open(path);
   if (tree.index.empty())
     throw CommandFailure("names are looked up in a saved index, and none could be saved");
   if (command.name.empty()) {
-    printNames(session, command, tree);
+    printNames(session, command, path, tree);
   } else {
     printFilesOfName(session, command);
   }

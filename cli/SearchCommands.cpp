@@ -34,7 +34,8 @@ int runSearch(Session& session, const Command& command) {
   model._query.set(command.text);
   session.runner().runUntil([&] { return !model._searching.get(); });
   std::vector<Entry> rows = model._searchHits.get().value_or(std::vector<Entry>());
-  std::erase_if(rows, [&](const Entry& row) { return !isInside(row.path(), path); });
+  // What lies in the folder: not the folder, which is no row of its own where it is the root.
+  std::erase_if(rows, [&](const Entry& row) { return relativeTo(row.path(), path).value_or("").empty(); });
   RowTable table = tableOf(session, command, tree);
   table.fullPaths = true;
   report(command, path, tree, std::move(rows), table,

@@ -33,6 +33,8 @@ class Watch {
   void run(const OpenedTree& tree) {
     if (tree.index.empty())
       throw CommandFailure("changes are kept in a saved index, and none could be saved");
+    // Live updates that ended when they were to begin: a scan would end in the same way.
+    if (!session.model().indexFresh) throw CommandFailure("changes cannot be watched: " + reason);
     paused = false;
     tellReady(tree);
     session.runner().runUntil([this] { return paused; });
@@ -51,6 +53,7 @@ class Watch {
   void tell(const LiveWatcher::Event& event) {
     if (const auto* rescan = std::get_if<LiveWatcher::NeedsRescan>(&event)) {
       paused = true;
+      reason = rescan->reason;
       if (command.json) return line(Json{{"event", "needsRescan"}, {"reason", rescan->reason}});
       return line(clockTime() + "  live updates paused — " + rescan->reason);
     }
@@ -92,6 +95,7 @@ class Watch {
   Session& session;
   const Command& command;
   bool paused = false;
+  std::string reason;  ///< why, the last time
 };
 
 }  // namespace

@@ -105,6 +105,75 @@ TEST_F(Lenses, SearchSpeaksTheLanguageOfTheField) {
   EXPECT_EQ(quon.run({"search"}).status, 2);
 }
 
+TEST_F(Lenses, ASearchInAFolderNeverFindsTheFolder) {
+  quon.folder.file("tree/box/box/box.bin", 2 * kMiB);
+  const Arguments words{"search", "box", "--in", quon.folder.at("tree/box")};
+  EXPECT_THAT(namesOf(quon.document(words).at("rows")), ElementsAre("box", "box.bin"));
+  std::filesystem::remove(quon.onlyIndex());
+  (void)quon.document({"scan", quon.tree});
+  EXPECT_THAT(namesOf(quon.document(words).at("rows")), ElementsAre("box", "box.bin"))
+      << "other rows when the folder above is the saved root";
+}
+
+TEST_F(Lenses, AWatchThatCannotBeginSaysSo) {
+  quon.environment["XDG_STATE_HOME"] = quon.folder.file("no folder", 1);
+  for (int round = 0; round < 2; ++round) {  // after a scan, and with a saved index
+    const Finished watch = quon.run({"watch", quon.tree, "--json"});
+    EXPECT_EQ(watch.status, 1);
+    EXPECT_THAT(watch.err, HasSubstr("quon: changes cannot be watched: live stream creation failed\n"));
+    EXPECT_THAT(watch.out, testing::Not(HasSubstr("ready")));
+  }
+}
+
+TEST_F(Lenses, NamesAreThoseOfTheFolderThatWasAsked) {
+  for (const char* folder : {"tree/a/1", "tree/a/2", "tree/b"}) {
+    writeFile(quon.folder.folder(folder) + "/dat", std::string(6 * kMiB, 'x'));
+  }
+  (void)quon.document({"scan", quon.tree});
+  const auto countOf = [&](const std::string& folder) {
+    const Json rows = quon.document({"names", quon.folder.at(folder)}).at("rows");
+    return rows.empty() ? 0 : rows.at(0).at("count").get<int>();
+  };
+  const auto filesOf = [&](const std::string& folder) {
+    return quon.document({"names", quon.folder.at(folder), "--name", "dat"}).at("files").size();
+  };
+  EXPECT_EQ(countOf("tree"), 3);
+  EXPECT_EQ(countOf("tree/a"), 2);
+  EXPECT_EQ(countOf("tree/b"), 0) << "those of the saved folder above it";
+  EXPECT_EQ(filesOf("tree"), 3U);
+  EXPECT_EQ(filesOf("tree/a"), 2U);
+  EXPECT_EQ(filesOf("tree/a/2"), 1U);
+  EXPECT_EQ(filesOf("tree/past"), 0U);
+  EXPECT_THAT(quon.run({"names", quon.folder.at("tree/a")}).out,
+              testing::StartsWith(quon.folder.at("tree/a") + ": "));
+}
+
+TEST_F(Lenses, WordsInBracketsKeepThem) {
+  quon.folder.file("tree/[1080p].mkv", 2 * kMiB);
+  quon.folder.file("tree/1080p.mkv", 2 * kMiB);
+  quon.folder.file("tree/[sub]/x", 5);
+  const auto find = [&](Arguments words) {
+    words.insert(words.begin(), "search");
+    words.insert(words.end(), {"--in", quon.tree});
+    return namesOf(quon.document(words).at("rows"));
+  };
+  EXPECT_THAT(find({"[1080p]"}), ElementsAre("[1080p].mkv"));
+  EXPECT_THAT(find({"mkv", "[1080p]"}), ElementsAre("[1080p].mkv"));
+  EXPECT_THAT(find({"[a,b]"}), SizeIs(0));
+  EXPECT_EQ(quon.document({"ls", quon.folder.at("tree/[sub]")}).at("logical"), 5);
+  EXPECT_EQ(quon.run({"ls", quon.tree, "--limit", "[2]"}).status, 2);
+}
+
+TEST_F(Lenses, LimitsAreNumbersOfRows) {
+  for (const char* limit : {"0", "-1", "1.5", "1000000001", "18446744073709551615", "18446744073709551616"}) {
+    const Finished refused = quon.run({"ls", quon.tree, "--limit", limit});
+    EXPECT_EQ(refused.status, 2) << limit;
+    EXPECT_LT(refused.err.size(), 150U) << refused.err;
+    EXPECT_EQ(refused.out, "");
+  }
+  EXPECT_THAT(quon.document({"ls", quon.tree, "--limit", "1000000000"}).at("rows"), SizeIs(4));
+}
+
 TEST_F(Lenses, CommandsAreThoseOfTheBar) {
   std::filesystem::copy(quon.tree, quon.home + "/tree", std::filesystem::copy_options::recursive);
   const Json rows = quon.document({"commands", "summer"}).at("rows");

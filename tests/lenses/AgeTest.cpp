@@ -110,6 +110,23 @@ TEST(Untouched, AsksAtEvery1024thFolderAndStops) {
   EXPECT_EQ(asked, 5);
 }
 
+TEST(Untouched, StopsAmongRowsOfOneFolder) {
+  for (const bool ofFiles : {false, true}) {
+    PathTree tree;
+    for (int at = 1; at < 3 * 1024; ++at) {
+      if (ofFiles) {
+        tree.folder("new").keptFiles.push_back({std::to_string(at), 1, 1, 5});
+      } else {
+        tree.sample.folder(std::to_string(at), nullptr, 5);
+      }
+    }
+    if (ofFiles) tree.folder("new").mtime = 50;
+    int asked = 0;
+    EXPECT_FALSE(ageScan(tree.rolledUp(), "/r", 10, Metric::logical, [&asked] { return ++asked == 2; }));
+    EXPECT_EQ(asked, 2) << ofFiles;
+  }
+}
+
 TEST(Untouched, GoesToAnyDepth) {
   PathTree tree = PathTree::chain("d", 100'000);
   tree.folder("d").mtime = 200;

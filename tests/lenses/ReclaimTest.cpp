@@ -209,6 +209,16 @@ TEST_F(DesktopReclaim, NeverListsWhatHoldsTheUsersOwnFiles) {
   EXPECT_EQ(list(), Listed()) << "another volume lies in it";
 }
 
+TEST_F(DesktopReclaim, NoNameMakesUpForTheUsersOwnFilesInside) {
+  where.home = "/srv/Pods/u";
+  where.mountPoints.emplace_back("/work/node_modules/disk");
+  folders(
+      "srv/Pods/u/.npm srv/Pods/u/letters srv/Pods/v work/node_modules/disk "
+      "work/node_modules/a/node_modules");
+  EXPECT_EQ(list(), (Listed{{"node_modules", {"/work/node_modules/a/node_modules"}},
+                            {"npm cache (~/.npm)", {"/srv/Pods/u/.npm"}}}));
+}
+
 TEST_F(DesktopReclaim, ATagCountsByItsSignature) {
   const std::string tag = kTag;
   for (const char* const folder : {"sound", "sound/inner", "p/node_modules/x", "gone"})

@@ -62,28 +62,22 @@ TEST(AppModel, WhatCannotBeScannedIsTold) {
   EXPECT_EQ(home.model->_scanStats.get(), "cannot scan " + home.top.at("link"));
 }
 
-TEST(AppModel, NoTreeIsShownUnderAnotherRootsPath) {
+TEST(AppModel, AFailedScanLeavesNothingToShow) {
   ModelHome home;
   home.top.file("tree/a", 100);
   home.scan();
   AppModel& model = *home.model;
-  const auto isShown = [&] { return model._result.get() && model._scope.get() && !model.entries().empty(); };
-  ASSERT_TRUE(isShown());
-  model.scan(home.root);
-  EXPECT_TRUE(isShown()) << "a rescan takes the old tree away";
-  home.finish();
   model._query.set("a");
   model.schedulePaletteSearch("a");
-  model.scan(home.top.folder("other"));
-  EXPECT_FALSE(isShown());
-  home.settle();
-  EXPECT_FALSE(model._searchHits.get()) << "of the tree before";
-  EXPECT_THAT(model._paletteHits.get(), SizeIs(0));
-  home.finish();
-  EXPECT_TRUE(model._result.get());
+  model.scheduleAgeScan();
   model.scan(home.top.at("none"));
+  home.searches.advance(std::chrono::seconds(1));
+  home.settle();
+  EXPECT_EQ(model._phase.get(), Phase::scanning);
   EXPECT_FALSE(model._result.get() || model._scope.get() || model._searching.get());
-  EXPECT_EQ(model._indexedAt.get(), std::nullopt);
+  EXPECT_FALSE(model._searchHits.get() || model._ageHits.get() || model._indexedAt.get());
+  EXPECT_THAT(model._paletteHits.get(), SizeIs(0));
+  EXPECT_THAT(model.entries(), SizeIs(0));
 }
 
 TEST(AppModel, OnlyTheNewestScanCounts) {
@@ -300,6 +294,49 @@ TEST(AppModel, LensesAnswerForTheTreeTheyWereAskedFor) {
   home.settle();
   EXPECT_FALSE(model._names.get());
   EXPECT_THAT(model._namesError.get().value_or(""), HasSubstr("no index at "));
+}
+
+TEST(AppModel, ScansAndOpensARootBehindALink) {
+  ModelHome home;
+  home.top.file("tree/users/me/letters", 3000);
+  std::filesystem::create_directory_symlink(home.root + "/users", home.top.at("home"));
+  home.userHome = home.top.at("home") + "/me";
+  home.restart();
+  for (const std::string& path :
+       {home.userHome, home.top.at("home/me/"), home.userHome + "/../me/.", std::string("~")}) {
+    home.model->scan(path);
+    home.finish();
+    EXPECT_EQ(home.model->_rootPath.get(), home.root + "/users/me") << path;
+    EXPECT_EQ(home.model->_result.get()->root->totalLogical, 3000U) << path;
+  }
+  home.restart();
+  home.model->scanIfNeeded(home.userHome);
+  home.finish();
+  EXPECT_TRUE(home.model->lastRun.wasLoaded);
+  EXPECT_EQ(home.model->_result.get()->root->totalLogical, 3000U);
+}
+
+TEST(AppModel, ReclaimsNothingOfAHomeBehindALink) {
+  ModelHome home;
+  const std::string tag = "Signature: 8a477f597d28d172789f06886806bc55";
+  home.top.file("tree/users/me/letters", 3000);
+  home.top.file("tree/users/me/.cache/app/blob", 2000);
+  home.top.folder("tree/users/me/dots/config");
+  std::filesystem::create_directory_symlink("dots/config", home.root + "/users/me/.config");
+  writeBytes(home.root + "/users/me/CACHEDIR.TAG", tag);
+  writeBytes(home.root + "/users/me/dots/CACHEDIR.TAG", tag);
+  std::filesystem::create_directory_symlink(home.root + "/users", home.top.at("home"));
+  home.userHome = home.top.at("home") + "/me";
+  home.restart();
+  for (const std::string& root : {home.root, home.userHome}) {
+    home.model->scan(root);
+    home.finish();
+    const auto groups = home.model->reclaimGroups(home.model->_result.get()->root);
+    ASSERT_THAT(groups, SizeIs(1)) << root;
+    EXPECT_EQ(groups.front().rule.label, "app caches (~/.cache)");
+    ASSERT_THAT(groups.front().nodes, SizeIs(1));
+    EXPECT_EQ(groups.front().total, 2000U);
+  }
 }
 
 class AppModelLive : public testing::Test {

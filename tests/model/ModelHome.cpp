@@ -1,8 +1,21 @@
 #include "ModelHome.h"
 
+#include <system_error>
+#include <utility>
+
 namespace quon::test {
 
-ModelHome::ModelHome() : root(top.folder("tree")) {
+std::unique_ptr<RunningThread> HeldThreads::start(const std::string& name, std::size_t stackBytes,
+                                                  std::function<void()> body) const {
+  if (!name.starts_with("quon-")) return real.start(name, stackBytes, std::move(body));
+  if (refused) throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
+  return real.start(name, stackBytes, [this, body = std::move(body)] {
+    held.wait(true);
+    body();
+  });
+}
+
+ModelHome::ModelHome() : root(top.folder("tree")), userHome(top.path) {
   restart();
 }
 ModelHome::~ModelHome() = default;
@@ -10,8 +23,14 @@ ModelHome::~ModelHome() = default;
 void ModelHome::restart() {
   model.reset();
   model = std::make_unique<AppModel>(AppModel::Services{
-      platform.services(), events, defaults, desktop, log,
-      Folders{.home = top.path, .data = top.at("data"), .config = top.at("config"), .state = top.at("state")},
+      services, events, defaults, desktop, log,
+      Folders{.home = userHome,
+              .data = top.at("data"),
+              .config = top.at("config"),
+              .state = top.at("state"),
+              .cacheHome = userHome + "/.cache",
+              .configHome = userHome + "/.config",
+              .dataHome = userHome + "/.local/share"},
       main, searches, lenses, liveEvents, liveWork,
       [this] { return std::chrono::duration<double>(liveWork.now()); }, [this] { return now; }});
 }

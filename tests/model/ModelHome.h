@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <map>
 #include <memory>
@@ -11,6 +12,7 @@
 #include "base/ManualQueue.h"
 #include "model/AppModel.h"
 #include "platform/Desktop.h"
+#include "platform/Threads.h"
 #include "platform/UserDefaults.h"
 #include "platform_linux/LinuxPlatform.h"
 #include "support/FakeEvents.h"
@@ -60,6 +62,27 @@ class SilentLog final : public Log {
   void line(std::string_view) override {}
 };
 
+/// Real threads, of which those of scans and loads may be made to wait, or be refused.
+class HeldThreads final : public ThreadService {
+ public:
+  explicit HeldThreads(const ThreadService& realThreads) : real(realThreads) {}
+
+  std::atomic<bool> refused{false};
+
+  void hold() { held = true; }
+  void release() {
+    held = false;
+    held.notify_all();
+  }
+  [[nodiscard]] std::unique_ptr<RunningThread> start(const std::string& name, std::size_t stackBytes,
+                                                     std::function<void()> body) const override;
+  [[nodiscard]] unsigned activeProcessors() const override { return real.activeProcessors(); }
+
+ private:
+  const ThreadService& real;
+  std::atomic<bool> held{false};
+};
+
 /// A model over real folders, with manual queues: nothing happens between two lines of a test but what it
 /// says, except that scans and loads run on threads, which `finish` waits for.
 struct ModelHome {
@@ -76,8 +99,11 @@ struct ModelHome {
   void restart();
 
   const LinuxPlatform platform;
+  HeldThreads threads{platform.services().threads};
+  const Platform services{platform.services().directories, platform.services().files, threads};
   TempFolder top;
   const std::string root;
+  std::string userHome;  ///< the user's home folder; from `restart` on when it is changed
   FakeEvents events;
   MemoryDefaults defaults;
   NotedDesktop desktop;

@@ -3,10 +3,13 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <sys/mount.h>
+#include <utility>
 
+#include "platform/Files.h"
 #include "store/FolderScan.h"
 #include "store/IndexCatalog.h"
 #include "store/ScanStore.h"
+#include "store/StoreError.h"
 #include "support/ChildProcess.h"
 #include "support/RawIndex.h"
 #include "support/SampleTree.h"
@@ -114,7 +117,14 @@ TEST(Catalog, TellsAnAbsentVolumeFromADeletedFolder) {
                                                  {"/run/media/user/here/x", Status::orphaned},
                                                  {"/mntx/deleted", Status::orphaned},
                                                  {"/home/deleted", Status::orphaned}};
-    for (const auto& [root, status] : expected) (void)saveAt(index, root, "1");
+    const std::vector<std::string> mounted = linuxPlatform().files.mountPoints();
+    for (const auto& [root, status] : expected) {
+      std::error_code none;
+      const auto volume = linuxPlatform().files.facts(IndexCatalog::mountPointOf(root, mounted), none);
+      RawIndex(saveAt(index, root, "1"))
+          .exec("UPDATE meta SET value = '" + std::to_string(volume.value().device) +
+                "' WHERE key = 'rootDev'");
+    }
     auto found = byRoot(IndexCatalog::list(linuxPlatform(), index));
     ASSERT_EQ(found.size(), expected.size());
     for (const auto& [root, status] : expected) EXPECT_EQ(found[root].status, status) << root;
@@ -151,6 +161,125 @@ TEST(Catalog, CollectsWhatIsOfNoUseAnyMoreAndNothingElse) {
     EXPECT_EQ(IndexCatalog::collectGarbage(linuxPlatform(), index).bytes, 0U);
     EXPECT_EQ(IndexCatalog::collectGarbage(linuxPlatform(), top.at("none")).indexes, 0U);
   });
+}
+
+TEST(Catalog, TakesAnotherVolumeInTheSamePlaceForNoDeletion) {
+  const TempFolder top;
+  inPrivateMounts([&] {
+    const std::string index = top.folder("index");
+    mountTmpfs(top.folder("slot"));
+    const std::string saved =
+        FolderScan(linuxPlatform(), {.root = top.folder("slot/photos"), .indexDirectory = index}).run().index;
+    mountTmpfs(top.folder("other"));  // while the first is mounted: so it bears another number
+    ASSERT_EQ(::umount2(top.at("slot").c_str(), MNT_DETACH), 0);
+    bindMount(top.at("other"), top.at("slot"));
+    EXPECT_EQ(IndexCatalog::list(linuxPlatform(), index).at(0).status, Status::offline);
+    EXPECT_EQ(IndexCatalog::collectGarbage(linuxPlatform(), index).indexes, 0U);
+    EXPECT_TRUE(fs::exists(saved));
+  });
+}
+
+TEST(Catalog, KnowsTheVolumeBehindALink) {
+  const TempFolder top;
+  inPrivateMounts([&] {
+    const std::string index = top.folder("index");
+    mountTmpfs(top.folder("disk"));
+    top.folder("disk/photos/2020");
+    fs::create_directory_symlink(top.at("disk/photos"), top.at("link"));
+    const std::string saved =
+        FolderScan(linuxPlatform(), {.root = top.at("link/2020"), .indexDirectory = index}).run().index;
+    ASSERT_EQ(::umount2(top.at("disk").c_str(), MNT_DETACH), 0);
+    EXPECT_EQ(IndexCatalog::list(linuxPlatform(), index).at(0).status, Status::offline);
+    EXPECT_EQ(IndexCatalog::collectGarbage(linuxPlatform(), index).indexes, 0U);
+    EXPECT_TRUE(fs::exists(saved));
+  });
+}
+
+TEST(Catalog, TakesNoIndexForABuild) {
+  const TempFolder top;
+  const std::string index = top.folder("index");
+  const auto scan = [&](const std::string& root) {
+    return FolderScan(linuxPlatform(), {.root = root, .indexDirectory = index}).run().index;
+  };
+  const std::string root = top.folder("notes.sqlite.building");
+  const std::string saved = scan(root);
+  const std::string journal = top.file("index/a.sqlite.building-1.sqlite-journal", 10);
+  const std::string stale = top.file("index/" + fs::path(saved).filename().string() + ".building-1", 40);
+  for (const std::string& file : {saved, journal, stale}) {
+    fs::last_write_time(file, fs::file_time_type::clock::now() - std::chrono::hours(2));
+  }
+  EXPECT_EQ(IndexCatalog::collectGarbage(linuxPlatform(), index).bytes, 40U);
+  EXPECT_TRUE(fs::exists(saved));
+  EXPECT_TRUE(fs::exists(journal)) << "without it the index would be taken for whole";
+  {
+    const ScanStore build(linuxPlatform(), saved);
+    EXPECT_TRUE(fs::exists(saved)) << "removed by a scan that may yet be cancelled";
+  }
+  EXPECT_EQ(byRoot(IndexCatalog::list(linuxPlatform(), index))[root].status, Status::live);
+}
+
+/// A root that is made again, and its index with it, after a collection has looked for it.
+TEST(Catalog, LooksAgainBeforeItRemoves) {
+  class Files final : public FileService {
+   public:
+    explicit Files(std::string path) : late(std::move(path)) {}
+    std::optional<PathFacts> facts(const std::string& path, std::error_code& error) const override {
+      if (path == late && !std::exchange(looked, true)) {
+        error = std::make_error_code(std::errc::no_such_file_or_directory);
+        return std::nullopt;
+      }
+      return real.facts(path, error);
+    }
+    std::optional<PathFacts> ownFacts(const std::string& path, std::error_code& error) const override {
+      return real.ownFacts(path, error);
+    }
+    std::optional<std::string> canonical(const std::string& path, std::error_code& error) const override {
+      return real.canonical(path, error);
+    }
+    std::error_code readable(const std::string& folder) const override { return real.readable(folder); }
+    std::vector<std::string> mountPoints() const override { return real.mountPoints(); }
+    void makePrivateFolder(const std::string& path) const override { real.makePrivateFolder(path); }
+    void createPrivateFile(const std::string& path) const override { real.createPrivateFile(path); }
+    void replace(const std::string& from, const std::string& to) const override { real.replace(from, to); }
+    bool remove(const std::string& path) const override { return real.remove(path); }
+    std::vector<FolderItem> list(const std::string& folder) const override { return real.list(folder); }
+
+   private:
+    const FileService& real = linuxPlatform().files;
+    const std::string late;
+    mutable bool looked = false;
+  };
+  const TempFolder top;
+  const std::string index = top.folder("index");
+  const std::string root = top.folder("root");
+  const std::string saved = FolderScan(linuxPlatform(), {.root = root, .indexDirectory = index}).run().index;
+  const Files files(root);
+  const Platform platform{linuxPlatform().directories, files, linuxPlatform().threads};
+  EXPECT_EQ(IndexCatalog::collectGarbage(platform, index).indexes, 0U);
+  EXPECT_TRUE(fs::exists(saved));
+}
+
+TEST(Catalog, LeavesNothingOfAnIndexBehind) {
+  const TempFolder top;
+  const std::string index = top.folder("index");
+  const std::string saved = saveAt(index, top.at("gone"), "1");
+  writeBytes(saved + "-wal", "");
+  writeBytes(saved + "-shm", std::string(30, 'x'));
+  const auto bytes = fs::file_size(saved) + 30;
+  EXPECT_EQ(IndexCatalog::collectGarbage(linuxPlatform(), index).bytes, bytes);
+  EXPECT_TRUE(fs::is_empty(index));
+}
+
+TEST(Catalog, TakesNoTimeForOneThatNoClockShows) {
+  const TempFolder top;
+  const std::string index = top.folder("index");
+  const std::string root = top.folder("root");
+  const std::string saved = saveAt(index, root, "1");
+  for (const char* time : {"1e300", "-1e19", "9.3e18", "inf", "nan"}) {
+    RawIndex(saved).exec("UPDATE meta SET value = '" + std::string(time) + "' WHERE key = 'scannedAt'");
+    EXPECT_EQ(IndexCatalog::list(linuxPlatform(), index).at(0).status, Status::unusable) << time;
+    EXPECT_THROW((void)ScanStore::load(saved, root, 1), StoreError) << time;
+  }
 }
 
 }  // namespace

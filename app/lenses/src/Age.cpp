@@ -11,7 +11,7 @@ namespace quon {
 namespace {
 
 constexpr std::int64_t kDay = 86'400;
-constexpr std::uint64_t kFoldersBetweenQuestions = 1024;
+constexpr std::uint64_t kLooksBetweenQuestions = 1024;
 
 bool isOlder(std::int64_t time, std::int64_t cutoff) {
   return time >= 1 && time < cutoff;
@@ -26,10 +26,9 @@ class AgeWalk {
 
   /// False when the walk was abandoned.
   bool run(const std::function<bool()>& cancelled) {
-    std::uint64_t visited = 1;
+    std::uint64_t looked = 1;
     while (!visits.empty()) {
-      if (!step()) continue;
-      if (++visited % kFoldersBetweenQuestions == 0 && cancelled()) return false;
+      if (step() && ++looked % kLooksBetweenQuestions == 0 && cancelled()) return false;
     }
     return true;
   }
@@ -40,33 +39,35 @@ class AgeWalk {
   struct Visit {
     DirNode* folder;
     std::size_t nextChild = 0;
+    std::size_t nextFile = 0;
   };
 
-  /// True when another folder was entered.
+  /// True when another folder or file was looked at.
   bool step() {
-    auto& [folder, nextChild] = visits.back();
-    if (nextChild == folder->subdirs.size()) {
-      leave();
-      return false;
+    auto& [folder, nextChild, nextFile] = visits.back();
+    if (nextChild < folder->subdirs.size()) {
+      lookAt(folder->subdirs[nextChild++]);
+      return true;
     }
-    const RefPtr<DirNode>& child = folder->subdirs[nextChild++];
+    if (nextFile < folder->keptFiles.size()) {
+      const FileEntry& file = folder->keptFiles[nextFile++];
+      if (isOlder(file.mtime, cutoff)) entries.push_back(Entry::ofFile(file, RefPtr<DirNode>(folder), path));
+      return true;
+    }
+    const std::size_t left = folder->name.size() + 1;
+    visits.pop_back();
+    if (!visits.empty()) path.resize(path.size() - left);
+    return false;
+  }
+
+  void lookAt(const RefPtr<DirNode>& child) {
     if (isOlder(child->newest, cutoff)) {
       entries.push_back(Entry::ofFolder(child, joinPath(path, child->name)));
-      return false;
+      return;
     }
     path += '/';
     path += child->name;
     visits.push_back({child.get()});
-    return true;
-  }
-
-  void leave() {
-    DirNode* const folder = visits.back().folder;
-    visits.pop_back();
-    for (const FileEntry& file : folder->keptFiles) {
-      if (isOlder(file.mtime, cutoff)) entries.push_back(Entry::ofFile(file, RefPtr<DirNode>(folder), path));
-    }
-    if (!visits.empty()) path.resize(path.size() - folder->name.size() - 1);
   }
 
   const std::int64_t cutoff;

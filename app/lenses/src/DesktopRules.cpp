@@ -4,9 +4,9 @@
 // folder called `target`, and below the configuration folder one named as browsers name their caches, is
 // looked into when the walk comes to it.
 //
-// Whatever the evidence, a folder that is or holds the home, data or configuration folder or a mounted volume
-// never matches: an environment variable may be set to anything, a tag may have been put where a backup
-// should stop, and what is mounted in a cache is no cache.
+// Whatever the evidence, its name included, a folder that is or holds the home, data or configuration folder
+// or a mounted volume is never listed: an environment variable may be set to anything, a tag may have been
+// put where a backup should stop, and what is mounted in a cache is no cache.
 
 #include "DesktopRules.h"
 
@@ -105,15 +105,12 @@ void DesktopRules::leave(std::string_view name) {
   path.resize(path.size() - name.size() - 1);
 }
 
-const Rule* DesktopRules::match(std::string_view name) const {
-  const Rule* const rule = recognise(name);
-  if (rule == nullptr) return nullptr;
+bool DesktopRules::mayBeListed(std::string_view name) const {
   const std::string folder = joinPath(path, name);
-  return std::ranges::any_of(stays, [&](const std::string& kept) { return isInside(kept, folder); }) ? nullptr
-                                                                                                     : rule;
+  return std::ranges::none_of(stays, [&](const std::string& kept) { return isInside(kept, folder); });
 }
 
-const Rule* DesktopRules::recognise(std::string_view name) const {
+const Rule* DesktopRules::match(std::string_view name) const {
   const Rule* const rule = marked.rule(marked.below(places.back(), name));
   const bool perhapsTagged = rule == &kTagged;
   if (rule != nullptr && !perhapsTagged) return rule;

@@ -21,8 +21,11 @@ class DesktopRules {
   void enter(std::string_view name);
   /// Goes back to the parent.
   void leave(std::string_view name);
-  /// The rule that a child of the current folder matches, or none.
+  /// The rule that a child of the current folder matches, or none; it may hold something of the user's own.
   [[nodiscard]] const Rule* match(std::string_view name) const;
+
+  /// False for a child that is or holds something of the user's own, whatever rule it matches.
+  [[nodiscard]] bool mayBeListed(std::string_view name) const;
 
   /// All of them, in the order of their groups.
   [[nodiscard]] static std::vector<const Rule*> all();
@@ -30,8 +33,6 @@ class DesktopRules {
  private:
   void markPlaces(const Surroundings& where);
   void markTagged();
-  /// The rule that a child matches before it is known whether anything of the user's lies in it.
-  [[nodiscard]] const Rule* recognise(std::string_view name) const;
   /// How many levels the current folder lies below this one; 0 when it does not.
   [[nodiscard]] std::size_t depthBelow(const std::string& folder) const;
   [[nodiscard]] bool isBrowserCache(std::string_view name) const;

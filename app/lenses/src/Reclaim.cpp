@@ -31,6 +31,7 @@ struct NoPlaces {
   static void enter(std::string_view /*name*/) {}
   static void leave(std::string_view /*name*/) {}
   static const Rule* match(std::string_view /*name*/) { return nullptr; }
+  static bool mayBeListed(std::string_view /*name*/) { return true; }
 };
 
 template <typename Places>
@@ -52,7 +53,7 @@ std::vector<Found> walk(DirNode& scope, Places places) {
     // The root is named with its whole path; no other name holds a slash.
     const Rule* rule = matchByName(lastComponent(folder->name), child->name);
     if (rule == nullptr) rule = places.match(child->name);
-    if (rule != nullptr) {
+    if (rule != nullptr && places.mayBeListed(child->name)) {
       found.push_back({rule, child});
     } else {
       places.enter(child->name);

@@ -8,10 +8,20 @@
 #include "base/Path.h"
 #include "base/Text.h"
 #include "platform/Desktop.h"
+#include "platform/Files.h"
 #include "platform/UserDefaults.h"
 #include "rows/FolderRows.h"
 
 namespace quon {
+
+std::string withoutLinksAbove(const FileService& files, const std::string& path) {
+  const std::string_view name = lastComponent(path);
+  if (!path.starts_with('/') || path == "/") return path;
+  std::error_code error;
+  if (name == "." || name == "..") return files.canonical(path, error).value_or(path);
+  const auto above = files.canonical(path.substr(0, path.size() - name.size()), error);
+  return above ? joinPath(pathPrefix(*above), name) : path;
+}
 
 AppModel::AppModel(Services given) : services(std::move(given)), self(std::make_shared<AppModel*>(this)) {
   _rootPath.set(services.folders.home);
@@ -38,7 +48,13 @@ AppModel::~AppModel() {
 }
 
 std::string_view AppModel::treeRoot() const {
-  return pathPrefix(_rootPath.get());
+  return pathPrefix(shownRoot);
+}
+
+/// The walk follows no links, so those that lead to the root are resolved; a root that is one is refused.
+std::string AppModel::rootAt(const std::string& path) const {
+  return withoutLinksAbove(services.platform.files,
+                           withoutTrailingSlashes(expandTilde(path, services.folders.home)));
 }
 
 std::string AppModel::indexURL() const {
@@ -76,8 +92,9 @@ std::vector<Entry> AppModel::scopeEntries(const RefPtr<DirNode>& node, std::size
 }
 
 std::optional<Entry> AppModel::entryFor(const std::string& path) const {
-  const auto below = relativeTo(path, _rootPath.get());
-  if (!_result.get() || !below) return std::nullopt;
+  if (!_result.get()) return std::nullopt;
+  const auto below = relativeTo(path, shownRoot);
+  if (!below) return std::nullopt;
   const RefPtr<DirNode>& root = _result.get()->root;
   if (const RefPtr<DirNode> folder = folderAt(root, *below)) return Entry::ofFolder(folder, path);
   const std::size_t slash = below->rfind('/');
@@ -105,7 +122,8 @@ void AppModel::jump(const Entry& entry) {
   RefPtr<DirNode> target = file == nullptr ? std::get<RefPtr<DirNode>>(row.payload) : file->container;
   if (!target->isWithin(*_result.get()->root)) {
     const std::string path = row.path();
-    const auto below = relativeTo(file == nullptr ? path : path.substr(0, path.rfind('/')), _rootPath.get());
+    const std::string folder = file == nullptr ? path : path.substr(0, path.rfind('/'));
+    const auto below = relativeTo(folder, shownRoot);
     target = below ? folderAt(_result.get()->root, *below) : RefPtr<DirNode>();
     if (!target) return _toast.set(displayText(path) + " is no longer there");
   }

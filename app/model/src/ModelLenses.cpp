@@ -6,9 +6,11 @@
 #include <system_error>
 #include <utility>
 
+#include "ModelRun.h"
 #include "base/BackgroundQueue.h"
 #include "base/HumanBytes.h"
 #include "base/Log.h"
+#include "base/Path.h"
 #include "lenses/Age.h"
 #include "lenses/MarkerFiles.h"
 #include "model/AppModel.h"
@@ -20,6 +22,24 @@ namespace {
 
 /// Folders that mark themselves as caches, more than which nobody has.
 constexpr std::int64_t kMostMarkers = 100'000;
+
+/// Where things lie by the names that the tree has for them: it knows no links, while the home folder lies
+/// behind one in some systems.
+Reclaim::Surroundings surroundingsOf(const FileService& files, const Folders& folders,
+                                     std::string_view rootPath) {
+  std::error_code missing;
+  const auto of = [&](const std::string& folder) {
+    return files.canonical(folder, missing).value_or(folder);
+  };
+  return {.rootPath = std::string(rootPath),
+          .home = of(folders.home),
+          // A link in the place of the caches may lead to where other things lie as well.
+          .cacheHome = withoutLinksAbove(files, folders.cacheHome),
+          .configHome = of(folders.configHome),
+          .dataHome = of(folders.dataHome),
+          .mountPoints = files.mountPoints(),
+          .userID = folders.userID};
+}
 
 }  // namespace
 
@@ -53,22 +73,18 @@ void AppModel::voidLenses() {
 }
 
 Kinds::Aggregate AppModel::kindRows() const {
+  if (!_scope.get()) return {};
   return Kinds::aggregate(_scope.get(), _metric.get(), kindOverrides);
 }
 
 std::vector<Reclaim::Group> AppModel::reclaimGroups(const RefPtr<DirNode>& scope) const {
-  const Reclaim::Surroundings surroundings{.rootPath = std::string(treeRoot()),
-                                           .home = services.folders.home,
-                                           .cacheHome = services.folders.cacheHome,
-                                           .configHome = services.folders.configHome,
-                                           .dataHome = services.folders.dataHome,
-                                           .mountPoints = services.platform.files.mountPoints(),
-                                           .userID = services.folders.userID};
+  const Reclaim::Surroundings surroundings =
+      surroundingsOf(services.platform.files, services.folders, treeRoot());
   const DiskMarkers markers([&](std::string_view name) {
     std::vector<std::string> folders;
     if (lastRun.index.empty()) return folders;
     try {
-      for (const NamedFile& file : ScanStore::paths(name, lastRun.index, _rootPath.get(), kMostMarkers)) {
+      for (const NamedFile& file : ScanStore::paths(name, lastRun.index, shownRoot, kMostMarkers)) {
         folders.push_back(file.path.substr(0, file.path.size() - name.size() - 1));
       }
     } catch (const StoreError& failure) {
@@ -113,16 +129,21 @@ void AppModel::scheduleAgeScan() {
   });
 }
 
+/// The folder that the Names lens tells of, as a path below the root.
+std::string AppModel::namesBelow() const {
+  return conduct.namesOfScope ? std::string(relativeTo(scopePath, shownRoot).value_or("")) : "";
+}
+
 void AppModel::scheduleNamesScan() {
   const std::int64_t generation = namesGen->advance();
   _namesLoading.set(true);
   services.lenses.post([generation, box = namesGen, url = indexURL(), limit = conduct.namesShown,
-                        weak = Self(self), &main = services.main] {
+                        below = namesBelow(), weak = Self(self), &main = services.main] {
     if (!box->isCurrent(generation)) return;
     auto names = std::make_shared<std::vector<RepeatedName>>();
     auto failure = std::make_shared<std::optional<std::string>>();
     try {
-      *names = ScanStore::repeatedNames(url, limit, leastNameTotal);
+      *names = ScanStore::repeatedNames(url, limit, leastNameTotal, below);
     } catch (const StoreError& reason) {
       *failure = reason.what();
     }
@@ -142,7 +163,7 @@ void AppModel::scheduleNamesScan() {
 }
 
 std::vector<NamedFile> AppModel::filesNamed(const std::string& name, std::int64_t limit) const {
-  return ScanStore::paths(name, indexURL(), _rootPath.get(), limit);
+  return ScanStore::paths(name, indexURL(), _rootPath.get(), limit, namesBelow());
 }
 
 void AppModel::refreshIndexes() {

@@ -37,7 +37,7 @@ void AppModel::startLiveWatch(const WalkResult& result, std::uint64_t sinceEvent
                             services.steadyClock},
       LiveWatcher::Options{
           .root = result.root,
-          .rootPath = _rootPath.get(),
+          .rootPath = shownRoot,
           .indexURL = lastRun.index,
           .rootDev = rootDev,
           .minKeep = minKeep,
@@ -48,15 +48,17 @@ void AppModel::startLiveWatch(const WalkResult& result, std::uint64_t sinceEvent
 }
 
 void AppModel::liveEvent(const LiveWatcher::Event& event) {
-  if (const auto* rescan = std::get_if<LiveWatcher::NeedsRescan>(&event)) {
-    liveWatcher.reset();
-    indexFresh = false;
-    _indexedAt.set(services.now());
-    _toast.set("live updates paused — " + rescan->reason);
-  } else {
-    liveBatchApplied(std::get<LiveWatcher::Update>(event));
-  }
-  if (onLiveEvent) onLiveEvent(event);
+  change([&] {
+    if (const auto* rescan = std::get_if<LiveWatcher::NeedsRescan>(&event)) {
+      liveWatcher.reset();
+      indexFresh = false;
+      _indexedAt.set(services.now());
+      _toast.set("live updates paused — " + rescan->reason);
+    } else {
+      liveBatchApplied(std::get<LiveWatcher::Update>(event));
+    }
+    if (onLiveEvent) onLiveEvent(event);
+  });
 }
 
 void AppModel::liveBatchApplied(const LiveWatcher::Update& update) {
@@ -66,7 +68,7 @@ void AppModel::liveBatchApplied(const LiveWatcher::Update& update) {
   _result.set(result);
   if (_scope.get() && !_scope.get()->isWithin(*result->root)) {
     // Another folder may lie there by now, read anew.
-    const auto below = relativeTo(scopePath, _rootPath.get());
+    const auto below = relativeTo(scopePath, shownRoot);
     const RefPtr<DirNode> present = below ? folderAt(result->root, *below) : RefPtr<DirNode>();
     _scope.set(present ? present : result->root);
     _hovered.set(std::nullopt);

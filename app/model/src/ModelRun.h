@@ -12,6 +12,11 @@
 
 namespace quon {
 
+class FileService;
+
+/// The path with the links above its last name resolved; as it is when that cannot be.
+[[nodiscard]] std::string withoutLinksAbove(const FileService& files, const std::string& path);
+
 /// A scan or load under way. Owned, and ended, by the main thread; its own thread uses it until then.
 struct AppModel::Run {
   /// Threads: any.

@@ -41,24 +41,51 @@ std::set<std::string> asSet(const std::vector<std::string>& paths) {
 void AppModel::scanIfNeeded(const std::string& path) {
   if (scanStarted) return;
   scanStarted = true;
-  _rootPath.set(withoutTrailingSlashes(expandTilde(path, services.folders.home)));
-  collectIndexGarbage();
-  const std::string url = indexURL();
-  std::error_code absent;
-  if (!services.platform.files.facts(url, absent)) return scan(path);
-  startLoad(url);
+  change([&] {
+    _rootPath.set(rootAt(path));
+    collectIndexGarbage();
+    const std::string url = indexURL();
+    std::error_code absent;
+    if (!services.platform.files.facts(url, absent)) return startScan(_rootPath.get());
+    startLoad(url);
+  });
 }
 
 void AppModel::scan(const std::string& path) {
   scanStarted = true;
+  const std::string root = rootAt(path);
+  if (changing) {
+    wantedNext = root;
+  } else {
+    change([&] { startScan(root); });
+  }
+}
+
+/// Takes the steps of a change during which observers are told. The scan that one of them asks for begins
+/// when all steps are taken: begun between two of them it would be a scan of one root that the remaining
+/// steps take for that of another.
+void AppModel::change(FunctionRef<void()> steps) {
+  if (changing) return steps();
+  {
+    struct Changing {
+      explicit Changing(bool& flag) : isChanging(flag) { isChanging = true; }
+      ~Changing() { isChanging = false; }
+      Changing(const Changing&) = delete;
+      Changing& operator=(const Changing&) = delete;
+      bool& isChanging;
+    };
+    const Changing marked(changing);
+    steps();
+  }
+  if (const auto next = std::exchange(wantedNext, std::nullopt)) scan(*next);
+}
+
+void AppModel::startScan(std::string root) {
   liveWatcher.reset();
   voidLenses();
   Run& begun = beginRun();
   _phase.set(Phase::scanning);
-  const std::string root = withoutTrailingSlashes(expandTilde(path, services.folders.home));
-  // A tree and the root that its paths are built from belong together; a rescan keeps the old one until then.
-  if (root != _rootPath.get()) dropTree();
-  _rootPath.set(root);
+  _rootPath.set(std::move(root));
   _scanStats.set("starting…");
   _scanPath.set("");
   indexFresh = false;
@@ -78,6 +105,7 @@ void AppModel::scan(const std::string& path) {
   {
     const MutexLock held(runLock);
     begun.scan = std::make_unique<FolderScan>(services.platform, std::move(options));
+    if (begun.cancelled) begun.scan->cancel();  // by an observer of what was set since
   }
   scheduleProgress();
   launch("quon-scan", [scan = begun.scan.get()](Finished& finished) {
@@ -153,8 +181,12 @@ AppModel::Run& AppModel::beginRun() {
 /// Runs the work of the present run on its thread and brings back what comes of it.
 void AppModel::launch(const char* threadName, std::function<void(Finished&)> work) {
   busy = true;
-  const MutexLock held(runLock);
-  const auto body = [work = std::move(work), generation = scanGeneration, weak = Self(self), &begun = *run,
+  Run* begun = nullptr;
+  {
+    const MutexLock held(runLock);
+    begun = run.get();
+  }
+  const auto body = [work = std::move(work), generation = scanGeneration, weak = Self(self), &begun = *begun,
                      &main = services.main] {
     const auto finished = std::make_shared<Finished>();
     try {
@@ -168,7 +200,7 @@ void AppModel::launch(const char* threadName, std::function<void(Finished&)> wor
     });
   };
   try {
-    run->thread = services.platform.threads.start(threadName, kStackBytes, body);
+    begun->thread = services.platform.threads.start(threadName, kStackBytes, body);
   } catch (const std::system_error& failure) {
     fail(failure.what());
   }
@@ -179,16 +211,18 @@ void AppModel::endRun(std::int64_t generation, const std::shared_ptr<Finished>& 
   if (generation != scanGeneration) return;
   busy = false;
   timer.cancel();
-  if (finished->told.cancelled) {
-    lastRun = {.cancelled = true};
-  } else if (finished->failure.empty()) {
-    install(*finished);
-  } else if (finished->isLoad) {
-    lastRun.notLoaded = finished->failure;
-    scan(_rootPath.get());
-  } else {
-    fail(finished->failure);
-  }
+  change([&] {
+    if (finished->told.cancelled) {
+      lastRun = {.cancelled = true};
+    } else if (finished->failure.empty()) {
+      install(*finished);
+    } else if (finished->isLoad) {
+      lastRun.notLoaded = finished->failure;
+      startScan(_rootPath.get());
+    } else {
+      fail(finished->failure);
+    }
+  });
 }
 
 void AppModel::fail(const std::string& reason) {
@@ -199,8 +233,9 @@ void AppModel::fail(const std::string& reason) {
   _scanStats.set("cannot scan " + displayText(_rootPath.get()));
 }
 
-/// There is nothing to show, and nothing that was searched for counts.
+/// There is nothing to show, and nothing that was asked of it counts.
 void AppModel::dropTree() {
+  voidLenses();
   entriesCache.reset();
   displayedCache.reset();
   reclaimAllCache.reset();
@@ -228,6 +263,9 @@ void AppModel::install(const Finished& finished) {
   displayedCache.reset();
   reclaimAllCache.reset();
   slotIndex = finished.slots;
+  shownRoot = _rootPath.get();
+  // Also what was asked while the run was under way: it is of the tree before.
+  voidLenses();
   _result.set(finished.result);
   _scope.set(finished.result->root);
   _selection.set(std::nullopt);
@@ -239,6 +277,8 @@ void AppModel::install(const Finished& finished) {
   // What was searched in the tree before is void, whether there is a query now or not.
   _searchHits.set(std::nullopt);
   scheduleSearch();
+  _paletteHits.set({});
+  schedulePaletteSearch(lastPaletteText);
   startLiveWatch(*finished.result, finished.eventId, finished.rootDev);
   if (!lastRun.message.empty()) _toast.set(lastRun.message);
 }
@@ -257,18 +297,21 @@ void AppModel::rememberRoot(const std::string& root) {
 
 void AppModel::scheduleProgress() {
   timer = services.main.postAfter(kProgressInterval, [weak = Self(self)] {
-    const auto alive = weak.lock();
-    if (!alive) return;
-    AppModel& model = **alive;
+    if (const auto alive = weak.lock()) (*alive)->tellProgress();
+  });
+}
+
+void AppModel::tellProgress() {
+  change([this] {
     Progress::Snapshot now;
     {
-      const MutexLock held(model.runLock);
-      now = model.run->scan->progress();
+      const MutexLock held(runLock);
+      now = run->scan->progress();
     }
-    model._scanStats.set(fmt::format("{} dirs · {} files · {}", grouped(now.dirs), grouped(now.files),
-                                     humanBytes(now.logical)));
-    model._scanPath.set(now.currentPath);
-    model.scheduleProgress();
+    _scanStats.set(fmt::format("{} dirs · {} files · {}", grouped(now.dirs), grouped(now.files),
+                               humanBytes(now.logical)));
+    _scanPath.set(now.currentPath);
+    scheduleProgress();
   });
 }
 

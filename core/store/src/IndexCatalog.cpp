@@ -38,11 +38,15 @@ bool isUnplugged(const std::string& root, const std::vector<std::string>& mounte
   return false;
 }
 
-/// True when the file system that held the root when it was scanned is not mounted there now.
-bool lostItsVolume(const MetaMap& meta, const std::vector<std::string>& mounted) {
+/// True when the file system that held the root when it was scanned is not mounted there now, or another is.
+/// A device that bears another number than then counts as another: what is kept in vain costs some space.
+bool lostItsVolume(const Platform& platform, const MetaMap& meta, const std::vector<std::string>& mounted) {
   const auto point = meta.find("mountPoint");
-  return point != meta.end() && point->second != "/" &&
-         std::ranges::find(mounted, point->second) == mounted.end();
+  if (point == meta.end() || point->second == "/") return false;
+  if (std::ranges::find(mounted, point->second) == mounted.end()) return true;
+  std::error_code error;
+  const auto volume = platform.files.facts(point->second, error);
+  return !volume || volume->device != decodeCountOr(meta, "rootDev", volume->device);
 }
 
 IndexEntry::Status statusOf(const Platform& platform, const MetaMap& meta,
@@ -52,8 +56,8 @@ IndexEntry::Status statusOf(const Platform& platform, const MetaMap& meta,
   const auto facts = platform.files.facts(root, error);
   if (facts && facts->isDirectory) return IndexEntry::Status::live;
   if (!facts && error != std::errc::no_such_file_or_directory) return IndexEntry::Status::offline;
-  return lostItsVolume(meta, mounted) || isUnplugged(root, mounted) ? IndexEntry::Status::offline
-                                                                    : IndexEntry::Status::orphaned;
+  return lostItsVolume(platform, meta, mounted) || isUnplugged(root, mounted) ? IndexEntry::Status::offline
+                                                                              : IndexEntry::Status::orphaned;
 }
 
 IndexEntry readEntry(const Platform& platform, const std::string& url,
@@ -106,10 +110,19 @@ std::vector<IndexEntry> IndexCatalog::list(const Platform& platform, const std::
 IndexCatalog::Collected IndexCatalog::collectGarbage(const Platform& platform,
                                                      const std::string& indexDirectory) {
   Collected collected;
-  for (const IndexEntry& entry : list(platform, indexDirectory)) {
+  for (const IndexEntry& listed : list(platform, indexDirectory)) {
+    if (listed.status != IndexEntry::Status::orphaned) continue;
+    // Reading all the others took a while, in which the root may have come back or been scanned anew.
+    const IndexEntry entry = readEntry(platform, listed.url, platform.files.mountPoints());
     if (entry.status != IndexEntry::Status::orphaned || !platform.files.remove(entry.url)) continue;
     ++collected.indexes;
     collected.bytes += entry.bytes;
+    for (const char* const companion : {"-journal", "-wal", "-shm"}) {
+      const std::string path = entry.url + companion;
+      std::error_code absent;
+      const auto facts = platform.files.ownFacts(path, absent);
+      if (facts && platform.files.remove(path)) collected.bytes += facts->logical;
+    }
   }
   collected.bytes += removeStaleBuilds(platform.files, indexDirectory, "");
   return collected;

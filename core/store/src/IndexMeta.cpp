@@ -110,7 +110,9 @@ std::uint64_t decodeCount(const MetaMap& meta, const std::string& key) {
 
 double decodeSeconds(const MetaMap& meta, const std::string& key) {
   const auto seconds = parsed<double>(valueOf(meta, key), key);
-  if (!std::isfinite(seconds)) throw std::invalid_argument(key);
+  // Beyond it lie times that no calendar shows, and that whole seconds cannot hold.
+  constexpr double kMostSeconds = 1e15;
+  if (!(std::abs(seconds) <= kMostSeconds)) throw std::invalid_argument(key);
   return seconds;
 }
 

@@ -354,9 +354,12 @@ void ScanStore::Writer::complete(std::string_view rootPath, std::int64_t elapsed
   {
     Statement upsert = database.prepare("INSERT OR REPLACE INTO meta (key, value) VALUES (?, ?)");
     auto rows = metaRows(rootPath, elapsedMs, result, lastEventId, rootDev, secondsSince1970());
-    // For the catalogue: an unmounted volume is no deleted folder.
+    // For the catalogue: an unmounted volume is no deleted folder. A link may lead to it.
+    std::error_code missing;
+    const std::string place =
+        platform.files.canonical(std::string(rootPath), missing).value_or(std::string(rootPath));
     rows.insert(rows.end() - 1,
-                {"mountPoint", IndexCatalog::mountPointOf(rootPath, platform.files.mountPoints())});
+                {"mountPoint", IndexCatalog::mountPointOf(place, platform.files.mountPoints())});
     for (const auto& [key, value] : rows) {
       upsert.bind(1, key);
       upsert.bind(2, value);

@@ -2,8 +2,10 @@
 // length of one call.
 #include <algorithm>
 #include <limits>
+#include <optional>
 
 #include "EntryName.h"
+#include "FolderIds.h"
 #include "base/Path.h"
 #include "store/DirPathResolver.h"
 #include "store/IndexDatabase.h"
@@ -22,6 +24,24 @@ std::uint64_t total(const Statement& row, int column) {
   return static_cast<std::uint64_t>(row.integer(column));
 }
 
+/// Keeps a query over files to what lies in a folder of the index, given by its path below the root; "" lets
+/// all in. Its parameter is the first.
+struct Within {
+  Within(Database& database, std::string_view below) {
+    if (below.empty()) return;
+    folder = folderId(database, below, std::string(below));
+    subtree = kSubtreeSQL;
+    condition = "WHERE dir IN (SELECT id FROM sub)\n";
+  }
+  void bind(Statement& query) const {
+    if (folder) query.bind(1, *folder);
+  }
+
+  std::string subtree;
+  std::string condition;
+  std::optional<std::int64_t> folder;
+};
+
 }  // namespace
 
 std::map<std::string, std::string> ScanStore::meta(const std::string& url) {
@@ -33,16 +53,18 @@ std::map<std::string, std::string> ScanStore::meta(const std::string& url) {
 }
 
 std::vector<RepeatedName> ScanStore::repeatedNames(const std::string& url, std::int64_t limit,
-                                                   std::uint64_t minTotalPhysical) {
+                                                   std::uint64_t minTotalPhysical, std::string_view below) {
   Database database = IndexDatabase::openRead(url);
+  const Within within(database, below);
   Statement rows = database.prepare(
-      "SELECT name, COUNT(*), SUM(logical), SUM(physical) FROM files\n"
+      within.subtree + "SELECT name, COUNT(*), SUM(logical), SUM(physical) FROM files\n" + within.condition +
       "GROUP BY name\n"
-      "HAVING COUNT(*) > 1 AND (SUM(physical) < 0, SUM(physical)) >= (?1 < 0, ?1)\n"
-      "ORDER BY SUM(physical) < 0 DESC, SUM(physical) DESC LIMIT ?2");
+      "HAVING COUNT(*) > 1 AND (SUM(physical) < 0, SUM(physical)) >= (?2 < 0, ?2)\n"
+      "ORDER BY SUM(physical) < 0 DESC, SUM(physical) DESC LIMIT ?3");
   // Totals are unsigned, SQL's integers signed: what SQL takes for negative is the larger.
-  rows.bind(1, static_cast<std::int64_t>(minTotalPhysical));
-  rows.bind(2, limit);
+  within.bind(rows);
+  rows.bind(2, static_cast<std::int64_t>(minTotalPhysical));
+  rows.bind(3, limit);
   std::vector<RepeatedName> names;
   while (rows.step()) {
     names.push_back({std::string(rows.text(0)), rows.integer(1), total(rows, 2), total(rows, 3)});
@@ -51,13 +73,17 @@ std::vector<RepeatedName> ScanStore::repeatedNames(const std::string& url, std::
 }
 
 std::vector<NamedFile> ScanStore::paths(std::string_view named, const std::string& url,
-                                        const std::string& rootPath, std::int64_t limit) {
+                                        const std::string& rootPath, std::int64_t limit,
+                                        std::string_view below) {
   Database database = IndexDatabase::openRead(url);
   DirPathResolver folders(database, rootPath);
-  Statement rows = database.prepare(
-      "SELECT dir, logical, physical, mtime FROM files WHERE name = ? ORDER BY physical DESC LIMIT ?");
-  rows.bind(1, named);
-  rows.bind(2, limit);
+  const Within within(database, below);
+  Statement rows = database.prepare(within.subtree + "SELECT dir, logical, physical, mtime FROM files " +
+                                    within.condition + (below.empty() ? "WHERE" : "AND") +
+                                    " name = ?2 ORDER BY physical DESC LIMIT ?3");
+  within.bind(rows);
+  rows.bind(2, named);
+  rows.bind(3, limit);
   std::vector<NamedFile> files;
   while (rows.step()) {
     files.push_back(

@@ -20,7 +20,7 @@ namespace quon {
 /// The folders below `scope` in which nothing is as new as `cutoff`, each without what it holds, and the kept
 /// files older than it in all other folders; largest first in the metric, equal ones in the tree's order. A
 /// time of 0 or less is unknown, hence not old. `rootPath` as in rows/FolderRows.h. `cancelled` is asked at
-/// every 1,024th folder that is looked into; nullopt when it said so.
+/// every 1,024th folder or file that is looked at; nullopt when it said so.
 [[nodiscard]] std::optional<std::vector<Entry>> ageScan(const RefPtr<DirNode>& scope,
                                                         std::string_view rootPath, std::int64_t cutoff,
                                                         Metric metric,

@@ -61,8 +61,8 @@ struct Surroundings {
 /// The same, and what else a Linux desktop regenerates where no rule by name matches: folders at places that
 /// are known to hold caches, packages or trash; a Rust project's build products; the caches of browsers among
 /// the settings; folders that carry a verified CACHEDIR.TAG. The latter three are proved by their marker
-/// files, each looked at only when the walk comes to its folder. No such folder is or holds the home folder,
-/// the configuration or the data home or a mount point.
+/// files, each looked at only when the walk comes to its folder. No folder that is listed, for whatever rule,
+/// is or holds the home folder, the configuration or the data home or a mount point.
 [[nodiscard]] std::vector<Group> groups(const RefPtr<DirNode>& scope, Metric metric,
                                         const Surroundings& surroundings, const MarkerFiles& markers);
 

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/FunctionRef.h"
 #include "base/GenerationBox.h"
 #include "base/MainQueue.h"
 #include "base/Mutex.h"
@@ -80,6 +81,7 @@ class AppModel {
     bool saveIndex = true;
     bool typingPauses = true;       ///< searches wait a moment for the next key
     std::int64_t namesShown = 300;  ///< rows of the Names lens
+    bool namesOfScope = false;      ///< the Names lens tells of the scope; otherwise of the root
     bool oneFileSystem = true;
     unsigned threads = 0;  ///< of a walk; 0 for as many as there are processors, at least 4
   };
@@ -228,7 +230,8 @@ class AppModel {
   using Self = std::weak_ptr<AppModel*>;
 
   Run& beginRun();
-  void startScan();
+  void change(FunctionRef<void()> steps);
+  void startScan(std::string root);
   void startLoad(const std::string& url);
   void launch(const char* threadName, std::function<void(Finished&)> work);
   void endRun(std::int64_t generation, const std::shared_ptr<Finished>& finished);
@@ -239,11 +242,14 @@ class AppModel {
   void voidLenses();
   void rememberRoot(const std::string& root);
   void scheduleProgress();
+  void tellProgress();
   void startLiveWatch(const WalkResult& result, std::uint64_t sinceEventId, std::uint32_t rootDev);
   void liveEvent(const LiveWatcher::Event& event);
   void liveBatchApplied(const LiveWatcher::Update& update);
   [[nodiscard]] std::string_view treeRoot() const;
+  [[nodiscard]] std::string rootAt(const std::string& path) const;
   [[nodiscard]] std::string indexURL() const;
+  [[nodiscard]] std::string namesBelow() const;
   void publishHits(std::int64_t generation, std::optional<std::vector<Entry>> hits);
 
   const Services services;
@@ -266,11 +272,14 @@ class AppModel {
   bool gapProbeArmed = false;
   std::vector<Observation> gapProbeObservers;
   bool busy = false;
+  bool changing = false;                  // observers are being told of a change that is not whole yet
+  std::optional<std::string> wantedNext;  // the root of a scan that one of them asked for
   WorkItem timer;
   mutable Mutex runLock;
   std::unique_ptr<Run> run QUON_GUARDED_BY(runLock);
   std::vector<std::unique_ptr<Run>> retired;  // cancelled ones whose threads may not have ended
   std::unique_ptr<LiveWatcher> liveWatcher;
+  std::string shownRoot;  // of _result's tree, which is shown until the tree of another _rootPath is there
   std::string scopePath;  // of _scope, also when it was taken out of the tree since
   SlotIndex slotIndex;
   std::vector<Observation> ownObservations;

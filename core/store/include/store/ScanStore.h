@@ -97,12 +97,15 @@ class ScanStore final : public ScanSink {
   /// another format or root, or damaged.
   [[nodiscard]] static Loaded load(const std::string& url, const std::string& rootPath,
                                    std::uint64_t minKeep);
-  /// Names that occur more than once with at least so many allocated bytes in all, largest first.
+  /// Names that occur more than once with at least so many allocated bytes in all, largest first. With
+  /// `below`, a folder's path below the root, only what lies in it counts.
   [[nodiscard]] static std::vector<RepeatedName> repeatedNames(const std::string& url, std::int64_t limit,
-                                                               std::uint64_t minTotalPhysical);
-  /// Files of one name, largest allocation first.
+                                                               std::uint64_t minTotalPhysical,
+                                                               std::string_view below = {});
+  /// Files of one name, largest allocation first; `below` as for names.
   [[nodiscard]] static std::vector<NamedFile> paths(std::string_view named, const std::string& url,
-                                                    const std::string& rootPath, std::int64_t limit);
+                                                    const std::string& rootPath, std::int64_t limit,
+                                                    std::string_view below = {});
   /// Every file of at least `minSize` bytes whose logical size occurs more than once.
   [[nodiscard]] static std::vector<DupeFile> dupeCandidates(const std::string& url,
                                                             const std::string& rootPath,
