@@ -79,14 +79,10 @@ void reclaimByName(benchmark::State& state) {
 }
 BENCHMARK(reclaimByName)->Unit(benchmark::kMillisecond);
 
-/// Every hundredth folder is said to be tagged; a look at the disk costs nothing here.
+/// A look at the disk costs nothing here.
 struct CountedMarkers final : MarkerFiles {
-  std::vector<std::string> tagged;
   mutable std::int64_t looks = 0;
 
-  [[nodiscard]] std::vector<std::string> foldersHolding(std::string_view /*name*/) const override {
-    return tagged;
-  }
   [[nodiscard]] bool holds(const std::string& /*folder*/, std::string_view /*name*/) const override {
     return ++looks % 4 == 0;
   }
@@ -100,9 +96,9 @@ struct CountedMarkers final : MarkerFiles {
 void reclaimOnDesktop(benchmark::State& state) {
   const RefPtr<DirNode> root = makeTree();
   CountedMarkers markers;
-  std::vector<const DirNode*> folders{root.get()};
+  std::vector<DirNode*> folders{root.get()};
   for (std::size_t at = 0; at < folders.size(); ++at) {
-    if (at % 100 == 1) markers.tagged.push_back(folders[at]->path(kHome));
+    folders[at]->cacheTagged = at % 100 == 1;
     for (const RefPtr<DirNode>& child : folders[at]->subdirs) folders.push_back(child.get());
   }
   const Reclaim::Surroundings where{.rootPath = kHome,

@@ -112,13 +112,6 @@ struct FakeMarkers final : MarkerFiles {
   std::map<std::string, std::string> files;
   mutable std::vector<std::string> lookedAt;
 
-  [[nodiscard]] std::vector<std::string> foldersHolding(std::string_view name) const override {
-    std::vector<std::string> folders;
-    for (const auto& [path, content] : files) {
-      if (lastComponent(path) == name) folders.push_back(path.substr(0, path.size() - name.size() - 1));
-    }
-    return folders;
-  }
   [[nodiscard]] bool holds(const std::string& folder, std::string_view name) const override {
     lookedAt.push_back(joinPath(folder, name));
     return files.contains(lookedAt.back());
@@ -147,6 +140,11 @@ struct DesktopReclaim : testing::Test {
     for (std::string path; each >> path;) tree.folder(path, 1);
   }
   Listed listIn(const RefPtr<DirNode>& root) {
+    for (const auto& [path, content] : markers.files) {
+      if (lastComponent(path) != "CACHEDIR.TAG") continue;
+      const auto folder = folderAt(root, path.substr(1, path.rfind('/') - 1));
+      if (folder) folder->cacheTagged = true;
+    }
     return listed(Reclaim::groups(root, Metric::logical, where, markers), "");
   }
   Listed list() { return listIn(tree.rolledUp()); }
@@ -296,18 +294,9 @@ TEST(DiskMarkers, ProveWhatAScanFound) {
   std::filesystem::create_directories(folder.at("home/folder/CACHEDIR.TAG"));
 
   const std::string root = folder.at("home");
-  FolderScan scan(linuxPlatform(), {.root = root, .indexDirectory = folder.folder("index")});
+  FolderScan scan(linuxPlatform(), {.root = root, .saveIndex = false});
   const FolderScan::Outcome outcome = scan.run();
-  ASSERT_EQ(outcome.notSaved, "");
-  const DiskMarkers markers([&](std::string_view name) {
-    std::vector<std::string> folders;
-    for (const NamedFile& file : ScanStore::paths(name, outcome.index, root, 1000))
-      folders.push_back(file.path.substr(0, file.path.size() - name.size() - 1));
-    return folders;
-  });
-  EXPECT_THAT(
-      markers.foldersHolding("CACHEDIR.TAG"),
-      testing::UnorderedElementsAre(root + "/good", root + "/wrong", root + "/linked", root + "/pipe"));
+  const DiskMarkers markers;
   const Reclaim::Surroundings where{
       .rootPath = root, .home = root, .cacheHome = "", .configHome = "", .dataHome = "", .mountPoints = {}};
   EXPECT_EQ(listed(Reclaim::groups(outcome.result.root, Metric::logical, where, markers), "~"),

@@ -1,6 +1,6 @@
 // Three sorts of evidence. Places: absolute paths made from the surroundings, marked before the walk. Tags:
-// the folders that are said to hold a CACHEDIR.TAG are marked as well, but the tag is read only when the walk
-// comes to one, which it does not inside a folder that matched before; the tag's signature decides. Names: a
+// the tree says which folders hold a CACHEDIR.TAG, but not what it says; it is read when the walk comes to
+// the folder, which it does not inside one that matched before, and its signature decides. Names: a
 // folder called `target`, and below the configuration folder one named as browsers name their caches, is
 // looked into when the walk comes to it.
 //
@@ -20,8 +20,7 @@
 namespace quon::Reclaim {
 namespace {
 
-constexpr std::string_view kTagFile = "CACHEDIR.TAG";
-/// What a file of that name has to begin with to be a tag.
+/// What a file of the tag's name has to begin with to be one.
 constexpr std::string_view kSignature = "Signature: 8a477f597d28d172789f06886806bc55";
 static_assert(kSignature.size() == 43);
 
@@ -43,7 +42,6 @@ std::string folderOr(const std::string& set, const std::string& home, std::strin
 DesktopRules::DesktopRules(std::string scopePath, const Surroundings& where, const MarkerFiles& markerFiles)
     : markers(markerFiles), path(std::move(scopePath)) {
   markPlaces(where);
-  markTagged();
   places.push_back(marked.placeOf(path));
 }
 
@@ -88,12 +86,6 @@ void DesktopRules::markPlaces(const Surroundings& where) {
   }
 }
 
-void DesktopRules::markTagged() {
-  for (const std::string& folder : markers.foldersHolding(kTagFile)) {
-    if (isUsable(folder) && folder.size() <= kLongestPath) marked.mark(folder, kTagged);
-  }
-}
-
 void DesktopRules::enter(std::string_view name) {
   places.push_back(marked.below(places.back(), name));
   path += '/';
@@ -110,17 +102,16 @@ bool DesktopRules::mayBeListed(std::string_view name) const {
   return std::ranges::none_of(stays, [&](const std::string& kept) { return isInside(kept, folder); });
 }
 
-const Rule* DesktopRules::match(std::string_view name) const {
-  const Rule* const rule = marked.rule(marked.below(places.back(), name));
-  const bool perhapsTagged = rule == &kTagged;
-  if (rule != nullptr && !perhapsTagged) return rule;
+const Rule* DesktopRules::match(const DirNode& child) const {
+  const std::string_view name = child.name;
+  if (const Rule* const rule = marked.rule(marked.below(places.back(), name))) return rule;
   if (name == kFlatpakCache.match && depthBelow(flatpaks) == 1) return &kFlatpakCache;
   if (name == kSnapCache.match && depthBelow(snaps) == 2) return &kSnapCache;
   if (isBrowserCache(name)) return &kBrowserCache;
   const bool perhapsTarget = name == kRustTarget.match;
-  if ((!perhapsTagged && !perhapsTarget) || path.size() + name.size() >= kLongestPath) return nullptr;
+  if ((!child.cacheTagged && !perhapsTarget) || path.size() + name.size() >= kLongestPath) return nullptr;
   const std::string folder = joinPath(path, name);
-  const bool tagged = perhapsTagged && carriesTag(folder);
+  const bool tagged = child.cacheTagged && carriesTag(folder);
   if (perhapsTarget && isRustTarget(folder, tagged)) return &kRustTarget;
   return tagged ? &kTagged : nullptr;
 }
@@ -153,7 +144,7 @@ bool DesktopRules::isRustTarget(const std::string& folder, bool carriesTag) cons
 }
 
 bool DesktopRules::carriesTag(const std::string& folder) const {
-  return markers.beginning(folder, kTagFile, kSignature.size()) == kSignature;
+  return markers.beginning(folder, DirNode::kCacheTag, kSignature.size()) == kSignature;
 }
 
 std::vector<const Rule*> DesktopRules::all() {

@@ -22,7 +22,7 @@ class DesktopRules {
   /// Goes back to the parent.
   void leave(std::string_view name);
   /// The rule that a child of the current folder matches, or none; it may hold something of the user's own.
-  [[nodiscard]] const Rule* match(std::string_view name) const;
+  [[nodiscard]] const Rule* match(const DirNode& child) const;
 
   /// False for a child that is or holds something of the user's own, whatever rule it matches.
   [[nodiscard]] bool mayBeListed(std::string_view name) const;
@@ -32,7 +32,6 @@ class DesktopRules {
 
  private:
   void markPlaces(const Surroundings& where);
-  void markTagged();
   /// How many levels the current folder lies below this one; 0 when it does not.
   [[nodiscard]] std::size_t depthBelow(const std::string& folder) const;
   [[nodiscard]] bool isBrowserCache(std::string_view name) const;

@@ -8,10 +8,6 @@
 
 namespace quon {
 
-std::vector<std::string> DiskMarkers::foldersHolding(std::string_view name) const {
-  return known(name);
-}
-
 bool DiskMarkers::holds(const std::string& folder, std::string_view name) const {
   std::error_code ignored;
   return std::filesystem::symlink_status(joinPath(folder, name), ignored).type() ==

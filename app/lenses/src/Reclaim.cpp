@@ -30,7 +30,7 @@ const Rule* matchByName(std::string_view parent, std::string_view name) {
 struct NoPlaces {
   static void enter(std::string_view /*name*/) {}
   static void leave(std::string_view /*name*/) {}
-  static const Rule* match(std::string_view /*name*/) { return nullptr; }
+  static const Rule* match(const DirNode& /*child*/) { return nullptr; }
   static bool mayBeListed(std::string_view /*name*/) { return true; }
 };
 
@@ -52,7 +52,7 @@ std::vector<Found> walk(DirNode& scope, Places places) {
     DirNode* const child = folder->subdirs[nextChild++].get();
     // The root is named with its whole path; no other name holds a slash.
     const Rule* rule = matchByName(lastComponent(folder->name), child->name);
-    if (rule == nullptr) rule = places.match(child->name);
+    if (rule == nullptr) rule = places.match(*child);
     if (rule != nullptr && places.mayBeListed(child->name)) {
       found.push_back({rule, child});
     } else {

@@ -20,9 +20,6 @@
 namespace quon {
 namespace {
 
-/// Folders that mark themselves as caches, more than which nobody has.
-constexpr std::int64_t kMostMarkers = 100'000;
-
 /// Where things lie by the names that the tree has for them: it knows no links, while the home folder lies
 /// behind one in some systems.
 Reclaim::Surroundings surroundingsOf(const FileService& files, const Folders& folders,
@@ -78,21 +75,9 @@ Kinds::Aggregate AppModel::kindRows() const {
 }
 
 std::vector<Reclaim::Group> AppModel::reclaimGroups(const RefPtr<DirNode>& scope) const {
-  const Reclaim::Surroundings surroundings =
-      surroundingsOf(services.platform.files, services.folders, treeRoot());
-  const DiskMarkers markers([&](std::string_view name) {
-    std::vector<std::string> folders;
-    if (lastRun.index.empty()) return folders;
-    try {
-      for (const NamedFile& file : ScanStore::paths(name, lastRun.index, shownRoot, kMostMarkers)) {
-        folders.push_back(file.path.substr(0, file.path.size() - name.size() - 1));
-      }
-    } catch (const StoreError& failure) {
-      services.log.line(failure.what());
-    }
-    return folders;
-  });
-  return Reclaim::groups(scope, _metric.get(), surroundings, markers);
+  return Reclaim::groups(scope, _metric.get(),
+                         surroundingsOf(services.platform.files, services.folders, treeRoot()),
+                         DiskMarkers());
 }
 
 const std::vector<Reclaim::Group>& AppModel::reclaimAllGroups() {

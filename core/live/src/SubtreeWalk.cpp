@@ -60,6 +60,7 @@ void dropFile(DirNode& node, const std::string& name, ScanPatcher::Listings& lis
       node.directLogical = checkedSub(node.directLogical, file.logical);
       node.directPhysical = checkedSub(node.directPhysical, file.physical);
       node.directFiles = checkedSub<std::uint64_t>(node.directFiles, 1);
+      if (name == DirNode::kCacheTag) node.cacheTagged = false;
       continue;
     }
     node.directNewest = std::max(node.directNewest, file.mtime);

@@ -73,11 +73,13 @@ void setFiles(DirNode& node, const Batch::Op& op, std::uint64_t minKeep) {
   node.directPhysical = 0;
   node.directFiles = op.files.size();
   node.directNewest = 0;
+  node.cacheTagged = false;
   node.keptFiles.clear();
   for (const FileEntry& file : op.files) {
     node.directLogical = checkedAdd(node.directLogical, file.logical);
     node.directPhysical = checkedAdd(node.directPhysical, file.physical);
     node.directNewest = std::max(node.directNewest, file.mtime);
+    if (file.name == DirNode::kCacheTag) node.cacheTagged = true;
     if (file.logical >= minKeep) node.keptFiles.push_back(file);
   }
 }

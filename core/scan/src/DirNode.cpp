@@ -53,6 +53,7 @@ bool DirNode::isWithin(const DirNode& top) const {
 
 void DirNode::subtractFile(const FileEntry& entry) {
   std::erase_if(keptFiles, [&](const FileEntry& kept) { return kept.name == entry.name; });
+  if (entry.name == kCacheTag) cacheTagged = false;
   directLogical = saturatingSub(directLogical, entry.logical);
   directPhysical = saturatingSub(directPhysical, entry.physical);
   directFiles = saturatingSub<std::uint64_t>(directFiles, 1);

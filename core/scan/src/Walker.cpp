@@ -222,6 +222,7 @@ void Walker::Run::takeFile(const DirEntry& entry, DirNode& node, Bench& bench) {
   node.directPhysical = checkedAdd(node.directPhysical, entry.physical);
   node.directFiles += 1;
   node.directNewest = std::max(node.directNewest, entry.mtime);
+  if (entry.name == DirNode::kCacheTag) node.cacheTagged = true;
   if (walker.sink != nullptr) {
     bench.files.add({entry.name, entry.logical, entry.physical, entry.mtime});
   }

@@ -155,13 +155,17 @@ void TreeLoader::applyAggregates(const std::vector<FolderSums>& sums) {
 }
 
 void TreeLoader::readKeptFiles() {
-  Statement rows =
-      database.prepare("SELECT dir, name, logical, physical, mtime FROM files WHERE logical >= ?");
-  rows.bind(1, static_cast<std::int64_t>(
-                   std::min<std::uint64_t>(minKeep, std::numeric_limits<std::int64_t>::max())));
+  Statement rows = database.prepare(
+      "SELECT dir, name, logical, physical, mtime FROM files WHERE logical >= ? OR name = ?");
+  const auto leastKept =
+      static_cast<std::int64_t>(std::min<std::uint64_t>(minKeep, std::numeric_limits<std::int64_t>::max()));
+  rows.bind(1, leastKept);
+  rows.bind(2, DirNode::kCacheTag);
   while (rows.step()) {
     if (!isEntryName(rows.text(1))) refuse();
     DirNode& node = folderOf(rows.integer(0));
+    if (rows.text(1) == DirNode::kCacheTag) node.cacheTagged = true;
+    if (rows.integer(2) < leastKept) continue;
     if (node.keptFiles.empty()) keeping.push_back(&node);
     node.keptFiles.push_back({std::string(rows.text(1)), rows.size(2), rows.size(3), rows.integer(4)});
   }

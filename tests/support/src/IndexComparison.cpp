@@ -111,7 +111,7 @@ std::string figures(const DirNode& node) {
                    " " + std::to_string(file.mtime));
   }
   std::ranges::sort(kept);
-  return text + (node.error ? "error " : "") + shown(kept);
+  return text + (node.error ? "error " : "") + (node.cacheTagged ? "tagged " : "") + shown(kept);
 }
 
 std::vector<const DirNode*> childrenByName(const DirNode& node) {

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "platform_linux/Descriptor.h"
+#include "scan/DirNode.h"
 
 namespace quon::test {
 namespace {
@@ -82,13 +83,14 @@ void TreeEditor::edit() {
 }
 
 void TreeEditor::makeFile() {
-  const std::string path = anyFolder() + "/" + freshName();
+  const std::string folder = anyFolder();
+  const std::string path = folder + "/" + (below(8) == 0 ? std::string(DirNode::kCacheTag) : freshName());
   if (below(4) == 0) {
     setLength(path, kLarge + below(1000) * 4096);
   } else {
     writeBytes(path, below(9000));
   }
-  changedParent(path);
+  wrote(path);
   note("make " + path);
 }
 

@@ -37,6 +37,10 @@ class DirNode final : public RefCounted<DirNode> {
   std::int64_t directNewest = 0;  ///< newest mtime of the direct files; 0 when there are none
   std::int64_t newest = 0;        ///< of mtime, directNewest and every child's newest
   bool error = false;             ///< could not be opened, or not be read to its end
+  bool cacheTagged = false;       ///< one of the direct files is called kCacheTag; what it says is not known
+
+  /// The file by which programs mark a folder as a cache.
+  static constexpr std::string_view kCacheTag = "CACHEDIR.TAG";
 
   /// Totals of the whole subtree, children first. An overflow is fatal.
   void rollup();
