@@ -1,5 +1,6 @@
 #include "FolderReport.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 #include <span>
 
@@ -24,10 +25,11 @@ Json documentOf(const Command& command, const std::string& path, const OpenedTre
 
 }  // namespace
 
-void report(const Command& command, const std::string& path, const OpenedTree& tree, std::vector<Entry> rows,
-            const RowTable& table, const std::string& whenNone, const std::string& footer) {
+void report(const Command& command, const std::string& path, const OpenedTree& tree,
+            std::span<const Entry> rows, const RowTable& table, const std::string& whenNone,
+            const std::string& footer) {
   const std::size_t found = rows.size();
-  if (found > command.limit) rows.resize(command.limit);
+  rows = rows.first(std::min(found, command.limit));
   if (command.json) {
     printDocument(documentOf(command, path, tree, rows));
   } else {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -14,8 +15,9 @@ namespace quon::cli {
 
 /// Prints rows as a document or a table, at most as many as were asked for, with the folder's totals; then
 /// what could not be read. `whenNone` is the line for no rows at all, `footer` one that follows some.
-void report(const Command& command, const std::string& path, const OpenedTree& tree, std::vector<Entry> rows,
-            const RowTable& table, const std::string& whenNone, const std::string& footer = {});
+void report(const Command& command, const std::string& path, const OpenedTree& tree,
+            std::span<const Entry> rows, const RowTable& table, const std::string& whenNone,
+            const std::string& footer = {});
 /// The totals in a line, and an empty one.
 [[nodiscard]] std::string heading(const std::string& path, const OpenedTree& tree, const RowTable& table);
 /// "3 files, 2 folders, 1.0 MB (1.2 MB on disk)".

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <chrono>
 #include <fmt/format.h>
+#include <span>
 
 #include <nlohmann/json.hpp>
 
@@ -97,13 +98,14 @@ int runUntouched(Session& session, const Command& command) {
   RowTable table = tableOf(session, command, tree);
   table.fullPaths = true;
   table.now = now();
-  std::vector<Entry> rows = model._ageHits.get().value_or(std::vector<Entry>());
+  const auto& hits = model._ageHits.get();
+  const std::span<const Entry> rows = hits ? std::span<const Entry>(*hits) : std::span<const Entry>();
   std::uint64_t total = 0;
   for (const Entry& row : rows) total += row.size(command.metric);
   const std::string footer = fmt::format(
       "{:>10}  unchanged for {} or longer, not counting files < {} in folders that changed since",
       humanBytes(total), humanAge(table.now - command.olderThan, table.now), humanBytes(AppModel::minKeep));
-  report(command, path, tree, std::move(rows), table, "Nothing here is that old.", footer);
+  report(command, path, tree, rows, table, "Nothing here is that old.", footer);
   return 0;
 }
 

@@ -1,5 +1,7 @@
 #include <algorithm>
 #include <fmt/format.h>
+#include <iterator>
+#include <span>
 
 #include <nlohmann/json.hpp>
 
@@ -33,12 +35,19 @@ int runSearch(Session& session, const Command& command) {
   const OpenedTree tree = session.open(path);
   model._query.set(command.text);
   session.runner().runUntil([&] { return !model._searching.get(); });
-  std::vector<Entry> rows = model._searchHits.get().value_or(std::vector<Entry>());
-  // What lies in the folder: not the folder, which is no row of its own where it is the root.
-  std::erase_if(rows, [&](const Entry& row) { return relativeTo(row.path(), path).value_or("").empty(); });
+  const auto& hits = model._searchHits.get();
+  std::span<const Entry> rows = hits ? std::span<const Entry>(*hits) : std::span<const Entry>();
+  std::vector<Entry> inside;
+  if (path != tree.root) {
+    // What lies in the folder: not the folder, which is no row of its own where it is the root.
+    std::ranges::copy_if(rows, std::back_inserter(inside), [&](const Entry& row) {
+      return !relativeTo(row.path(), path).value_or("").empty();
+    });
+    rows = inside;
+  }
   RowTable table = tableOf(session, command, tree);
   table.fullPaths = true;
-  report(command, path, tree, std::move(rows), table,
+  report(command, path, tree, rows, table,
          fmt::format("Nothing matches. Only folders, and files of {} or more, are searched.",
                      humanBytes(AppModel::minKeep)));
   return 0;
