@@ -26,10 +26,9 @@ Json documentOf(const Command& command, const std::string& path, const OpenedTre
 }  // namespace
 
 void report(const Command& command, const std::string& path, const OpenedTree& tree,
-            std::span<const Entry> rows, const RowTable& table, const std::string& whenNone,
-            const std::string& footer) {
-  const std::size_t found = rows.size();
-  rows = rows.first(std::min(found, command.limit));
+            std::span<const Entry> rows, std::size_t found, const RowTable& table,
+            const std::string& whenNone, const std::string& footer) {
+  rows = rows.first(std::min(rows.size(), command.limit));
   if (command.json) {
     printDocument(documentOf(command, path, tree, rows));
   } else {

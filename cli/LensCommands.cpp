@@ -105,7 +105,7 @@ int runUntouched(Session& session, const Command& command) {
   const std::string footer = fmt::format(
       "{:>10}  unchanged for {} or longer, not counting files < {} in folders that changed since",
       humanBytes(total), humanAge(table.now - command.olderThan, table.now), humanBytes(AppModel::minKeep));
-  report(command, path, tree, rows, table, "Nothing here is that old.", footer);
+  report(command, path, tree, rows, rows.size(), table, "Nothing here is that old.", footer);
   return 0;
 }
 

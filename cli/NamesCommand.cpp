@@ -79,7 +79,7 @@ void printFilesOfName(Session& session, const Command& command) {
 }  // namespace
 
 int runNames(Session& session, const Command& command) {
-  session.model().conduct.namesOfScope = true;
+  session.model().conduct.ofScope = true;
   const std::string path = session.resolve(command.path);
   const OpenedTree tree = session.open(path);
   if (tree.index.empty())

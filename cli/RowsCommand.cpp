@@ -18,10 +18,10 @@ int runRows(Session& session, const Command& command) {
   // The rest of a folder is a row of its own, beyond the limit.
   Command whole = command;
   if (!largest) ++whole.limit;
-  report(whole, path, tree,
-         largest ? largestFiles(tree.scope, pathPrefix(tree.root), command.metric, command.limit)
-                 : session.model().scopeEntries(tree.scope, command.limit),
-         table,
+  const std::vector<Entry> rows =
+      largest ? largestFiles(tree.scope, pathPrefix(tree.root), command.metric, command.limit)
+              : session.model().scopeEntries(tree.scope, command.limit);
+  report(whole, path, tree, rows, rows.size(), table,
          largest ? fmt::format("No file of {} or more.", humanBytes(AppModel::minKeep)) : "It is empty.");
   return 0;
 }

@@ -33,21 +33,14 @@ int runSearch(Session& session, const Command& command) {
   const std::string path = session.resolve(command.path);
   tellIgnoredFilters(command.text);
   const OpenedTree tree = session.open(path);
+  model.conduct.ofScope = true;
+  model.conduct.searchCap = command.limit;
   model._query.set(command.text);
   session.runner().runUntil([&] { return !model._searching.get(); });
-  const auto& hits = model._searchHits.get();
-  std::span<const Entry> rows = hits ? std::span<const Entry>(*hits) : std::span<const Entry>();
-  std::vector<Entry> inside;
-  if (path != tree.root) {
-    // What lies in the folder: not the folder, which is no row of its own where it is the root.
-    std::ranges::copy_if(rows, std::back_inserter(inside), [&](const Entry& row) {
-      return !relativeTo(row.path(), path).value_or("").empty();
-    });
-    rows = inside;
-  }
+  const std::vector<Entry> rows = model._searchHits.get().value_or(std::vector<Entry>());
   RowTable table = tableOf(session, command, tree);
   table.fullPaths = true;
-  report(command, path, tree, rows, table,
+  report(command, path, tree, rows, model._searchFound.get(), table,
          fmt::format("Nothing matches. Only folders, and files of {} or more, are searched.",
                      humanBytes(AppModel::minKeep)));
   return 0;

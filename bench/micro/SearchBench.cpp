@@ -24,6 +24,7 @@ constexpr std::size_t kFiles = 20000;
 constexpr std::uint64_t kSeed = 20240229;
 constexpr std::int64_t kNow = 1709164800;
 constexpr std::uint64_t kMiB = 1 << 20;
+constexpr std::size_t kRowsShown = 10000;
 
 enum class Script : std::uint8_t { latin, cyrillic };
 
@@ -74,13 +75,12 @@ void search(benchmark::State& state, const char* text, Script script) {
   const TokenQuery query = TokenQuery::parse(text, kNow);
   std::size_t found = 0;
   for (auto _ : state) {
-    auto rows = quon::search(
+    auto hits = quon::search(
         query, root, "/home/somebody", Metric::logical,
         [](const DirNode& folder, std::string_view name) { return kindOfFile(folder, name); },
-        [] { return false; });
-    sortBySize(*rows, Metric::logical);
-    found = rows->size();
-    benchmark::DoNotOptimize(rows->data());
+        [] { return false; }, kRowsShown);
+    found = hits->found;
+    benchmark::DoNotOptimize(hits->rows.data());
   }
   state.counters["rows"] = static_cast<double>(found);
 }
@@ -92,19 +92,6 @@ BENCHMARK_CAPTURE(search, threeTerms, "lib cac doc", Script::latin)->Unit(benchm
 BENCHMARK_CAPTURE(search, age, "age:>2y size:>1gb", Script::latin)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(search, otherScript, "музыка-17", Script::cyrillic)->Unit(benchmark::kMillisecond);
 
-void largestOfAll(benchmark::State& state) {
-  const RefPtr<DirNode> root = makeTree(Script::latin);
-  const TokenQuery query = TokenQuery::parse("size:>0", kNow);
-  for (auto _ : state) {
-    auto rows = largestMatches(
-        query, root, "/home/somebody", Metric::logical,
-        [](const DirNode& folder, std::string_view name) { return kindOfFile(folder, name); },
-        [] { return false; }, 250);
-    benchmark::DoNotOptimize(rows->data());
-  }
-}
-BENCHMARK(largestOfAll)->Unit(benchmark::kMillisecond);
-
 /// From the moment a search of 1,000,000 folders is called off, at moments spread over all it takes, until it
 /// has ended.
 void cancelled(benchmark::State& state) {
@@ -115,7 +102,8 @@ void cancelled(benchmark::State& state) {
     std::atomic<bool> off{false};
     std::chrono::steady_clock::time_point ended;
     std::thread searching([&] {
-      (void)quon::search(query, root, "", Metric::logical, kindOfFile, [&] { return off.load(); });
+      (void)quon::search(
+          query, root, "", Metric::logical, kindOfFile, [&] { return off.load(); }, kRowsShown);
       ended = std::chrono::steady_clock::now();
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(random() % 400));

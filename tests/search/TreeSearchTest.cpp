@@ -18,6 +18,7 @@ namespace {
 using Ids = std::vector<std::string>;
 
 constexpr std::int64_t kNow = 1700000000;
+constexpr std::size_t kAll = std::numeric_limits<std::size_t>::max();
 
 constexpr auto kKindByEnding = [](const DirNode& /*folder*/, std::string_view name) -> std::string_view {
   if (name.ends_with(".mp4")) return "media";
@@ -40,13 +41,13 @@ struct Tree {
     sample.file(parent, file);
     parent.keptFiles.push_back(file);
   }
-  std::optional<std::vector<Entry>> rows(const TokenQuery& query, Metric metric = Metric::logical) {
+  SearchHits search(const TokenQuery& query, Metric metric = Metric::logical, std::size_t cap = kAll) {
     sample.root().rollup();
-    return quon::search(query, sample.shared(), "/Root", metric, kKindByEnding, [] { return false; });
+    return *quon::search(
+        query, sample.shared(), "/Root", metric, kKindByEnding, [] { return false; }, cap);
   }
   Ids ids(std::string_view text, Metric metric = Metric::logical) {
-    const auto found = rows(TokenQuery::parse(text, kNow), metric);
-    return idsOf(*found);
+    return idsOf(search(TokenQuery::parse(text, kNow), metric).rows);
   }
 };
 
@@ -63,20 +64,22 @@ bool matches(const TokenQuery& query, const std::string& fullPath, std::uint64_t
   return std::ranges::all_of(query.terms, isIn) && std::ranges::all_of(query.pathTerms, isIn);
 }
 
-void expectedIds(const TokenQuery& query, const DirNode& node, const std::string& path, Metric metric,
-                 Ids& ids) {
+using Rows = std::vector<std::pair<std::uint64_t, std::string>>;  // size and id
+
+void addExpected(const TokenQuery& query, const DirNode& node, const std::string& path, Metric metric,
+                 Rows& rows) {
   const bool logical = metric == Metric::logical;
   for (const FileEntry& file : node.keptFiles) {
     const std::string own = path + "/" + file.name;
-    if (matches(query, own, logical ? file.logical : file.physical, file.mtime,
-                kKindByEnding(node, file.name)))
-      ids.push_back("f:" + own);
+    const std::uint64_t size = logical ? file.logical : file.physical;
+    if (matches(query, own, size, file.mtime, kKindByEnding(node, file.name)))
+      rows.emplace_back(size, "f:" + own);
   }
   for (const RefPtr<DirNode>& child : node.subdirs) {
     const std::string own = path + "/" + child->name;
-    if (matches(query, own, logical ? child->totalLogical : child->totalPhysical, child->mtime, std::nullopt))
-      ids.push_back("d:" + own);
-    expectedIds(query, *child, own, metric, ids);
+    const std::uint64_t size = logical ? child->totalLogical : child->totalPhysical;
+    if (matches(query, own, size, child->mtime, std::nullopt)) rows.emplace_back(size, "d:" + own);
+    addExpected(query, *child, own, metric, rows);
   }
 }
 
@@ -155,9 +158,10 @@ TEST(TreeSearch, AskedForKindsOnlyWhereAllElseFits) {
     return "code";  // what the file's contents say, perhaps
   };
   const auto search = [&](std::string_view text) {
-    return quon::search(TokenQuery::parse(text, kNow), tree.sample.shared(), "", Metric::logical, kindOf,
-                        [] { return false; })
-        ->size();
+    return quon::search(
+               TokenQuery::parse(text, kNow), tree.sample.shared(), "", Metric::logical, kindOf,
+               [] { return false; }, kAll)
+        ->found;
   };
   EXPECT_EQ(search("kind:code size:6 d"), 1U);
   EXPECT_EQ(asked, (Ids{"d/large.mp4"}));
@@ -172,8 +176,10 @@ TEST(TreeSearch, RowsCarryFullPathsFromAnyFolderAndRoot) {
   tree.file(b, {"f", 7, 8, 9});
   tree.sample.root().rollup();
   const auto rowsBelow = [](DirNode& root, std::string_view rootPath) {
-    return *quon::search(TokenQuery::parse("size:0 a", kNow), RefPtr<DirNode>(&root), rootPath,
-                         Metric::logical, kKindByEnding, [] { return false; });
+    return quon::search(
+               TokenQuery::parse("size:0 a", kNow), RefPtr<DirNode>(&root), rootPath, Metric::logical,
+               kKindByEnding, [] { return false; }, kAll)
+        ->rows;
   };
   const auto rows = rowsBelow(a, "");
   ASSERT_EQ(rows.size(), 2U);
@@ -221,24 +227,21 @@ TEST(TreeSearch, FindsWhatASearchOfWholePathsFinds) {
       if (random() % 2 == 0) text += path.substr(begin, 1 + random() % 6);
       const TokenQuery asked = TokenQuery::parse(text, kNow);
       const Metric metric = random() % 2 == 0 ? Metric::logical : Metric::physical;
-      Ids expected;
-      expectedIds(asked, tree.sample.root(), "/Root", metric, expected);
-      auto rows = *tree.rows(asked, metric);
-      ASSERT_EQ(idsOf(rows), expected) << text;
-      hits += rows.size();
-
-      sortBySize(rows, metric);
-      const std::size_t cap = random() % 12;
-      const auto largest = *largestMatches(
-          asked, tree.sample.shared(), "/Root", metric, kKindByEnding, [] { return false; }, cap);
-      ASSERT_EQ(largest.size(), std::min(cap, rows.size()));
-      for (std::size_t at = 0; at < largest.size(); ++at) ASSERT_EQ(largest[at].id, rows[at].id) << text;
+      Rows expected;
+      addExpected(asked, tree.sample.root(), "/Root", metric, expected);
+      std::ranges::stable_sort(expected, std::greater<>(), &Rows::value_type::first);
+      const SearchHits found = tree.search(asked, metric, random() % 3 == 0 ? random() % 12 : kAll);
+      ASSERT_EQ(found.found, expected.size()) << text;
+      for (std::size_t at = 0; at < found.rows.size(); ++at) {
+        ASSERT_EQ(found.rows[at].id, expected[at].second) << text;
+      }
+      hits += found.rows.size();
     }
   }
   EXPECT_GT(hits, 1000U) << "the queries are too narrow to test anything";
 }
 
-TEST(SortBySize, EqualSizesKeepTheirOrder) {
+TEST(TreeSearch, TheLargestAreShownAndEqualOnesInTheOrderOfTheTree) {
   Tree tree;
   Ids expected;
   for (int at = 0; at < 60; ++at) {
@@ -246,12 +249,13 @@ TEST(SortBySize, EqualSizesKeepTheirOrder) {
     tree.file(tree.sample.root(), {name, 5, static_cast<std::uint64_t>(at), 1});
     expected.push_back("f:/Root/" + name);
   }
-  auto rows = *tree.rows(TokenQuery::parse("f", kNow));
-  sortBySize(rows, Metric::logical);
-  EXPECT_EQ(idsOf(rows), expected);
-  sortBySize(rows, Metric::physical);
+  EXPECT_EQ(tree.ids("f", Metric::logical), expected);
   std::ranges::reverse(expected);
-  EXPECT_EQ(idsOf(rows), expected);
+  EXPECT_EQ(tree.ids("f", Metric::physical), expected);
+  const SearchHits capped = tree.search(TokenQuery::parse("f", kNow), Metric::physical, 7);
+  expected.resize(7);
+  EXPECT_EQ(idsOf(capped.rows), expected);
+  EXPECT_EQ(capped.found, 60U);
 }
 
 TEST(TreeSearch, AChainOfAHundredThousandFolders) {
@@ -266,11 +270,7 @@ TEST(TreeSearch, AChainOfAHundredThousandFolders) {
   for (int depth = 0; depth < 1000; ++depth) text += "a/";
   EXPECT_EQ(tree.ids(text + "b").size(), 1U);
   EXPECT_EQ(tree.ids("b/f").size(), 1U);
-  const auto largest = largestMatches(
-      TokenQuery::parse("a", kNow), tree.sample.shared(), "", Metric::logical, kKindByEnding,
-      [] { return false; }, 2);
-  ASSERT_EQ(largest->size(), 2U);
-  EXPECT_EQ((*largest)[1].id, "d:/a/a");
+  EXPECT_EQ(tree.search(TokenQuery::parse("a", kNow), Metric::logical, 2).rows.at(1).id, "d:/Root/a/a");
 }
 
 TEST(TreeSearch, AsksOftenAndStopsWhereItIsToldTo) {
@@ -281,8 +281,9 @@ TEST(TreeSearch, AsksOftenAndStopsWhereItIsToldTo) {
   tree.sample.root().rollup();
   const auto asksOf = [&](std::string_view text, int last) {
     int asks = 0;
-    const auto rows = quon::search(TokenQuery::parse(text, kNow), tree.sample.shared(), "", Metric::logical,
-                                   kKindByEnding, [&] { return ++asks == last; });
+    const auto rows = quon::search(
+        TokenQuery::parse(text, kNow), tree.sample.shared(), "", Metric::logical, kKindByEnding,
+        [&] { return ++asks == last; }, kAll);
     EXPECT_EQ(rows.has_value(), last < 0) << text;
     return asks;
   };
@@ -294,8 +295,8 @@ TEST(TreeSearch, AsksOftenAndStopsWhereItIsToldTo) {
 
 TEST(TreeSearch, ACancelledSearchOfNothingHasNoResult) {
   Tree tree;
-  EXPECT_FALSE(
-      search(TokenQuery(), tree.sample.shared(), "", Metric::logical, kKindByEnding, [] { return true; }));
+  EXPECT_FALSE(search(
+      TokenQuery(), tree.sample.shared(), "", Metric::logical, kKindByEnding, [] { return true; }, kAll));
 }
 
 }  // namespace

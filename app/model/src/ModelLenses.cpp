@@ -116,7 +116,7 @@ void AppModel::scheduleAgeScan() {
 
 /// The folder that the Names lens tells of, as a path below the root.
 std::string AppModel::namesBelow() const {
-  return conduct.namesOfScope ? std::string(relativeTo(scopePath, shownRoot).value_or("")) : "";
+  return conduct.ofScope ? std::string(relativeTo(scopePath, shownRoot).value_or("")) : "";
 }
 
 void AppModel::scheduleNamesScan() {

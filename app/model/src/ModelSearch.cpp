@@ -1,6 +1,7 @@
 // Searches: of the search field and of the command bar. Both wait a moment for the next key, run on the
 // search queue as readers of the tree, and are dropped, or stopped, once a newer one was begun.
 #include <chrono>
+#include <functional>
 #include <utility>
 
 #include "base/BackgroundQueue.h"
@@ -26,7 +27,7 @@ constexpr auto kLabelOf = [](std::string_view kindId) -> KindLabel {
 /// What a search needs of the model, taken on the main thread.
 struct Wanted {
   std::string text;
-  std::shared_ptr<const WalkResult> result;
+  RefPtr<DirNode> root;
   std::string rootPath;
   Metric metric;
   std::int64_t now;
@@ -37,10 +38,10 @@ struct Wanted {
 
   [[nodiscard]] bool isVoid() const { return !box->isCurrent(generation); }
 
-  /// At most so many rows, largest first; none when it was stopped.
-  [[nodiscard]] std::optional<std::vector<Entry>> run(std::optional<std::size_t> cap) const {
+  /// None when it was stopped.
+  [[nodiscard]] std::optional<SearchHits> run(std::size_t cap) const {
     const TokenQuery query = TokenQuery::parse(text, now);
-    if (query.isEmpty() || !result) return std::vector<Entry>();
+    if (query.isEmpty() || !root) return SearchHits();
     const auto kindOf = [&](const DirNode& folder, std::string_view name) {
       // What the content told comes first.
       if (const auto found = overrides.find(&folder); found != overrides.end()) {
@@ -49,12 +50,9 @@ struct Wanted {
       }
       return Kinds::of(name).id;
     };
-    const auto stopped = [&] { return isVoid(); };
     const TreeGate::Reading reading(*gate);
-    if (cap) return largestMatches(query, result->root, rootPath, metric, kindOf, stopped, *cap);
-    auto hits = search(query, result->root, rootPath, metric, kindOf, stopped);
-    if (hits) sortBySize(*hits, metric);
-    return hits;
+    return search(
+        query, root, rootPath, metric, kindOf, [&] { return isVoid(); }, cap);
   }
 };
 
@@ -87,28 +85,20 @@ void AppModel::clearQuery() {
 }
 
 void AppModel::scheduleSearch() {
-  const std::int64_t generation = searchGen->advance();
   if (!hasQuery()) {
+    searchGen->advance();
     _searchHits.set(std::nullopt);
+    _searchFound.set(0);
     _searching.set(false);
     return;
   }
   _searching.set(true);
-  Wanted wanted{effectiveQuery(), _result.get(),  std::string(treeRoot()),
-                _metric.get(),    services.now(), kindOverrides,
-                treeGate,         searchGen,      generation};
-  services.searches.postAfter(
-      conduct.typingPauses ? kTypingPause : kNoPause,
-      [wanted = std::move(wanted), weak = Self(self), &main = services.main] {
-        if (wanted.isVoid()) return;
-        auto hits = std::make_shared<std::optional<std::vector<Entry>>>(wanted.run(std::nullopt));
-        main.post([weak, generation = wanted.generation, hits] {
-          const auto alive = weak.lock();
-          if (!alive || !(*alive)->searchGen->isCurrent(generation)) return;
-          (*alive)->_searchHits.set(std::move(*hits));
-          (*alive)->_searching.set(false);
-        });
-      });
+  searchInBackground(effectiveQuery(), conduct.ofScope, conduct.searchCap, kTypingPause, searchGen,
+                     [this](std::optional<SearchHits>& hits) {
+                       _searchFound.set(hits ? hits->found : 0);
+                       _searchHits.set(hits ? std::optional(std::move(hits->rows)) : std::nullopt);
+                       _searching.set(false);
+                     });
 }
 
 void AppModel::schedulePaletteSearch(const std::string& text) {
@@ -116,26 +106,43 @@ void AppModel::schedulePaletteSearch(const std::string& text) {
   lastPaletteText = tokens.empty()
                         ? std::string()
                         : std::string(tokens.front().data(), tokens.back().data() + tokens.back().size());
-  const std::int64_t generation = paletteGen->advance();
   if (lastPaletteText.empty()) {
+    paletteGen->advance();
     _paletteHits.set({});
     _paletteSearching.set(false);
     return;
   }
   _paletteSearching.set(true);
-  Wanted wanted{lastPaletteText, _result.get(),  std::string(treeRoot()),
-                _metric.get(),   services.now(), kindOverrides,
-                treeGate,        paletteGen,     generation};
+  searchInBackground(lastPaletteText, false, paletteCap, kPalettePause, paletteGen,
+                     [this](std::optional<SearchHits>& hits) {
+                       if (hits) _paletteHits.set(std::move(hits->rows));
+                       _paletteSearching.set(false);
+                     });
+}
+
+/// Voids what the box counts, and searches after the pause; `take` is called on the main thread, while the
+/// model lives and unless a newer search was begun.
+void AppModel::searchInBackground(std::string text, bool ofScope, std::size_t cap,
+                                  std::chrono::duration<double> pause,
+                                  const std::shared_ptr<GenerationBox>& box,
+                                  std::function<void(std::optional<SearchHits>&)> take) {
+  const RefPtr<DirNode> whole = _result.get() ? _result.get()->root : RefPtr<DirNode>();
+  Wanted wanted{.text = std::move(text),
+                .root = ofScope ? _scope.get() : whole,
+                .rootPath = std::string(treeRoot()),
+                .metric = _metric.get(),
+                .now = services.now(),
+                .overrides = kindOverrides,
+                .gate = treeGate,
+                .box = box,
+                .generation = box->advance()};
   services.searches.postAfter(
-      conduct.typingPauses ? kPalettePause : kNoPause,
-      [wanted = std::move(wanted), weak = Self(self), &main = services.main] {
+      conduct.typingPauses ? pause : kNoPause,
+      [wanted = std::move(wanted), cap, take = std::move(take), weak = Self(self), &main = services.main] {
         if (wanted.isVoid()) return;
-        auto hits = std::make_shared<std::optional<std::vector<Entry>>>(wanted.run(paletteCap));
-        main.post([weak, generation = wanted.generation, hits] {
-          const auto alive = weak.lock();
-          if (!alive || !(*alive)->paletteGen->isCurrent(generation)) return;
-          if (*hits) (*alive)->_paletteHits.set(std::move(**hits));
-          (*alive)->_paletteSearching.set(false);
+        auto hits = std::make_shared<std::optional<SearchHits>>(wanted.run(cap));
+        main.post([weak, box = wanted.box, generation = wanted.generation, hits, take] {
+          if (weak.lock() && box->isCurrent(generation)) take(*hits);
         });
       });
 }

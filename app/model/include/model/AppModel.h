@@ -40,6 +40,7 @@ class RunningThread;
 class UserDefaults;
 struct DupeResult;
 struct MisnamedFile;
+struct SearchHits;
 struct VolumeTruth;
 
 /// All that the user sees and does: the scan result, where in it the user looks, the lenses' results, the
@@ -79,9 +80,10 @@ class AppModel {
     bool liveUpdates = true;
     bool catchUp = true;  ///< a loaded index is brought up to date
     bool saveIndex = true;
-    bool typingPauses = true;       ///< searches wait a moment for the next key
-    std::int64_t namesShown = 300;  ///< rows of the Names lens
-    bool namesOfScope = false;      ///< the Names lens tells of the scope; otherwise of the root
+    bool typingPauses = true;        ///< searches wait a moment for the next key
+    std::int64_t namesShown = 300;   ///< rows of the Names lens
+    bool ofScope = false;            ///< the search and the Names lens tell of the scope; else of the root
+    std::size_t searchCap = 10'000;  ///< rows of a search, the largest: more than anyone goes through
     bool oneFileSystem = true;
     unsigned threads = 0;  ///< of a walk; 0 for as many as there are processors, at least 4
   };
@@ -137,7 +139,8 @@ class AppModel {
   // The search.
   Observed<std::string> _query;  ///< views set
   Observed<std::vector<SearchChip>> _chips;
-  Observed<std::optional<std::vector<Entry>>> _searchHits;
+  Observed<std::optional<std::vector<Entry>>> _searchHits;  ///< the largest of what was found
+  Observed<std::size_t> _searchFound{0};                    ///< how many were
   Observed<bool> _searching{false};
 
   // The command bar.
@@ -250,7 +253,9 @@ class AppModel {
   [[nodiscard]] std::string rootAt(const std::string& path) const;
   [[nodiscard]] std::string indexURL() const;
   [[nodiscard]] std::string namesBelow() const;
-  void publishHits(std::int64_t generation, std::optional<std::vector<Entry>> hits);
+  void searchInBackground(std::string text, bool ofScope, std::size_t cap,
+                          std::chrono::duration<double> pause, const std::shared_ptr<GenerationBox>& box,
+                          std::function<void(std::optional<SearchHits>&)> take);
 
   const Services services;
   std::shared_ptr<AppModel*> self;  // what posted work holds weakly

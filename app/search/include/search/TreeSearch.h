@@ -28,21 +28,16 @@ namespace quon {
 /// The id of a kept file's kind. Asked at most once for a file, when all else in the query fits it.
 using KindOf = FunctionRef<std::string_view(const DirNode& folder, std::string_view fileName)>;
 
-/// All that matches, in the order of the tree: a folder, its kept files, then the folders in it. Each row
-/// carries its full path, so a query that a chain of n nested folders matches as a whole takes n² bytes:
-/// `largestMatches` has a bound.
-[[nodiscard]] std::optional<std::vector<Entry>> search(const TokenQuery& query, const RefPtr<DirNode>& root,
-                                                       std::string_view rootPath, Metric metric,
-                                                       KindOf kindOf, FunctionRef<bool()> cancelled);
+/// What a search found.
+struct SearchHits {
+  std::vector<Entry> rows;  ///< the largest in the metric, largest first; equal ones in the order of the tree
+  std::size_t found = 0;    ///< how many match in all
+};
 
-/// What `search` followed by `sortBySize` puts first, at most `cap` rows; only these are made.
-[[nodiscard]] std::optional<std::vector<Entry>> largestMatches(const TokenQuery& query,
-                                                               const RefPtr<DirNode>& root,
-                                                               std::string_view rootPath, Metric metric,
-                                                               KindOf kindOf, FunctionRef<bool()> cancelled,
-                                                               std::size_t cap);
-
-/// Largest first in the metric; equal sizes keep their order.
-void sortBySize(std::vector<Entry>& rows, Metric metric);
+/// The order of the tree: a folder, its kept files, then the folders in it. At most `cap` rows. Each carries
+/// its full path.
+[[nodiscard]] std::optional<SearchHits> search(const TokenQuery& query, const RefPtr<DirNode>& root,
+                                               std::string_view rootPath, Metric metric, KindOf kindOf,
+                                               FunctionRef<bool()> cancelled, std::size_t cap);
 
 }  // namespace quon
