@@ -12,6 +12,7 @@ namespace {
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Not;
 using testing::SizeIs;
 
 constexpr std::uint64_t kMiB = 1048576;
@@ -98,6 +99,8 @@ TEST_F(Lenses, SearchSpeaksTheLanguageOfTheField) {
   EXPECT_THAT(
       namesOf(quon.document({"search", "kind:video", "--in", quon.folder.at("tree/Films")}).at("rows")),
       ElementsAre("summer.mp4"));
+  const std::string one = quon.run({"search", "kind:video", "--limit", "1", "--in", quon.tree}).out;
+  EXPECT_THAT(one, AllOf(HasSubstr("summer.mp4\n… and 1 more\n"), Not(HasSubstr("winter"))));
   const Finished odd = quon.run({"search", "size:big", "summer", "--in", quon.tree});
   EXPECT_EQ(odd.status, 0);
   EXPECT_EQ(odd.err, "quon: left out, for its value cannot be read: size:big\n");

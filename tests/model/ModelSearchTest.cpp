@@ -39,6 +39,15 @@ class ModelSearch : public testing::Test {
   AppModel& model = *home.model;
 };
 
+TEST_F(ModelSearch, ShowsTheLargestAndCountsAll) {
+  model.conduct.searchCap = 1;
+  type("summer");
+  EXPECT_THAT(found(model), ElementsAre("summer.mp4"));
+  EXPECT_EQ(model._searchFound.get(), 2U);
+  model.clearQuery();
+  EXPECT_EQ(model._searchFound.get(), 0U);
+}
+
 TEST_F(ModelSearch, WaitsForAPauseInTyping) {
   model._query.set("sum");
   EXPECT_TRUE(model._searching.get());

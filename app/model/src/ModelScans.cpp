@@ -246,9 +246,7 @@ void AppModel::dropTree() {
   _selection.set(std::nullopt);
   _hovered.set(std::nullopt);
   _indexedAt.set(std::nullopt);
-  searchGen->advance();
-  _searchHits.set(std::nullopt);
-  _searching.set(false);
+  dropHits();
   paletteGen->advance();
   _paletteHits.set({});
   _paletteSearching.set(false);
@@ -275,7 +273,7 @@ void AppModel::install(const Finished& finished) {
   _indexedAt.set(finished.trueAt);
   _phase.set(Phase::ready);
   // What was searched in the tree before is void, whether there is a query now or not.
-  _searchHits.set(std::nullopt);
+  dropHits();
   scheduleSearch();
   _paletteHits.set({});
   schedulePaletteSearch(lastPaletteText);

@@ -84,14 +84,15 @@ void AppModel::clearQuery() {
   scheduleSearch();
 }
 
+void AppModel::dropHits() {
+  searchGen->advance();
+  _searchHits.set(std::nullopt);
+  _searchFound.set(0);
+  _searching.set(false);
+}
+
 void AppModel::scheduleSearch() {
-  if (!hasQuery()) {
-    searchGen->advance();
-    _searchHits.set(std::nullopt);
-    _searchFound.set(0);
-    _searching.set(false);
-    return;
-  }
+  if (!hasQuery()) return dropHits();
   _searching.set(true);
   searchInBackground(effectiveQuery(), conduct.ofScope, conduct.searchCap, kTypingPause, searchGen,
                      [this](std::optional<SearchHits>& hits) {

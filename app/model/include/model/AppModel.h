@@ -240,6 +240,7 @@ class AppModel {
   void endRun(std::int64_t generation, const std::shared_ptr<Finished>& finished);
   void fail(const std::string& reason);
   void dropTree();
+  void dropHits();
   void install(const Finished& finished);
   void endLensJobs();
   void voidLenses();
