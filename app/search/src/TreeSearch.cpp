@@ -72,7 +72,9 @@ class Walk {
         states.resize(levels.size() * needles.size());
         continue;
       }
-      if (!enter(*level.folder->subdirs[level.nextChild++])) return false;
+      const auto& children = level.folder->subdirs;
+      if (level.nextChild + kAhead < children.size()) fetch(*children[level.nextChild + kAhead]);
+      if (!enter(*children[level.nextChild++])) return false;
     }
     return true;
   }
@@ -80,11 +82,21 @@ class Walk {
   std::vector<Match> matches;
 
  private:
+  static constexpr std::size_t kAhead = 4;  // children fetched before they are entered
+
   struct Level {
     DirNode* folder;
     std::size_t nextChild;
     std::size_t missing;  // needles that the folder's path does not hold
   };
+
+  /// Has the node brought into the processor's cache while others are looked at: a search waits for memory
+  /// most of its time, since nodes lie scattered.
+  static void fetch(const DirNode& node) {
+    constexpr std::size_t kCacheLine = 64;
+    const char* const bytes = reinterpret_cast<const char*>(&node);
+    for (std::size_t at = 0; at < sizeof node; at += kCacheLine) __builtin_prefetch(bytes + at);
+  }
 
   [[nodiscard]] bool enter(DirNode& folder) {
     if (patience.endsAfter(1 + levels.back().missing)) return false;
@@ -101,6 +113,8 @@ class Walk {
       std::ranges::copy(from, to.begin());
     }
     levels.push_back({&folder, 0, missing});
+    const std::size_t first = std::min(kAhead, folder.subdirs.size());
+    for (std::size_t child = 0; child < first; ++child) fetch(*folder.subdirs[child]);
     const std::uint64_t size = metric == Metric::logical ? folder.totalLogical : folder.totalPhysical;
     if (!query.kind && missing == 0 && isWithinBounds(size, folder.mtime)) add(folder, nullptr, size);
     return matchFiles();
