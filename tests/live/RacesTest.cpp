@@ -82,6 +82,29 @@ class Races : public ScannedTree {
   }
 };
 
+/// The folder of the name that stays was read while the file had two; nothing tells it that one is left.
+TEST_F(Races, AFileWhoseOtherNameGoesWhileTheBatchIsReadHasOneName) {
+  for (const bool wasKnown : {false, true}) {
+    for (const bool deep : {false, true}) {
+      const std::string home = std::string(wasKnown ? "known" : "new") + (deep ? "-deep" : "");
+      const std::string first = home + "/first/one";
+      const std::string second = home + "/second/two";
+      tree.file(first, 5000);
+      tree.folder(home + "/second");
+      if (wasKnown) std::filesystem::create_hard_link(tree.at(first), tree.at(second));
+      const std::string index = scan("patched-" + home);
+      if (!wasKnown) std::filesystem::create_hard_link(tree.at(first), tree.at(second));
+      HookedDirectories directories(platform.directories);
+      directories.path = tree.at(home + "/second");
+      directories.beforeOpening = [&] { std::filesystem::remove(tree.at(second)); };
+      patch({directories, platform.files, platform.threads}, index,
+            {{tree.at(home + "/first"), deep}, {tree.at(home + "/second"), false}}, 1);
+      ASSERT_FALSE(std::filesystem::exists(tree.at(second))) << home;
+      EXPECT_EQ(differences(index, scan("fresh-" + home)), "") << home;
+    }
+  }
+}
+
 TEST_F(Races, AFirstNameInAFolderThatWasReadBeforeIsFound) {
   expectFirstNameFound("first/one", /*deep=*/false);
 }

@@ -173,6 +173,12 @@ void LinkResolver::decideOne(std::uint64_t fileID) {
     if (linked.untouched.size() == 1) forgetLastName(linked.untouched.front());
     return;
   }
+  if (isLastName(fileID, linked)) {
+    // Counted as any file is; what the registry held of the name goes with forgetVanished.
+    const Fresh& last = linked.fresh.front();
+    if (last.node == nullptr) builder.listed.at(last.folder).listing.linkIDs.erase(last.name);
+    return;
+  }
   // Listed names carry the file's size, and of each walk's names the one that it counted.
   const auto rank = [](const Fresh& fresh) {
     if (fresh.node != nullptr && !fresh.walkCounted) return 3;
@@ -187,6 +193,13 @@ void LinkResolver::decideOne(std::uint64_t fileID) {
     if (vanished.contains(fileID)) continue;
     builder.batch.linkWrites.push_back({fileID, fresh.folder, fresh.name, counted});
   }
+}
+
+/// Its other names went after its folder was read, and nothing tells that folder.
+bool LinkResolver::isLastName(std::uint64_t fileID, const Linked& linked) const {
+  if (linked.fresh.size() != 1 || !linked.untouched.empty()) return false;
+  const Fresh& last = linked.fresh.front();
+  return (last.node == nullptr || last.walkCounted) && presentLinkCount(fileID, linked) == 1;
 }
 
 void LinkResolver::drop(const Fresh& fresh) {

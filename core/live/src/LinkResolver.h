@@ -51,6 +51,7 @@ class LinkResolver {
   [[nodiscard]] bool isStale(const LinkSighting& counted, const Linked& linked) const;
   void takeIn(const FoundName& found);
   void decideOne(std::uint64_t fileID);
+  [[nodiscard]] bool isLastName(std::uint64_t fileID, const Linked& linked) const;
   void drop(const Fresh& fresh);
   void forgetLastName(const LinkSighting& last);
   void forgetVanished();
