@@ -209,11 +209,11 @@ TEST_F(DesktopReclaim, NeverListsWhatHoldsTheUsersOwnFiles) {
 
 TEST_F(DesktopReclaim, NoNameMakesUpForTheUsersOwnFilesInside) {
   where.home = "/srv/Pods/u";
-  where.mountPoints.emplace_back("/work/node_modules/disk");
+  where.mountPoints.emplace_back("/vol/node_modules/disk");
   folders(
-      "srv/Pods/u/.npm srv/Pods/u/letters srv/Pods/v work/node_modules/disk "
-      "work/node_modules/a/node_modules");
-  EXPECT_EQ(list(), (Listed{{"node_modules", {"/work/node_modules/a/node_modules"}},
+      "srv/Pods/u/.npm srv/Pods/u/letters srv/Pods/v vol/node_modules/disk "
+      "vol/node_modules/a/node_modules");
+  EXPECT_EQ(list(), (Listed{{"node_modules", {"/vol/node_modules/a/node_modules"}},
                             {"npm cache (~/.npm)", {"/srv/Pods/u/.npm"}}}));
 }
 
