@@ -13,6 +13,7 @@
 #include "lenses/Reclaim.h"
 #include "rows/FolderRows.h"
 #include "scan/DirNode.h"
+#include "scan/KeptFiles.h"
 #include "scan/Walker.h"
 
 namespace quon::bench {
@@ -42,7 +43,7 @@ RefPtr<DirNode> makeTree() {
     RefPtr<DirNode> child(new DirNode(nameOf(random, all.size())));
     child->parent = parent;
     child->mtime = kOldest + static_cast<std::int64_t>(random() % kYears);
-    child->directLogical = Walker::kMinKeep / 2;
+    child->directLogical = kMinKeep / 2;
     all.push_back(child.get());
     parent->subdirs.push_back(std::move(child));
   }
@@ -50,7 +51,7 @@ RefPtr<DirNode> makeTree() {
                                         ".sqlite", "",     ".pack",   ".unheard-of"};
   for (std::size_t number = 0; number < kFiles; ++number) {
     DirNode& folder = *all[random() % all.size()];
-    const std::uint64_t bytes = Walker::kMinKeep + random() % (1ULL << 32U);
+    const std::uint64_t bytes = kMinKeep + random() % (1ULL << 32U);
     folder.keptFiles.push_back(
         {"recording-" + std::to_string(number) + std::string(kEndings[random() % std::size(kEndings)]), bytes,
          bytes, kOldest + static_cast<std::int64_t>(random() % kYears)});

@@ -10,6 +10,7 @@
 #include "platform_linux/LinuxPlatform.h"
 #include "scan/DirNode.h"
 #include "scan/FileBatch.h"
+#include "scan/KeptFiles.h"
 #include "scan/WalkResult.h"
 #include "scan/Walker.h"
 #include "store/ScanStore.h"
@@ -78,7 +79,7 @@ void loadIndex(benchmark::State& state) {
   const std::string url = folder.at("loaded.sqlite");
   writeIndex(platform.services(), makeTree(), url);
   for (auto _ : state) {
-    const Loaded loaded = ScanStore::load(url, kRoot, Walker::kMinKeep);
+    const Loaded loaded = ScanStore::load(url, kRoot, kMinKeep);
     if (loaded.result.root->totalFiles != static_cast<std::uint64_t>(kFiles)) {
       return state.SkipWithError("not every file was loaded");
     }

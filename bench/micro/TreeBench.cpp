@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "scan/DirNode.h"
+#include "scan/KeptFiles.h"
 #include "scan/TopHeap.h"
 #include "scan/Walker.h"
 
@@ -49,10 +50,10 @@ BENCHMARK(rollUp)->Unit(benchmark::kMillisecond);
 void offerTopFiles(benchmark::State& state) {
   std::mt19937_64 random(kSeed);
   std::vector<std::uint64_t> sizes(kOffers);
-  for (std::uint64_t& size : sizes) size = Walker::kMinKeep + random() % (1ULL << 32U);
+  for (std::uint64_t& size : sizes) size = kMinKeep + random() % (1ULL << 32U);
   const std::string path = "/home/somebody/folder/of/usual/depth/recording-2024.mkv";
   for (auto _ : state) {
-    TopHeap heap(Walker::kTopFiles);
+    TopHeap heap(kTopFiles);
     for (const std::uint64_t size : sizes) {
       if (heap.wouldKeep(size)) heap.offer({path, size, size, 0});
     }

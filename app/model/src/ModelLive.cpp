@@ -8,6 +8,7 @@
 #include "model/AppModel.h"
 #include "platform/Events.h"
 #include "rows/FolderRows.h"
+#include "scan/KeptFiles.h"
 #include "scan/Walker.h"
 
 namespace quon {
@@ -44,7 +45,7 @@ void AppModel::startLiveWatch(const WalkResult& result, std::uint64_t sinceEvent
           .skipPaths = std::set<std::string>(result.skippedProtected.begin(), result.skippedProtected.end()),
           .topFiles = result.topFiles,
           .sinceEventId = sinceEventId,
-          .topCapacity = Walker::kTopFiles});
+          .topCapacity = kTopFiles});
 }
 
 void AppModel::liveEvent(const LiveWatcher::Event& event) {

@@ -9,6 +9,7 @@
 #include "live/Refresh.h"
 #include "platform/Events.h"
 #include "platform/Files.h"
+#include "scan/KeptFiles.h"
 #include "scan/TopHeap.h"
 #include "scan/Walker.h"
 #include "store/ScanStore.h"
@@ -89,7 +90,7 @@ void checkDevice(const Platform& platform, const Loaded& loaded, const std::stri
 }
 
 std::vector<TopFile> topFilesOf(const RefPtr<DirNode>& root, std::string_view rootPath) {
-  TopHeap heap(Walker::kTopFiles);
+  TopHeap heap(kTopFiles);
   std::vector<const DirNode*> waiting{root.get()};
   while (!waiting.empty()) {
     const DirNode* node = waiting.back();

@@ -13,6 +13,7 @@
 #include "live/Refresh.h"
 #include "platform/Platform.h"
 #include "scan/DirNode.h"
+#include "scan/KeptFiles.h"
 
 namespace quon {
 
@@ -46,13 +47,13 @@ class LiveWatcher {
     std::string rootPath;  ///< "/" for "/"
     std::string indexURL;
     std::uint32_t rootDev = 0;
-    std::uint64_t minKeep = 1048576;
+    std::uint64_t minKeep = kMinKeep;
     std::set<std::string> skipPaths = {};
     std::vector<TopFile> topFiles = {};  ///< no more than topCapacity are kept
     std::uint64_t sinceEventId = 0;
     std::chrono::duration<double> coalesceWindow{1.5};
     std::size_t maxChanges = 20000;
-    std::size_t topCapacity = 1000;
+    std::size_t topCapacity = static_cast<std::size_t>(kTopFiles);
   };
   /// What it works with. The queues are serial and outlive it; so does the event service.
   struct Services {

@@ -7,6 +7,7 @@
 
 #include "base/RefPtr.h"
 #include "platform/Platform.h"
+#include "scan/KeptFiles.h"
 #include "scan/Progress.h"
 #include "scan/ScanCancel.h"
 #include "scan/WalkResult.h"
@@ -24,10 +25,6 @@ class ScanSink;
 class Walker {
  public:
   using Result = WalkResult;
-
-  /// Files of at least this many logical bytes are kept one by one: 1 MiB.
-  static constexpr std::uint64_t kMinKeep = 1048576;
-  static constexpr std::int64_t kTopFiles = 1000;
 
   struct Options {
     std::uint32_t rootDev = 0;  ///< device number of the root

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <cstdint>
+
+namespace quon {
+
+/// Logical bytes: files from this size on are entries of the tree of their own, smaller ones are only summed.
+inline constexpr std::uint64_t kMinKeep = 1048576;
+
+/// How many of the largest files a scan remembers.
+inline constexpr std::int64_t kTopFiles = 1000;
+
+}  // namespace quon
