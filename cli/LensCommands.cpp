@@ -68,7 +68,8 @@ int runKinds(Session& session, const Command& command) {
   AppModel& model = session.model();
   const std::string path = session.resolve(command.path);
   const OpenedTree tree = session.open(path);
-  const Kinds::Aggregate kinds = model.kindRows();
+  session.show(Lens::kinds, model._kindsScanning);
+  const Kinds::Aggregate kinds = model._kinds.get().value_or(Kinds::Aggregate());
   if (command.json) {
     printDocument(document(kinds));
   } else {
@@ -93,8 +94,7 @@ int runUntouched(Session& session, const Command& command) {
   const std::string path = session.resolve(command.path);
   const OpenedTree tree = session.open(path);
   model._ageCutoff.set(command.olderThan);
-  model.scheduleAgeScan();
-  session.runner().runUntil([&] { return !model._ageScanning.get(); });
+  session.show(Lens::age, model._ageScanning);
   RowTable table = tableOf(session, command, tree);
   table.fullPaths = true;
   table.now = now();
@@ -113,7 +113,8 @@ int runReclaim(Session& session, const Command& command) {
   AppModel& model = session.model();
   const std::string path = session.resolve(command.path);
   const OpenedTree tree = session.open(path);
-  const std::vector<Reclaim::Group> groups = model.reclaimGroups(tree.scope);
+  session.show(Lens::reclaim, model._reclaimScanning);
+  const std::vector<Reclaim::Group> groups = model._reclaim.get().value_or(std::vector<Reclaim::Group>());
   const std::string_view prefix = pathPrefix(tree.root);
   std::uint64_t total = 0;
   for (const Reclaim::Group& group : groups) total += group.total;

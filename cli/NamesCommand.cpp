@@ -29,9 +29,8 @@ std::string row(const Session& session, std::uint64_t size, const std::string& c
 
 void printNames(Session& session, const Command& command, const std::string& path, const OpenedTree& tree) {
   AppModel& model = session.model();
-  model.conduct.namesShown = static_cast<std::int64_t>(command.limit);
-  model.scheduleNamesScan();
-  session.runner().runUntil([&] { return !model._namesLoading.get(); });
+  model.options.namesCap = static_cast<std::int64_t>(command.limit);
+  session.show(Lens::names, model._namesLoading);
   if (model._namesError.get()) throw CommandFailure(*model._namesError.get());
   const std::vector<RepeatedName> names = model._names.get().value_or(std::vector<RepeatedName>());
   if (command.json) {
@@ -59,7 +58,12 @@ void printNames(Session& session, const Command& command, const std::string& pat
 }
 
 void printFilesOfName(Session& session, const Command& command) {
-  const auto files = session.model().filesNamed(command.name, static_cast<std::int64_t>(command.limit));
+  AppModel& model = session.model();
+  model.options.namedFilesCap = static_cast<std::int64_t>(command.limit);
+  model._openName.set(command.name);
+  session.show(Lens::names, model._filesOfNameLoading);
+  if (model._namesError.get()) throw CommandFailure(*model._namesError.get());
+  const std::vector<NamedFile>& files = model._filesOfName.get()->files;
   if (command.json) {
     Json rows = Json::array();
     for (const NamedFile& file : files) {
@@ -79,7 +83,7 @@ void printFilesOfName(Session& session, const Command& command) {
 }  // namespace
 
 int runNames(Session& session, const Command& command) {
-  session.model().conduct.ofScope = true;
+  session.model().options.searchScope = true;
   const std::string path = session.resolve(command.path);
   const OpenedTree tree = session.open(path);
   if (tree.index.empty())

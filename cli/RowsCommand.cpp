@@ -18,10 +18,19 @@ int runRows(Session& session, const Command& command) {
   // The rest of a folder is a row of its own, beyond the limit.
   Command whole = command;
   if (!largest) ++whole.limit;
-  const std::vector<Entry> rows =
-      largest ? largestFiles(tree.scope, pathPrefix(tree.root), command.metric, command.limit)
-              : session.model().scopeEntries(tree.scope, command.limit);
-  report(whole, path, tree, rows, rows.size(), table,
+  AppModel& model = session.model();
+  std::vector<Entry> rows;
+  std::size_t found = 0;
+  if (largest) {
+    model.options.largestCap = command.limit;
+    session.show(Lens::largest, model._largestScanning);
+    rows = model._largest.get().value_or(std::vector<Entry>());
+    found = model._largestFound.get();
+  } else {
+    rows = model.scopeEntries(tree.scope, command.limit);
+    found = rows.size();
+  }
+  report(whole, path, tree, rows, found, table,
          largest ? fmt::format("No file of {} or more.", humanBytes(AppModel::minKeep)) : "It is empty.");
   return 0;
 }

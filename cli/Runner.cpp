@@ -20,13 +20,12 @@ constexpr std::chrono::duration<double> kGrace{0.2};
 Runner::Runner(const Platform& services, const Terminal& streams, LoopQueue& queue, AppModel& driven)
     : platform(services), terminal(streams), loop(queue), model(driven) {
   if (!terminal.errorIsTerminal) return;
-  // The two are set one after the other: the path last.
   place = model._scanPath.observe([this](const std::string&) { showProgress(); });
 }
 
 void Runner::wait() {
   waiting = true;
-  (void)loop.runUntil([this] { return !model.isBusy(); });
+  (void)loop.runUntil([this] { return !model.isBusy() || model.lastRun.cancelled; });
   waiting = false;
   clearProgress();
   if (model.lastRun.cancelled) throw Interrupted();

@@ -52,10 +52,10 @@ std::string summary(const Session& session, const OpenedTree& tree) {
 }  // namespace
 
 int runScan(Session& session, const Command& command) {
-  AppModel::Conduct& conduct = session.model().conduct;
-  conduct.threads = command.threads;
-  conduct.oneFileSystem = !command.crossDevices;
-  conduct.saveIndex = command.saveIndex;
+  ModelOptions& options = session.model().options;
+  options.threads = command.threads;
+  options.oneFileSystem = !command.crossDevices;
+  options.saveIndex = command.saveIndex;
   const OpenedTree tree = session.scan(session.resolve(command.path));
   if (command.json) {
     printDocument(document(tree));

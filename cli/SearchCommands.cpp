@@ -33,8 +33,8 @@ int runSearch(Session& session, const Command& command) {
   const std::string path = session.resolve(command.path);
   tellIgnoredFilters(command.text);
   const OpenedTree tree = session.open(path);
-  model.conduct.ofScope = true;
-  model.conduct.searchCap = command.limit;
+  model.options.searchScope = true;
+  model.options.searchCap = command.limit;
   model._query.set(command.text);
   session.runner().runUntil([&] { return !model._searching.get(); });
   const std::vector<Entry> rows = model._searchHits.get().value_or(std::vector<Entry>());

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <chrono>
 #include <fmt/format.h>
+#include <functional>
+#include <map>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -78,11 +80,20 @@ void tellUnreadable(const OpenedTree& tree) {
   if (unreadable.size() > told) fmt::print(stderr, "  and {} more\n", grouped(unreadable.size() - told));
 }
 
-struct Session::Queues {
-  ThreadQueue searches{[] { LinuxThreads::nameThisThread("quon-search"); }};
-  ThreadQueue lenses{[] { LinuxThreads::nameThisThread("quon-lenses"); }};
-  ThreadQueue liveEvents{[] { LinuxThreads::nameThisThread("quon.fsevents.live"); }};
-  ThreadQueue liveWork{[] { LinuxThreads::nameThisThread("quon.live.apply"); }};
+/// Each made when it is first asked for: most commands need two or three.
+class Session::Queues {
+ public:
+  BackgroundQueue& queue(std::string_view name) {
+    std::unique_ptr<ThreadQueue>& queue = byName[std::string(name)];
+    if (!queue) {
+      queue = std::make_unique<ThreadQueue>(
+          [name = std::string(name)] { LinuxThreads::nameThisThread(name.c_str()); });
+    }
+    return *queue;
+  }
+
+ private:
+  std::map<std::string, std::unique_ptr<ThreadQueue>, std::less<>> byName;
 };
 
 /// A terminal has none of it.
@@ -104,15 +115,15 @@ Session::Session(const Platform& services, Folders places, const Terminal& strea
       queues(std::make_unique<Queues>()),
       desktop(std::make_unique<NoDesktop>()),
       driven(std::make_unique<AppModel>(AppModel::Services{
-          platform, events, defaults, *desktop, log, folders, loop, queues->searches, queues->lenses,
-          queues->liveEvents, queues->liveWork,
+          platform, events, defaults, *desktop, folders, loop,
+          [this](std::string_view name) -> BackgroundQueue& { return queues->queue(name); },
           [] { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()); },
           [] {
             return std::chrono::duration_cast<std::chrono::seconds>(
                        std::chrono::system_clock::now().time_since_epoch())
                 .count();
           }})) {
-  driven->conduct.liveUpdates = false;
+  driven->options.liveUpdates = false;
   starts = driven->_scanStats.observe([this](const std::string&) { tellWhyScanned(); });
   runs = std::make_unique<Runner>(platform, terminal, loop, *driven);
   const MutexLock held(lock);
@@ -158,6 +169,7 @@ void Session::tellWhyScanned() {
 /// What the model holds now, with the folder at the path; no scope when the tree does not hold that.
 OpenedTree Session::opened(const std::string& path) {
   runs->wait();
+  await([this] { return driven->areSettingsStored(); });
   const AppModel::LastRun& run = driven->lastRun;
   if (!run.failure.empty()) {
     throw CommandFailure("cannot scan " + displayText(driven->_rootPath.get()) + ": " + run.failure);
@@ -181,7 +193,8 @@ OpenedTree Session::open(const std::string& path) {
   OpenedTree tree = opened(path);
   // On another file system than the root, or made since when nothing was caught up.
   if (!tree.scope && tree.root != path) tree = scan(path);
-  if (!tree.scope) throw CommandFailure("cannot open " + displayText(path) + ": the scan did not meet it");
+  if (!tree.scope) throw CommandFailure("cannot open " + displayText(path) + ": it was not found by the scan of " +
+                         displayText(tree.root));
   driven->_scope.set(tree.scope);
   return tree;
 }

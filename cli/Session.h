@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -62,9 +63,16 @@ class Session {
 
   [[nodiscard]] AppModel& model() { return *driven; }
   [[nodiscard]] Runner& runner() { return *runs; }
+  /// Runs the main loop until the predicate holds.
+  void await(const std::function<bool()>& predicate) { runs->runUntil(predicate); }
+  /// Shows the lens and runs the main loop until its results are there.
+  void show(Lens lens, const Observed<bool>& running) {
+    driven->_lens.set(lens);
+    await([&running] { return !running.get(); });
+  }
 
  private:
-  struct Queues;
+  class Queues;
   class NoDesktop;
 
   [[nodiscard]] OpenedTree opened(const std::string& path);

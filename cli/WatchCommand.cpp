@@ -34,7 +34,7 @@ class Watch {
     if (tree.index.empty())
       throw CommandFailure("changes are kept in a saved index, and none could be saved");
     // Live updates that ended when they were to begin: a scan would end in the same way.
-    if (!session.model().indexFresh) throw CommandFailure("changes cannot be watched: " + reason);
+    if (!session.model()._isLive.get()) throw CommandFailure("changes cannot be watched: " + reason);
     paused = false;
     tellReady(tree);
     session.runner().runUntil([this] { return paused; });
@@ -89,7 +89,7 @@ class Watch {
     flush();
   }
   static void flush() {
-    if (!flushOutput()) throw CommandFailure("nobody reads the changes any more");
+    if (!flushOutput()) throw CommandFailure("the output was closed");
   }
 
   Session& session;
@@ -101,7 +101,7 @@ class Watch {
 }  // namespace
 
 int runWatch(Session& session, const Command& command) {
-  session.model().conduct.liveUpdates = true;
+  session.model().options.liveUpdates = true;
   Watch watch(session, command);
   for (OpenedTree tree = session.open(session.resolve(command.path));; tree = session.scan(tree.root)) {
     watch.run(tree);

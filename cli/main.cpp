@@ -55,8 +55,8 @@ int main(int count, char** arguments) {
     const Command& command = std::get<Command>(parsed);
     Session session(platform.services(), LinuxPlatform::folders(), Terminal::detect());
     AppModel& model = session.model();
-    model.conduct.catchUp = command.catchUp;
-    model.conduct.typingPauses = false;
+    model.options.catchUp = command.catchUp;
+    model.options.typingPauses = false;
     model._metric.set(command.metric);
     const int status = run(session, command);
     return flushOutput() ? status : kFailed;

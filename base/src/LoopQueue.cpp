@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "base/Fatal.h"
+#include "base/MainThread.h"
 
 // quit() is remembered as the stop of the loop until the outermost run has ended for it: nested runs each see
 // it on their way out, and one that comes just after a run ended on its predicate is not lost but ends the
@@ -47,6 +48,7 @@ bool LoopQueue::runUntil(const std::function<bool()>& predicate) {
   const Nesting nesting(depth);
   while (!loop.isStopped()) {
     if (predicate()) return true;
+    const MainThreadWork mainThreadWork;
     if (!loop.runNext()) break;
   }
   if (depth == 1) loop.resume();

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <optional>
+#include <type_traits>
 #include <utility>
+
+#include "base/MainThread.h"
 
 namespace quon {
 
@@ -23,19 +26,29 @@ WorkItem ManualQueueOf<Queue>::postAfter(std::chrono::duration<double> delay, st
 template <typename Queue>
 void ManualQueueOf<Queue>::advance(std::chrono::duration<double> duration) {
   const std::chrono::nanoseconds end = DueWork::dueAfter(now(), duration);
-  while (const auto work = takeUntil(end)) work->run();
+  while (const auto work = takeUntil(end)) run(*work);
   MutexLock held(lock);
   clock = std::max(clock, end);  // work may have advanced further
 }
 
 template <typename Queue>
 void ManualQueueOf<Queue>::runPosted() {
-  while (const auto work = takeUntil(now())) work->run();
+  while (const auto work = takeUntil(now())) run(*work);
 }
 
 template <typename Queue>
 void ManualQueueOf<Queue>::runUntil(const std::function<bool()>& predicate) {
-  while (!predicate()) waitForDue().run();
+  while (!predicate()) run(waitForDue());
+}
+
+template <typename Queue>
+void ManualQueueOf<Queue>::run(const WorkItem& work) {
+  if constexpr (std::is_same_v<Queue, MainQueue>) {
+    const MainThreadWork mainThreadWork;
+    work.run();
+  } else {
+    work.run();
+  }
 }
 
 template <typename Queue>

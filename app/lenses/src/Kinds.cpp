@@ -8,11 +8,14 @@
 #include <algorithm>
 #include <functional>
 #include <optional>
+#include <string>
 
 #include "KindTables.h"
 #include "NameTable.h"
 #include "base/Checked.h"
+#include "base/Path.h"
 #include "base/Text.h"
+#include "rows/Cancellation.h"
 
 namespace quon::Kinds {
 namespace {
@@ -61,12 +64,26 @@ Row& rowOf(const FileKind& kind, std::vector<Row>& rows) {
   return found != rows.end() ? *found : rows.emplace_back(Row{.kind = kind});
 }
 
-const FileKind& kindOf(const FileEntry& file, const KindOverrides::mapped_type* sniffed) {
-  const FileKind& kind = of(file.name);
-  if (sniffed == nullptr || &kind != &kOther) return kind;
-  const auto found = sniffed->find(file.name);
-  return found == sniffed->end() ? kind : *found->second;
-}
+/// Of files in one folder, whose path is put together when the first of them is asked for.
+class KindsInFolder {
+ public:
+  KindsInFolder(const DirNode& its, std::string_view root, const KindOverrides& known)
+      : folder(its), rootPath(root), overrides(known) {}
+
+  const FileKind& of(const FileEntry& file) {
+    const FileKind& kind = Kinds::of(file.name);
+    if (&kind != &kOther || overrides.empty()) return kind;
+    if (path.empty()) path = folder.path(rootPath);
+    const auto found = overrides.find(joinPath(path, file.name));
+    return found == overrides.end() ? kind : *found->second;
+  }
+
+ private:
+  const DirNode& folder;
+  const std::string_view rootPath;
+  const KindOverrides& overrides;
+  std::string path;
+};
 
 }  // namespace
 
@@ -106,18 +123,20 @@ const FileKind& of(std::string_view name) {
   return category == Extensions::kNone ? kOther : kCategories[category].kind;
 }
 
-Aggregate aggregate(const RefPtr<DirNode>& scope, Metric metric, const KindOverrides& overrides) {
+std::optional<Aggregate> aggregate(const RefPtr<DirNode>& scope, std::string_view rootPath, Metric metric,
+                                   const KindOverrides& overrides, FunctionRef<bool()> cancelled) {
   Aggregate result;
+  Cancellation cancellation(cancelled);
   std::uint64_t kept = 0;
   std::vector<const DirNode*> folders{scope.get()};
   while (!folders.empty()) {
     const DirNode* const folder = folders.back();
     folders.pop_back();
+    if (cancellation.afterRows(1 + folder->keptFiles.size())) return std::nullopt;
     for (const RefPtr<DirNode>& child : folder->subdirs) folders.push_back(child.get());
-    if (folder->keptFiles.empty()) continue;
-    const auto sniffed = overrides.find(folder);
+    KindsInFolder kinds(*folder, rootPath, overrides);
     for (const FileEntry& file : folder->keptFiles) {
-      Row& row = rowOf(kindOf(file, sniffed == overrides.end() ? nullptr : &sniffed->second), result.rows);
+      Row& row = rowOf(kinds.of(file), result.rows);
       row.logical = checkedAdd(row.logical, file.logical);
       row.physical = checkedAdd(row.physical, file.physical);
       row.count = checkedAdd(row.count, std::int64_t{1});

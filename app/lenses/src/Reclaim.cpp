@@ -10,6 +10,7 @@
 #include "NamedRules.h"
 #include "base/Checked.h"
 #include "base/Path.h"
+#include "rows/Cancellation.h"
 
 namespace quon::Reclaim {
 namespace {
@@ -34,15 +35,18 @@ struct NoPlaces {
   static bool mayBeListed(std::string_view /*name*/) { return true; }
 };
 
+/// None when it was cancelled.
 template <typename Places>
-std::vector<Found> walk(DirNode& scope, Places places) {
+std::optional<std::vector<Found>> walk(DirNode& scope, Places places, FunctionRef<bool()> cancelled) {
   struct Visit {
     DirNode* folder;
     std::size_t nextChild = 0;
   };
   std::vector<Found> found;
+  Cancellation cancellation(cancelled);
   std::vector<Visit> visits{{&scope}};
   while (!visits.empty()) {
+    if (cancellation.afterRows()) return std::nullopt;
     auto& [folder, nextChild] = visits.back();
     if (nextChild == folder->subdirs.size()) {
       if (visits.size() > 1) places.leave(folder->name);
@@ -101,16 +105,19 @@ std::span<const Rule> rules() {
 }
 
 std::vector<Group> groups(const RefPtr<DirNode>& scope, Metric metric) {
-  return grouped(walk(*scope, NoPlaces()), namedRules(), metric);
+  return grouped(*walk(*scope, NoPlaces(), [] { return false; }), namedRules(), metric);
 }
 
-std::vector<Group> groups(const RefPtr<DirNode>& scope, Metric metric, const Surroundings& surroundings,
-                          const MarkerFiles& markers) {
+std::optional<std::vector<Group>> groups(const RefPtr<DirNode>& scope, Metric metric,
+                                         const Surroundings& surroundings, const MarkerFiles& markers,
+                                         FunctionRef<bool()> cancelled) {
   std::vector<const Rule*> all = namedRules();
   const std::vector<const Rule*> desktop = DesktopRules::all();
   all.insert(all.end(), desktop.begin(), desktop.end());
   DesktopRules places(scope->path(surroundings.rootPath), surroundings, markers);
-  return grouped(walk(*scope, std::move(places)), all, metric);
+  const auto found = walk(*scope, std::move(places), cancelled);
+  if (!found) return std::nullopt;
+  return grouped(*found, all, metric);
 }
 
 }  // namespace quon::Reclaim

@@ -55,7 +55,7 @@ void addRoots(AppModel& model, std::vector<PaletteCommand>& commands) {
                       [&model] { model.scan(std::string(model._rootPath.get())); }});
   commands.push_back({"open", "Open Folder…", "folder", std::nullopt, "scan choose pick volume",
                       [&model] { model.openFolder(); }});
-  for (const std::string& root : model.recentRoots()) {
+  for (const std::string& root : model._recentRoots.get()) {
     commands.push_back({"recent-" + root, "Scan " + displayText(root), "clock.arrow.circlepath", std::nullopt,
                         "recent root open scan", [&model, root] { model.scan(root); }});
   }
@@ -98,6 +98,17 @@ std::string shownShortcut(std::string_view stored) {
     stored.remove_prefix(key->first.size());
   }
   return shown;
+}
+
+void runPaletteRow(AppModel& model, const PaletteRow& row) {
+  model.perform([&model, row] {
+    model._showPalette.set(false);
+    if (const auto* command = std::get_if<PaletteCommand>(&row)) {
+      command->run();
+    } else {
+      model.jump(std::get<Entry>(row));
+    }
+  });
 }
 
 std::vector<PaletteRow> paletteRows(AppModel& model, std::string_view text) {

@@ -5,6 +5,7 @@
 
 #include "base/Checked.h"
 #include "base/Path.h"
+#include "rows/Cancellation.h"
 
 namespace quon {
 namespace {
@@ -72,26 +73,29 @@ std::vector<Entry> scopeEntries(const RefPtr<DirNode>& node, std::string_view ro
   return rows;
 }
 
-std::vector<Entry> largestFiles(const RefPtr<DirNode>& node, std::string_view rootPath, Metric metric,
-                                std::size_t cap) {
+std::optional<LargestFiles> largestFiles(const RefPtr<DirNode>& node, std::string_view rootPath,
+                                         Metric metric, std::size_t cap, FunctionRef<bool()> cancelled) {
+  Cancellation cancellation(cancelled);
   std::vector<Candidate> files;
   std::vector<DirNode*> folders{node.get()};
   while (!folders.empty()) {
     DirNode* const folder = folders.back();
     folders.pop_back();
+    if (cancellation.afterRows(1 + folder->keptFiles.size())) return std::nullopt;
     for (const FileEntry& file : folder->keptFiles) {
       files.push_back({folder, &file, file.logical, file.physical, files.size()});
     }
     for (const RefPtr<DirNode>& child : folder->subdirs) folders.push_back(child.get());
   }
+  LargestFiles largest{.rows = {}, .found = files.size()};
   sortLargest(files, cap, metric);
   files.resize(std::min(cap, files.size()));
-  std::vector<Entry> rows;
-  rows.reserve(files.size());
+  largest.rows.reserve(files.size());
   for (const Candidate& each : files) {
-    rows.push_back(Entry::ofFile(*each.file, RefPtr<DirNode>(each.folder), each.folder->path(rootPath)));
+    largest.rows.push_back(
+        Entry::ofFile(*each.file, RefPtr<DirNode>(each.folder), each.folder->path(rootPath)));
   }
-  return rows;
+  return largest;
 }
 
 }  // namespace quon

@@ -49,6 +49,7 @@ class ManualQueueOf : public Queue {
  private:
   [[nodiscard]] std::optional<WorkItem> takeUntil(std::chrono::nanoseconds end);
   [[nodiscard]] WorkItem waitForDue();
+  static void run(const WorkItem& work);
 
   mutable Mutex lock;
   Condition changed;

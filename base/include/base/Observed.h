@@ -4,12 +4,15 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <utility>
 #include <vector>
 
+#include "base/Notifications.h"
+
 namespace quon {
 
-/// What Observation needs to know of the list that its observer stands in.
+/// The list of observers that an Observation is part of.
 class ObserverList {
  public:
   virtual ~ObserverList() = default;
@@ -45,33 +48,29 @@ class Observation {
   std::uint64_t id = 0;
 };
 
-/// A field that tells its observers when its value really changes.
+/// A field that notifies its observers when its value really changed, after the operation that changed it has
+/// ended: see Notifications. A change that is undone within the operation notifies nobody.
 ///
-/// An observer may add and end observations (its own too), set the value again, and destroy the Observed. One
-/// that was added during a round is first told in the next. When an observer sets a new value, everyone is
-/// told that value and the round of the old one ends: nobody hears an old value after a newer one, and a
-/// value that was replaced at once may go unheard. An exception from an observer reaches the setter, and ends
-/// the round.
+/// An observer may add and end observations (its own too), set any field, and destroy the Observed with its
+/// Notifications. One that was added during a round is first notified in the next. A value set by an observer
+/// takes effect after the round: until then `get` returns what all observers of the round see.
 ///
 /// Threads: main only.
 template <typename T>
 class Observed {
  public:
-  Observed() : shared(std::make_shared<Shared>(T{})) {}
-  explicit Observed(T initial) : shared(std::make_shared<Shared>(std::move(initial))) {}
+  explicit Observed(Notifications& notifications, T initial = T{})
+      : shared(std::make_shared<Shared>(notifications, std::move(initial))) {}
   Observed(const Observed&) = delete;
   Observed& operator=(const Observed&) = delete;
+  ~Observed() { shared->notifications = nullptr; }
 
   [[nodiscard]] const T& get() const { return shared->value; }
-
   void set(T value) {
-    if (shared->value == value) return;
-    shared->value = std::move(value);
-    notify(shared);
+    if (shared->notifications->isNotifying()) return setLater(std::move(value));
+    shared->notifications->perform([this, &value] { shared->assign(std::move(value)); });
   }
-
-  /// The observer is not told the present value. What it is handed is the field itself: after setting again,
-  /// it reads the new value.
+  /// The observer is not notified of the present value.
   [[nodiscard]] Observation observe(std::function<void(const T&)> observer) {
     const std::uint64_t id = ++shared->lastId;
     shared->observers.push_back(std::make_shared<Observer>(Observer{id, std::move(observer)}));
@@ -84,9 +83,28 @@ class Observed {
     std::function<void(const T&)> call;
     bool active = true;
   };
+
   /// Apart from the Observed, so that a round survives the end of the Observed.
-  struct Shared final : ObserverList {
-    explicit Shared(T initial) : value(std::move(initial)) {}
+  struct Shared final : ObserverList, Notifications::Source, std::enable_shared_from_this<Shared> {
+    Shared(Notifications& owner, T initial) : notifications(&owner), value(std::move(initial)) {}
+
+    void assign(T next) {
+      if (value == next) return;
+      T before = std::exchange(value, std::move(next));
+      if (previous) return;
+      previous = std::move(before);
+      notifications->changed(this->shared_from_this());
+    }
+    void notify(const std::function<void(const std::function<void()>&)>& guarded) override {
+      const auto before = std::exchange(previous, std::nullopt);
+      if (!before || *before == value) return;
+      const auto present = observers;
+      for (const auto& observer : present) {
+        guarded([&] {
+          if (observer->active) observer->call(value);
+        });
+      }
+    }
     void remove(std::uint64_t id) override {
       const auto found =
           std::find_if(observers.begin(), observers.end(), [&](const auto& each) { return each->id == id; });
@@ -97,20 +115,18 @@ class Observed {
       removed->active = false;
     }
 
+    Notifications* notifications;  // none once the Observed has gone
     T value;
+    std::optional<T> previous;  // at the beginning of the operation that changes it
     std::vector<std::shared_ptr<Observer>> observers;
     std::uint64_t lastId = 0;
-    std::uint64_t round = 0;
   };
 
-  /// By value: the list, the value and each observer must outlive the calls, which may drop any of them.
-  static void notify(std::shared_ptr<Shared> told) {  // NOLINT(performance-unnecessary-value-param)
-    const std::uint64_t round = ++told->round;
-    const auto present = told->observers;
-    for (const auto& observer : present) {
-      if (observer->active) observer->call(told->value);
-      if (told->round != round) return;
-    }
+  void setLater(T value) {
+    shared->notifications->perform([field = std::weak_ptr<Shared>(shared), value = std::move(value)] {
+      const auto alive = field.lock();
+      if (alive && alive->notifications != nullptr) alive->assign(value);
+    });
   }
 
   std::shared_ptr<Shared> shared;

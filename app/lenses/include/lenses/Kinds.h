@@ -1,12 +1,14 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
+#include "base/FunctionRef.h"
 #include "base/RefPtr.h"
 #include "lenses/FileKind.h"
 #include "rows/Entry.h"
@@ -14,9 +16,8 @@
 
 namespace quon {
 
-/// Kinds that the files' contents told, by the folder's identity and the file's name. The kinds are those of
-/// Kinds, which outlive every map.
-using KindOverrides = std::unordered_map<const DirNode*, std::unordered_map<std::string, const FileKind*>>;
+/// Kinds that the files' contents showed, by full path. The kinds are those of Kinds, which outlive every map.
+using KindOverrides = std::unordered_map<std::string, const FileKind*>;
 
 /// Files by kind, told from their names. Threads: any; `aggregate` reads the tree, which must not change
 /// meanwhile.
@@ -44,17 +45,23 @@ struct Row {
   std::uint64_t logical = 0;
   std::uint64_t physical = 0;
   std::int64_t count = 0;  ///< files
+
+  friend bool operator==(const Row&, const Row&) = default;
 };
 
 struct Aggregate {
   std::vector<Row> rows;    ///< kinds that occur, largest first in the metric
   std::uint64_t small = 0;  ///< bytes, in the metric, of files too small to be kept in the tree
+
+  friend bool operator==(const Aggregate&, const Aggregate&) = default;
 };
 
-/// The kept files of the folder's whole subtree by kind. An override counts only for files whose name tells
-/// nothing. An overflow is fatal; kept files that outweigh their folder leave `small` at 0.
-[[nodiscard]] Aggregate aggregate(const RefPtr<DirNode>& scope, Metric metric,
-                                  const KindOverrides& overrides);
+/// The kept files of the folder's whole subtree by kind. An override counts only for files of no kind by name.
+/// An overflow is fatal; kept files that outweigh their folder leave `small` at 0. `rootPath` as in
+/// rows/FolderRows.h; nullopt when `cancelled` said so, as in rows/Cancellation.h.
+[[nodiscard]] std::optional<Aggregate> aggregate(const RefPtr<DirNode>& scope, std::string_view rootPath,
+                                                 Metric metric, const KindOverrides& overrides,
+                                                 FunctionRef<bool()> cancelled);
 
 }  // namespace Kinds
 

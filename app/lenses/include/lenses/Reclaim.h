@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/FunctionRef.h"
 #include "base/RefPtr.h"
 #include "rows/Entry.h"
 #include "scan/DirNode.h"
@@ -38,6 +39,8 @@ struct Group {
   Rule rule;                           ///< the first of this label
   std::vector<RefPtr<DirNode>> nodes;  ///< largest first in the metric
   std::uint64_t total = 0;             ///< bytes, in the metric
+
+  friend bool operator==(const Group&, const Group&) = default;
 };
 
 /// The rules by name, in the order in which they are tried.
@@ -62,9 +65,12 @@ struct Surroundings {
 /// are known to hold caches, packages or trash; a Rust project's build products; the caches of browsers among
 /// the settings; folders that carry a verified CACHEDIR.TAG. The latter three are proved by their marker
 /// files, each looked at only when the walk comes to its folder. No folder that is listed, for whatever rule,
-/// is or holds the home folder, the configuration or the data home or a mount point.
-[[nodiscard]] std::vector<Group> groups(const RefPtr<DirNode>& scope, Metric metric,
-                                        const Surroundings& surroundings, const MarkerFiles& markers);
+/// is or holds the home folder, the configuration or the data home or a mount point. Nullopt when `cancelled`
+/// said so, as in rows/Cancellation.h.
+[[nodiscard]] std::optional<std::vector<Group>> groups(const RefPtr<DirNode>& scope, Metric metric,
+                                                       const Surroundings& surroundings,
+                                                       const MarkerFiles& markers,
+                                                       FunctionRef<bool()> cancelled);
 
 }  // namespace Reclaim
 

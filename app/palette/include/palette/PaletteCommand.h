@@ -38,4 +38,7 @@ using PaletteRow = std::variant<PaletteCommand, Entry>;
 /// What the bar lists for a text: the commands, then the files that the model's search for it has found.
 [[nodiscard]] std::vector<PaletteRow> paletteRows(AppModel& model, std::string_view text);
 
+/// The row was chosen: runs its command or goes to its file, and closes the bar.
+void runPaletteRow(AppModel& model, const PaletteRow& row);
+
 }  // namespace quon

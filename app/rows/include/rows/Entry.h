@@ -1,6 +1,9 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -16,6 +19,21 @@ enum class Metric : std::uint8_t {
   logical,   ///< apparent length
   physical,  ///< allocated on disk
 };
+
+inline constexpr std::array<Metric, 2> kMetrics{Metric::logical, Metric::physical};
+
+/// The text that stands for the metric wherever it is stored or typed.
+[[nodiscard]] constexpr std::string_view rawTextOf(Metric metric) {
+  return metric == Metric::logical ? "logical" : "physical";
+}
+
+/// None for a text that stands for no metric.
+[[nodiscard]] constexpr std::optional<Metric> metricOf(std::string_view rawText) {
+  for (const Metric metric : kMetrics) {
+    if (rawTextOf(metric) == rawText) return metric;
+  }
+  return std::nullopt;
+}
 
 /// One row of any list: a folder, a file with the folder that holds it, or everything that is not listed.
 struct Entry {
@@ -54,3 +72,11 @@ struct Entry {
 };
 
 }  // namespace quon
+
+/// Equal rows have equal ids.
+template <>
+struct std::hash<quon::Entry> {
+  [[nodiscard]] std::size_t operator()(const quon::Entry& entry) const noexcept {
+    return std::hash<std::string>()(entry.id);
+  }
+};

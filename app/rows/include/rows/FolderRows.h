@@ -1,10 +1,13 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "base/FunctionRef.h"
+#include "base/RefPtr.h"
 #include "rows/Entry.h"
 
 namespace quon {
@@ -17,8 +20,15 @@ namespace quon {
 [[nodiscard]] std::vector<Entry> scopeEntries(const RefPtr<DirNode>& node, std::string_view rootPath,
                                               Metric metric, std::size_t cap);
 
-/// The largest kept files of the folder's whole subtree, largest first in the metric, at most `cap`.
-[[nodiscard]] std::vector<Entry> largestFiles(const RefPtr<DirNode>& node, std::string_view rootPath,
-                                              Metric metric, std::size_t cap);
+struct LargestFiles {
+  std::vector<Entry> rows;  ///< largest first in the metric
+  std::size_t found = 0;    ///< how many kept files there are
+};
+
+/// The largest kept files of the folder's whole subtree, at most `cap`. Nullopt when `cancelled` said so, as in
+/// rows/Cancellation.h.
+[[nodiscard]] std::optional<LargestFiles> largestFiles(const RefPtr<DirNode>& node, std::string_view rootPath,
+                                                       Metric metric, std::size_t cap,
+                                                       FunctionRef<bool()> cancelled);
 
 }  // namespace quon

@@ -1,0 +1,55 @@
+#include "model/Catalogue.h"
+
+#include <fmt/format.h>
+#include <utility>
+
+#include "base/HumanBytes.h"
+
+namespace quon {
+
+Catalogue::Catalogue(ModelState& model)
+    : _indexes(model),
+      _indexesLoading(model),
+      state(model),
+      listing(
+          model, QueueName::catalogue, Job::Reads::nothing,
+          [this](std::vector<IndexEntry>&& entries) {
+            _indexesLoading.set(false);
+            _indexes.set(std::move(entries));
+            state.clear(Problem::Kind::catalogue);
+          },
+          [this](const std::string& reason) {
+            _indexesLoading.set(false);
+            state.raise(Problem::Kind::catalogue, "Saved indexes cannot be listed: " + reason);
+          }),
+      collection(
+          model, QueueName::catalogue, Job::Reads::nothing,
+          [this](IndexCatalog::Collected&& collected) {
+            if (collected.bytes == 0 && collected.indexes == 0) return;
+            state._toast.set(fmt::format("reclaimed {} — {} stale {}", humanBytes(collected.bytes),
+                                         collected.indexes, collected.indexes == 1 ? "index" : "indexes"));
+          },
+          [this](const std::string& reason) {
+            state.raise(Problem::Kind::catalogue, "Stale indexes cannot be removed: " + reason);
+          }) {}
+
+void Catalogue::refreshIndexes() {
+  state.perform([this] {
+    _indexesLoading.set(true);
+    listing.start([&platform = state.services.platform, folder = state.services.folders.index()](
+                      const IsVoid&) -> std::optional<std::vector<IndexEntry>> {
+      return IndexCatalog::list(platform, folder);
+    });
+  });
+}
+
+void Catalogue::collectIndexGarbage() {
+  state.perform([this] {
+    collection.start([&platform = state.services.platform, folder = state.services.folders.index()](
+                         const IsVoid&) -> std::optional<IndexCatalog::Collected> {
+      return IndexCatalog::collectGarbage(platform, folder);
+    });
+  });
+}
+
+}  // namespace quon

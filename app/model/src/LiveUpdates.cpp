@@ -1,0 +1,103 @@
+#include "model/LiveUpdates.h"
+
+#include <set>
+#include <utility>
+#include <variant>
+
+#include "base/MainQueue.h"
+#include "scan/KeptFiles.h"
+
+namespace quon {
+
+LiveUpdates::LiveUpdates(ModelState& model) : _indexedAt(model), _isLive(model), state(model) {}
+
+void LiveUpdates::startLiveWatch(std::uint64_t sinceEventId, std::uint32_t rootDev) {
+  stopLiveWatch();
+  if (!state.options.liveUpdates) return;
+  const ShownTreeRef& tree = state.shownTree();
+  if (tree->indexURL.empty()) {
+    return state.raise(Problem::Kind::notWatched,
+                       "Changes are not followed, because the index of this folder could not be saved. Rescan "
+                       "once it can be.");
+  }
+  if (sinceEventId == 0) {
+    return state.raise(Problem::Kind::notWatched,
+                       "Changes are not followed, because file-system events were not available when this "
+                       "folder was scanned. Rescan to follow them.");
+  }
+  watch = std::make_shared<LiveUpdates*>(this);
+  const std::weak_ptr<LiveUpdates*> weak = watch;
+  MainQueue& main = state.services.main;
+  const auto onEvent = [weak](const LiveWatcher::Event& event) {
+    if (const auto alive = weak.lock()) (*alive)->take(event);
+  };
+  const WalkResult& result = *tree->result;
+  _isLive.set(true);
+  liveWatcher = std::make_unique<LiveWatcher>(
+      LiveWatcher::Services{
+          state.services.platform, state.services.events, state.services.queue(QueueName::liveEvents),
+          state.services.queue(QueueName::liveWork),
+          [weak, &main](std::function<void()> commitToTree) {
+            main.post([weak, commitToTree = std::move(commitToTree)] {
+              if (const auto alive = weak.lock()) (*alive)->commit(commitToTree);
+            });
+          },
+          // Applied batches are reported from within the commit, and belong to its operation.
+          [onEvent, &main](const LiveWatcher::Event& event) {
+            if (std::holds_alternative<LiveWatcher::Update>(event)) return onEvent(event);
+            main.post([onEvent, event] { onEvent(event); });
+          },
+          state.services.steadyClock},
+      LiveWatcher::Options{
+          .root = result.root,
+          .rootPath = tree->root.path(),
+          .indexURL = tree->indexURL,
+          .rootDev = rootDev,
+          .skipPaths = std::set<std::string>(result.skippedProtected.begin(), result.skippedProtected.end()),
+          .topFiles = result.topFiles,
+          .sinceEventId = sinceEventId});
+}
+
+void LiveUpdates::stopLiveWatch() {
+  watch.reset();
+  liveWatcher.reset();
+  _isLive.set(false);
+  state.clear(Problem::Kind::notWatched);
+}
+
+void LiveUpdates::commit(const std::function<void()>& commitToTree) {
+  state.perform([this, commitToTree] {
+    state.interruptReaders();
+    const TreeGate::Writing writing(*state.shownTree()->gate);
+    commitToTree();
+  });
+}
+
+void LiveUpdates::take(const LiveWatcher::Event& event) {
+  state.perform([this, event] {
+    if (const auto* rescan = std::get_if<LiveWatcher::NeedsRescan>(&event)) {
+      stopLiveWatch();
+      _indexedAt.set(state.services.now());
+      state._toast.set("live updates paused — " + rescan->reason);
+      state.raise(Problem::Kind::notWatched,
+                  "Changes are not followed any longer: " + rescan->reason + ". Rescan to follow them again.");
+    } else {
+      liveBatchApplied(std::get<LiveWatcher::Update>(event));
+    }
+    if (onLiveEvent) {
+      state.announce([this, event] {
+        if (onLiveEvent) onLiveEvent(event);
+      });
+    }
+  });
+}
+
+void LiveUpdates::liveBatchApplied(const LiveWatcher::Update& update) {
+  auto result = std::make_shared<WalkResult>(*state.shownTree()->result);
+  result->topFiles = update.topFiles;
+  result->hardlinksDeduped = update.hardlinksDeduped;
+  state.showChanged(std::move(result));
+  _indexedAt.set(state.services.now());
+}
+
+}  // namespace quon

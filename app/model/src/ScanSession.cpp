@@ -1,0 +1,283 @@
+#include "model/ScanSession.h"
+
+#include <chrono>
+#include <fmt/format.h>
+#include <limits>
+#include <system_error>
+#include <utility>
+
+#include "ScanRun.h"
+#include "base/Fatal.h"
+#include "base/HumanBytes.h"
+#include "base/MainQueue.h"
+#include "base/Path.h"
+#include "base/Text.h"
+#include "platform/Desktop.h"
+
+namespace quon {
+namespace {
+
+constexpr std::chrono::duration<double> kProgressInterval{0.2};
+
+std::string unreadableText(const WalkResult& result) {
+  const bool one = result.errorCount == 1;
+  const std::string example = result.errorSamples.empty() ? "" : ", " + displayText(result.errorSamples.front()) +
+                                                                     (one ? "" : " among them");
+  return fmt::format("{} {} cannot be read and {} missing from the totals{}. Check {} permissions.",
+                     grouped(result.errorCount), one ? "folder" : "folders", one ? "is" : "are", example,
+                     one ? "its" : "their");
+}
+
+}  // namespace
+
+ScanSession::ScanSession(ModelState& model, Settings& keptSettings)
+    : LiveUpdates(model),
+      _rootPath(model, model.services.folders.home),
+      _scanStats(model),
+      _scanPath(model),
+      _busy(model),
+      _hasFullDiskAccess(model, true),
+      state(model),
+      settings(keptSettings),
+      self(std::make_shared<ScanSession*>(this)) {}
+
+ScanSession::~ScanSession() {
+  self.reset();
+  timer.cancel();
+  stopLiveWatch();
+  cancel();
+  // Their threads are joined here: they use the services, which the owner may end next.
+  retired.clear();
+  const MutexLock held(runLock);
+  run.reset();
+}
+
+void ScanSession::scanIfNeeded(const std::string& path) {
+  state.perform([this, path] {
+    if (scanStarted) return;
+    scanStarted = true;
+    begin(path, Purpose::open);
+  });
+}
+
+void ScanSession::scan(const std::string& path) {
+  state.perform([this, path] {
+    scanStarted = true;
+    stopLiveWatch();
+    state._phase.set(Phase::scanning);
+    _scanStats.set("starting…");
+    begin(path, Purpose::scan);
+  });
+}
+
+void ScanSession::openFolder() {
+  state.services.desktop.chooseFolder(_rootPath.get(), [weak = std::weak_ptr(self)](const std::string& chosen) {
+    if (const auto alive = weak.lock()) (*alive)->scan(chosen);
+  });
+}
+
+void ScanSession::openPrivacySettings() {
+  state.services.desktop.openPrivacySettings();
+}
+
+/// Cancels the run before, if there is one, and makes its result void.
+void ScanSession::begin(const std::string& path, Purpose purpose) {
+  QUON_CHECK(scanGeneration < std::numeric_limits<std::int64_t>::max(), "the scan counter overflows");
+  ++scanGeneration;
+  timer.cancel();
+  const std::string root = withoutTrailingSlashes(expandTilde(path, state.services.folders.home));
+  if (purpose != Purpose::reload) {
+    lastRun = {};
+    state.clear(Problem::Kind::notScanned);
+    state.clear(Problem::Kind::notLoaded);
+  }
+  _rootPath.set(root);
+  _scanPath.set("");
+  _busy.set(true);
+  auto next = std::make_unique<Run>(
+      state.services,
+      Run::Request{.path = root, .purpose = purpose, .options = state.options, .now = state.services.now()},
+      scanGeneration);
+  Run& begun = *next;
+  {
+    const MutexLock held(runLock);
+    std::swap(run, next);
+  }
+  if (next) {
+    next->cancel();
+    retired.push_back(std::move(next));
+  }
+  const auto post = [weak = std::weak_ptr(self), generation = scanGeneration,
+                     &main = state.services.main](auto&& report) {
+    main.post([weak, generation, report] {
+      const auto alive = weak.lock();
+      if (!alive) return;
+      ScanSession& session = **alive;
+      std::erase_if(session.retired, [&](const auto& ended) {
+        return ended->generation == generation && report.isLast;
+      });
+      if (generation == session.scanGeneration) session.state.perform([&] { report.take(session); });
+    });
+  };
+  struct StepReport {
+    Step step;
+    bool isLast = false;
+    void take(ScanSession& session) const { session.take(step); }
+  };
+  struct EndReport {
+    std::shared_ptr<Finished> finished;
+    bool isLast = true;
+    void take(ScanSession& session) const { session.take(*finished); }
+  };
+  try {
+    begun.start([post](Step step) { post(StepReport{std::move(step)}); },
+                [post](std::shared_ptr<Finished> finished) { post(EndReport{std::move(finished)}); });
+  } catch (const std::system_error& failure) {
+    fail(failure.what());
+  }
+}
+
+void ScanSession::take(const Step& step) {
+  _rootPath.set(step.root.path());
+  if (step.kind == Step::Kind::loading) return _scanStats.set("loading saved index…");
+  lastRun.notLoaded = step.notLoaded;
+  state._phase.set(Phase::scanning);
+  _scanStats.set("starting…");
+  _hasFullDiskAccess.set(step.hasFullDiskAccess);
+  settings.rememberRoot(step.root.path());
+  scheduleProgress();
+}
+
+void ScanSession::take(const Finished& finished) {
+  timer.cancel();
+  _busy.set(false);
+  bool isReload = false;
+  {
+    const MutexLock held(runLock);
+    isReload = run->purpose == Purpose::reload;
+  }
+  if (!finished.root.isEmpty()) _rootPath.set(finished.root.path());
+  if (finished.result) {
+    install(finished);
+  } else if (finished.outcome.cancelled) {
+    returnToShownTree(!isReload);
+    lastRun.cancelled = true;
+  } else if (isReload) {
+    returnToShownTree(false);
+    state.raise(Problem::Kind::notWatched,
+                "Changes are not followed, because the saved index cannot be opened again: " +
+                    finished.outcome.failure + ". Rescan to follow them.");
+  } else {
+    fail(finished.outcome.failure);
+  }
+}
+
+void ScanSession::fail(const std::string& reason) {
+  const std::string root = displayText(_rootPath.get());
+  timer.cancel();
+  _busy.set(false);
+  lastRun.failure = reason;
+  stopLiveWatch();
+  state.showNothing();
+  _indexedAt.set(std::nullopt);
+  state.clear(Problem::Kind::notSaved);
+  state.clear(Problem::Kind::unreadable);
+  state._phase.set(Phase::scanning);
+  _scanPath.set("");
+  _scanStats.set("cannot scan " + root);
+  state.raise(Problem::Kind::notScanned, "Cannot scan " + root + ": " + reason);
+}
+
+void ScanSession::install(const Finished& finished) {
+  const ShownTreeRef before = state.shownTree();
+  const std::string scopeBefore = state.scopePath();
+  bool isReload = false;
+  {
+    const MutexLock held(runLock);
+    isReload = run->purpose == Purpose::reload;
+  }
+  lastRun = finished.outcome;
+  state.show({.root = finished.root,
+              .indexURL = lastRun.index,
+              .result = finished.result,
+              .slots = finished.slots,
+              .kindOverrides = {},
+              .gate = nullptr});
+  _scanStats.set("");
+  _scanPath.set("");
+  _indexedAt.set(finished.trueAt);
+  state._phase.set(Phase::ready);
+  if (isReload) {
+    if (const RefPtr<DirNode> scope = state.shownTree()->folderAt(scopeBefore)) state._scope.set(scope);
+  } else if (!lastRun.message.empty()) {
+    state._toast.set(lastRun.message);
+  }
+  const std::string root = displayText(finished.root.path());
+  if (!lastRun.notLoaded.empty()) {
+    state.raise(Problem::Kind::notLoaded,
+                "The saved index of " + root + " could not be used, so it was scanned: " + lastRun.notLoaded);
+  }
+  if (lastRun.notSaved.empty()) {
+    state.clear(Problem::Kind::notSaved);
+  } else {
+    state.raise(Problem::Kind::notSaved, "The index of " + root + " could not be saved, so the next launch scans: " +
+                                             lastRun.notSaved);
+  }
+  if (finished.result->errorCount == 0) {
+    state.clear(Problem::Kind::unreadable);
+  } else {
+    state.raise(Problem::Kind::unreadable, unreadableText(*finished.result));
+  }
+  startLiveWatch(finished.eventId, finished.rootDev);
+}
+
+/// After a cancelled run. What is shown stays as it was; since nothing followed it meanwhile, and a batch may
+/// have reached its index but not the tree, it is loaded again.
+void ScanSession::returnToShownTree(bool mayReload) {
+  const ShownTreeRef& shown = state.shownTree();
+  _scanPath.set("");
+  if (!shown) {
+    state._phase.set(Phase::scanning);
+    return _scanStats.set("cancelled: nothing is known of " + displayText(_rootPath.get()) + " yet");
+  }
+  _rootPath.set(shown->root.path());
+  _scanStats.set("");
+  state._phase.set(Phase::ready);
+  if (mayReload && state.options.liveUpdates && !shown->indexURL.empty()) {
+    begin(shown->root.path(), Purpose::reload);
+  } else {
+    startLiveWatch(0, 0);
+  }
+}
+
+void ScanSession::scheduleProgress() {
+  timer = state.services.main.postAfter(kProgressInterval, [weak = std::weak_ptr(self)] {
+    if (const auto alive = weak.lock()) (*alive)->showProgress();
+  });
+}
+
+void ScanSession::showProgress() {
+  state.perform([this] {
+    Progress::Snapshot now;
+    {
+      const MutexLock held(runLock);
+      now = run->progress();
+    }
+    _scanStats.set(fmt::format("{} dirs · {} files · {}", grouped(now.dirs), grouped(now.files),
+                               humanBytes(now.logical)));
+    _scanPath.set(now.currentPath);
+    scheduleProgress();
+  });
+}
+
+void ScanSession::cancel() {
+  const MutexLock held(runLock);
+  if (run) run->cancel();
+}
+
+std::string ScanSession::buildingFile() const {
+  const MutexLock held(runLock);
+  return run ? run->buildingFile() : std::string();
+}
+
+}  // namespace quon

@@ -1,0 +1,73 @@
+#include "model/Settings.h"
+
+#include <utility>
+
+#include "platform/UserDefaults.h"
+
+namespace quon {
+namespace {
+
+constexpr std::size_t kMostRecentRoots = 6;
+
+void moveToFront(std::vector<std::string>& roots, const std::string& root) {
+  std::erase(roots, root);
+  roots.insert(roots.begin(), root);
+  if (roots.size() > kMostRecentRoots) roots.resize(kMostRecentRoots);
+}
+
+}  // namespace
+
+Settings::Settings(ModelState& model)
+    : _recentRoots(model),
+      _showOnboarding(model),
+      state(model),
+      job(
+          model, QueueName::settings, Job::Reads::nothing,
+          [this](Stored&& stored) {
+            unsavedRoots.clear();
+            unsavedOnboarded = false;
+            _recentRoots.set(std::move(stored.recentRoots));
+            _showOnboarding.set(!stored.hasOnboarded);
+            state.clear(Problem::Kind::settings);
+          },
+          [this](const std::string& reason) {
+            state.raise(Problem::Kind::settings, "Settings cannot be kept: " + reason);
+          }) {
+  synchronise();
+}
+
+void Settings::finishOnboarding() {
+  state.perform([this] {
+    _showOnboarding.set(false);
+    unsavedOnboarded = true;
+    synchronise();
+  });
+}
+
+void Settings::rememberRoot(const std::string& root) {
+  std::vector<std::string> roots = _recentRoots.get();
+  moveToFront(roots, root);
+  _recentRoots.set(std::move(roots));
+  unsavedRoots.push_back(root);
+  synchronise();
+}
+
+/// Stores what is not stored yet, into what other programs stored meanwhile, and reads the whole. A start that
+/// voids an earlier one carries what that had to store.
+void Settings::synchronise() {
+  job.start([&defaults = state.services.defaults, roots = unsavedRoots,
+             onboarded = unsavedOnboarded](const IsVoid&) -> std::optional<Stored> {
+    Stored stored{.recentRoots = defaults.texts("recentRoots"), .hasOnboarded = defaults.flag("hasOnboarded")};
+    if (!roots.empty()) {
+      for (const std::string& root : roots) moveToFront(stored.recentRoots, root);
+      defaults.setTexts("recentRoots", stored.recentRoots);
+    }
+    if (onboarded && !stored.hasOnboarded) {
+      defaults.setFlag("hasOnboarded", true);
+      stored.hasOnboarded = true;
+    }
+    return stored;
+  });
+}
+
+}  // namespace quon
