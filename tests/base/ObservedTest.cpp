@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -11,76 +12,118 @@ namespace {
 
 using Values = std::vector<int>;
 
-TEST(Observed, TellsOnlyRealChangesAndOnlyWhileObserved) {
-  Observed<int> field(1);
-  Values heard;
+class ObservedFields : public testing::Test {
+ protected:
+  Notifications notifications;
+  Observed<int> first{notifications, 1};
+  Observed<int> second{notifications, 1};
+};
+
+TEST_F(ObservedFields, NotifyOnlyRealChangesAndOnlyWhileObserved) {
+  Values values;
   {
-    Observation observation = field.observe([&](int value) { heard.push_back(value); });
-    field.set(1);
-    field.set(2);
+    Observation observation = first.observe([&](int value) { values.push_back(value); });
+    first.set(1);
+    first.set(2);
+    notifications.perform([&] {
+      first.set(9);
+      first.set(2);
+    });
     Observation moved = std::move(observation);
     observation = Observation();
-    field.set(3);
-    moved = field.observe([&](int value) { heard.push_back(-value); });
-    field.set(4);
+    first.set(3);
+    moved = first.observe([&](int value) { values.push_back(-value); });
+    first.set(4);
   }
-  field.set(5);
-  EXPECT_EQ(heard, (Values{2, 3, -4}));
-  EXPECT_EQ(field.get(), 5);
+  first.set(5);
+  EXPECT_EQ(values, (Values{2, 3, -4}));
 }
 
-TEST(Observed, FreesWhatAnEndedObserverCaptured) {
-  Observed<int> field;
+TEST_F(ObservedFields, ObserversSeeTheWholeOperationOnce) {
+  std::vector<std::pair<int, int>> seen;
+  const auto record = [&](int) { seen.emplace_back(first.get(), second.get()); };
+  const Observation one = first.observe(record);
+  const Observation two = second.observe(record);
+  notifications.setDerivation([&] { second.set(first.get() * 10); });
+  notifications.perform([&] {
+    first.set(2);
+    notifications.perform([&] { first.set(3); });
+    EXPECT_TRUE(seen.empty());
+  });
+  EXPECT_EQ(seen, (std::vector<std::pair<int, int>>{{3, 30}, {3, 30}}));
+}
+
+TEST_F(ObservedFields, WhatAnObserverChangesTakesEffectAfterTheRound) {
+  std::vector<std::string> log;
+  const Observation setter = first.observe([&](int value) {
+    if (value > 2) return;
+    notifications.perform([&] { log.push_back("operation"); });
+    first.set(3);
+    second.set(7);
+    log.push_back("setter sees " + std::to_string(first.get()));
+  });
+  const Observation listener = first.observe([&](int value) {
+    log.push_back("listener gets " + std::to_string(value) + ", " + std::to_string(second.get()));
+  });
+  first.set(2);
+  EXPECT_EQ(log, (std::vector<std::string>{"setter sees 2", "listener gets 2, 1", "operation",
+                                           "listener gets 3, 1"}));
+  EXPECT_EQ(second.get(), 7);
+}
+
+TEST_F(ObservedFields, ObserversComeAndGoDuringARound) {
+  Values values;
+  Observation own;
+  Observation other;
+  Observation added;
+  own = first.observe([&, guard = std::make_shared<int>(7)](int value) {
+    own = Observation();
+    other = Observation();
+    added = first.observe([&](int later) { values.push_back(100 + later); });
+    values.push_back(value + *guard);  // still alive, though the observation is not
+  });
+  other = first.observe([&](int) { values.push_back(-1); });
+  first.set(5);
+  first.set(2);
+  EXPECT_EQ(values, (Values{12, 102}));
+}
+
+TEST_F(ObservedFields, AFailingObserverOrOperationHidesNothingFromTheOthers) {
+  Values values;
+  const Observation failing = first.observe([](int) { throw std::runtime_error("observer"); });
+  const Observation listener = first.observe([&](int value) { values.push_back(value); });
+  EXPECT_THROW(first.set(2), std::runtime_error);
+  EXPECT_THROW(notifications.perform([&] {
+    first.set(3);
+    throw std::logic_error("operation");
+  }),
+               std::logic_error);
+  EXPECT_EQ(values, (Values{2, 3}));
+}
+
+TEST_F(ObservedFields, FreeWhatAnEndedObserverCaptured) {
   const auto captured = std::make_shared<int>();
-  std::optional<Observation> observation = field.observe([captured](int) {});
+  std::optional<Observation> observation = first.observe([captured](int) {});
   observation.reset();
   EXPECT_EQ(captured.use_count(), 1);
 }
 
-TEST(Observed, ObserversComeAndGoDuringARound) {
-  Observed<int> field;
-  Values heard;
-  Observation own;
-  Observation other;
-  Observation added;
-  own = field.observe([&, guard = std::make_shared<int>(7)](int value) {
-    own = Observation();
-    other = Observation();
-    added = field.observe([&](int later) { heard.push_back(100 + later); });
-    heard.push_back(value + *guard);  // still alive, though the observation is not
-  });
-  other = field.observe([&](int) { heard.push_back(-1); });
-  field.set(1);
-  field.set(2);
-  EXPECT_EQ(heard, (Values{8, 102}));
-}
-
-TEST(Observed, NobodyHearsAnOldValueAfterANewerOne) {
-  Observed<int> field;
-  Values first;
-  Values second;
-  const Observation setter = field.observe([&](const int& value) {
-    first.push_back(value);
-    if (value == 1) field.set(2);
-    EXPECT_EQ(value, 2);  // the field itself
-  });
-  const Observation listener = field.observe([&](int value) { second.push_back(value); });
-  field.set(1);
-  EXPECT_EQ(first, (Values{1, 2}));
-  EXPECT_EQ(second, (Values{2}));
-}
-
-TEST(Observed, MayEndWithinItsOwnRoundAndBeforeItsObservations) {
-  auto field = std::make_unique<Observed<std::string>>("old");
+TEST(Observed, MayEndWithItsNotificationsWithinARound) {
+  struct Model {
+    Notifications notifications;
+    Observed<std::string> field{notifications, "old"};
+  };
+  auto model = std::make_unique<Model>();
   std::string heard;
-  const Observation ending = field->observe([&](const std::string& value) {
-    field.reset();
+  const Observation ending = model->field.observe([&](const std::string& value) {
+    model->notifications.perform([&] { heard += " after the end"; });
+    model.reset();
     heard += value;
   });
-  const Observation after = field->observe([&](const std::string& value) { heard += "," + value; });
-  field->set("a value too long to lie inside the string");
-  EXPECT_EQ(field, nullptr);
-  EXPECT_EQ(heard, "a value too long to lie inside the string,a value too long to lie inside the string");
+  const Observation after = model->field.observe([&](const std::string& value) { heard += "," + value; });
+  model->field.set("a value too long to be stored inside the string");
+  EXPECT_EQ(model, nullptr);
+  EXPECT_EQ(heard, "a value too long to be stored inside the string");
 }
 
 }  // namespace

@@ -1,16 +1,93 @@
 #include "ModelHome.h"
 
+#include <gtest/gtest.h>
 #include <system_error>
 #include <utility>
 
-namespace quon::test {
+#include "base/MainThread.h"
 
-std::unique_ptr<RunningThread> HeldThreads::start(const std::string& name, std::size_t stackBytes,
-                                                  std::function<void()> body) const {
+namespace quon::test {
+namespace {
+
+void expectBackground(const char* call) {
+  EXPECT_FALSE(MainThreadWork::isUnderWay()) << call << " on the main thread";
+}
+
+}  // namespace
+
+std::vector<std::string> MemoryDefaults::texts(const std::string& key) const {
+  expectBackground("reading settings");
+  const std::lock_guard held(lock);
+  const auto found = lists.find(key);
+  return found == lists.end() ? std::vector<std::string>() : found->second;
+}
+
+bool MemoryDefaults::flag(const std::string& key) const {
+  expectBackground("reading settings");
+  const std::lock_guard held(lock);
+  const auto found = flags.find(key);
+  return found != flags.end() && found->second;
+}
+
+void MemoryDefaults::setTexts(const std::string& key, const std::vector<std::string>& texts) {
+  expectBackground("keeping settings");
+  const std::lock_guard held(lock);
+  lists[key] = texts;
+}
+
+void MemoryDefaults::setFlag(const std::string& key, bool flag) {
+  expectBackground("keeping settings");
+  const std::lock_guard held(lock);
+  flags[key] = flag;
+}
+
+std::optional<PathFacts> BackgroundFiles::facts(const std::string& path, std::error_code& error) const {
+  expectBackground("facts");
+  return real.facts(path, error);
+}
+std::optional<PathFacts> BackgroundFiles::ownFacts(const std::string& path, std::error_code& error) const {
+  expectBackground("ownFacts");
+  return real.ownFacts(path, error);
+}
+std::optional<std::string> BackgroundFiles::canonical(const std::string& path, std::error_code& error) const {
+  expectBackground("canonical");
+  return real.canonical(path, error);
+}
+std::error_code BackgroundFiles::readable(const std::string& folder) const {
+  expectBackground("readable");
+  return real.readable(folder);
+}
+std::vector<std::string> BackgroundFiles::mountPoints() const {
+  expectBackground("mountPoints");
+  return real.mountPoints();
+}
+void BackgroundFiles::makePrivateFolder(const std::string& path) const {
+  expectBackground("makePrivateFolder");
+  real.makePrivateFolder(path);
+}
+void BackgroundFiles::createPrivateFile(const std::string& path) const {
+  expectBackground("createPrivateFile");
+  real.createPrivateFile(path);
+}
+void BackgroundFiles::replace(const std::string& from, const std::string& to) const {
+  expectBackground("replace");
+  real.replace(from, to);
+}
+bool BackgroundFiles::remove(const std::string& path) const {
+  expectBackground("remove");
+  return real.remove(path);
+}
+std::vector<FolderItem> BackgroundFiles::list(const std::string& folder) const {
+  expectBackground("list");
+  return real.list(folder);
+}
+
+std::unique_ptr<RunningThread> PausableThreads::start(const std::string& name, std::size_t stackBytes,
+                                                      std::function<void()> body) const {
   if (!name.starts_with("quon-")) return real.start(name, stackBytes, std::move(body));
   if (refused) throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
   return real.start(name, stackBytes, [this, body = std::move(body)] {
-    held.wait(true);
+    paused.wait(true);
     body();
   });
 }
@@ -18,12 +95,18 @@ std::unique_ptr<RunningThread> HeldThreads::start(const std::string& name, std::
 ModelHome::ModelHome() : root(top.folder("tree")), userHome(top.path) {
   restart();
 }
-ModelHome::~ModelHome() = default;
+ModelHome::~ModelHome() {
+  threads.resume();
+}
+
+ManualBackgroundQueue& ModelHome::queue(std::string_view name) {
+  return queues[std::string(name)];
+}
 
 void ModelHome::restart() {
   model.reset();
-  model = std::make_unique<AppModel>(AppModel::Services{
-      services, events, defaults, desktop, log,
+  model = std::make_unique<AppModel>(ModelServices{
+      services, events, defaults, desktop,
       Folders{.home = userHome,
               .data = top.at("data"),
               .config = top.at("config"),
@@ -31,8 +114,9 @@ void ModelHome::restart() {
               .cacheHome = userHome + "/.cache",
               .configHome = userHome + "/.config",
               .dataHome = userHome + "/.local/share"},
-      main, searches, lenses, liveEvents, liveWork,
-      [this] { return std::chrono::duration<double>(liveWork.now()); }, [this] { return now; }});
+      main, [this](std::string_view name) -> BackgroundQueue& { return queue(name); },
+      [this] { return std::chrono::duration<double>(queue(QueueName::liveWork).now()); },
+      [this] { return now; }});
 }
 
 void ModelHome::finish() {
@@ -44,14 +128,20 @@ void ModelHome::scan() {
   finish();
 }
 
-void ModelHome::settle() {
+void ModelHome::settle(double seconds) {
+  for (auto& [name, each] : queues) each.advance(std::chrono::duration<double>(seconds));
   for (int round = 0; round < 4; ++round) {
-    searches.runPosted();
-    lenses.runPosted();
-    liveEvents.runPosted();
-    liveWork.runPosted();
+    for (auto& [name, each] : queues) each.runPosted();
     main.runPosted();
   }
+}
+
+void ModelHome::push(const std::vector<FolderEvent>& list) {
+  queue(QueueName::liveEvents).runPosted();
+  events.push(list);
+  queue(QueueName::liveEvents).runPosted();
+  queue(QueueName::liveWork).advance(std::chrono::seconds(2));
+  main.runPosted();
 }
 
 }  // namespace quon::test

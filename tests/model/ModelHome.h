@@ -4,14 +4,15 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "base/Log.h"
 #include "base/ManualQueue.h"
 #include "model/AppModel.h"
 #include "platform/Desktop.h"
+#include "platform/Files.h"
 #include "platform/Threads.h"
 #include "platform/UserDefaults.h"
 #include "platform_linux/LinuxPlatform.h"
@@ -20,32 +21,50 @@
 
 namespace quon::test {
 
-/// Settings in memory.
+/// Settings in memory. Fails the test when they are used within main-thread work.
 class MemoryDefaults final : public UserDefaults {
  public:
   std::map<std::string, std::vector<std::string>> lists;
   std::map<std::string, bool> flags;
 
   [[nodiscard]] std::optional<std::string> text(const std::string&) const override { return std::nullopt; }
-  [[nodiscard]] std::vector<std::string> texts(const std::string& key) const override {
-    const auto found = lists.find(key);
-    return found == lists.end() ? std::vector<std::string>() : found->second;
-  }
-  [[nodiscard]] bool flag(const std::string& key) const override {
-    const auto found = flags.find(key);
-    return found != flags.end() && found->second;
-  }
-  void setTexts(const std::string& key, const std::vector<std::string>& texts) override {
-    lists[key] = texts;
-  }
-  void setFlag(const std::string& key, bool flag) override { flags[key] = flag; }
+  [[nodiscard]] std::vector<std::string> texts(const std::string& key) const override;
+  [[nodiscard]] bool flag(const std::string& key) const override;
+  void setTexts(const std::string& key, const std::vector<std::string>& texts) override;
+  void setFlag(const std::string& key, bool flag) override;
+
+ private:
+  mutable std::mutex lock;
 };
 
-/// A desktop that notes what is asked of it.
-class NotedDesktop final : public DesktopService {
+/// The real files, of which none may be touched within main-thread work: that fails the test.
+class BackgroundFiles final : public FileService {
+ public:
+  explicit BackgroundFiles(const FileService& realFiles) : real(realFiles) {}
+
+  [[nodiscard]] std::optional<PathFacts> facts(const std::string& path,
+                                               std::error_code& error) const override;
+  [[nodiscard]] std::optional<PathFacts> ownFacts(const std::string& path,
+                                                  std::error_code& error) const override;
+  [[nodiscard]] std::optional<std::string> canonical(const std::string& path,
+                                                     std::error_code& error) const override;
+  [[nodiscard]] std::error_code readable(const std::string& folder) const override;
+  [[nodiscard]] std::vector<std::string> mountPoints() const override;
+  void makePrivateFolder(const std::string& path) const override;
+  void createPrivateFile(const std::string& path) const override;
+  void replace(const std::string& from, const std::string& to) const override;
+  bool remove(const std::string& path) const override;
+  [[nodiscard]] std::vector<FolderItem> list(const std::string& folder) const override;
+
+ private:
+  const FileService& real;
+};
+
+/// A desktop that records what is asked of it.
+class RecordingDesktop final : public DesktopService {
  public:
   std::string clipboard;
-  bool fullDiskAccess = true;
+  std::atomic<bool> fullDiskAccess{true};
   int settingsOpened = 0;
   std::string chosen;  ///< the folder that the user picks; "" cancels
 
@@ -57,22 +76,17 @@ class NotedDesktop final : public DesktopService {
   void openPrivacySettings() override { ++settingsOpened; }
 };
 
-class SilentLog final : public Log {
+/// Real threads, of which those of scans and loads may be paused before they begin, or be refused.
+class PausableThreads final : public ThreadService {
  public:
-  void line(std::string_view) override {}
-};
-
-/// Real threads, of which those of scans and loads may be made to wait, or be refused.
-class HeldThreads final : public ThreadService {
- public:
-  explicit HeldThreads(const ThreadService& realThreads) : real(realThreads) {}
+  explicit PausableThreads(const ThreadService& realThreads) : real(realThreads) {}
 
   std::atomic<bool> refused{false};
 
-  void hold() { held = true; }
-  void release() {
-    held = false;
-    held.notify_all();
+  void pause() { paused = true; }
+  void resume() {
+    paused = false;
+    paused.notify_all();
   }
   [[nodiscard]] std::unique_ptr<RunningThread> start(const std::string& name, std::size_t stackBytes,
                                                      std::function<void()> body) const override;
@@ -80,7 +94,7 @@ class HeldThreads final : public ThreadService {
 
  private:
   const ThreadService& real;
-  std::atomic<bool> held{false};
+  std::atomic<bool> paused{false};
 };
 
 /// A model over real folders, with manual queues: nothing happens between two lines of a test but what it
@@ -93,26 +107,26 @@ struct ModelHome {
   void finish();
   /// Scans the tree and waits.
   void scan();
-  /// All that is queued anywhere, in turn, until nothing is due.
-  void settle();
+  /// All that is queued anywhere, in turn, until nothing is due; with `seconds`, all clocks move on first.
+  void settle(double seconds = 0);
   /// Another model in the same home, as after a restart.
   void restart();
+  /// Delivers the events and applies them as one batch.
+  void push(const std::vector<FolderEvent>& list);
+  [[nodiscard]] ManualBackgroundQueue& queue(std::string_view name);
 
   const LinuxPlatform platform;
-  HeldThreads threads{platform.services().threads};
-  const Platform services{platform.services().directories, platform.services().files, threads};
+  PausableThreads threads{platform.services().threads};
+  BackgroundFiles files{platform.services().files};
+  const Platform services{platform.services().directories, files, threads};
   TempFolder top;
   const std::string root;
   std::string userHome;  ///< the user's home folder; from `restart` on when it is changed
   FakeEvents events;
   MemoryDefaults defaults;
-  NotedDesktop desktop;
-  SilentLog log;
+  RecordingDesktop desktop;
   ManualQueue main;
-  ManualBackgroundQueue searches;
-  ManualBackgroundQueue lenses;
-  ManualBackgroundQueue liveEvents;
-  ManualBackgroundQueue liveWork;
+  std::map<std::string, ManualBackgroundQueue, std::less<>> queues;
   std::int64_t now = 2'000'000'000;
   std::unique_ptr<AppModel> model;
 };

@@ -23,10 +23,12 @@ std::vector<std::string> titles(AppModel& model, std::string_view text) {
 }
 
 void run(AppModel& model, const std::string& id) {
+  model._showPalette.set(true);
   const auto commands = paletteCommands(model);
   const auto found = std::ranges::find(commands, id, &PaletteCommand::id);
   ASSERT_NE(found, commands.end()) << id;
-  found->run();
+  runPaletteRow(model, *found);
+  EXPECT_FALSE(model._showPalette.get());
 }
 
 TEST(Palette, OffersWhatCanBeDoneNow) {
@@ -84,7 +86,7 @@ TEST(Palette, ListsTheLargestFilesThatMatch) {
   model.schedulePaletteSearch("  film ");
   EXPECT_EQ(model.lastPaletteText, "film");
   EXPECT_TRUE(model._paletteSearching.get());
-  home.searches.advance(std::chrono::milliseconds(80));
+  home.queue(QueueName::palette).advance(std::chrono::milliseconds(80));
   home.main.runPosted();
   EXPECT_FALSE(model._paletteSearching.get());
   ASSERT_THAT(model._paletteHits.get(), SizeIs(250));
@@ -92,9 +94,13 @@ TEST(Palette, ListsTheLargestFilesThatMatch) {
   EXPECT_EQ(model._paletteHits.get().back().name, "film 50");
   EXPECT_THAT(paletteRows(model, "film"), SizeIs(250));
   EXPECT_THAT(paletteRows(model, " "), SizeIs(paletteCommands(model).size()));
+  const PaletteRow chosen = paletteRows(model, "film").front();
+  model._scope.set(nullptr);
+  runPaletteRow(model, chosen);
+  EXPECT_EQ(model._selection.get(), "f:" + home.root + "/film 299");
   model.schedulePaletteSearch("film 2");
   model.schedulePaletteSearch("");
-  home.searches.advance(std::chrono::milliseconds(80));
+  home.queue(QueueName::palette).advance(std::chrono::milliseconds(80));
   home.main.runPosted();
   EXPECT_THAT(model._paletteHits.get(), SizeIs(0));
 }

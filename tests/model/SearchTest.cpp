@@ -21,9 +21,9 @@ std::vector<std::string> found(const AppModel& model) {
   return names;
 }
 
-class ModelSearch : public testing::Test {
+class Searches : public testing::Test {
  protected:
-  ModelSearch() {
+  Searches() {
     home.top.file("tree/Films/summer.mp4", 4 * kMiB);
     home.top.file("tree/Films/winter.mp4", 2 * kMiB);
     home.top.file("tree/notes/summer.txt", 3 * kMiB);
@@ -31,7 +31,7 @@ class ModelSearch : public testing::Test {
   }
   void type(const std::string& text) {
     home.model->_query.set(text);
-    home.searches.advance(std::chrono::milliseconds(120));
+    home.queue(QueueName::search).advance(std::chrono::milliseconds(120));
     home.main.runPosted();
   }
 
@@ -39,8 +39,8 @@ class ModelSearch : public testing::Test {
   AppModel& model = *home.model;
 };
 
-TEST_F(ModelSearch, ShowsTheLargestAndCountsAll) {
-  model.conduct.searchCap = 1;
+TEST_F(Searches, ShowsTheLargestAndCountsAll) {
+  model.options.searchCap = 1;
   type("summer");
   EXPECT_THAT(found(model), ElementsAre("summer.mp4"));
   EXPECT_EQ(model._searchFound.get(), 2U);
@@ -48,17 +48,17 @@ TEST_F(ModelSearch, ShowsTheLargestAndCountsAll) {
   EXPECT_EQ(model._searchFound.get(), 0U);
 }
 
-TEST_F(ModelSearch, WaitsForAPauseInTyping) {
+TEST_F(Searches, WaitsForAPauseInTyping) {
   model._query.set("sum");
   EXPECT_TRUE(model._searching.get());
-  home.searches.advance(std::chrono::milliseconds(119));
+  home.queue(QueueName::search).advance(std::chrono::milliseconds(119));
   home.main.runPosted();
   EXPECT_FALSE(model._searchHits.get());
   model._query.set("summer");
-  home.searches.advance(std::chrono::milliseconds(119));
+  home.queue(QueueName::search).advance(std::chrono::milliseconds(119));
   home.main.runPosted();
   EXPECT_FALSE(model._searchHits.get());
-  home.searches.advance(std::chrono::milliseconds(1));
+  home.queue(QueueName::search).advance(std::chrono::milliseconds(1));
   home.main.runPosted();
   EXPECT_THAT(found(model), ElementsAre("summer.mp4", "summer.txt"));
   EXPECT_FALSE(model._searching.get());
@@ -68,38 +68,38 @@ TEST_F(ModelSearch, WaitsForAPauseInTyping) {
   EXPECT_THAT(model.entries(), SizeIs(2)) << "the scope's two folders";
 }
 
-TEST_F(ModelSearch, AResultThatWasOvertakenIsDropped) {
+TEST_F(Searches, OnlyTheLatestQueryDelivers) {
   model._query.set("winter");
-  home.searches.advance(std::chrono::milliseconds(120));  // found, and on its way
+  home.queue(QueueName::search).advance(std::chrono::milliseconds(120));  // found, and on its way
   model._query.set("summer");
   home.main.runPosted();
   EXPECT_FALSE(model._searchHits.get());
-  home.searches.advance(std::chrono::milliseconds(120));
+  home.queue(QueueName::search).advance(std::chrono::milliseconds(120));
   home.main.runPosted();
   EXPECT_THAT(found(model), ElementsAre("summer.mp4", "summer.txt"));
 
   model._query.set("winter");
-  home.searches.advance(std::chrono::milliseconds(120));
+  home.queue(QueueName::search).advance(std::chrono::milliseconds(120));
   model.clearQuery();
   home.main.runPosted();
   EXPECT_FALSE(model._searchHits.get());
 }
 
-TEST_F(ModelSearch, AFindInATreeBeforeNeverLandsOnTheNext) {
+TEST_F(Searches, AResultOfTheTreeBeforeIsDropped) {
   model._query.set("winter");
-  home.searches.advance(std::chrono::milliseconds(120));
+  home.queue(QueueName::search).advance(std::chrono::milliseconds(120));
   home.top.file("tree/more/winter.raw", 9 * kMiB);
   model.scan(home.root);
   home.finish();
   home.main.runPosted();
   EXPECT_FALSE(model._searchHits.get());
   EXPECT_TRUE(model._searching.get()) << "a query that stands is searched again";
-  home.searches.advance(std::chrono::milliseconds(120));
+  home.queue(QueueName::search).advance(std::chrono::milliseconds(120));
   home.main.runPosted();
   EXPECT_THAT(found(model), ElementsAre("winter.raw", "winter.mp4"));
 }
 
-TEST_F(ModelSearch, ChipsNarrowTheSearch) {
+TEST_F(Searches, ChipsNarrowTheSearch) {
   type("kind:video sum");
   EXPECT_THAT(found(model), ElementsAre("summer.mp4"));
   model.absorbChips(/*includePartial=*/false);
@@ -108,26 +108,18 @@ TEST_F(ModelSearch, ChipsNarrowTheSearch) {
   EXPECT_EQ(model._query.get(), "sum");
   EXPECT_EQ(model.effectiveQuery(), "kind:video sum");
   model.removeChip(model._chips.get().front());
-  home.searches.advance(std::chrono::milliseconds(120));
+  home.queue(QueueName::search).advance(std::chrono::milliseconds(120));
   home.main.runPosted();
   EXPECT_THAT(found(model), ElementsAre("summer.mp4", "summer.txt"));
   type("  ");
   EXPECT_FALSE(model.hasQuery());
 }
 
-TEST_F(ModelSearch, WhatTheContentTellsOverridesTheName) {
-  static const FileKind kMedia = Kinds::of("x.mp4");
-  const RefPtr<DirNode> notes = std::get<RefPtr<DirNode>>(model.entryFor(home.root + "/notes")->payload);
-  model.kindOverrides[notes.get()]["summer.txt"] = &kMedia;
-  type("kind:video sum");
-  EXPECT_THAT(found(model), ElementsAre("summer.mp4", "summer.txt"));
-}
-
-TEST_F(ModelSearch, TheMetricDecidesTheOrderAndTheBounds) {
+TEST_F(Searches, TheMetricDecidesTheOrderAndTheBounds) {
   type("size:>1mb .mp4");
   EXPECT_THAT(found(model), ElementsAre("summer.mp4", "winter.mp4"));
   model._metric.set(Metric::physical);  // the files are sparse
-  home.searches.advance(std::chrono::milliseconds(120));
+  home.queue(QueueName::search).advance(std::chrono::milliseconds(120));
   home.main.runPosted();
   EXPECT_THAT(found(model), IsEmpty());
 }

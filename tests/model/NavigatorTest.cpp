@@ -1,0 +1,159 @@
+// Where the user looks, and live batches that change what is there.
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+
+#include "ModelHome.h"
+#include "platform/Events.h"
+
+namespace quon::test {
+namespace {
+
+using testing::ElementsAre;
+
+constexpr std::uint64_t kMiB = 1048576;
+
+std::vector<std::string> namesOf(const std::vector<Entry>& rows) {
+  std::vector<std::string> names;
+  names.reserve(rows.size());
+  for (const Entry& row : rows) names.push_back(row.name);
+  return names;
+}
+
+class Navigation : public testing::Test {
+ protected:
+  Navigation() {
+    home.top.file("tree/a/b/film", 3 * kMiB);
+    home.top.file("tree/a/small", 5);
+    home.scan();
+  }
+  [[nodiscard]] RefPtr<DirNode> root() const { return model._result.get()->root; }
+
+  ModelHome home;
+  AppModel& model = *home.model;
+};
+
+TEST_F(Navigation, GoesToFoldersAndFilesAndUpToTheRoot) {
+  model.jump(*model.entryFor(home.root + "/a/b"));
+  EXPECT_EQ(model._scope.get()->name, "b");
+  model.goUp();
+  EXPECT_THAT(namesOf(model.entries()), ElementsAre("b", Entry::kRestName));
+  model.jump(model.entries().back());
+  EXPECT_EQ(model.scopePath(), home.root + "/a") << "the rest leads nowhere";
+  const auto film = model.entryFor(home.root + "/a/b/film");
+  ASSERT_TRUE(film);
+  model._showInspector.set(false);
+  model._query.set("film");
+  model.jump(*film);
+  EXPECT_EQ(model.scopePath(), home.root + "/a/b");
+  EXPECT_EQ(model._selection.get(), "f:" + home.root + "/a/b/film");
+  EXPECT_TRUE(model._showInspector.get());
+  EXPECT_FALSE(model.hasQuery());
+  model.copyPath(*film);
+  EXPECT_EQ(home.desktop.clipboard, home.root + "/a/b/film");
+  EXPECT_EQ(model._toast.get(), "copied " + home.root + "/a/b/film");
+  for (const char* absent : {"/a/small", "/a/x", "/a/b/film/x", "x", "/x/y"}) {
+    EXPECT_FALSE(model.entryFor(home.root + absent)) << absent;
+  }
+  for (int step = 0; step < 3; ++step) model.goUp();
+  EXPECT_EQ(model._scope.get(), root());
+}
+
+TEST_F(Navigation, ColoursGoByTheFoldersBelowTheRoot) {
+  std::filesystem::remove_all(home.root + "/a");
+  for (int folder = 0; folder < 11; ++folder) {
+    home.top.file("tree/" + std::to_string(folder) + "/deep/file", 1000 - static_cast<std::size_t>(folder));
+  }
+  home.scan();
+  const auto slotAt = [&](const std::string& path) {
+    return home.model->topSlot(*folderAt(home.model->_result.get()->root, path));
+  };
+  EXPECT_EQ(slotAt(""), std::nullopt);
+  for (int folder = 0; folder < 11; ++folder) {
+    EXPECT_EQ(slotAt(std::to_string(folder)), folder % 9);
+    EXPECT_EQ(slotAt(std::to_string(folder) + "/deep"), folder % 9);
+  }
+  home.restart();
+  home.model->scanIfNeeded(home.root);
+  home.finish();
+  EXPECT_EQ(slotAt("8/deep"), 8) << "an opened index has other colours than the scan that made it";
+}
+
+TEST_F(Navigation, BatchesEnterTheTree) {
+  const std::uint64_t version = model._version.get();
+  home.top.file("tree/a/more", 1000);
+  home.push({{home.root + "/a", 0, 5}});
+  EXPECT_EQ(model._version.get(), version + 1);
+  EXPECT_EQ(root()->totalLogical, 3 * kMiB + 1005);
+  EXPECT_EQ(model.entries().front().logical, 3 * kMiB + 1005);
+}
+
+TEST_F(Navigation, AViewedFolderThatWasRemovedGivesWayToTheRoot) {
+  model.jump(*model.entryFor(home.root + "/a/b"));
+  std::filesystem::rename(home.root + "/a", home.top.at("away"));
+  home.push({{home.root, 0, 5}});
+  EXPECT_EQ(model._scope.get(), root());
+  EXPECT_EQ(model.scopePath(), home.root);
+  EXPECT_EQ(model._toast.get(), "the folder you were viewing was removed");
+}
+
+TEST_F(Navigation, AViewedFolderThatWasReplacedIsViewedOn) {
+  model.jump(*model.entryFor(home.root + "/a/b"));
+  home.top.file("tree/a/b/three", 7);
+  home.push({{home.root + "/a", EventFlag::mustScanSubdirs, 5}});
+  EXPECT_EQ(model.scopePath(), home.root + "/a/b");
+  EXPECT_EQ(model._scope.get()->totalLogical, 3 * kMiB + 7);
+  EXPECT_TRUE(model._scope.get()->isWithin(*root()));
+}
+
+TEST_F(Navigation, AnOldRowLeadsToWhatIsThereNow) {
+  const Entry folder = *model.entryFor(home.root + "/a/b");
+  const Entry film = *model.entryFor(home.root + "/a/b/film");
+  home.push({{home.root + "/a", EventFlag::mustScanSubdirs, 5}});
+  for (const Entry& row : {folder, film}) {
+    model._scope.set(root());
+    model.jump(row);
+    EXPECT_EQ(model._scope.get(), folderAt(root(), "a/b")) << row.id;
+  }
+  EXPECT_EQ(model._selection.get(), film.id);
+  model._scope.set(std::get<RefPtr<DirNode>>(folder.payload));
+  EXPECT_EQ(model._scope.get(), root()) << "a view set a folder that the tree contains no longer";
+
+  std::filesystem::rename(home.root + "/a/b", home.top.at("away"));
+  home.push({{home.root + "/a", 0, 6}});
+  model._query.set("kept");
+  for (const Entry& row : {folder, film}) {
+    model.jump(row);
+    EXPECT_EQ(model._toast.get(), row.path() + " is no longer there");
+  }
+  EXPECT_EQ(model._query.get(), "kept");
+}
+
+TEST_F(Navigation, LosingTrackIsAProblemUntilTheNextScan) {
+  home.push({{home.root, EventFlag::mustScanSubdirs, 5}});
+  EXPECT_EQ(model._toast.get(), "live updates paused — deep rescan flagged at the root");
+  EXPECT_FALSE(model._isLive.get());
+  EXPECT_NE(model.problem(Problem::Kind::notWatched), "");
+  home.scan();
+  EXPECT_EQ(model.problem(Problem::Kind::notWatched), "");
+  home.top.file("tree/a/more", 1000);
+  home.push({{home.root + "/a", 0, 9}});
+  EXPECT_EQ(root()->totalLogical, 3 * kMiB + 1005) << "updates did not go on after the scan";
+}
+
+TEST_F(Navigation, ABatchThatAScanMadeVoidChangesNothing) {
+  home.queue(QueueName::liveEvents).runPosted();
+  home.top.file("tree/a/more", 1000);
+  home.events.push({{home.root + "/a", 0, 5}});
+  home.queue(QueueName::liveEvents).runPosted();
+  home.queue(QueueName::liveWork).advance(std::chrono::seconds(2));  // written, and waits for the main thread
+  model.scan(home.root);
+  home.finish();
+  home.main.runPosted();
+  EXPECT_EQ(root()->totalLogical, 3 * kMiB + 1005);
+  EXPECT_EQ(model._version.get(), 0U);
+}
+
+}  // namespace
+}  // namespace quon::test
