@@ -21,6 +21,10 @@ namespace quon {
 class DirNode final : public RefCounted<DirNode> {
  public:
   explicit DirNode(std::string ownName) : name(std::move(ownName)) {}
+  DirNode(const DirNode&) = delete;
+  DirNode& operator=(const DirNode&) = delete;
+  /// Frees all below that is not held elsewhere, without recursion; what is held elsewhere loses its parent.
+  ~DirNode();
 
   std::string name;                      ///< bytes; the root's own name is never used in paths
   DirNode* parent = nullptr;             ///< none for the root and for a node taken out of the tree
@@ -57,9 +61,6 @@ class DirNode final : public RefCounted<DirNode> {
   /// Takes this subtree out of its parent and of all totals above; nothing for a node without parent. The
   /// newest times above are left alone. An underflow is fatal: an intact tree has none.
   void removeFromTree();
-
-  /// Frees a node that lost its last reference and all below it that are not held elsewhere.
-  static void destroy(DirNode* node);
 };
 
 /// The folder at a path below `root`, `root` itself for "", none when the tree does not hold it.
