@@ -1,22 +1,12 @@
 #include "base/ByteJson.h"
 
+#include <charconv>
 #include <cstddef>
 
+#include "base/Hex.h"
 #include "base/Text.h"
 
 namespace quon {
-
-namespace {
-
-constexpr std::string_view hexDigits = "0123456789abcdef";
-
-void appendEscaped(std::string& text, unsigned char byte) {
-  text += '\0';
-  text += hexDigits[byte >> 4];
-  text += hexDigits[byte & 0xf];
-}
-
-}  // namespace
 
 std::string encodeBytes(std::string_view bytes) {
   std::string text;
@@ -27,7 +17,8 @@ std::string encodeBytes(std::string_view bytes) {
     text += bytes.substr(0, plain);
     bytes.remove_prefix(plain);
     if (bytes.empty()) break;
-    appendEscaped(text, static_cast<unsigned char>(bytes.front()));
+    text += '\0';
+    text += hexDigits(bytes.substr(0, 1));
     bytes.remove_prefix(1);
   }
   return text;
@@ -42,13 +33,14 @@ std::optional<std::string> decodeBytes(std::string_view text) {
       continue;
     }
     if (text.size() - at < 3) return std::nullopt;
-    const std::size_t high = hexDigits.find(text[at + 1]);
-    const std::size_t low = hexDigits.find(text[at + 2]);
-    if (high == std::string_view::npos || low == std::string_view::npos) return std::nullopt;
-    bytes += static_cast<char>(high << 4 | low);
+    const char* const digits = text.data() + at + 1;
+    unsigned char byte = 0;
+    if (std::from_chars(digits, digits + 2, byte, 16).ptr != digits + 2) return std::nullopt;
+    bytes += static_cast<char>(byte);
     at += 2;
   }
-  // An escape where none was needed, or bytes that needed one, were not written by encodeBytes.
+  // An escape where none was needed, bytes that needed one, or upper-case digits were not written by
+  // encodeBytes.
   if (encodeBytes(bytes) != text) return std::nullopt;
   return bytes;
 }

@@ -9,7 +9,7 @@ namespace quon {
 
 void StandardErrorLog::line(std::string_view text) {
   const std::string whole = "[quon] " + displayText(text) + "\n";
-  // One call, which holds the stream's lock. There is nowhere to report a broken standard error to.
+  // One call, under the stream's lock. There is nowhere to report a broken standard error to.
   std::fwrite(whole.data(), 1, whole.size(), stderr);
 }
 

@@ -5,6 +5,7 @@
 #include <openssl/evp.h>
 
 #include "base/Fatal.h"
+#include "base/Hex.h"
 
 namespace quon {
 
@@ -14,14 +15,7 @@ std::string sha256Hex(std::string_view bytes) {
   const int done = EVP_Digest(bytes.data(), bytes.size(), digest.data(), &length, EVP_sha256(), nullptr);
   QUON_CHECK(done == 1 && length == digest.size(), "the cryptographic library cannot compute SHA-256");
 
-  constexpr std::string_view hexDigits = "0123456789abcdef";
-  std::string hex;
-  hex.reserve(2 * digest.size());
-  for (const unsigned char byte : digest) {
-    hex += hexDigits[byte >> 4];
-    hex += hexDigits[byte & 0xf];
-  }
-  return hex;
+  return hexDigits({reinterpret_cast<const char*>(digest.data()), digest.size()});
 }
 
 }  // namespace quon

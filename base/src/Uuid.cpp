@@ -1,11 +1,12 @@
 #include "base/Uuid.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <openssl/rand.h>
-#include <string_view>
 
 #include "base/Fatal.h"
+#include "base/Hex.h"
 
 namespace quon {
 
@@ -16,14 +17,10 @@ std::string freshUuid() {
   bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0f) | 0x40);  // version 4: random
   bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3f) | 0x80);  // the variant of RFC 4122
 
-  constexpr std::string_view hexDigits = "0123456789ABCDEF";
-  std::string uuid;
-  uuid.reserve(36);
-  for (std::size_t index = 0; index < bytes.size(); ++index) {
-    if (index == 4 || index == 6 || index == 8 || index == 10) uuid += '-';
-    uuid += hexDigits[bytes[index] >> 4];
-    uuid += hexDigits[bytes[index] & 0xf];
-  }
+  std::string uuid = hexDigits({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+  std::ranges::transform(uuid, uuid.begin(),
+                         [](char digit) { return digit >= 'a' ? static_cast<char>(digit - 32) : digit; });
+  for (const std::size_t dash : {8, 13, 18, 23}) uuid.insert(dash, 1, '-');
   return uuid;
 }
 

@@ -78,6 +78,7 @@ Expected expectedFrom(const ReferenceTree& tree, const std::set<std::string>& un
       node->directLogical += entry.logical;
       node->directPhysical += entry.physical;
       node->directFiles += 1;
+      if (entry.name == "CACHEDIR.TAG") node->cacheTagged = true;
       node->directNewest = std::max(node->directNewest, entry.mtime);
       for (DirNode* above : chain) {
         above->totalLogical += entry.logical;

@@ -43,7 +43,7 @@ TEST(Walker, FindsOfARandomTreeWhatAPlainWalkFinds) {
   const TempFolder temp;
   makeRandomTree(temp.path, random);
   const ReferenceTree tree = ReferenceTree::of(temp.path);
-  ASSERT_EQ(tree.folders.size(), 61U);
+  ASSERT_GT(tree.folders.size(), 30U);
   for (const unsigned threads : {1U, 4U, 16U}) {
     SCOPED_TRACE(threads);
     (void)expectWalkMatches(tree, optionsFor(temp.path, {.minKeep = 1 << 20, .topN = 1000}), threads);

@@ -6,7 +6,7 @@
 
 namespace quon {
 
-/// Sums of sizes and counts. An overflow is a broken promise to the user and stops the program.
+/// Sums of sizes and counts. An overflow stops the program, as a total that wrapped would be shown as true.
 template <std::integral Number>
 [[nodiscard]] constexpr Number checkedAdd(Number a, Number b) {
   Number sum{};

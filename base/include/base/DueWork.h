@@ -10,9 +10,10 @@
 
 namespace quon {
 
-/// The work that a queue holds, in the order in which it runs: by due time, and by arrival where times are
-/// equal. Times count from an epoch that the queue chooses. What is left at the end is cancelled, so that a
-/// handle that outlives the queue keeps no captures alive.
+/// The pending work of a queue, in the order in which it runs: by due time, and by arrival where times are
+/// equal. Times count from an epoch that the queue chooses. The destructor cancels what is left, so that a
+/// handle that outlives the queue keeps no captures alive. Our own, as neither Boost.Asio nor GLib keeps this
+/// order, and neither lets a manual clock step to the next due time.
 ///
 /// Threads: none of its own; a queue guards it with its lock. Taken work is run after the lock is released.
 class DueWork {
@@ -27,7 +28,7 @@ class DueWork {
   [[nodiscard]] std::optional<std::chrono::nanoseconds> nextDue() const;
   /// Takes the first of the work that is due at `now`.
   [[nodiscard]] std::optional<WorkItem> takeDue(std::chrono::nanoseconds now);
-  /// How many await their turn and have not been cancelled.
+  /// How many are left that have not been cancelled.
   [[nodiscard]] std::size_t pendingCount() const;
 
   /// The time `delay` after `now`: `now` itself for a delay that is negative or not a number, and never

@@ -11,8 +11,8 @@ namespace quon {
 template <typename Signature>
 class FunctionRef;
 
-/// A callable that is lent for the length of a call: two pointers, nothing owned, nothing allocated. Meant
-/// for parameters, where a lambda written in the call lives long enough; never kept beyond it.
+/// A reference to a callable: two pointers, nothing owned, nothing allocated. For parameters only, where a
+/// lambda written in the call lives long enough; never stored. std::function_ref comes with C++26.
 ///
 /// Threads: the callable's own.
 template <typename Result, typename... Arguments>
@@ -22,7 +22,7 @@ class FunctionRef<Result(Arguments...)> {
   requires(!std::same_as<std::remove_cvref_t<Callable>, FunctionRef> &&
            std::is_object_v<std::remove_reference_t<Callable>> &&
            std::is_invocable_r_v<Result, Callable&, Arguments...>)
-      // NOLINTNEXTLINE(bugprone-forwarding-reference-overload): copies are not of its kind
+      // NOLINTNEXTLINE(bugprone-forwarding-reference-overload): the constraint excludes copies
       FunctionRef(Callable&& callable)
       : object(const_cast<void*>(static_cast<const void*>(std::addressof(callable)))),
         call([](void* called, Arguments... arguments) -> Result {

@@ -4,7 +4,7 @@
 
 namespace quon {
 
-/// Where diagnostic lines go. Whoever writes them is handed a log; there is no global one. Threads: any.
+/// Where diagnostic lines go. Passed to what writes them; there is no global one. Threads: any.
 class Log {
  public:
   Log() = default;

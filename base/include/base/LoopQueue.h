@@ -11,8 +11,8 @@ namespace quon {
 
 /// The main queue of a terminal command: a loop that its main() runs.
 ///
-/// What work throws comes out of run() or runUntil(); the work after it stays queued and the loop can be run
-/// again. The destructor cancels what is still queued.
+/// What work throws comes out of run() or runUntil(), which GLib's main loop does not allow; the work after
+/// it stays queued and the loop can be run again. The destructor cancels what is still queued.
 ///
 /// Threads: constructed, run and destroyed on one thread, which is the main thread to isCurrent(); post,
 /// postAfter and quit from any thread.
@@ -25,17 +25,17 @@ class LoopQueue final : public MainQueue {
   /// Runs work, and waits for it, until quit().
   void run();
 
-  /// Runs work, and waits for it, until the predicate holds; false when quit() came first. The predicate is
-  /// asked on this thread, before the first and after every piece of work: what makes it true posts work.
+  /// Runs work, and waits for it, until the predicate is true; false when quit() came first. The predicate is
+  /// checked on this thread, before the first and after every piece of work: what makes it true posts work.
   [[nodiscard]] bool runUntil(const std::function<bool()>& predicate);
 
-  /// Ends the run under way after the present piece of work, and those that it is nested in; when none is
-  /// under way, the next one ends before it runs anything. Takes a lock: not for signal handlers.
+  /// Ends the present run after its current piece of work, and the runs that it is nested in; without a
+  /// present run, the next one ends before it runs anything. Takes a lock: not for signal handlers.
   void quit();
 
  private:
   const std::thread::id mainThread = std::this_thread::get_id();
-  int depth = 0;  // runs under way, each nested in work of the one before; main thread only
+  int depth = 0;  // of nested runs, each called from work of the one before; main thread only
   WorkLoop loop;
 };
 

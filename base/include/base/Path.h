@@ -6,10 +6,10 @@
 
 namespace quon {
 
-// Paths as bytes: absolute, joined with "/", a root without trailing slash. Nothing here looks at the disk or
+// Paths as bytes: absolute, joined with "/", a root without trailing slash. Nothing here reads the disk or
 // resolves "." and "..". Threads: any.
 
-/// parent + "/" + name, whatever the two hold.
+/// parent + "/" + name, whatever the two are.
 [[nodiscard]] std::string joinPath(std::string_view parent, std::string_view name);
 
 /// What follows the last slash: the whole path when it has none, "/" for "/".
@@ -24,7 +24,7 @@ namespace quon {
 /// A leading "~" that stands alone or before a slash becomes `home`; "~name" and all else stay as they are.
 [[nodiscard]] std::string expandTilde(std::string_view path, std::string_view home);
 
-/// True when `path` is `root` or lies below it. The root "/" holds every absolute path.
+/// True when `path` is `root` or lies below it. The root "/" contains every absolute path.
 [[nodiscard]] bool isInside(std::string_view path, std::string_view root);
 
 /// The part of `path` below `root` without a leading slash, "" for the root itself, nullopt outside it. The

@@ -10,8 +10,8 @@
 namespace quon {
 
 /// A serial queue on a thread of its own. An exception from work stops the program. The destructor lets the
-/// running work finish, joins the thread and cancels what has not begun; it must not be reached from the
-/// queue's own work.
+/// running work finish, joins the thread and cancels what has not begun; it must not run on the
+/// queue's own thread.
 ///
 /// Threads: post and postAfter from any thread.
 class ThreadQueue final : public BackgroundQueue {

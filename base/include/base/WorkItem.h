@@ -15,7 +15,7 @@ namespace quon {
 ///
 /// Threads: any. Of cancel() and the queue, the first takes the work: cancelled on the thread that runs the
 /// queue, work never runs after cancel() has returned; from another thread, false says that it ran or is
-/// running.
+/// running. Our own, as the timers of Boost.Asio run although cancelled once they are due.
 class WorkItem {
  public:
   /// No work: neither cancel() nor run() does anything.
@@ -33,8 +33,8 @@ class WorkItem {
     return shared != nullptr && !shared->taken.load(std::memory_order_acquire);
   }
 
-  /// For queues: runs the work on this thread, unless it was cancelled or has begun. What it throws comes
-  /// through.
+  /// For queues: runs the work on this thread, unless it was cancelled or has begun. Passes on what it
+  /// throws.
   void run() const {
     if (const auto work = take()) work();
   }

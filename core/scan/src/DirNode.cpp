@@ -1,10 +1,26 @@
 #include "scan/DirNode.h"
 
 #include <algorithm>
+#include <iterator>
+#include <utility>
 
 #include "base/Checked.h"
 
 namespace quon {
+
+DirNode::~DirNode() {
+  std::vector<RefPtr<DirNode>> orphans = std::move(subdirs);
+  while (!orphans.empty()) {
+    const RefPtr<DirNode> node = std::move(orphans.back());
+    orphans.pop_back();
+    node->parent = nullptr;
+    if (node->use_count() > 1) continue;
+    // It is about to go: with its children taken away, its own destructor has nothing to go down into.
+    orphans.insert(orphans.end(), std::make_move_iterator(node->subdirs.begin()),
+                   std::make_move_iterator(node->subdirs.end()));
+    node->subdirs.clear();
+  }
+}
 
 void DirNode::rollup() {
   // Parents precede their children in this list, so its reverse rolls children up first.
@@ -74,20 +90,6 @@ void DirNode::removeFromTree() {
     node->totalPhysical = checkedSub(node->totalPhysical, totalPhysical);
     node->totalFiles = checkedSub(node->totalFiles, totalFiles);
     node->totalDirs = checkedSub(node->totalDirs, totalDirs + 1);
-  }
-}
-
-void DirNode::destroy(DirNode* node) {
-  std::vector<DirNode*> doomed{node};
-  while (!doomed.empty()) {
-    DirNode* const last = doomed.back();
-    doomed.pop_back();
-    for (RefPtr<DirNode>& owned : last->subdirs) {
-      DirNode* const child = owned.leak();
-      child->parent = nullptr;
-      if (child->releaseIsLast()) doomed.push_back(child);
-    }
-    delete last;
   }
 }
 

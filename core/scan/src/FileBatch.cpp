@@ -5,7 +5,8 @@
 namespace quon {
 namespace {
 
-/// A folder of a million files must not leave its memory with the builder for the rest of the scan.
+/// Memory beyond these is freed, so that a folder of a million files does not cost it for the rest of the
+/// scan.
 constexpr std::size_t kRetainedRecords = std::size_t{16} * 1024;
 constexpr std::size_t kRetainedNameBytes = std::size_t{512} * 1024;
 

@@ -1,6 +1,7 @@
 #include "scan/TopHeap.h"
 
 #include <algorithm>
+#include <functional>
 #include <utility>
 
 namespace quon {
@@ -14,19 +15,10 @@ void TopHeap::offer(TopFile file) {
   if (!wouldKeep(file.logical)) return;
   if (items.size() < static_cast<std::size_t>(capacity)) {
     items.push_back(std::move(file));
-    siftUp(items.size() - 1);
+    std::ranges::push_heap(items, std::ranges::greater(), &TopFile::logical);
   } else {
     items.front() = std::move(file);
     siftDown(0);
-  }
-}
-
-void TopHeap::siftUp(std::size_t index) {
-  while (index > 0) {
-    const std::size_t above = (index - 1) / 2;
-    if (items[index].logical >= items[above].logical) return;
-    std::swap(items[index], items[above]);
-    index = above;
   }
 }
 
@@ -43,7 +35,7 @@ void TopHeap::siftDown(std::size_t index) {
 }
 
 std::vector<TopFile> sortedLargestFirst(std::vector<TopFile> items) {
-  std::ranges::stable_sort(items, [](const TopFile& a, const TopFile& b) { return a.logical > b.logical; });
+  std::ranges::stable_sort(items, std::ranges::greater(), &TopFile::logical);
   return items;
 }
 

@@ -15,10 +15,10 @@ namespace quon {
 /// A folder waiting to be listed.
 struct Work {
   DirNode* node = nullptr;
-  OpenDirectoryRef parent;  ///< held open until all its children are; none when too many are held already
+  OpenDirectoryRef parent;  ///< kept open until its children are open; none when too many are kept already
 };
 
-/// The walk's shared stack, last in, first out, so that the walk goes deep and few parents are held open.
+/// The walk's shared stack, last in, first out, so that the walk goes deep and few parents are kept open.
 /// `pending` counts folders queued or being listed: at 0 the walk is complete. Threads: any.
 class WorkStack {
  public:
@@ -28,10 +28,10 @@ class WorkStack {
   void push(std::vector<Work>& work) QUON_EXCLUDES(lock);
   /// The next folder; none when the walk is complete or cancelled.
   [[nodiscard]] std::optional<Work> pop() QUON_EXCLUDES(lock);
-  /// Says that a popped folder has been listed.
+  /// Called when a popped folder has been listed.
   void finished() QUON_EXCLUDES(lock);
   void waitUntilDone() QUON_EXCLUDES(lock);
-  /// Wakes everyone to look at the cancellation.
+  /// Wakes all waiting threads, so that they check the cancellation.
   void wakeAll() QUON_EXCLUDES(lock);
 
  private:

@@ -21,7 +21,7 @@ constexpr std::uint32_t historyDone = 0x10;  ///< all changes since the requeste
 constexpr std::uint32_t rootChanged = 0x20;  ///< the watched root was moved, removed, or mounted over
 constexpr std::uint32_t mount = 0x40;
 constexpr std::uint32_t unmount = 0x80;
-/// Any of these says that changes may have been lost: what was known must be scanned afresh.
+/// Any of these means that changes may have been lost: the tree must be scanned again.
 constexpr std::uint32_t lostTrack = 0xEE;
 }  // namespace EventFlag
 
@@ -38,9 +38,9 @@ class EventStream {
  public:
   virtual ~EventStream() = default;  ///< stops
 
-  /// False when the tree cannot be watched; the service's log tells why. Called once.
+  /// False when the tree cannot be watched; the service's log contains the reason. Called once.
   [[nodiscard]] virtual bool start() = 0;
-  /// No delivery begins after it has returned, and none is under way, except one that calls it. May be called twice,
+  /// No delivery begins or runs after it has returned, except one that calls it. May be called twice,
   /// from any thread.
   virtual void stop() = 0;
 };
@@ -50,7 +50,7 @@ struct EventRequest {
   std::string root;                            ///< absolute, canonical, "/" for "/"
   std::uint64_t since = 0;                     ///< identifier to resume from
   std::chrono::duration<double> latency{0.0};  ///< how long to gather live events before a delivery
-  bool watchRoot = true;  ///< tell with rootChanged when the root itself is moved or removed
+  bool watchRoot = true;  ///< report with rootChanged that the root itself was moved or removed
 };
 
 /// The desktop's journal of file-system events, with identifiers that can be resumed. Threads: any.
@@ -61,7 +61,7 @@ class EventService {
   virtual ~EventService() = default;
 
   /// A stream that is not started yet; it delivers on the queue, which outlives it. nullptr when there is no
-  /// journal to be had; the service's log tells why.
+  /// journal; the service's log contains the reason.
   [[nodiscard]] virtual std::unique_ptr<EventStream> create(const EventRequest& request,
                                                             BackgroundQueue& queue, Callback callback) = 0;
   /// The identifier of this moment: no event that happened before has a larger one.

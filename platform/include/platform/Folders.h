@@ -12,7 +12,7 @@ struct Folders {
   std::string config;  ///< user defaults
   std::string state;   ///< the event journal
 
-  // Other programs': what they could make again, their settings, and what they keep.
+  // Of other programs: their caches, settings and data.
   std::string cacheHome = {};
   std::string configHome = {};
   std::string dataHome = {};

@@ -19,7 +19,7 @@ class ThreadService {
  public:
   virtual ~ThreadService() = default;
   /// The name is cut to what the system keeps (15 bytes on Linux). An exception that leaves the body is
-  /// fatal. Throws std::system_error when the system has no thread to give.
+  /// fatal. Throws std::system_error when the system cannot start one.
   [[nodiscard]] virtual std::unique_ptr<RunningThread> start(const std::string& name, std::size_t stackBytes,
                                                              std::function<void()> body) const = 0;
   /// Processors that this process may run on, at least 1.

@@ -17,7 +17,7 @@ class UserDefaults {
   /// False when it is not set.
   [[nodiscard]] virtual bool flag(const std::string& key) const = 0;
 
-  /// Each replaces what the key held, at once. std::system_error when it cannot be kept.
+  /// Each replaces the value of the key, at once. std::system_error when it cannot be saved.
   virtual void setTexts(const std::string& key, const std::vector<std::string>& texts) = 0;
   virtual void setFlag(const std::string& key, bool flag) = 0;
 };

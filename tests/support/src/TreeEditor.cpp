@@ -2,9 +2,13 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <fcntl.h>
 #include <filesystem>
+#include <functional>
+#include <numeric>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -22,17 +26,26 @@ std::string parentOf(const std::string& path) {
   return path.substr(0, path.rfind('/'));
 }
 
-void setLength(const std::string& path, std::uint64_t bytes) {
-  const Descriptor file(::open(path.c_str(), O_CREAT | O_WRONLY | O_NOFOLLOW | O_CLOEXEC, 0644));
-  if (file.isOpen() && ::ftruncate(file.get(), static_cast<off_t>(bytes)) != 0)
-    throw std::runtime_error(path);
+struct stat attributes(const std::string& path) {
+  struct stat found {};
+  ::lstat(path.c_str(), &found);
+  return found;
 }
 
-void writeBytes(const std::string& path, std::uint64_t bytes) {
+/// Makes the file where it is missing; nothing where permissions forbid it.
+void change(const std::string& path, const std::function<ssize_t(int)>& write) {
   const Descriptor file(::open(path.c_str(), O_CREAT | O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0644));
-  const std::string content(bytes, 'w');
-  if (file.isOpen() && ::write(file.get(), content.data(), content.size()) < 0)
-    throw std::runtime_error(path);
+  if (file.isOpen() && write(file.get()) < 0) throw std::system_error(errno, std::generic_category(), path);
+}
+
+void appendBytes(const std::string& path, std::uint64_t bytes) {
+  change(path, [content = std::string(bytes, 'w')](int file) {
+    return ::write(file, content.data(), content.size());
+  });
+}
+
+void setLength(const std::string& path, std::uint64_t bytes) {
+  change(path, [bytes](int file) { return ::ftruncate(file, static_cast<off_t>(bytes)); });
 }
 
 }  // namespace
@@ -45,242 +58,251 @@ std::vector<FolderEvent> TreeEditor::takeEvents() {
   return std::exchange(events, {});
 }
 
-void TreeEditor::populate(int edits) {
-  for (int count = 0; count < edits; ++count) {
-    const std::uint64_t kind = below(8);
-    kind < 2 ? makeFolder() : kind == 2 ? link() : kind == 3 ? symlink() : makeFile();
+void TreeEditor::populate(int entries) {
+  for (int count = 0; count < entries; ++count) {
+    const std::uint64_t kind = below(10);
+    kind < 2    ? makeFolder()
+    : kind < 4  ? link()
+    : kind == 4 ? symlink()
+    : kind == 5 ? makeSpecial()
+                : makeFile();
   }
-  events.clear();
+  for (const Kind kind : {Kind::noFolder, Kind::folder}) {
+    for (const std::string& path : allBelowRoot(kind)) setRandomTime(path);
+  }
+  (void)takeEvents();
 }
 
 void TreeEditor::edit() {
-  struct Kind {
+  struct Edit {
     std::uint64_t weight;
     void (TreeEditor::*make)();
     bool removesNames = false;
   };
-  static constexpr std::array kKinds{
-      Kind{3, &TreeEditor::makeFolder},
-      Kind{2, &TreeEditor::append},
-      Kind{1, &TreeEditor::truncate},
-      Kind{2, &TreeEditor::removeFile, true},
-      Kind{1, &TreeEditor::removeFolder, true},
-      Kind{2, &TreeEditor::renameFile, true},
-      Kind{2, &TreeEditor::moveFolder},
-      Kind{1, &TreeEditor::swapFolders},
-      Kind{2, &TreeEditor::link},
-      Kind{1, &TreeEditor::unlinkName, true},
-      Kind{1, &TreeEditor::symlink},
-      Kind{1, &TreeEditor::setTimes},
-      Kind{1, &TreeEditor::replaceFolder, true},
-      Kind{2, &TreeEditor::makeFile},
-      Kind{4, &TreeEditor::setMode},  // only where permissions are edited
+  static constexpr std::array kEdits{
+      Edit{3, &TreeEditor::makeFolder},
+      Edit{2, &TreeEditor::append},
+      Edit{1, &TreeEditor::truncate},
+      Edit{2, &TreeEditor::removeFile, true},
+      Edit{1, &TreeEditor::removeFolder, true},
+      Edit{2, &TreeEditor::renameFile, true},
+      Edit{2, &TreeEditor::moveFolder},
+      Edit{1, &TreeEditor::swapFolders},
+      Edit{2, &TreeEditor::link},
+      Edit{1, &TreeEditor::unlinkName, true},
+      Edit{1, &TreeEditor::symlink},
+      Edit{1, &TreeEditor::makeSpecial},
+      Edit{1, &TreeEditor::setTimes},
+      Edit{1, &TreeEditor::replaceFolder, true},
+      Edit{2, &TreeEditor::makeFile},
+      Edit{4, &TreeEditor::setMode},  // last: only where permissions are edited
   };
-  std::uint64_t drawn = below(permissions == Permissions::kept ? 22 : 26);
-  const Kind* kind = kKinds.data();
-  for (; drawn >= kind->weight; ++kind) drawn -= kind->weight;
-  (this->*(wroteThroughLink && kind->removesNames ? &TreeEditor::makeFolder : kind->make))();
+  const auto end = kEdits.end() - (permissions == Permissions::kept ? 1 : 0);
+  std::uint64_t drawn =
+      below(std::accumulate(kEdits.begin(), end, std::uint64_t{0},
+                            [](std::uint64_t sum, const Edit& each) { return sum + each.weight; }));
+  const auto* chosen = kEdits.data();
+  for (; drawn >= chosen->weight; ++chosen) drawn -= chosen->weight;
+  (this->*(wroteThroughLink && chosen->removesNames ? &TreeEditor::makeFolder : chosen->make))();
 }
 
 void TreeEditor::makeFile() {
-  const std::string folder = anyFolder();
-  const std::string path = folder + "/" + (below(8) == 0 ? std::string(DirNode::kCacheTag) : freshName());
+  const std::string path =
+      anyFolder() + "/" + (below(8) == 0 ? std::string(DirNode::kCacheTag) : freshName());
+  const std::array<std::uint64_t, 3> lengths{kLarge - 1, kLarge, kLarge + below(1000) * 4096};
   if (below(4) == 0) {
-    setLength(path, kLarge + below(1000) * 4096);
+    setLength(path, lengths[below(lengths.size())]);
   } else {
-    writeBytes(path, below(9000));
+    appendBytes(path, below(9000));
   }
-  wrote(path);
-  note("make " + path);
+  wrote("make ", path);
 }
 
 void TreeEditor::makeFolder() {
-  const std::string path = anyFolder() + "/" + freshName();
+  const std::string path = freshPath();
   if (::mkdir(path.c_str(), 0755) != 0) return;
-  changedParent(path);
   appeared(path);
-  note("mkdir " + path);
+  record("mkdir " + path, {path});
+}
+
+void TreeEditor::makeSpecial() {
+  const std::string path = freshPath();
+  if (::mknod(path.c_str(), (below(2) == 0 ? S_IFIFO : S_IFSOCK) | S_IRUSR, 0) != 0) return;
+  record("mknod " + path, {path});
 }
 
 void TreeEditor::append() {
-  const std::string path = anyBelowRoot(false);
+  const std::string path = anyBelowRoot(Kind::regular);
   if (path.empty()) return makeFile();
-  writeBytes(path, 1 + below(20000));
-  wrote(path);
-  note("append " + path);
+  appendBytes(path, 1 + below(20000));
+  wrote("append ", path);
 }
 
 void TreeEditor::truncate() {
-  const std::string path = anyBelowRoot(false);
+  const std::string path = anyBelowRoot(Kind::regular);
   if (path.empty()) return makeFile();
   setLength(path, below(2) == 0 ? 0 : kLarge + below(100) * 100000);
-  wrote(path);
-  note("truncate " + path);
+  wrote("truncate ", path);
 }
 
 void TreeEditor::removeFile() {
-  const std::string path = anyBelowRoot(false);
+  const std::string path = anyBelowRoot(Kind::noFolder);
   if (path.empty()) return makeFile();
   ::unlink(path.c_str());
-  changedParent(path);
-  note("remove " + path);
+  record("remove " + path, {path});
 }
 
 void TreeEditor::removeFolder() {
-  const std::string path = anyBelowRoot(true);
+  const std::string path = anyBelowRoot(Kind::folder);
   if (path.empty() || below(2) == 0) return makeFile();
   std::error_code partly;
   fs::remove_all(path, partly);
   changed(path);
-  changedParent(path);
-  note("remove tree " + path);
+  record("remove tree " + path, {path});
 }
 
 void TreeEditor::renameFile() {
-  const std::string from = anyBelowRoot(false);
+  const std::string from = anyBelowRoot(Kind::regular);
   if (from.empty()) return makeFile();
   // Now and then over an existing file.
-  std::string to = below(3) == 0 ? anyBelowRoot(false) : anyFolder() + "/" + freshName();
+  const std::string to = below(3) == 0 ? anyBelowRoot(Kind::regular) : freshPath();
   if (::rename(from.c_str(), to.c_str()) != 0) return;
-  changedParent(from);
-  changedParent(to);
-  note("rename " + from + " to " + to);
+  record("rename " + from + " to " + to, {from, to});
 }
 
 void TreeEditor::moveFolder() {
-  const std::string from = anyBelowRoot(true);
+  const std::string from = anyBelowRoot(Kind::folder);
   if (from.empty()) return makeFolder();
-  const std::string to = anyFolder() + "/" + freshName();
+  const std::string to = freshPath();
   if (::rename(from.c_str(), to.c_str()) != 0) return;  // into itself, say
-  changedParent(from);
-  changedParent(to);
   appeared(to);
-  note("move " + from + " to " + to);
+  record("move " + from + " to " + to, {from, to});
 }
 
 void TreeEditor::swapFolders() {
-  const std::string a = anyBelowRoot(true);
-  const std::string b = anyBelowRoot(true);
+  const std::string a = anyBelowRoot(Kind::folder);
+  const std::string b = anyBelowRoot(Kind::folder);
   if (a.empty() || ::renameat2(AT_FDCWD, a.c_str(), AT_FDCWD, b.c_str(), RENAME_EXCHANGE) != 0) return;
-  changedParent(a);
-  changedParent(b);
   appeared(a);
   appeared(b);
-  note("swap " + a + " and " + b);
+  record("swap " + a + " and " + b, {a, b});
 }
 
 void TreeEditor::link() {
-  const std::string from = anyBelowRoot(false);
+  const std::string from = anyBelowRoot(Kind::regular);
   if (from.empty()) return makeFile();
-  const std::string to = anyFolder() + "/" + freshName();
+  const std::string to = freshPath();
   if (::link(from.c_str(), to.c_str()) != 0) return;
   linked = true;
-  changedParent(to);  // the folder of the first name is told nothing
-  note("link " + from + " as " + to);
+  record("link " + from + " as " + to, {to});  // the folder of the first name gets no event
 }
 
 void TreeEditor::unlinkName() {
-  for (int tries = 0; tries < 8; ++tries) {
-    const std::string path = anyBelowRoot(false);
-    struct stat found {};
-    if (path.empty() || ::lstat(path.c_str(), &found) != 0 || found.st_nlink < 2) continue;
-    ::unlink(path.c_str());
-    changedParent(path);
-    note("unlink " + path);
-    return;
-  }
-  makeFile();
+  std::vector<std::string> names = allBelowRoot(Kind::regular);
+  std::erase_if(names, [](const std::string& path) { return attributes(path).st_nlink < 2; });
+  if (names.empty()) return makeFile();
+  const std::string path = names[below(names.size())];
+  ::unlink(path.c_str());
+  record("unlink " + path, {path});
 }
 
 void TreeEditor::symlink() {
-  const std::string path = anyFolder() + "/" + freshName();
-  if (::symlink(below(2) == 0 ? ".." : "nowhere", path.c_str()) != 0) return;
-  changedParent(path);
-  note("symlink " + path);
+  const std::string path = freshPath();
+  const std::array<std::string, 3> targets{"..", "nowhere", anyFolder()};
+  if (::symlink(targets[below(targets.size())].c_str(), path.c_str()) != 0) return;
+  record("symlink " + path, {path});
 }
 
 void TreeEditor::setTimes() {
-  const std::string path = anyBelowRoot(below(2) == 0);
+  const std::string path = anyBelowRoot(below(2) == 0 ? Kind::folder : Kind::noFolder);
   if (path.empty()) return makeFile();
-  const timespec when{static_cast<time_t>(below(4000000000)), 5};
-  const timespec times[2] = {when, when};
-  ::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW);
-  wrote(path);
-  note("touch " + path);
+  setRandomTime(path);
+  wrote("touch ", path);
 }
 
 /// Another folder under the same name, with children of the same names.
 void TreeEditor::replaceFolder() {
-  const std::string path = anyBelowRoot(true);
+  const std::string path = anyBelowRoot(Kind::folder);
   if (path.empty()) return makeFolder();
   const std::string copy = parentOf(path) + "/" + freshName();
   std::error_code partly;
   fs::copy(path, copy, fs::copy_options::recursive | fs::copy_options::copy_symlinks, partly);
   fs::remove_all(path, partly);
   if (::rename(copy.c_str(), path.c_str()) != 0) {
-    changedParent(copy);
-    return appeared(copy);
+    appeared(copy);
+    return record("copy " + path + " as " + copy, {copy});
   }
-  changedParent(path);
   appeared(path);
-  note("replace " + path);
+  record("replace " + path, {path});
 }
 
 void TreeEditor::setMode() {
-  const std::string path = anyBelowRoot(true);
+  const std::string path = anyBelowRoot(Kind::folder);
   const mode_t mode = below(3) == 0 && !wroteThroughLink && !linked ? 0 : 0755;
   if (path.empty() || ::chmod(path.c_str(), mode) != 0) return;
   changed(path);
-  changedParent(path);
-  note((mode == 0 ? "close " : "open ") + path);
+  record((mode == 0 ? "close " : "open ") + path, {path});
 }
 
-std::string TreeEditor::anyFolder() {
-  const std::string found = anyBelowRoot(true);
-  return found.empty() || below(5) == 0 ? root : found;
-}
-
-std::string TreeEditor::anyBelowRoot(bool folder) {
+std::vector<std::string> TreeEditor::allBelowRoot(Kind kind) const {
   std::vector<std::string> found;
   for (const fs::directory_entry& entry :
        fs::recursive_directory_iterator(root, fs::directory_options::skip_permission_denied)) {
     const fs::file_status status = entry.symlink_status();
-    if (folder ? fs::is_directory(status) : fs::is_regular_file(status))
+    if (kind == Kind::regular ? fs::is_regular_file(status)
+                              : fs::is_directory(status) == (kind == Kind::folder))
       found.push_back(entry.path().string());
   }
-  if (found.empty()) return "";
   std::ranges::sort(found);  // so that the seed alone decides
-  return found[below(found.size())];
+  return found;
+}
+
+std::string TreeEditor::anyBelowRoot(Kind kind) {
+  const std::vector<std::string> found = allBelowRoot(kind);
+  return found.empty() ? "" : found[below(found.size())];
+}
+
+std::string TreeEditor::anyFolder() {
+  const std::string found = anyBelowRoot(Kind::folder);
+  return found.empty() || below(5) == 0 ? root : found;
 }
 
 std::string TreeEditor::freshName() {
+  static const std::array<std::string, 6> kBegins{"", "-", " ", "...", "\xff\xfe", "\xc3\x28"};
   // Another editor of the same tree, begun with the next seed, makes other names.
-  std::string name = letter + std::to_string(made++);
-  if (below(10) == 0) name += "\xff\n é";
+  std::string name = kBegins[below(4) == 0 ? below(kBegins.size()) : 0] + letter + std::to_string(made++);
+  if (below(10) == 0) {
+    name += "\n\u00e9";
+    for (std::uint64_t left = below(4) == 0 ? 255 - name.size() : below(8); left > 0; --left) {
+      const char byte = static_cast<char>(below(256));
+      name += byte == '\0' || byte == '/' ? 'q' : byte;
+    }
+  }
   return name;
 }
 
-std::uint64_t TreeEditor::below(std::uint64_t bound) {
-  return random() % bound;
+void TreeEditor::setRandomTime(const std::string& path) {
+  const std::array<std::int64_t, 6> seconds{
+      0, -1, -1'000'000'000, 1, 4'294'967'296 + 5, static_cast<std::int64_t>(below(4'000'000'000))};
+  const timespec time{seconds[below(seconds.size())], static_cast<long>(below(1'000'000'000))};
+  const std::array<timespec, 2> both{time, time};
+  ::utimensat(AT_FDCWD, path.c_str(), both.data(), AT_SYMLINK_NOFOLLOW);
 }
 
 void TreeEditor::changed(const std::string& path) {
   events.push_back({path, 0, 0});
 }
-void TreeEditor::changedParent(const std::string& path) {
-  changed(parentOf(path));
-}
 void TreeEditor::appeared(const std::string& path) {
   events.push_back({path, EventFlag::mustScanSubdirs, 0});
 }
-void TreeEditor::wrote(const std::string& path) {
-  struct stat found {};
-  if (::lstat(path.c_str(), &found) == 0 && !S_ISDIR(found.st_mode) && found.st_nlink > 1)
-    wroteThroughLink = true;
-  changedParent(path);
+void TreeEditor::wrote(const std::string& what, const std::string& path) {
+  const struct stat found = attributes(path);
+  if (!S_ISDIR(found.st_mode) && found.st_nlink > 1) wroteThroughLink = true;
+  record(what + path, {path});
 }
-void TreeEditor::note(const std::string& what) {
-  done.push_back(what);
+void TreeEditor::record(std::string what, std::initializer_list<std::string> paths) {
+  for (const std::string& path : paths) changed(parentOf(path));
+  done.push_back(std::move(what));
 }
 
 }  // namespace quon::test

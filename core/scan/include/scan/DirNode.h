@@ -16,11 +16,15 @@ namespace quon {
 /// A parent owns its children; a child points back without owning. Nodes are compared by identity.
 ///
 /// Threads: while a scan runs, each node is written by the one thread that lists it; afterwards the tree is
-/// changed only by whoever applies patches. Nodes carry no lock. Chains of 100,000 nested folders are freed,
-/// rolled up and named without recursion.
+/// changed only by the thread that applies patches. Nodes carry no lock. Chains of 100,000 nested folders are
+/// freed, rolled up and named without recursion.
 class DirNode final : public RefCounted<DirNode> {
  public:
   explicit DirNode(std::string ownName) : name(std::move(ownName)) {}
+  DirNode(const DirNode&) = delete;
+  DirNode& operator=(const DirNode&) = delete;
+  /// Frees, without recursion, all below that has no other reference; what has one loses its parent.
+  ~DirNode();
 
   std::string name;                      ///< bytes; the root's own name is never used in paths
   DirNode* parent = nullptr;             ///< none for the root and for a node taken out of the tree
@@ -37,7 +41,7 @@ class DirNode final : public RefCounted<DirNode> {
   std::int64_t directNewest = 0;  ///< newest mtime of the direct files; 0 when there are none
   std::int64_t newest = 0;        ///< of mtime, directNewest and every child's newest
   bool error = false;             ///< could not be opened, or not be read to its end
-  bool cacheTagged = false;       ///< one of the direct files is called kCacheTag; what it says is not known
+  bool cacheTagged = false;  ///< one of the direct files is called kCacheTag; its content was not checked
 
   /// The file by which programs mark a folder as a cache.
   static constexpr std::string_view kCacheTag = "CACHEDIR.TAG";
@@ -49,20 +53,18 @@ class DirNode final : public RefCounted<DirNode> {
   /// The node's full path, given the path of the tree's root. A root of "/" yields a doubled slash, so roots
   /// are given without trailing slash ("" for the file system's root).
   [[nodiscard]] std::string path(std::string_view root) const;
-  /// True for `top` itself and for what still hangs below it, at any depth.
+  /// True for `top` itself and for all below it, at any depth.
   [[nodiscard]] bool isWithin(const DirNode& top) const;
 
-  /// Takes one file out of this node and of all totals above; saturates at 0, leaves the newest times alone.
+  /// Subtracts one file from this node and from all totals above; saturates at 0, does not change the newest
+  /// times.
   void subtractFile(const FileEntry& entry);
-  /// Takes this subtree out of its parent and of all totals above; nothing for a node without parent. The
-  /// newest times above are left alone. An underflow is fatal: an intact tree has none.
+  /// Removes this subtree from its parent and from all totals above; nothing for a node without parent. The
+  /// newest times above do not change. An underflow is fatal: an intact tree has none.
   void removeFromTree();
-
-  /// Frees a node that lost its last reference and all below it that are not held elsewhere.
-  static void destroy(DirNode* node);
 };
 
-/// The folder at a path below `root`, `root` itself for "", none when the tree does not hold it.
+/// The folder at a path below `root`, `root` itself for "", none when the tree does not contain it.
 [[nodiscard]] RefPtr<DirNode> folderAt(const RefPtr<DirNode>& root, std::string_view pathBelowRoot);
 
 }  // namespace quon

@@ -7,8 +7,9 @@
 namespace quon {
 
 /// Which multiply-linked files a scan has counted already. A file is known by its device and its inode
-/// number: inode numbers repeat from one file system to the next, and a bind-mounted file can bring a foreign
-/// one into any tree. Threads: any; split by the inode number's low six bits, so that workers rarely meet.
+/// number: inode numbers repeat from one file system to the next, and a bind mount can put a file of another
+/// file system into any tree. Threads: any; split by the inode number's low six bits, so that workers rarely
+/// wait for each other.
 class HardLinks {
  public:
   HardLinks();
@@ -25,7 +26,7 @@ class HardLinks {
 };
 
 /// The identifier under which the registry of links keeps a file: the inode number for files of the root's
-/// device, and for others a 64-bit mix of device and inode number, so that neither shadows the other.
+/// device, and for others a 64-bit mix of device and inode number, so that two files never share one.
 [[nodiscard]] std::uint64_t linkIdentifier(std::uint32_t rootDev, std::uint32_t device, std::uint64_t fileID);
 
 }  // namespace quon

@@ -4,7 +4,7 @@
 
 namespace quon {
 
-/// Logical bytes: files from this size on are entries of the tree of their own, smaller ones are only summed.
+/// Logical bytes: files of at least this size are kept in the tree one by one, smaller ones are only summed.
 inline constexpr std::uint64_t kMinKeep = 1048576;
 
 /// How many of the largest files a scan remembers.

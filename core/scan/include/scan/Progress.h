@@ -25,7 +25,7 @@ class Progress {
   void begin(std::string root) QUON_EXCLUDES(lock);
   void folderFinished(const DirNode& node) QUON_EXCLUDES(lock);
   void folderFailed() QUON_EXCLUDES(lock);
-  /// Lets go of the tree, whose owner may free it from now on.
+  /// Drops the reference to the tree, whose owner may free it from now on.
   void end() QUON_EXCLUDES(lock);
 
  private:
@@ -37,7 +37,7 @@ class Progress {
   std::uint64_t logical QUON_GUARDED_BY(lock) = 0;
   std::uint64_t errors QUON_GUARDED_BY(lock) = 0;
   std::string rootPath QUON_GUARDED_BY(lock);
-  // While the scan runs, the path is built only for whoever asks: building it for each of 100,000 nested
+  // While the scan runs, the path is built only in snapshot(): building it for each of 100,000 nested
   // folders would take longer than listing them. Names and parents of finished folders do not change.
   const DirNode* current QUON_GUARDED_BY(lock) = nullptr;
   std::string currentPath QUON_GUARDED_BY(lock);

@@ -4,7 +4,7 @@
 
 namespace quon {
 
-/// Says that work should stop. Once set it stays set; new work makes a new one. Threads: any.
+/// A request to stop. Once set it stays set; new work makes a new one. Threads: any.
 class ScanCancel {
  public:
   void cancel() { cancelled.store(true, std::memory_order_release); }

@@ -8,11 +8,11 @@
 
 namespace quon {
 
-/// Keeps the `capacity` files of largest logical size: a binary min-heap, so that the smallest kept file lies
-/// at index 0. On equal sizes the file already held wins. Threads: confined to one.
+/// Keeps the `capacity` files of largest logical size: a binary min-heap, so that the smallest kept file is
+/// at index 0. On equal sizes the file already kept wins. Threads: confined to one.
 class TopHeap {
  public:
-  explicit TopHeap(std::int64_t most) : capacity(most) {}
+  explicit TopHeap(std::int64_t mostItems) : capacity(mostItems) {}
 
   std::int64_t capacity;
   std::vector<TopFile> items;
@@ -22,11 +22,11 @@ class TopHeap {
   void offer(TopFile file);
 
  private:
-  void siftUp(std::size_t index);
+  /// Not std::pop_heap: of files of one size it would keep others, as the order of the array differs.
   void siftDown(std::size_t index);
 };
 
-/// The items in their final order: largest logical size first, equal sizes as they lie in the heap.
+/// The items in their final order: largest logical size first, equal sizes in the order of the heap's array.
 [[nodiscard]] std::vector<TopFile> sortedLargestFirst(std::vector<TopFile> items);
 
 }  // namespace quon

@@ -10,14 +10,14 @@
 
 namespace quon {
 
-/// What a walk leaves behind; `Walker::Result`.
+/// What a walk found; `Walker::Result`.
 struct WalkResult {
   RefPtr<DirNode> root;
   std::vector<TopFile> topFiles;              ///< largest logical size first
   std::uint64_t errorCount = 0;               ///< folders that could not be read, or not to their end
   std::vector<std::string> errorSamples;      ///< paths of the first 50 of them
   std::uint64_t hardlinksDeduped = 0;         ///< further names of files already counted
-  std::vector<std::string> skippedProtected;  ///< paths left out on purpose, ascending
+  std::vector<std::string> skippedProtected;  ///< paths skipped on request, ascending
 };
 
 }  // namespace quon

@@ -11,7 +11,7 @@
 
 namespace quon::test {
 
-/// What a tree holds, found by one thread with lstat and full paths.
+/// The contents of a tree, as one thread finds them with lstat and full paths: shares no code with a scan.
 struct ReferenceTree {
   struct File {
     FileEntry entry;
@@ -28,8 +28,7 @@ struct ReferenceTree {
   [[nodiscard]] static ReferenceTree of(const std::string& root, bool oneFileSystem = true);
 };
 
-/// Fills a folder with all that a file system can hold: names of any bytes, links of both kinds, sparse
-/// files, sockets and pipes, odd times.
+/// Fills a folder with entries of all kinds; see TreeEditor.
 void makeRandomTree(const std::string& root, std::mt19937_64& random);
 
 }  // namespace quon::test
