@@ -163,7 +163,7 @@ TEST(AppModel, AnIndexThatCannotBeUsedIsReplacedByAScan) {
   home.restart();
   home.model->scanIfNeeded(home.root);
   home.finish();
-  EXPECT_EQ(home.model->lastRun.notLoaded, "journal replay unavailable: journal flags 0x4");
+  EXPECT_EQ(home.model->lastRun.notLoaded, "journal replay unavailable: some changes were not recorded (journal flags 0x4)");
   EXPECT_FALSE(home.model->lastRun.wasLoaded);
   EXPECT_EQ(home.model->_phase.get(), Phase::ready);
 

@@ -58,7 +58,7 @@ std::string AppModel::rootAt(const std::string& path) const {
 }
 
 std::string AppModel::indexURL() const {
-  return ScanStore::canonicalURL(services.folders.index(), _rootPath.get());
+  return ScanStore::canonicalURL(services.folders.index(), RootPath(_rootPath.get()));
 }
 
 void AppModel::openFolder() {

@@ -148,7 +148,7 @@ void AppModel::scheduleNamesScan() {
 }
 
 std::vector<NamedFile> AppModel::filesNamed(const std::string& name, std::int64_t limit) const {
-  return ScanStore::paths(name, indexURL(), _rootPath.get(), limit, namesBelow());
+  return ScanStore::paths(name, indexURL(), RootPath(_rootPath.get()), limit, namesBelow());
 }
 
 void AppModel::refreshIndexes() {

@@ -36,16 +36,14 @@ void AppModel::startLiveWatch(const WalkResult& result, std::uint64_t sinceEvent
                               main.post([tell, event] { tell(event); });
                             },
                             services.steadyClock},
-      LiveWatcher::Options{
-          .root = result.root,
-          .rootPath = shownRoot,
-          .indexURL = lastRun.index,
-          .rootDev = rootDev,
-          .minKeep = minKeep,
-          .skipPaths = std::set<std::string>(result.skippedProtected.begin(), result.skippedProtected.end()),
-          .topFiles = result.topFiles,
-          .sinceEventId = sinceEventId,
-          .topCapacity = kTopFiles});
+      LiveWatcher::Options{.index = {.root = RootPath(shownRoot),
+                                     .indexURL = lastRun.index,
+                                     .rootDev = rootDev,
+                                     .skipPaths = std::set<std::string>(result.skippedProtected.begin(),
+                                                                        result.skippedProtected.end())},
+                           .tree = result.root,
+                           .topFiles = result.topFiles,
+                           .sinceEventId = sinceEventId});
 }
 
 void AppModel::liveEvent(const LiveWatcher::Event& event) {

@@ -26,7 +26,6 @@ namespace {
 constexpr std::size_t kStackBytes = std::size_t{4} * 1024 * 1024;
 constexpr std::chrono::duration<double> kProgressInterval{0.2};
 constexpr std::size_t kMostRecentRoots = 6;
-constexpr std::size_t kMostChanges = 20000;
 
 std::set<std::string> protectedFolders(const std::string& home) {
   return {home + "/Library/Containers", home + "/Library/Group Containers"};
@@ -96,7 +95,7 @@ void AppModel::startScan(std::string root) {
   if (error) return fail(error.message());
   rememberRoot(_rootPath.get());
   _hasFullDiskAccess.set(services.desktop.hasFullDiskAccess());
-  FolderScan::Options options{.root = _rootPath.get(),
+  FolderScan::Options options{.root = RootPath(_rootPath.get()),
                               .threads = conduct.threads,
                               .oneFileSystem = conduct.oneFileSystem,
                               .saveIndex = conduct.saveIndex,
@@ -130,20 +129,19 @@ void AppModel::startLoad(const std::string& url) {
                        &platform = services.platform, &events = services.events,
                        now = services.now()](Finished& finished) {
     finished.isLoad = true;
-    Loaded loaded = ScanStore::load(url, root, minKeep);
+    Loaded loaded = ScanStore::load(url, RootPath(root));
     finished.told = {.elapsedMs = loaded.scanElapsedMs, .index = url, .wasLoaded = true};
     finished.trueAt = static_cast<std::int64_t>(loaded.scannedAt);
     finished.eventId = loaded.lastEventId;
     finished.rootDev = loaded.rootDev;
     finished.told.message = "index loaded";
     if (bringUpToDate) {
-      auto [result, outcome] = Refresh::catchUp(platform, events, loaded,
-                                                {.rootPath = root,
-                                                 .indexURL = url,
-                                                 .minKeep = minKeep,
-                                                 .skipPaths = asSet(loaded.result.skippedProtected),
-                                                 .maxChanges = kMostChanges,
-                                                 .cancel = &begun.catchUp});
+      auto [result, outcome] =
+          Refresh::catchUp(platform, events, loaded,
+                           {.index = {.root = RootPath(root),
+                                      .indexURL = url,
+                                      .skipPaths = asSet(loaded.result.skippedProtected)},
+                            .cancel = &begun.catchUp});
       const std::int64_t changed = outcome.refreshedDirs + outcome.walkedSubtrees + outcome.removedSubtrees;
       finished.told.message =
           changed == 0 ? "index loaded — nothing changed since " + relativeDate(finished.trueAt, now)
