@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <functional>
 #include <map>
+#include <optional>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -16,7 +17,6 @@
 #include "platform/Files.h"
 #include "platform_linux/LinuxThreads.h"
 #include "store/IndexCatalog.h"
-#include "store/ScanStore.h"
 
 namespace quon::cli {
 namespace {
@@ -27,23 +27,6 @@ std::string reasonOf(const std::error_code& error) {
   if (error == std::errc::no_such_file_or_directory) return "no such folder";
   if (error == std::errc::permission_denied) return "permission denied";
   return error.message();
-}
-
-/// An index that cannot be read does not tell its root, but its name is made from it: gives those entries
-/// their root that would hold the path, so that such an index is met, told and replaced instead of passed
-/// over.
-void nameDamagedRoots(std::vector<IndexEntry>& entries, const std::string& indexFolder,
-                      const std::string& path) {
-  for (IndexEntry& entry : entries) {
-    if (entry.status != IndexEntry::Status::unusable) continue;
-    std::string root = path;
-    while (root != "/" && entry.url != ScanStore::canonicalURL(indexFolder, root)) {
-      root.resize(std::max<std::size_t>(root.rfind('/'), 1));
-    }
-    if (entry.url != ScanStore::canonicalURL(indexFolder, root)) continue;
-    entry.root = root;
-    entry.status = IndexEntry::Status::live;
-  }
 }
 
 /// The folders at and below this one that could not be read, parents first.
@@ -186,10 +169,8 @@ OpenedTree Session::opened(const std::string& path) {
 }
 
 OpenedTree Session::open(const std::string& path) {
-  std::vector<IndexEntry> saved = IndexCatalog::list(platform, folders.index());
-  nameDamagedRoots(saved, folders.index(), path);
-  const IndexEntry* const nearest = IndexCatalog::nearest(saved, path);
-  driven->scanIfNeeded(nearest == nullptr ? path : nearest->root);
+  const std::optional<IndexEntry> nearest = IndexCatalog::nearest(platform, folders.index(), path);
+  driven->scanIfNeeded(nearest ? nearest->root : path);
   OpenedTree tree = opened(path);
   // On another file system than the root, or made since when nothing was caught up.
   if (!tree.scope && tree.root != path) tree = scan(path);

@@ -1,5 +1,6 @@
 #include "base/Path.h"
 
+#include <algorithm>
 #include <cstddef>
 
 namespace quon {
@@ -25,6 +26,19 @@ std::string joinPath(std::string_view parent, std::string_view name) {
 std::string_view lastComponent(std::string_view path) {
   if (path == "/") return path;
   return path.substr(path.rfind('/') + 1);  // npos + 1 is 0
+}
+
+std::string_view parentPath(std::string_view path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string_view::npos) return {};
+  return path.substr(0, slash == 0 ? 1 : slash);
+}
+
+std::string_view takeComponent(std::string_view& path) {
+  path.remove_prefix(std::min(path.find_first_not_of('/'), path.size()));
+  const std::string_view first = path.substr(0, path.find('/'));
+  path.remove_prefix(first.size());
+  return first;
 }
 
 std::string withoutTrailingSlashes(std::string_view path) {

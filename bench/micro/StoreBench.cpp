@@ -60,7 +60,7 @@ void writeIndex(const Platform& platform, const MadeTree& made, const std::strin
   store.record(*made.folders.front(), FileBatch());
   for (std::size_t at = 1; at < made.folders.size(); ++at)
     store.record(*made.folders[at], made.files.build());
-  store.finish(kRoot, 0, made.result, 1, 1);
+  store.finish(RootPath(kRoot), 0, made.result, 1, 1);
 }
 
 void recordIndex(benchmark::State& state) {
@@ -79,7 +79,7 @@ void loadIndex(benchmark::State& state) {
   const std::string url = folder.at("loaded.sqlite");
   writeIndex(platform.services(), makeTree(), url);
   for (auto _ : state) {
-    const Loaded loaded = ScanStore::load(url, kRoot, kMinKeep);
+    const Loaded loaded = ScanStore::load(url, RootPath(kRoot));
     if (loaded.result.root->totalFiles != static_cast<std::uint64_t>(kFiles)) {
       return state.SkipWithError("not every file was loaded");
     }

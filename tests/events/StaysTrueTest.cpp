@@ -33,7 +33,6 @@ namespace {
 
 using Seconds = std::chrono::duration<double>;
 
-constexpr std::uint64_t kMinKeep = 1048576;
 constexpr int kFirstEdits = 150;
 constexpr Seconds kWindow{0.02};
 constexpr Seconds kPatience{60.0};
@@ -73,10 +72,11 @@ struct EditedHome {
   }
 
   FolderScan::Outcome scan(const std::string& name) {
-    return FolderScan(platform.services(), {.root = home.root, .indexDirectory = home.temp.folder(name)})
+    return FolderScan(platform.services(),
+                      {.root = RootPath(home.root), .indexDirectory = home.temp.folder(name)})
         .run();
   }
-  Loaded load(const std::string& index) { return ScanStore::load(index, home.root, kMinKeep); }
+  Loaded load(const std::string& index) { return ScanStore::load(index, RootPath(home.root)); }
 
   void edit(int count) {
     for (int done = 0; done < count; ++done) editor.edit();
@@ -121,22 +121,20 @@ void expectLiveUpdatesToStayTrue(const EventOptions& options, TreeEditor::Permis
   LoopQueue main;
   std::uint64_t newest = 0;
   std::string failure;
-  const LiveWatcher watcher({edited.platform.services(), prompt, callbacks, work,
-                             [&](std::function<void()> commit) { main.post(std::move(commit)); },
-                             [&](const LiveWatcher::Event& event) {
-                               if (const auto* rescan = std::get_if<LiveWatcher::NeedsRescan>(&event))
-                                 failure = rescan->reason;
-                               if (const auto* update = std::get_if<LiveWatcher::Update>(&event))
-                                 newest = update->outcome.newEventId;
-                             },
-                             steadySeconds},
-                            {.root = scanned.result.root,
-                             .rootPath = home.root,
-                             .indexURL = scanned.index,
-                             .rootDev = scanned.rootDev,
-                             .topFiles = scanned.result.topFiles,
-                             .sinceEventId = scanned.eventId,
-                             .coalesceWindow = kWindow});
+  const LiveWatcher watcher(
+      {edited.platform.services(), prompt, callbacks, work,
+       [&](std::function<void()> commit) { main.post(std::move(commit)); },
+       [&](const LiveWatcher::Event& event) {
+         if (const auto* rescan = std::get_if<LiveWatcher::NeedsRescan>(&event)) failure = rescan->reason;
+         if (const auto* update = std::get_if<LiveWatcher::Update>(&event))
+           newest = update->outcome.newEventId;
+       },
+       steadySeconds},
+      {.index = {.root = RootPath(home.root), .indexURL = scanned.index, .rootDev = scanned.rootDev},
+       .tree = scanned.result.root,
+       .topFiles = scanned.result.topFiles,
+       .sinceEventId = scanned.eventId,
+       .coalesceWindow = kWindow});
   const int rounds = roundsPerRun(8);
   for (int round = 0; round < rounds; ++round) {
     bool done = false;
@@ -173,7 +171,7 @@ void expectLaunchesToBeTrue(const EventOptions& options) {
     Loaded loaded = edited.load(index);
     const auto [result, outcome] =
         Refresh::catchUp(edited.platform.services(), events, loaded,
-                         {.rootPath = edited.home.root, .indexURL = index, .minKeep = kMinKeep});
+                         {.index = {.root = RootPath(edited.home.root), .indexURL = index}});
     ASSERT_EQ(edited.differencesOf(*result.root, index), "") << "round " << round;
   }
   std::cout << edited.editor.log().size() << " edits in " << rounds << " rounds\n";

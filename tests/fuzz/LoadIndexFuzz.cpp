@@ -2,11 +2,10 @@
 //
 // 0  the rest is the file;
 // 1  the rest changes bytes of a sound index: two bytes of offset, one of value, over and over;
-// 2  the rest edits rows of a sound index through SQL, four bytes an edit, which leaves pages and indexes
-// sound
-//    and reaches what only the rows tell.
+// 2  the rest edits rows of a sound index through SQL, four bytes an edit; pages and secondary indexes stay
+//    sound then, and the rows themselves are checked.
 //
-// Nothing but StoreError may come out, and what loads must be a tree without contradiction.
+// Nothing but StoreError may be thrown, and what loads must be a consistent tree.
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -29,8 +28,8 @@
 namespace quon::test {
 namespace {
 
-constexpr const char* kRoot = "/sample";
-constexpr std::uint64_t kMinKeep = 1000;
+const RootPath kRoot("/sample");
+constexpr std::uint64_t kLeastKept = 1000;
 
 using Bytes = std::span<const std::uint8_t>;
 
@@ -43,7 +42,7 @@ void require(bool holds, const std::string& what) {
 /// A small index that is the same in every run, in pages as small as they come.
 std::string soundIndex() {
   const TempFolder folder;
-  SampleTree tree(kRoot);
+  SampleTree tree(kRoot.path());
   DirNode& a = tree.folder("a", nullptr, 3);
   DirNode& b = tree.folder("b", &a, -3);
   DirNode& c = tree.folder("c");
@@ -137,9 +136,9 @@ std::string withRowsEdited(const std::string& index, Bytes edits) {
   const auto size = static_cast<sqlite3_int64>(index.size());
   require(sqlite3_deserialize(opened, "main", image, size, size,
                               SQLITE_DESERIALIZE_FREEONCLOSE | SQLITE_DESERIALIZE_RESIZEABLE) == SQLITE_OK,
-          "cannot take the sound index");
+          "cannot open a copy of the sound index");
   for (; edits.size() >= 4; edits = edits.subspan(4)) {
-    // What a constraint forbids stays undone.
+    // An edit that a constraint forbids is skipped.
     (void)sqlite3_exec(opened, editOf(edits.first(4)).c_str(), nullptr, nullptr, nullptr);
   }
   sqlite3_int64 length = 0;
@@ -174,12 +173,12 @@ auto orRefused(Call call) -> std::optional<decltype(call())> {
 }
 
 void exercise(const std::string& url, bool rowsAreSound) {
-  if (const auto loaded = orRefused([&] { return ScanStore::load(url, kRoot, kMinKeep); })) {
+  if (const auto loaded = orRefused([&] { return ScanStore::load(url, kRoot, kLeastKept); })) {
     const std::string wrong = inconsistency(*loaded, kRoot);
     require(wrong.empty(), wrong);
     if (rowsAreSound) requireTotalsOfRows(*loaded->result.root, url);
-    (void)scopeEntries(loaded->result.root, kRoot, Metric::logical, 1);
-    (void)largestFiles(loaded->result.root, kRoot, Metric::physical, 3);
+    (void)scopeEntries(loaded->result.root, kRoot.path(), Metric::logical, 1);
+    (void)largestFiles(loaded->result.root, kRoot.path(), Metric::physical, 3);
   }
   (void)orRefused([&] { return ScanStore::meta(url); });
   (void)orRefused([&] { return ScanStore::repeatedNames(url, 10, 0); });

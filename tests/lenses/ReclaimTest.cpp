@@ -294,7 +294,7 @@ TEST(DiskMarkers, ProveWhatAScanFound) {
   std::filesystem::create_directories(folder.at("home/folder/CACHEDIR.TAG"));
 
   const std::string root = folder.at("home");
-  FolderScan scan(linuxPlatform(), {.root = root, .saveIndex = false});
+  FolderScan scan(linuxPlatform(), {.root = RootPath(root), .saveIndex = false});
   const FolderScan::Outcome outcome = scan.run();
   const DiskMarkers markers;
   const Reclaim::Surroundings where{

@@ -1,8 +1,10 @@
 // The watcher's state machine, driven by a manual clock, scripted events and a real index of a real folder.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <optional>
 #include <string>
+#include <sys/mount.h>
 #include <variant>
 #include <vector>
 
@@ -10,6 +12,7 @@
 #include "base/ManualQueue.h"
 #include "live/LiveWatcher.h"
 #include "platform/Events.h"
+#include "support/ChildProcess.h"
 #include "support/FakeEvents.h"
 
 namespace quon::test {
@@ -30,12 +33,10 @@ class LiveWatcherTest : public ScannedTree {
     watcher = std::make_unique<LiveWatcher>(
         LiveWatcher::Services{platform, events, callbacks, workQueue,
                               [this](std::function<void()> commit) { commits.post(std::move(commit)); },
-                              [this](const LiveWatcher::Event& event) { told.push_back(event); },
+                              [this](const LiveWatcher::Event& event) { reported.push_back(event); },
                               [this] { return Seconds(workQueue.now()); }},
-        LiveWatcher::Options{.root = loaded->result.root,
-                             .rootPath = root,
-                             .indexURL = index,
-                             .rootDev = loaded->rootDev,
+        LiveWatcher::Options{.index = indexed(index),
+                             .tree = loaded->result.root,
                              .topFiles = loaded->result.topFiles,
                              .sinceEventId = loaded->lastEventId,
                              .maxChanges = maxChanges});
@@ -46,14 +47,14 @@ class LiveWatcherTest : public ScannedTree {
     callbacks.runPosted();
   }
 
-  /// Time passes on the work queue; what it hands to the tree is applied.
+  /// Time passes on the work queue; what is meant for the tree is applied.
   void pass(double seconds) {
     workQueue.advance(Seconds(seconds));
     commits.runPosted();
   }
 
   std::string rescanReason() {
-    for (const LiveWatcher::Event& event : told) {
+    for (const LiveWatcher::Event& event : reported) {
       if (const auto* reason = std::get_if<LiveWatcher::NeedsRescan>(&event)) return reason->reason;
     }
     return "";
@@ -73,7 +74,7 @@ class LiveWatcherTest : public ScannedTree {
   ManualBackgroundQueue callbacks;
   ManualBackgroundQueue workQueue;
   ManualBackgroundQueue commits;
-  std::vector<LiveWatcher::Event> told;
+  std::vector<LiveWatcher::Event> reported;
   std::unique_ptr<LiveWatcher> watcher;
 };
 
@@ -84,10 +85,10 @@ TEST_F(LiveWatcherTest, AppliesABatchOnceTheWindowHasPassed) {
   tree.file("a/new", 5000);
   deliver({{root + "/a/", 0, 41}, {root + "/a", 0, 42}, {root + "x/outside", 0, 43}});
   pass(1.4);
-  EXPECT_TRUE(told.empty());
+  EXPECT_TRUE(reported.empty());
   pass(0.2);
-  ASSERT_EQ(told.size(), 1U);
-  const auto& update = std::get<LiveWatcher::Update>(told[0]);
+  ASSERT_EQ(reported.size(), 1U);
+  const auto& update = std::get<LiveWatcher::Update>(reported[0]);
   EXPECT_EQ(update.changedDirs, std::vector<std::string>{root + "/a"});
   EXPECT_EQ(update.outcome.refreshedDirs, 1);
   EXPECT_EQ(update.outcome.newEventId, 43U);  // an event outside the root counts, too
@@ -95,11 +96,11 @@ TEST_F(LiveWatcherTest, AppliesABatchOnceTheWindowHasPassed) {
   EXPECT_EQ(load(index).result.root->totalLogical, 5300U);
   EXPECT_EQ(load(index).lastEventId, 43U);
   pass(60);
-  EXPECT_EQ(told.size(), 1U);  // idle stays idle
+  EXPECT_EQ(reported.size(), 1U);  // idle stays idle
   EXPECT_EQ(workQueue.pendingCount() + callbacks.pendingCount() + commits.pendingCount(), 0U);
 }
 
-TEST_F(LiveWatcherTest, KeepsBatchesInOrderWhileTheTreeWaits) {
+TEST_F(LiveWatcherTest, AppliesBatchesInOrder) {
   watch();
   tree.file("a/new", 1);
   deliver({{root + "/a", 0, 2}});
@@ -111,23 +112,23 @@ TEST_F(LiveWatcherTest, KeepsBatchesInOrderWhileTheTreeWaits) {
   EXPECT_EQ(commits.pendingCount(), 1U) << "a second batch was prepared before the first reached the tree";
   commits.runPosted();
   pass(0.6);
-  EXPECT_EQ(told.size(), 2U);
+  EXPECT_EQ(reported.size(), 2U);
   EXPECT_EQ(loaded->result.root->totalLogical, 302U);
 }
 
-TEST_F(LiveWatcherTest, HoldsALargeBurstUntilItIsQuiet) {
+TEST_F(LiveWatcherTest, AppliesALargeBurstWhenItIsQuiet) {
   watch();
   deliver(burst(2000));
   pass(1.5);
-  EXPECT_EQ(told.size(), 1U) << "2,000 folders are applied at once";
+  EXPECT_EQ(reported.size(), 1U) << "2,000 folders are applied at once";
   deliver(burst(2001));
   pass(1.5);
-  EXPECT_EQ(told.size(), 1U) << "2,001 wait for two quiet seconds";
+  EXPECT_EQ(reported.size(), 1U) << "2,001 wait for two quiet seconds";
   pass(2.0);
-  EXPECT_EQ(told.size(), 2U);
+  EXPECT_EQ(reported.size(), 2U);
 }
 
-TEST_F(LiveWatcherTest, GivesUpOnceAndSaysWhy) {
+TEST_F(LiveWatcherTest, StopsAtTooManyChangesAndReportsItOnce) {
   watch(100);
   deliver(burst(101));
   pass(1.5);
@@ -136,21 +137,23 @@ TEST_F(LiveWatcherTest, GivesUpOnceAndSaysWhy) {
   EXPECT_EQ(events.stoppedStreams(), 1);
   deliver({{root, EventFlag::rootChanged, 999}});
   pass(10);
-  EXPECT_EQ(told.size(), 1U);
+  EXPECT_EQ(reported.size(), 1U);
 }
 
-TEST_F(LiveWatcherTest, NamesTheReasonItLostTrack) {
+TEST_F(LiveWatcherTest, ReportsWhyItLostTrack) {
   const auto reasonAfter = [&](std::vector<FolderEvent> list) {
-    told.clear();
+    reported.clear();
     watch();
     deliver(std::move(list));
     pass(2);
     return rescanReason();
   };
-  EXPECT_EQ(reasonAfter({{root, EventFlag::rootChanged, 1}}), "stream flags 0x20");
+  EXPECT_EQ(reasonAfter({{root, EventFlag::rootChanged, 1}}),
+            "the folder was moved, replaced or deleted (stream flags 0x20)");
   EXPECT_EQ(reasonAfter({{root, EventFlag::userDropped | EventFlag::mustScanSubdirs, 1}}),
-            "stream flags 0x3");
-  EXPECT_EQ(reasonAfter({{root, EventFlag::unmount | EventFlag::mount, 1}}), "stream flags 0xC0");
+            "some changes were not recorded (stream flags 0x3)");
+  EXPECT_EQ(reasonAfter({{root, EventFlag::unmount | EventFlag::mount, 1}}),
+            "a disk was mounted in the folder; a disk in the folder was unmounted (stream flags 0xC0)");
   EXPECT_EQ(reasonAfter({{root, 0, 1}, {root, EventFlag::mustScanSubdirs, 2}, {root, 0, 3}}),
             "deep rescan flagged at the root");
   EXPECT_EQ(reasonAfter({{"", EventFlag::historyDone, 9}}), "");
@@ -160,7 +163,7 @@ TEST_F(LiveWatcherTest, NamesTheReasonItLostTrack) {
   EXPECT_EQ(reasonAfter({}), "live stream creation failed");
 }
 
-TEST_F(LiveWatcherTest, AnIndexThatCannotBePatchedEndsLiveUpdates) {
+TEST_F(LiveWatcherTest, StopsWhenTheIndexCannotBePatched) {
   watch();
   platform.files.remove(index);
   deliver({{root + "/a", 0, 2}});
@@ -168,7 +171,41 @@ TEST_F(LiveWatcherTest, AnIndexThatCannotBePatchedEndsLiveUpdates) {
   EXPECT_EQ(rescanReason(), "index patch failed: sqlite: cannot open " + index + " for patching");
 }
 
-TEST_F(LiveWatcherTest, WorkThatOutlivesTheWatcherDoesNothing) {
+TEST_F(LiveWatcherTest, StopsWhenTheTreeLacksAFolderOfTheIndex) {
+  watch();
+  loaded->result.root->subdirs.clear();
+  deliver({{root + "/a", 0, 2}});
+  pass(1.5);
+  EXPECT_EQ(rescanReason(),
+            "index patch failed: the tree does not contain " + root + "/a, which its index contains");
+}
+
+/// The disk is full while a batch is written: only that is reported, in its turn after the batch before, and
+/// both index and tree stay those of the batch before.
+TEST_F(LiveWatcherTest, AFullDiskKeepsTheBatchBeforeInIndexAndTree) {
+  inPrivateMounts([&] {
+    ASSERT_EQ(::mount("tmpfs", work.path.c_str(), "tmpfs", 0, "size=256k,mode=0700"), 0);
+    index = scan("watched");
+    watch();
+    tree.file("a/new", 1);
+    deliver({{root + "/a", 0, 2}});
+    workQueue.advance(Seconds(1.5));
+    callbacks.runPosted();
+    for (int number = 0; number < 2000; ++number)
+      tree.file("b/" + std::string(200, 'n') + std::to_string(number), 1);
+    deliver({{root + "/b", 0, 3}});
+    commits.runPosted();
+    pass(2);
+    ASSERT_EQ(reported.size(), 2U);
+    EXPECT_EQ(std::get<LiveWatcher::Update>(reported[0]).changedDirs, std::vector<std::string>{root + "/a"});
+    EXPECT_THAT(std::get<LiveWatcher::NeedsRescan>(reported[1]).reason, testing::HasSubstr("full"));
+    EXPECT_EQ(loaded->result.root->totalFiles, 3U);
+    EXPECT_EQ(load(index).result.root->totalFiles, 3U);
+    EXPECT_EQ(load(index).lastEventId, 2U);
+  });
+}
+
+TEST_F(LiveWatcherTest, WorkLeftBehindByADestroyedWatcherDoesNothing) {
   watch();
   tree.file("a/new", 1);
   deliver({{root + "/a", 0, 2}});
@@ -177,7 +214,7 @@ TEST_F(LiveWatcherTest, WorkThatOutlivesTheWatcherDoesNothing) {
   watcher.reset();
   callbacks.runPosted();
   pass(10);
-  EXPECT_TRUE(told.empty());
+  EXPECT_TRUE(reported.empty());
   EXPECT_EQ(loaded->result.root->totalLogical, 300U);
 }
 

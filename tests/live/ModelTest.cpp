@@ -1,5 +1,5 @@
 // The reference of everything live: after any sequence of edits, the patched index and tree equal those of a
-// fresh scan. Edits come from a seeded editor, which tells the events that an ideal service would report.
+// fresh scan. Edits come from a seeded editor, with the events that an ideal service would report.
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <string>
@@ -42,14 +42,14 @@ TEST_F(Model, PatchedTreeAndIndexEqualAFreshScan) {
     const std::size_t size = 1 + (seed + static_cast<std::size_t>(burst) * 7) % 12;
     for (std::size_t count = 0; count < size; ++count, ++edits) editor.edit();
     {
-      ScanPatcher patcher(index, root);
-      Refresh::Batch batch =
-          Refresh::prepare(platform, Refresh::coalesce(editor.takeEvents(), root, {}), patcher, scope());
+      ScanPatcher patcher(index, rootPath);
+      Refresh::Batch batch = Refresh::prepare(platform, Refresh::coalesce(editor.takeEvents(), rootPath, {}),
+                                              patcher, indexed(index));
       Refresh::commitStore(batch, patcher);
       top = Refresh::patchTop(std::move(top), batch, kMinKeep, 1000);
       patcher.updateTopFiles(top);
       patcher.commit(static_cast<std::uint64_t>(burst) + 1, 1.5);
-      Refresh::rollupDirty(Refresh::commitTree(loaded.result.root, root, kMinKeep, batch));
+      Refresh::rollupDirty(Refresh::commitTree(loaded.result.root, rootPath, kMinKeep, batch));
     }
     ASSERT_EQ(differences(*loaded.result.root, *load(index).result.root), "") << lastEdits(editor, size);
     ASSERT_EQ(differences(index, scan("fresh")), "") << "burst " << burst << ":\n" << lastEdits(editor, size);
@@ -67,20 +67,19 @@ TEST_F(Model, CatchUpEqualsAFreshScan) {
     events.history = editor.takeEvents();
     events.current += 1000;
     Loaded loaded = load(index);
-    const auto [result, outcome] = Refresh::catchUp(
-        platform, events, loaded, {.rootPath = root, .indexURL = index, .minKeep = kMinKeep});
+    const auto [result, outcome] =
+        Refresh::catchUp(platform, events, loaded, {.index = {.root = rootPath, .indexURL = index}});
     ASSERT_EQ(outcome.newEventId, events.current);
     ASSERT_EQ(differences(*result.root, *load(index).result.root), "");
     ASSERT_EQ(differences(index, scan("fresh")), "") << "round " << round << ":\n" << lastEdits(editor, 25);
   }
 }
 
-TEST_F(Model, CatchUpSaysWhyItCannotKnow) {
+TEST_F(Model, CatchUpReportsWhyItCannotKnow) {
   tree.file("a/b", 100);
   const std::string index = scan("patched");
   FakeEvents events;
-  const Refresh::CatchUpOptions options{
-      .rootPath = root, .indexURL = index, .minKeep = kMinKeep, .maxChanges = 3};
+  const Refresh::CatchUpOptions options{.index = {.root = rootPath, .indexURL = index}, .maxChanges = 3};
   const auto reason = [&](Loaded loaded) -> std::string {
     try {
       (void)Refresh::catchUp(platform, events, loaded, options);
@@ -103,7 +102,8 @@ TEST_F(Model, CatchUpSaysWhyItCannotKnow) {
   EXPECT_EQ(with([](Loaded& loaded) { loaded.rootDev += 1; }),
             "root is on a different device than the index");
   events.history = {{root + "/a", 0x04, 5}};
-  EXPECT_EQ(with(unchanged), "journal replay unavailable: journal flags 0x4");
+  EXPECT_EQ(with(unchanged),
+            "journal replay unavailable: some changes were not recorded (journal flags 0x4)");
   events.history = {{root, EventFlag::mustScanSubdirs, 5}, {root + "/a", 0, 6}};
   EXPECT_EQ(with(unchanged), "2 changed dirs — a rescan is cheaper");
   events.history = {{root + "/1", 0, 5},  {root + "/2", 0, 6}, {root + "/3", 0, 6},

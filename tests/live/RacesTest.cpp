@@ -1,18 +1,19 @@
-// What happens between two looks of one batch, made to happen every time.
+// What can happen between two reads of one batch, made to happen every time.
 #include <filesystem>
-#include <functional>
 #include <gtest/gtest.h>
 #include <string>
 
 #include "ScannedTree.h"
-#include "platform/Directories.h"
 #include "platform_linux/LinuxFiles.h"
+#include "support/HookedDirectories.h"
 #include "support/IndexComparison.h"
 
 namespace quon::test {
 namespace {
 
-/// Files that are gone by the time they are looked at one by one.
+using Refresh::Depth;
+
+/// Files that are gone by the time their own facts are read.
 class VanishedFiles final : public LinuxFiles {
  public:
   std::string gone;
@@ -25,68 +26,32 @@ class VanishedFiles final : public LinuxFiles {
   }
 };
 
-/// Folders that run a hook before one of them is opened.
-class HookedDirectories final : public DirectoryService {
- public:
-  explicit HookedDirectories(const DirectoryService& those) : real(those) {}
-
-  std::string path;
-  std::function<void()> beforeOpening;
-
-  [[nodiscard]] std::unique_ptr<DirectoryReader> makeReader() const override {
-    return std::make_unique<Reader>(*this, real.makeReader());
-  }
-
- private:
-  class Reader final : public DirectoryReader {
-   public:
-    Reader(const HookedDirectories& from, std::unique_ptr<DirectoryReader> those)
-        : owner(from), real(std::move(those)) {}
-    OpenedDirectory open(const std::string& which) override {
-      if (which == owner.path) owner.beforeOpening();
-      return real->open(which);
-    }
-    OpenedDirectory openChild(const OpenDirectory& parent, const std::string& name) override {
-      return real->openChild(parent, name);
-    }
-    void start(const OpenDirectoryRef& directory, Detail detail) override { real->start(directory, detail); }
-    DirectoryBatch next() override { return real->next(); }
-
-   private:
-    const HookedDirectories& owner;
-    const std::unique_ptr<DirectoryReader> real;
-  };
-
-  const DirectoryService& real;
-};
-
 class Races : public ScannedTree {
  protected:
   /// A file gets its second name after the batch has read the folder of the first, and before it reads that
-  /// of the second. `deep` says how the first was read.
-  void expectFirstNameFound(const std::string& firstName, bool deep) {
+  /// of the second. `depth` is that of the change of the first.
+  void expectFirstNameFound(const std::string& firstName, Depth depth) {
     tree.file(firstName, 5000);
     tree.folder("second");
     const std::string index = scan("patched");
-    HookedDirectories directories(platform.directories);
-    directories.path = tree.at("second");
-    directories.beforeOpening = [&] {
-      if (!std::filesystem::exists(tree.at("second/two"))) {
+    const HookedDirectories directories(platform.directories, [&](const std::string& opened) {
+      if (opened == tree.at("second") && !std::filesystem::exists(tree.at("second/two"))) {
         std::filesystem::create_hard_link(tree.at(firstName), tree.at("second/two"));
       }
-    };
+    });
     patch({directories, platform.files, platform.threads}, index,
-          {{tree.at("first"), deep}, {tree.at("second"), false}}, 1);
+          {{tree.at("first"), depth}, {tree.at("second"), Depth::shallow}}, 1);
     ASSERT_TRUE(std::filesystem::exists(tree.at("second/two")));
     EXPECT_EQ(differences(index, scan("fresh")), "");
   }
 };
 
-/// The folder of the name that stays was read while the file had two; nothing tells it that one is left.
+/// The folder of the name that stays was read while the file had two names; no event says that one is left.
 TEST_F(Races, AFileWhoseOtherNameGoesWhileTheBatchIsReadHasOneName) {
   for (const bool wasKnown : {false, true}) {
-    for (const bool deep : {false, true}) {
-      const std::string home = std::string(wasKnown ? "known" : "new") + (deep ? "-deep" : "");
+    for (const Depth depth : {Depth::shallow, Depth::deep}) {
+      const std::string home =
+          std::string(wasKnown ? "known" : "new") + (depth == Depth::deep ? "-deep" : "");
       const std::string first = home + "/first/one";
       const std::string second = home + "/second/two";
       tree.file(first, 5000);
@@ -94,11 +59,11 @@ TEST_F(Races, AFileWhoseOtherNameGoesWhileTheBatchIsReadHasOneName) {
       if (wasKnown) std::filesystem::create_hard_link(tree.at(first), tree.at(second));
       const std::string index = scan("patched-" + home);
       if (!wasKnown) std::filesystem::create_hard_link(tree.at(first), tree.at(second));
-      HookedDirectories directories(platform.directories);
-      directories.path = tree.at(home + "/second");
-      directories.beforeOpening = [&] { std::filesystem::remove(tree.at(second)); };
+      const HookedDirectories directories(platform.directories, [&](const std::string& opened) {
+        if (opened == tree.at(home + "/second")) std::filesystem::remove(tree.at(second));
+      });
       patch({directories, platform.files, platform.threads}, index,
-            {{tree.at(home + "/first"), deep}, {tree.at(home + "/second"), false}}, 1);
+            {{tree.at(home + "/first"), depth}, {tree.at(home + "/second"), Depth::shallow}}, 1);
       ASSERT_FALSE(std::filesystem::exists(tree.at(second))) << home;
       EXPECT_EQ(differences(index, scan("fresh-" + home)), "") << home;
     }
@@ -106,14 +71,14 @@ TEST_F(Races, AFileWhoseOtherNameGoesWhileTheBatchIsReadHasOneName) {
 }
 
 TEST_F(Races, AFirstNameInAFolderThatWasReadBeforeIsFound) {
-  expectFirstNameFound("first/one", /*deep=*/false);
+  expectFirstNameFound("first/one", Depth::shallow);
 }
 
 TEST_F(Races, AFirstNameBelowAFolderThatWasReadBeforeIsFound) {
-  expectFirstNameFound("first/below/one", /*deep=*/true);
+  expectFirstNameFound("first/below/one", Depth::deep);
 }
 
-TEST_F(Races, ANameThatMovesAwayBeforeItsLinksAreCountedIsSearchedForTheNextTime) {
+TEST_F(Races, ANameThatVanishesBeforeItsLinksAreCountedIsSearchedForTheNextTime) {
   tree.file("first/one", 5000);
   tree.folder("second");
   const std::string index = scan("patched");
@@ -121,7 +86,7 @@ TEST_F(Races, ANameThatMovesAwayBeforeItsLinksAreCountedIsSearchedForTheNextTime
   VanishedFiles files;
   for (const std::string& gone : {tree.at("second/two"), std::string()}) {
     files.gone = gone;
-    patch({platform.directories, files, platform.threads}, index, {{tree.at("second"), false}}, 1);
+    patch({platform.directories, files, platform.threads}, index, {{tree.at("second"), Depth::shallow}}, 1);
   }
   EXPECT_EQ(differences(index, scan("fresh")), "");
 }

@@ -2,10 +2,13 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <map>
+#include <optional>
 #include <sys/mount.h>
+#include <tuple>
 #include <utility>
 
-#include "platform/Files.h"
+#include "base/Path.h"
+#include "platform_linux/LinuxFiles.h"
 #include "store/FolderScan.h"
 #include "store/IndexCatalog.h"
 #include "store/ScanStore.h"
@@ -28,6 +31,11 @@ std::string saveAt(const std::string& folder, const std::string& root, const std
   return url;
 }
 
+/// Scans the root; the path of its index.
+std::string scan(const std::string& root, const std::string& index) {
+  return FolderScan(linuxPlatform(), {.root = RootPath(root), .indexDirectory = index}).run().index;
+}
+
 std::map<std::string, IndexEntry> byRoot(const std::vector<IndexEntry>& entries) {
   std::map<std::string, IndexEntry> found;
   for (const IndexEntry& entry : entries) found[entry.root] = entry;
@@ -47,7 +55,7 @@ TEST(Catalog, ListsEveryIndexNewestFirstAndNoBuilds) {
   fs::create_directory(index + "/folder.sqlite");
   const std::string incomplete = saveAt(index, top.folder("incomplete"), "5");
   RawIndex(incomplete).exec("UPDATE meta SET value = '0' WHERE key = 'complete'");
-  const ScanStore build(linuxPlatform(), ScanStore::canonicalURL(index, "/build"));
+  const ScanStore build(linuxPlatform(), ScanStore::canonicalURL(index, RootPath("/build")));
 
   const auto entries = IndexCatalog::list(linuxPlatform(), index);
   ASSERT_EQ(entries.size(), 6U);
@@ -79,23 +87,15 @@ TEST(Catalog, KnowsWhichRootsOthersCover) {
        {outer, inner, top.folder("outermost"), top.at("outer/gone"), top.at("gone"), top.at("gone/below")}) {
     (void)saveAt(index, root, "1");
   }
-  const auto entries = IndexCatalog::list(linuxPlatform(), index);
-  auto found = byRoot(entries);
+  auto found = byRoot(IndexCatalog::list(linuxPlatform(), index));
   EXPECT_FALSE(found[outer].covered);
   EXPECT_TRUE(found[inner].covered);
   EXPECT_FALSE(found[top.at("outermost")].covered);
   EXPECT_TRUE(found[top.at("outer/gone")].covered);
   EXPECT_FALSE(found[top.at("gone/below")].covered) << "only a live index covers";
-
-  EXPECT_EQ(IndexCatalog::nearest(entries, inner + "/a/b")->root, inner);
-  EXPECT_EQ(IndexCatalog::nearest(entries, inner)->root, inner);
-  EXPECT_EQ(IndexCatalog::nearest(entries, outer + "/innermost")->root, outer);
-  EXPECT_EQ(IndexCatalog::nearest(entries, top.at("gone/below")), nullptr);
-  EXPECT_EQ(IndexCatalog::nearest(entries, top.path), nullptr);
-  EXPECT_EQ(IndexCatalog::nearest({}, inner), nullptr);
 }
 
-TEST(Catalog, TellsAnAbsentVolumeFromADeletedFolder) {
+TEST(Catalog, DistinguishesAbsentVolumesFromDeletedFolders) {
   const TempFolder top;
   const std::string index = top.folder("index");
   inPrivateMounts([&] {
@@ -131,18 +131,15 @@ TEST(Catalog, TellsAnAbsentVolumeFromADeletedFolder) {
   });
 }
 
-TEST(Catalog, CollectsWhatIsOfNoUseAnyMoreAndNothingElse) {
+TEST(Catalog, CollectsOrphansAndStaleBuildsAndNothingElse) {
   const TempFolder top;
   inPrivateMounts([&] {
     const std::string index = top.folder("index");
-    const auto scan = [&](const std::string& root) {
-      return FolderScan(linuxPlatform(), {.root = root, .indexDirectory = index}).run().index;
-    };
     // A disk that is mounted by hand, anywhere.
     mountTmpfs(top.folder("disk"));
-    const std::string unplugged = scan(top.folder("disk/photos"));
-    const std::string live = scan(top.folder("live"));
-    const std::string orphaned = scan(top.folder("deleted"));
+    const std::string unplugged = scan(top.folder("disk/photos"), index);
+    const std::string live = scan(top.folder("live"), index);
+    const std::string orphaned = scan(top.folder("deleted"), index);
     const auto orphanedBytes = fs::file_size(orphaned);
     ASSERT_EQ(::umount2(top.at("disk").c_str(), MNT_DETACH), 0);
     fs::remove(top.at("deleted"));
@@ -163,46 +160,41 @@ TEST(Catalog, CollectsWhatIsOfNoUseAnyMoreAndNothingElse) {
   });
 }
 
-TEST(Catalog, TakesAnotherVolumeInTheSamePlaceForNoDeletion) {
+void expectKeptAsOffline(const std::string& index, const std::string& saved) {
+  EXPECT_EQ(IndexCatalog::list(linuxPlatform(), index).at(0).status, Status::offline);
+  EXPECT_EQ(IndexCatalog::collectGarbage(linuxPlatform(), index).indexes, 0U);
+  EXPECT_TRUE(fs::exists(saved));
+}
+
+TEST(Catalog, KeepsTheIndexWhenAnotherVolumeIsMountedInItsPlace) {
   const TempFolder top;
   inPrivateMounts([&] {
-    const std::string index = top.folder("index");
     mountTmpfs(top.folder("slot"));
-    const std::string saved =
-        FolderScan(linuxPlatform(), {.root = top.folder("slot/photos"), .indexDirectory = index}).run().index;
-    mountTmpfs(top.folder("other"));  // while the first is mounted: so it bears another number
+    const std::string saved = scan(top.folder("slot/photos"), top.folder("index"));
+    mountTmpfs(top.folder("other"));  // while the first is mounted: so it has another number
     ASSERT_EQ(::umount2(top.at("slot").c_str(), MNT_DETACH), 0);
     bindMount(top.at("other"), top.at("slot"));
-    EXPECT_EQ(IndexCatalog::list(linuxPlatform(), index).at(0).status, Status::offline);
-    EXPECT_EQ(IndexCatalog::collectGarbage(linuxPlatform(), index).indexes, 0U);
-    EXPECT_TRUE(fs::exists(saved));
+    expectKeptAsOffline(top.at("index"), saved);
   });
 }
 
 TEST(Catalog, KnowsTheVolumeBehindALink) {
   const TempFolder top;
   inPrivateMounts([&] {
-    const std::string index = top.folder("index");
     mountTmpfs(top.folder("disk"));
     top.folder("disk/photos/2020");
     fs::create_directory_symlink(top.at("disk/photos"), top.at("link"));
-    const std::string saved =
-        FolderScan(linuxPlatform(), {.root = top.at("link/2020"), .indexDirectory = index}).run().index;
+    const std::string saved = scan(top.at("link/2020"), top.folder("index"));
     ASSERT_EQ(::umount2(top.at("disk").c_str(), MNT_DETACH), 0);
-    EXPECT_EQ(IndexCatalog::list(linuxPlatform(), index).at(0).status, Status::offline);
-    EXPECT_EQ(IndexCatalog::collectGarbage(linuxPlatform(), index).indexes, 0U);
-    EXPECT_TRUE(fs::exists(saved));
+    expectKeptAsOffline(top.at("index"), saved);
   });
 }
 
-TEST(Catalog, TakesNoIndexForABuild) {
+TEST(Catalog, NeverCollectsAnIndexAsABuild) {
   const TempFolder top;
   const std::string index = top.folder("index");
-  const auto scan = [&](const std::string& root) {
-    return FolderScan(linuxPlatform(), {.root = root, .indexDirectory = index}).run().index;
-  };
   const std::string root = top.folder("notes.sqlite.building");
-  const std::string saved = scan(root);
+  const std::string saved = scan(root, index);
   const std::string journal = top.file("index/a.sqlite.building-1.sqlite-journal", 10);
   const std::string stale = top.file("index/" + fs::path(saved).filename().string() + ".building-1", 40);
   for (const std::string& file : {saved, journal, stale}) {
@@ -210,7 +202,7 @@ TEST(Catalog, TakesNoIndexForABuild) {
   }
   EXPECT_EQ(IndexCatalog::collectGarbage(linuxPlatform(), index).bytes, 40U);
   EXPECT_TRUE(fs::exists(saved));
-  EXPECT_TRUE(fs::exists(journal)) << "without it the index would be taken for whole";
+  EXPECT_TRUE(fs::exists(journal)) << "without it the index would count as whole";
   {
     const ScanStore build(linuxPlatform(), saved);
     EXPECT_TRUE(fs::exists(saved)) << "removed by a scan that may yet be cancelled";
@@ -218,48 +210,86 @@ TEST(Catalog, TakesNoIndexForABuild) {
   EXPECT_EQ(byRoot(IndexCatalog::list(linuxPlatform(), index))[root].status, Status::live);
 }
 
-/// A root that is made again, and its index with it, after a collection has looked for it.
-TEST(Catalog, LooksAgainBeforeItRemoves) {
-  class Files final : public FileService {
+/// A root that is made again, and its index with it, after a collection has checked it.
+TEST(Catalog, ChecksAgainBeforeItRemoves) {
+  class Files final : public LinuxFiles {
    public:
     explicit Files(std::string path) : late(std::move(path)) {}
     std::optional<PathFacts> facts(const std::string& path, std::error_code& error) const override {
-      if (path == late && !std::exchange(looked, true)) {
-        error = std::make_error_code(std::errc::no_such_file_or_directory);
-        return std::nullopt;
-      }
-      return real.facts(path, error);
+      if (path != late || std::exchange(asked, true)) return LinuxFiles::facts(path, error);
+      error = std::make_error_code(std::errc::no_such_file_or_directory);
+      return std::nullopt;
     }
-    std::optional<PathFacts> ownFacts(const std::string& path, std::error_code& error) const override {
-      return real.ownFacts(path, error);
-    }
-    std::optional<std::string> canonical(const std::string& path, std::error_code& error) const override {
-      return real.canonical(path, error);
-    }
-    std::error_code readable(const std::string& folder) const override { return real.readable(folder); }
-    std::vector<std::string> mountPoints() const override { return real.mountPoints(); }
-    void makePrivateFolder(const std::string& path) const override { real.makePrivateFolder(path); }
-    void createPrivateFile(const std::string& path) const override { real.createPrivateFile(path); }
-    void replace(const std::string& from, const std::string& to) const override { real.replace(from, to); }
-    bool remove(const std::string& path) const override { return real.remove(path); }
-    std::vector<FolderItem> list(const std::string& folder) const override { return real.list(folder); }
 
    private:
-    const FileService& real = linuxPlatform().files;
     const std::string late;
-    mutable bool looked = false;
+    mutable bool asked = false;
   };
   const TempFolder top;
-  const std::string index = top.folder("index");
   const std::string root = top.folder("root");
-  const std::string saved = FolderScan(linuxPlatform(), {.root = root, .indexDirectory = index}).run().index;
+  const std::string saved = scan(root, top.folder("index"));
   const Files files(root);
   const Platform platform{linuxPlatform().directories, files, linuxPlatform().threads};
-  EXPECT_EQ(IndexCatalog::collectGarbage(platform, index).indexes, 0U);
+  EXPECT_EQ(IndexCatalog::collectGarbage(platform, top.at("index")).indexes, 0U);
   EXPECT_TRUE(fs::exists(saved));
 }
 
-TEST(Catalog, LeavesNothingOfAnIndexBehind) {
+/// Counts the questions about one folder and all below it, as a volume there would that does not answer.
+class SilentVolume final : public LinuxFiles {
+ public:
+  explicit SilentVolume(std::string path) : volume(std::move(path)) {}
+  std::optional<PathFacts> facts(const std::string& path, std::error_code& error) const override {
+    if (isInside(path, volume)) ++questions;
+    return LinuxFiles::facts(path, error);
+  }
+  std::vector<FolderItem> list(const std::string& folder) const override {
+    ++questions;
+    return LinuxFiles::list(folder);
+  }
+  mutable int questions = 0;
+
+ private:
+  const std::string volume;
+};
+
+TEST(NearestIndex, IsThatOfTheClosestFolderAboveAndAsksAboutNoOtherRoot) {
+  const TempFolder top;
+  const std::string index = top.folder("index");
+  const std::string outer = top.folder("outer");
+  const std::string inner = top.folder("outer/inner");
+  const std::string damaged = top.folder("outer/damaged");
+  const std::string silent = top.folder("silent");
+  for (const std::string& root : {outer, inner, top.folder("outermost"), silent, silent + "/below"}) {
+    (void)saveAt(index, root, "7");
+  }
+  writeBytes(ScanStore::canonicalURL(index, RootPath(damaged)), "no index");
+  fs::copy_file(ScanStore::canonicalURL(index, RootPath(inner)),
+                ScanStore::canonicalURL(index, RootPath(outer + "/copied")));
+  const SilentVolume files(silent);
+  const Platform platform{linuxPlatform().directories, files, linuxPlatform().threads};
+  const auto nearest = [&](const std::string& path) { return IndexCatalog::nearest(platform, index, path); };
+  for (const auto& [path, root, status] :
+       {std::tuple(inner, inner, Status::live), std::tuple(inner + "/a/b", inner, Status::live),
+        std::tuple(outer + "/innermost", outer, Status::live), std::tuple(outer, outer, Status::live),
+        std::tuple(damaged + "/x", damaged, Status::unusable)}) {
+    const std::optional<IndexEntry> found = nearest(path);
+    ASSERT_TRUE(found) << path;
+    EXPECT_EQ(found->root, root) << path;
+    EXPECT_EQ(found->status, status) << path;
+    EXPECT_EQ(found->url, ScanStore::canonicalURL(index, RootPath(root)));
+    EXPECT_EQ(found->scannedAt, status == Status::live ? 7 : 0);
+  }
+  EXPECT_EQ(nearest(outer + "/copied/x")->root, outer) << "no folder is there for the copied index";
+  EXPECT_FALSE(nearest(top.path));
+  EXPECT_FALSE(nearest("/"));
+  EXPECT_EQ(files.questions, 0);
+  (void)saveAt(index, "/", "7");
+  EXPECT_EQ(nearest(top.path)->root, "/");
+  EXPECT_EQ(nearest(silent)->root, silent);
+  EXPECT_GT(files.questions, 0) << "the test would not have seen a question";
+}
+
+TEST(Catalog, CollectsTheLogsOfAnIndexWithIt) {
   const TempFolder top;
   const std::string index = top.folder("index");
   const std::string saved = saveAt(index, top.at("gone"), "1");
@@ -270,7 +300,7 @@ TEST(Catalog, LeavesNothingOfAnIndexBehind) {
   EXPECT_TRUE(fs::is_empty(index));
 }
 
-TEST(Catalog, TakesNoTimeForOneThatNoClockShows) {
+TEST(Catalog, ATimeThatNoClockShowsMakesAnIndexUnusable) {
   const TempFolder top;
   const std::string index = top.folder("index");
   const std::string root = top.folder("root");
@@ -278,7 +308,7 @@ TEST(Catalog, TakesNoTimeForOneThatNoClockShows) {
   for (const char* time : {"1e300", "-1e19", "9.3e18", "inf", "nan"}) {
     RawIndex(saved).exec("UPDATE meta SET value = '" + std::string(time) + "' WHERE key = 'scannedAt'");
     EXPECT_EQ(IndexCatalog::list(linuxPlatform(), index).at(0).status, Status::unusable) << time;
-    EXPECT_THROW((void)ScanStore::load(saved, root, 1), StoreError) << time;
+    EXPECT_THROW((void)ScanStore::load(saved, RootPath(root), 1), StoreError) << time;
   }
 }
 

@@ -1,6 +1,5 @@
-// Loading an index that another connection is changing: whatever the moment, one state of it comes out.
+// Loading an index that another connection is changing: at whatever moment, what loads is one state of it.
 #include <atomic>
-#include <functional>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <thread>
@@ -8,16 +7,17 @@
 #include "store/ScanStore.h"
 #include "support/RawIndex.h"
 #include "support/SampleTree.h"
+#include "support/SqliteHooks.h"
 #include "support/TempFolder.h"
 
 namespace quon::test {
 namespace {
 
-constexpr const char* kRoot = "/sample";
+const RootPath kRoot("/sample");
 
 /// Two folders of two files each.
 std::string saveSmall(const std::string& folder) {
-  SampleTree tree(kRoot);
+  SampleTree tree(kRoot.path());
   for (const char* name : {"a", "b"}) {
     DirNode& node = tree.folder(name);
     tree.file(node, {"x", 1000, 0, 0});
@@ -34,7 +34,7 @@ std::string settingAllTo(int value) {
          "' WHERE key IN ('errorCount', 'elapsedMs'); COMMIT";
 }
 
-/// The one number that every figure of a loaded index holds; fails the test when they hold several.
+/// The one number that every figure of a loaded index is; fails the test when they differ.
 std::uint64_t oneValueOf(const Loaded& loaded) {
   const std::uint64_t value = loaded.result.errorCount;
   EXPECT_EQ(loaded.scanElapsedMs, static_cast<std::int64_t>(value));
@@ -49,56 +49,13 @@ std::uint64_t oneValueOf(const Loaded& loaded) {
   return value;
 }
 
-/// While it lives, calls back before each shared lock that this thread takes on a database file: every moment
-/// at which a reader can meet a writer. A layer over SQLite's own access to files.
-class BeforeSharedLock {
- public:
-  explicit BeforeSharedLock(std::function<void()> callback) {
-    called = std::move(callback);
-    system = sqlite3_vfs_find(nullptr);
-    layer = *system;
-    layer.zName = "before-shared-lock";
-    layer.xOpen = [](sqlite3_vfs* self, sqlite3_filename name, sqlite3_file* file, int flags, int* opened) {
-      const int status = system->xOpen(self, name, file, flags, opened);
-      if (status == SQLITE_OK && (flags & SQLITE_OPEN_MAIN_DB) != 0) {
-        real = file->pMethods;
-        methods = *real;
-        methods.xLock = lock;
-        file->pMethods = &methods;
-      }
-      return status;
-    };
-    sqlite3_vfs_register(&layer, 1);
-    watched = true;
-  }
-  ~BeforeSharedLock() {
-    watched = false;
-    sqlite3_vfs_unregister(&layer);
-    sqlite3_vfs_register(system, 1);
-  }
-  BeforeSharedLock(const BeforeSharedLock&) = delete;
-  BeforeSharedLock& operator=(const BeforeSharedLock&) = delete;
-
- private:
-  static int lock(sqlite3_file* file, int level) {
-    if (watched && level == SQLITE_LOCK_SHARED) called();
-    return real->xLock(file, level);
-  }
-  static inline std::function<void()> called;
-  static inline sqlite3_vfs* system = nullptr;
-  static inline sqlite3_vfs layer{};
-  static inline sqlite3_io_methods methods{};
-  static inline const sqlite3_io_methods* real = nullptr;
-  static inline thread_local bool watched = false;
-};
-
-/// From now on the connection tries again whenever a reader stands in its way, having told so.
-void tellWhenBusy(RawIndex& index, std::atomic<bool>& busy) {
+/// From now on the connection tries again whenever a reader keeps it from committing, and sets `busy`.
+void reportWhenBusy(RawIndex& index, std::atomic<bool>& busy) {
   sqlite3_busy_handler(
       index.raw(),
-      [](void* told, int) {
-        static_cast<std::atomic<bool>*>(told)->store(true);
-        static_cast<std::atomic<bool>*>(told)->notify_all();
+      [](void* flag, int) {
+        static_cast<std::atomic<bool>*>(flag)->store(true);
+        static_cast<std::atomic<bool>*>(flag)->notify_all();
         std::this_thread::yield();
         return 1;
       },
@@ -116,20 +73,20 @@ TEST(ConcurrentLoad, SeesOneStateWheneverAWriterCommits) {
   for (int moment = 1; moment == 1 || locks >= moment - 1; ++moment) {
     ASSERT_LT(moment, 1000);
     std::atomic<bool> commits{false};
-    tellWhenBusy(index, commits);
+    reportWhenBusy(index, commits);
     std::jthread writer;
     locks = 0;
     std::uint64_t found = 0;
     {
-      const BeforeSharedLock hook([&] {
-        if (++locks != moment) return;
+      const SqliteHooks hooks([&](SqliteHooks::Access access) {
+        if (access != SqliteHooks::Access::sharedLock || ++locks != moment) return;
         ++value;
         writer = std::jthread([&] {
           index.exec(settingAllTo(value));
           commits = true;
           commits.notify_all();
         });
-        commits.wait(false);  // it has committed, or stands before it and waits for a reader to leave
+        commits.wait(false);  // it has committed, or waits with its commit for a reader to end
       });
       found = oneValueOf(ScanStore::load(url, kRoot, 1000));
     }
@@ -172,8 +129,8 @@ TEST(ConcurrentLoad, WaitsForAWriterThatWaitsForAnEarlierReader) {
   std::atomic<bool> pending{false};
   const std::jthread writer([&] {
     RawIndex index(url);
-    // Asked when the reader stands in the way of the commit: from then on no new reader is let in.
-    tellWhenBusy(index, pending);
+    // Called when the reader keeps it from committing: from then on no new reader is let in.
+    reportWhenBusy(index, pending);
     index.exec(settingAllTo(2));
   });
   pending.wait(false);

@@ -1,4 +1,4 @@
-// What is asked of an index, held against a model in memory; and taking trashed items out of it.
+// Queries of an index, compared with a model in memory; and removing trashed items from it.
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <map>
@@ -26,7 +26,7 @@ struct ModelFile {
 
 /// A random tree whose names and sizes repeat.
 struct RandomIndex {
-  explicit RandomIndex(std::mt19937_64& random, const std::string& root = "/sample") : tree(root) {
+  RandomIndex(std::mt19937_64& random, const RootPath& root) : tree(root.path()) {
     std::vector<DirNode*> folders{&tree.root()};
     for (int at = 0; at < 60; ++at) {
       folders.push_back(&tree.folder("d" + std::to_string(at), folders[random() % folders.size()]));
@@ -35,7 +35,7 @@ struct RandomIndex {
       DirNode* const folder = folders[random() % folders.size()];
       const FileEntry entry{"n" + std::to_string(random() % 900) + "\xff", random() % 300, random() % 8 * 512,
                             static_cast<std::int64_t>(random() % 100) - 50};
-      const std::string path = joinPath(folder->path(pathPrefix(root)), entry.name);
+      const std::string path = joinPath(folder->path(root.prefix()), entry.name);
       if (!taken.insert(path).second) continue;
       tree.file(*folder, entry);
       files.push_back({path, entry});
@@ -48,7 +48,7 @@ struct RandomIndex {
 
 TEST(Query, AgreesWithAModelInMemory) {
   std::mt19937_64 random(randomSeed());
-  for (const char* root : {"/sample", "/"}) {
+  for (const RootPath& root : {RootPath("/sample"), RootPath("/")}) {
     const TempFolder top;
     const RandomIndex index(random, root);
     const std::string url = index.tree.save(top.path);
@@ -141,7 +141,7 @@ TEST(Query, GoesUpADeepChain) {
   const TempFolder top;
   SampleTree tree;
   DirNode* at = nullptr;
-  std::string deepest = tree.path;
+  std::string deepest = tree.path.path();
   for (int depth = 0; depth < kDepth; ++depth) {
     if (depth % 1000 == 0) tree.file(at == nullptr ? tree.root() : *at, {"on the way", 99, 99, 0});
     at = &tree.folder("c", at);
@@ -161,9 +161,9 @@ TEST(Query, GoesUpADeepChain) {
 }
 
 /// All rows of an index with paths in place of ids.
-std::multiset<std::string> contents(const std::string& url, const std::string& root) {
+std::multiset<std::string> contents(const std::string& url, const RootPath& root) {
   RawIndex index(url);
-  const std::map<std::string, std::string> paths = folderPaths(index, pathPrefix(root));
+  const std::map<std::string, std::string> paths = folderPaths(index, root.prefix());
   std::multiset<std::string> all;
   for (const auto& [id, path] : paths) all.insert("dir " + path);
   for (const char* table : {"files", "links"}) {
@@ -174,9 +174,9 @@ std::multiset<std::string> contents(const std::string& url, const std::string& r
   return all;
 }
 
-TEST(Removal, TakesOutTheItemAndNothingElse) {
+TEST(Removal, RemovesTheItemAndNothingElse) {
   std::mt19937_64 random(randomSeed());
-  for (const char* root : {"/sample", "/"}) {
+  for (const RootPath& root : {RootPath("/sample"), RootPath("/")}) {
     const TempFolder top;
     const RandomIndex index(random, root);
     const std::string url = index.tree.save(top.path);
@@ -191,7 +191,7 @@ TEST(Removal, TakesOutTheItemAndNothingElse) {
       const auto drawn = std::next(expected.begin(), static_cast<std::ptrdiff_t>(random() % expected.size()));
       const std::string path = drawn->substr(drawn->find(' ') + 1);
       const bool isDir = drawn->starts_with("dir ");
-      if (path == pathPrefix(root)) continue;
+      if (path == root.prefix()) continue;
       std::erase_if(expected, [&](const std::string& row) {
         const std::string other = row.substr(row.find(' ') + 1);
         return other == path || (isDir && other.starts_with(path + "/"));
@@ -204,7 +204,7 @@ TEST(Removal, TakesOutTheItemAndNothingElse) {
   }
 }
 
-TEST(Removal, OfWhatTheIndexDoesNotHoldIsRefusedAndChangesNothing) {
+TEST(Removal, OfWhatTheIndexDoesNotContainIsRefusedAndChangesNothing) {
   const TempFolder top;
   SampleTree tree;
   DirNode& folder = tree.folder("d");
@@ -221,7 +221,7 @@ TEST(Removal, OfWhatTheIndexDoesNotHoldIsRefusedAndChangesNothing) {
       ADD_FAILURE() << path;
     } catch (const StoreError& error) {
       EXPECT_EQ(error.kind, StoreError::Kind::missing);
-      EXPECT_EQ(error.message, std::string("the index holds no ") + path);
+      EXPECT_EQ(error.message, std::string("the index does not contain ") + path);
     }
   }
   EXPECT_EQ(readBytes(url), before);

@@ -1,5 +1,5 @@
-// A real, hostile tree is scanned into an index. What comes back is held against the tree of the scan, and
-// the file itself against a second walk with lstat alone.
+// A real, hostile tree is scanned into an index. What loads is compared with the tree of the scan, and the
+// file itself with a second walk with lstat alone.
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <map>
@@ -70,14 +70,15 @@ TEST(RoundTrip, AHostileTreeComesBackAsItWasScanned) {
   const TempFolder top;
   const std::string root = top.folder("tree");
   makeRandomTree(root, random);
-  FolderScan scan(linuxPlatform(), {.root = root, .threads = 4, .indexDirectory = top.at("own/data/index")});
+  FolderScan scan(linuxPlatform(),
+                  {.root = RootPath(root), .threads = 4, .indexDirectory = top.at("own/data/index")});
   const FolderScan::Outcome outcome = scan.run();
   ASSERT_EQ(outcome.notSaved, "");
-  ASSERT_EQ(outcome.index, ScanStore::canonicalURL(top.at("own/data/index"), root));
+  ASSERT_EQ(outcome.index, ScanStore::canonicalURL(top.at("own/data/index"), RootPath(root)));
 
-  const Loaded loaded = ScanStore::load(outcome.index, root, 1048576);
+  const Loaded loaded = ScanStore::load(outcome.index, RootPath(root));
   EXPECT_EQ(differences(*loaded.result.root, *outcome.result.root), "");
-  EXPECT_EQ(inconsistency(loaded, root), "");
+  EXPECT_EQ(inconsistency(loaded, RootPath(root)), "");
   EXPECT_EQ(loaded.result.topFiles, outcome.result.topFiles);
   EXPECT_FALSE(loaded.result.topFiles.empty());
   EXPECT_EQ(loaded.result.errorSamples, outcome.result.errorSamples);
@@ -125,7 +126,7 @@ TEST(RoundTrip, AFolderThatFailedHasItsRowAndNoFiles) {
   asOrdinaryUser([&] {
     (void)top.file("tree/shut/hidden", 10);
     ASSERT_EQ(::chmod(top.at("tree/shut").c_str(), 0), 0);
-    FolderScan scan(linuxPlatform(), {.root = top.at("tree"), .indexDirectory = top.at("index")});
+    FolderScan scan(linuxPlatform(), {.root = RootPath(top.at("tree")), .indexDirectory = top.at("index")});
     const FolderScan::Outcome outcome = scan.run();
     ASSERT_EQ(outcome.notSaved, "");
     RawIndex index(outcome.index);
@@ -133,7 +134,7 @@ TEST(RoundTrip, AFolderThatFailedHasItsRowAndNoFiles) {
               (std::vector<RawIndex::Row>{{"shut", "1"}}));
     EXPECT_EQ(index.value("SELECT COUNT(*) FROM files"), "0");
     EXPECT_EQ(index.value("SELECT value FROM meta WHERE key = 'errorCount'"), "1");
-    const Loaded loaded = ScanStore::load(outcome.index, top.at("tree"), 1);
+    const Loaded loaded = ScanStore::load(outcome.index, RootPath(top.at("tree")), 1);
     EXPECT_EQ(loaded.result.errorSamples, (std::vector<std::string>{top.at("tree/shut")}));
     EXPECT_EQ(differences(*loaded.result.root, *outcome.result.root), "");
     ASSERT_EQ(::chmod(top.at("tree/shut").c_str(), 0700), 0);
@@ -190,7 +191,7 @@ TEST(Schema, IsTheOneThatOtherProgramsRead) {
   EXPECT_EQ(index.rows("SELECT d.name, p.name, l.fileid, l.counted FROM links l JOIN dirs d ON l.dir = d.id "
                        "JOIN dirs p ON d.parent = p.id"),
             (std::vector<RawIndex::Row>{{"b", "a", "-1", "1"}}));
-  EXPECT_EQ(folderPaths(index, tree.path).size(), 3U);
+  EXPECT_EQ(folderPaths(index, tree.path.path()).size(), 3U);
 
   const Loaded loaded = ScanStore::load(url, tree.path, 1);
   EXPECT_EQ(loaded.result.topFiles, figures.topFiles);
@@ -203,11 +204,11 @@ TEST(Schema, IsTheOneThatOtherProgramsRead) {
   EXPECT_EQ(loaded.rootDev, 4294967295U);
 }
 
-TEST(IndexName, TellsRootsApartAndFitsTheFileSystem) {
-  EXPECT_EQ(ScanStore::canonicalURL("/i", "/"),
-            "/i/root-8a5edab282632443219e051e4ade2d1d5bbc671c781051bf1437897cbdfea0f1.sqlite");
-  EXPECT_EQ(ScanStore::canonicalURL("/i", "/home/x"), "/i/x-" + sha256Hex("/home/x") + ".sqlite");
-  EXPECT_NE(ScanStore::canonicalURL("/i", "/a/x"), ScanStore::canonicalURL("/i", "/b/x"));
+TEST(IndexName, DiffersBetweenRootsAndFitsTheFileSystem) {
+  const auto urlOf = [](const char* root) { return ScanStore::canonicalURL("/i", RootPath(root)); };
+  EXPECT_EQ(urlOf("/"), "/i/root-8a5edab282632443219e051e4ade2d1d5bbc671c781051bf1437897cbdfea0f1.sqlite");
+  EXPECT_EQ(urlOf("/home/x"), "/i/x-" + sha256Hex("/home/x") + ".sqlite");
+  EXPECT_NE(urlOf("/a/x"), urlOf("/b/x"));
 
   const TempFolder top;
   const std::string prefix = "/p/" + std::string(254, 'n');
@@ -217,7 +218,7 @@ TEST(IndexName, TellsRootsApartAndFitsTheFileSystem) {
         "/p/" + std::string(255, '\xc3'), std::string("/p/a?mode=ro#x%00")}) {
     const std::string url = SampleTree(root).save(top.path);
     EXPECT_TRUE(urls.insert(url).second);
-    EXPECT_EQ(ScanStore::load(url, root, 0).result.root->name, root);
+    EXPECT_EQ(ScanStore::load(url, RootPath(root), 0).result.root->name, root);
   }
   EXPECT_EQ(std::distance(fs::directory_iterator(top.path), fs::directory_iterator()), 6);
 }

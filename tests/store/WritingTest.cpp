@@ -1,5 +1,5 @@
-// How an index comes into being or does not: with many producers, cancelled, on a full disk, beside what
-// killed programs have left.
+// How an index is made, or not: with many producers, cancelled, on a full disk, beside what killed programs
+// left.
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -24,6 +24,7 @@
 #include "store/ScanStore.h"
 #include "store/StoreError.h"
 #include "support/ChildProcess.h"
+#include "support/HookedDirectories.h"
 #include "support/IndexComparison.h"
 #include "support/RawIndex.h"
 #include "support/SampleTree.h"
@@ -46,8 +47,8 @@ std::vector<std::string> namesIn(const std::string& folder) {
 const std::vector<std::string> kNothing;
 
 /// One folder of so many files, whose sizes count up from 1.
-SampleTree treeOf(int files, std::string root = "/sample") {
-  SampleTree tree(std::move(root));
+SampleTree treeOf(int files) {
+  SampleTree tree;
   for (int at = 1; at <= files; ++at) {
     tree.file(tree.root(), {"file" + std::to_string(at), static_cast<std::uint64_t>(at), 512, at});
   }
@@ -125,7 +126,7 @@ TEST(Writing, ManyProducersWaitForASlowWriterAndLoseNothing) {
       }
     });
   }
-  // Every producer now fills the queue or waits at its end, for the writer has not begun.
+  // Every producer now fills the queue or waits at its end: the writer has not begun.
   for (std::size_t seen = recorded; seen < kMostWaiting; seen = recorded) recorded.wait(seen);
   EXPECT_EQ(recorded, kMostWaiting) << "the queue is bounded";
   threads.opening.set_value();
@@ -162,99 +163,103 @@ TEST(Writing, AnAbortFreesTheProducersThatWait) {
   EXPECT_EQ(namesIn(top.path), kNothing);
 }
 
+/// The index of a folder, seen through these services.
+FolderScan scanOf(const std::string& root, const std::string& index,
+                  const Platform& platform = linuxPlatform()) {
+  return {platform, {.root = RootPath(root), .indexDirectory = index}};
+}
+
 TEST(Interrupt, MakesFinishFailAndLeavesNothing) {
   const TempFolder top;
   for (const int files : {1, 200000}) {
     const SampleTree tree = treeOf(files);
     ScanStore store(linuxPlatform(), ScanStore::canonicalURL(top.path, tree.path));
     tree.record(store);
-    std::thread other([&] { store.interrupt(); });
-    other.join();
+    std::thread(&ScanStore::interrupt, &store).join();
     EXPECT_THROW(store.finish(tree.path, 1, figuresOf(tree), 0, 0), StoreError) << files << " files";
     EXPECT_EQ(namesIn(top.path), kNothing);
   }
 }
 
-TEST(Interrupt, OfAScanLeavesEitherAResultOrNothing) {
+/// Scans cancelled at each of their moments: as each folder is opened, when all rows are written, and when
+/// the index is in place.
+class CancelledScan : public testing::Test {
+ protected:
+  static constexpr int kFolders = 50;
+
+  CancelledScan() {
+    for (int at = 0; at < kFolders; ++at) (void)top.file("tree/" + std::to_string(at) + "/x", 1);
+    earlier = scanOf(root, index).run().index;
+    before = readBytes(earlier);
+    (void)top.file("tree/new", 1);
+  }
+
+  void expectCancelled(const FolderScan::Outcome& outcome, const std::string& moment) const {
+    EXPECT_TRUE(outcome.cancelled) << moment;
+    EXPECT_EQ(outcome.index, "") << moment;
+    EXPECT_EQ(namesIn(index), std::vector<std::string>{fs::path(earlier).filename()}) << moment;
+    EXPECT_EQ(readBytes(earlier), before) << moment;
+  }
+
   const TempFolder top;
-  for (int at = 0; at < 50; ++at) (void)top.file("tree/" + std::to_string(at) + "/x", 1);
+  const std::string root = top.folder("tree");
   const std::string index = top.folder("index");
-  for (int round = 0; round <= 51; ++round) {
-    FolderScan scan(linuxPlatform(), {.root = top.at("tree"), .threads = 2, .indexDirectory = index});
-    std::thread other([&] {
-      while (scan.progress().dirs < static_cast<std::uint64_t>(round)) std::this_thread::yield();
-      scan.cancel();
+  std::string earlier;
+  std::string before;
+  std::atomic<FolderScan*> running{nullptr};
+};
+
+TEST_F(CancelledScan, KeepsTheEarlierIndexWhicheverFolderItReached) {
+  for (int last = 1; last <= kFolders + 1; ++last) {
+    std::atomic<int> opened{0};
+    const HookedDirectories directories(linuxPlatform().directories, [&](const std::string&) {
+      if (++opened == last) running.load()->cancel();
     });
-    const FolderScan::Outcome outcome = scan.run();
-    other.join();
-    if (outcome.cancelled) {
-      EXPECT_EQ(outcome.index, "");
-      EXPECT_EQ(namesIn(index), kNothing);
-    } else {
-      EXPECT_EQ(ScanStore::load(outcome.index, top.at("tree"), 1).result.root->totalDirs, 50U);
-      fs::remove(outcome.index);
-    }
+    FolderScan scan = scanOf(root, index, {directories, linuxPlatform().files, linuxPlatform().threads});
+    running = &scan;
+    expectCancelled(scan.run(), "folder " + std::to_string(last));
+    EXPECT_GE(opened, last);
   }
 }
 
-/// The system's files, but for a call when an index has been moved into place.
-class WatchedFiles final : public LinuxFiles {
- public:
-  explicit WatchedFiles(std::function<void()> callback) : afterMove(std::move(callback)) {}
-
-  void replace(const std::string& from, const std::string& to) const override {
-    LinuxFiles::replace(from, to);
-    afterMove();
-  }
-
- private:
-  const std::function<void()> afterMove;
-};
-
-TEST(Interrupt, OfAScanBeforeItsIndexStandsCancelsIt) {
-  const TempFolder top;
-  (void)top.file("tree/x", 1);
-  std::atomic<FolderScan*> running{nullptr};
+TEST_F(CancelledScan, KeepsTheEarlierIndexWhenItsRowsAreWritten) {
   GatedThreads threads(linuxPlatform());
   threads.opening.set_value();
   threads.afterWriter = [&] { running.load()->cancel(); };
-  const Platform platform{linuxPlatform().directories, linuxPlatform().files, threads};
-  FolderScan scan(platform, {.root = top.at("tree"), .indexDirectory = top.folder("index")});
+  FolderScan scan = scanOf(root, index, {linuxPlatform().directories, linuxPlatform().files, threads});
   running = &scan;
-  const FolderScan::Outcome outcome = scan.run();
-  EXPECT_TRUE(outcome.cancelled);
-  EXPECT_EQ(outcome.index, "");
-  EXPECT_EQ(namesIn(top.at("index")), kNothing);
+  expectCancelled(scan.run(), "rows written");
 }
 
-TEST(Interrupt, OfAScanWhoseIndexStandsComesTooLate) {
-  const TempFolder top;
-  (void)top.file("tree/x", 1);
-  std::atomic<FolderScan*> running{nullptr};
-  const WatchedFiles files([&] { running.load()->cancel(); });
-  const Platform platform{linuxPlatform().directories, files, linuxPlatform().threads};
-  FolderScan scan(platform, {.root = top.at("tree"), .indexDirectory = top.folder("index")});
+TEST_F(CancelledScan, IsNotCancelledOnceItsIndexIsInPlace) {
+  class Files final : public LinuxFiles {
+   public:
+    explicit Files(const std::atomic<FolderScan*>& running) : scan(running) {}
+    void replace(const std::string& from, const std::string& to) const override {
+      LinuxFiles::replace(from, to);
+      scan.load()->cancel();
+    }
+
+   private:
+    const std::atomic<FolderScan*>& scan;
+  };
+  const Files files(running);
+  FolderScan scan = scanOf(root, index, {linuxPlatform().directories, files, linuxPlatform().threads});
   running = &scan;
   const FolderScan::Outcome outcome = scan.run();
   EXPECT_FALSE(outcome.cancelled);
   EXPECT_EQ(outcome.notSaved, "");
-  EXPECT_EQ(ScanStore::load(outcome.index, top.at("tree"), 1).result.root->totalFiles, 1U);
+  EXPECT_EQ(ScanStore::load(outcome.index, RootPath(root)).result.root->totalFiles, kFolders + 1U);
 }
 
-/// What a new build does to an earlier index when it fails within `body`, which ends in a state that fails
-/// it.
+/// A scan after `fault`, which makes it fail, keeps the index of the one before.
 void expectEarlierSurvives(const std::string& top, const std::string& reason,
-                           const std::function<void()>& body) {
-  const std::string root = top + "/tree";
-  const auto scanned = [&] {
-    FolderScan scan(linuxPlatform(), {.root = root, .indexDirectory = top + "/index"});
-    return scan.run();
-  };
-  const FolderScan::Outcome earlier = scanned();
+                           const std::function<void()>& fault) {
+  const FolderScan::Outcome earlier = scanOf(top + "/tree", top + "/index").run();
   ASSERT_EQ(earlier.notSaved, "");
   const std::string bytes = readBytes(earlier.index);
-  body();
-  const FolderScan::Outcome failed = scanned();
+  fault();
+  const FolderScan::Outcome failed = scanOf(top + "/tree", top + "/index").run();
   EXPECT_EQ(failed.index, "");
   EXPECT_THAT(failed.notSaved, HasSubstr(reason));
   EXPECT_FALSE(failed.cancelled);
@@ -263,9 +268,13 @@ void expectEarlierSurvives(const std::string& top, const std::string& reason,
   EXPECT_EQ(namesIn(top + "/index").size(), 1U) << "nothing else is left";
 }
 
-TEST(Failure, OfAFullDiskIsToldAndKeepsTheEarlierIndex) {
-  const TempFolder top;
+void fillTree(const TempFolder& top) {
   for (int at = 0; at < 2000; ++at) (void)top.file("tree/" + std::string(200, 'n') + std::to_string(at), 0);
+}
+
+TEST(Failure, OfAFullDiskIsReportedAndKeepsTheEarlierIndex) {
+  const TempFolder top;
+  fillTree(top);
   const std::string index = top.folder("index");
   inPrivateMounts([&] {
     ASSERT_EQ(::mount("tmpfs", index.c_str(), "tmpfs", 0, "size=2m,mode=0700"), 0);
@@ -279,9 +288,9 @@ TEST(Failure, OfAFullDiskIsToldAndKeepsTheEarlierIndex) {
   });
 }
 
-TEST(Failure, OfAWriteIsToldAndKeepsTheEarlierIndex) {
+TEST(Failure, OfAWriteIsReportedAndKeepsTheEarlierIndex) {
   const TempFolder top;
-  for (int at = 0; at < 2000; ++at) (void)top.file("tree/" + std::string(200, 'n') + std::to_string(at), 0);
+  fillTree(top);
   inChild([&] {
     expectEarlierSurvives(top.path, "sqlite: ", [] {
       std::signal(SIGXFSZ, SIG_IGN);
@@ -291,7 +300,7 @@ TEST(Failure, OfAWriteIsToldAndKeepsTheEarlierIndex) {
   });
 }
 
-TEST(Failure, OfAFolderThatCannotBeWrittenIsToldAndKeepsTheEarlierIndex) {
+TEST(Failure, OfAFolderThatCannotBeWrittenIsReportedAndKeepsTheEarlierIndex) {
   const TempFolder top;
   ASSERT_EQ(::chmod(top.path.c_str(), 0777), 0);
   asOrdinaryUser([&] {
@@ -315,8 +324,8 @@ TEST(Failure, OfTheMoveIntoPlaceLeavesNoBuild) {
 
 TEST(StaleBuilds, AreSweptAfterAnHourAndOnlyThoseOfTheSameIndex) {
   const TempFolder top;
-  const std::string own = ScanStore::canonicalURL("", "/x").substr(1);
-  const std::string other = ScanStore::canonicalURL("", "/y").substr(1);
+  const std::string own = ScanStore::canonicalURL("", RootPath("/x")).substr(1);
+  const std::string other = ScanStore::canonicalURL("", RootPath("/y")).substr(1);
   const std::int64_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
   const auto leave = [&](const std::string& name, std::int64_t age) {
     const std::array<timespec, 2> times{{{now - age, 0}, {now - age, 0}}};
@@ -328,31 +337,22 @@ TEST(StaleBuilds, AreSweptAfterAnHourAndOnlyThoseOfTheSameIndex) {
   leave(own + ".building-of the future", -7200);
   leave(other + ".building-old", 90000);
   leave(own, 90000);
-  ScanStore store(linuxPlatform(), top.at(own));
-  store.abort();
+  ScanStore(linuxPlatform(), top.at(own)).abort();
   std::vector<std::string> expected{own, own + ".building-young", own + ".building-of the future",
                                     other + ".building-old"};
   std::ranges::sort(expected);
   EXPECT_EQ(namesIn(top.path), expected);
 }
 
-/// Changes the index in a child that is killed when its changes stand in the file and the way back beside it.
+/// Changes the index in a child that is killed while its changes are in the file and the journal beside it.
 void killWhileChanging(const std::string& url, const std::string& script) {
-  std::array<int, 2> told{};
-  ASSERT_EQ(::pipe(told.data()), 0);
   const pid_t child = ::fork();
   ASSERT_GE(child, 0);
   if (child == 0) {
     RawIndex index(url);
     index.exec(script);
-    if (::write(told[1], "x", 1) == 1) ::pause();
-    ::_exit(1);
+    ::raise(SIGKILL);
   }
-  ::close(told[1]);
-  char byte = 0;
-  EXPECT_EQ(::read(told[0], &byte, 1), 1);
-  ::close(told[0]);
-  ASSERT_EQ(::kill(child, SIGKILL), 0);
   int status = 0;
   ASSERT_EQ(::waitpid(child, &status, 0), child);
   ASSERT_TRUE(WIFSIGNALED(status));
@@ -366,7 +366,7 @@ TEST_P(Leftover, OfAKilledWriterDoesNotReachTheNewIndex) {
     const TempFolder top;
     const std::string url = treeOf(20000).save(top.path);
     killWhileChanging(url, script);
-    ASSERT_GT(fs::file_size(url + suffix), 4096U) << "there is no way back to be followed by mistake";
+    ASSERT_GT(fs::file_size(url + suffix), 4096U) << "nothing is left that could be applied to the new index";
     if (oldIndexIsGone) fs::remove(url);
     const SampleTree tree = treeOf(20001);
     ASSERT_EQ(tree.save(top.path), url);
@@ -383,7 +383,7 @@ TEST_P(Leftover, OfAKilledWriterIsSettledByReading) {
   const std::string url = tree.save(top.path);
   killWhileChanging(url, script);
   const Loaded loaded = ScanStore::load(url, tree.path, ~0ULL);
-  // The journal's transaction had not been committed, that of the log had.
+  // The journal's transaction was not committed, that of the log was.
   const std::uint64_t added = suffix == std::string("-wal") ? 20000 : 0;
   EXPECT_EQ(loaded.result.root->totalLogical, tree.root().totalLogical + added);
 }

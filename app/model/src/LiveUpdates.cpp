@@ -1,6 +1,5 @@
 #include "model/LiveUpdates.h"
 
-#include <set>
 #include <utility>
 #include <variant>
 
@@ -49,11 +48,11 @@ void LiveUpdates::startLiveWatch(std::uint64_t sinceEventId, std::uint32_t rootD
           },
           state.services.steadyClock},
       LiveWatcher::Options{
-          .root = result.root,
-          .rootPath = tree->root.path(),
-          .indexURL = tree->indexURL,
-          .rootDev = rootDev,
-          .skipPaths = std::set<std::string>(result.skippedProtected.begin(), result.skippedProtected.end()),
+          .index = {.root = tree->root,
+                    .indexURL = tree->indexURL,
+                    .rootDev = rootDev,
+                    .skipPaths = {result.skippedProtected.begin(), result.skippedProtected.end()}},
+          .tree = result.root,
           .topFiles = result.topFiles,
           .sinceEventId = sinceEventId});
 }

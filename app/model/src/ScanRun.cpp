@@ -18,7 +18,6 @@ namespace quon {
 namespace {
 
 constexpr std::size_t kStackBytes = std::size_t{4} * 1024 * 1024;
-constexpr std::size_t kMostChanges = 20000;
 
 std::set<std::string> protectedFolders(const std::string& home) {
   return {home + "/Library/Containers", home + "/Library/Group Containers"};
@@ -58,7 +57,7 @@ void ScanSession::Run::work(const std::function<void(Step)>& onStep, Finished& f
   // The walk follows no links, so those that lead to the root are resolved; a root that is one is refused.
   finished.root = RootPath(withoutLinksAbove(files, request.path));
   Step step{.kind = Step::Kind::loading, .root = finished.root, .notLoaded = {}};
-  const std::string url = ScanStore::canonicalURL(services.folders.index(), finished.root.path());
+  const std::string url = ScanStore::canonicalURL(services.folders.index(), finished.root);
   std::error_code absent;
   if (purpose != Purpose::scan && files.facts(url, absent)) {
     onStep(step);
@@ -83,8 +82,7 @@ void ScanSession::Run::work(const std::function<void(Step)>& onStep, Finished& f
 }
 
 void ScanSession::Run::load(Finished& finished, const std::string& url) {
-  const std::string& root = finished.root.path();
-  Loaded loaded = ScanStore::load(url, root, minKeep);
+  Loaded loaded = ScanStore::load(url, finished.root);
   finished.outcome = {
       .elapsedMs = loaded.scanElapsedMs, .index = url, .wasLoaded = true, .message = "index loaded"};
   finished.trueAt = static_cast<std::int64_t>(loaded.scannedAt);
@@ -93,11 +91,9 @@ void ScanSession::Run::load(Finished& finished, const std::string& url) {
   if (request.options.catchUp) {
     const std::vector<std::string>& skipped = loaded.result.skippedProtected;
     auto [result, outcome] = Refresh::catchUp(services.platform, services.events, loaded,
-                                              {.rootPath = root,
-                                               .indexURL = url,
-                                               .minKeep = minKeep,
-                                               .skipPaths = std::set<std::string>(skipped.begin(), skipped.end()),
-                                               .maxChanges = kMostChanges,
+                                              {.index = {.root = finished.root,
+                                                         .indexURL = url,
+                                                         .skipPaths = {skipped.begin(), skipped.end()}},
                                                .cancel = &catchUp});
     const std::int64_t changed = outcome.refreshedDirs + outcome.walkedSubtrees + outcome.removedSubtrees;
     finished.outcome.message =
@@ -114,7 +110,7 @@ void ScanSession::Run::load(Finished& finished, const std::string& url) {
 }
 
 void ScanSession::Run::scan(Finished& finished, bool hasFullDiskAccess) {
-  FolderScan::Options options{.root = finished.root.path(),
+  FolderScan::Options options{.root = finished.root,
                               .threads = request.options.threads,
                               .oneFileSystem = request.options.oneFileSystem,
                               .saveIndex = request.options.saveIndex,

@@ -15,6 +15,13 @@ namespace quon {
 /// What follows the last slash: the whole path when it has none, "/" for "/".
 [[nodiscard]] std::string_view lastComponent(std::string_view path);
 
+/// What stands before the last slash: "/" for "/" and for what lies directly in it, "" without a slash.
+[[nodiscard]] std::string_view parentPath(std::string_view path);
+
+/// Takes the first component off the front of `path`, with the slashes before it, and returns it; "" when
+/// none is left.
+[[nodiscard]] std::string_view takeComponent(std::string_view& path);
+
 /// "/" stays "/".
 [[nodiscard]] std::string withoutTrailingSlashes(std::string_view path);
 

@@ -1,8 +1,8 @@
 // Preparing a batch.
 //
 // Changed folders are handled in the order of their paths, so that a parent comes before what lies below it.
-// A folder is read in place (one listing, compared with the children that the index knows), walked anew (a
-// deep mark, or a child that the index does not know), or removed. Subtrees walked or removed are covered:
+// A folder is read in place (one listing, compared with the children in the index), walked again (a deep
+// change, or a child that is not in the index), or removed. Subtrees walked or removed are covered:
 // later changes below them are part of them.
 //
 // Reading one folder can call for another: a child whose modification time is not the stored one; the folder
@@ -20,12 +20,7 @@
 namespace quon::Refresh {
 namespace {
 
-std::string parentOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
-}
-
-/// What opening says of a path that no longer leads to a folder.
+/// True for the error of opening a path that no longer leads to a folder.
 bool meansGone(const std::error_code& refusal) {
   return refusal == std::errc::no_such_file_or_directory || refusal == std::errc::not_a_directory ||
          refusal == std::errc::too_many_symbolic_link_levels;
@@ -33,51 +28,51 @@ bool meansGone(const std::error_code& refusal) {
 
 }  // namespace
 
-BatchBuilder::BatchBuilder(const Platform& services, ScanPatcher& index, const Scope& about)
-    : platform(services), patcher(index), scope(about) {}
+BatchBuilder::BatchBuilder(const Platform& services, ScanPatcher& patching, const IndexedRoot& about)
+    : platform(services), patcher(patching), index(about) {}
 
 Batch BatchBuilder::build(const Changes& changes) {
   todo = changes;
   LinkResolver links(*this);
   do {
     while (!todo.empty()) {
-      const auto [path, deep] = *todo.begin();
+      const auto [path, depth] = *todo.begin();
       todo.erase(todo.begin());
-      handle(path, deep);
+      handle(path, depth);
     }
-    links.settle();  // may want more folders
+    links.settle();  // may add folders
   } while (!todo.empty());
   links.decide();
   return assemble();
 }
 
-void BatchBuilder::handle(std::string path, bool deep) {
+void BatchBuilder::handle(std::string path, Depth depth) {
   if (isCovered(path)) return;
   std::optional<std::int64_t> id = patcher.dirId(path);
   if (!id) {
-    // A folder that the index does not know is found by listing the nearest one above that it does.
-    deep = false;
-    while (!id && path != scope.rootPath) {
-      path = parentOf(path);
+    // A folder that is not in the index is found by listing the nearest one above it that is.
+    depth = Depth::shallow;
+    while (!id && path != index.root.path()) {
+      path.resize(parentPath(path).size());
       id = patcher.dirId(path);
     }
     if (!id || isCovered(path)) return;
   }
-  if (handled.insert(path).second) handleKnown(path, *id, deep);
+  if (handled.insert(path).second) handleKnown(path, *id, depth);
 }
 
-void BatchBuilder::handleKnown(const std::string& path, std::int64_t id, bool deep) {
+void BatchBuilder::handleKnown(const std::string& path, std::int64_t id, Depth depth) {
   DirListing listing =
-      DirListing::read(platform, std::string(pathPrefix(path)), scope.rootDev, /*oneFileSystem=*/true);
-  const bool isRoot = path == scope.rootPath;
-  const bool elsewhere = !listing.refusal && listing.self.device != scope.rootDev;
-  if (meansGone(listing.refusal) || elsewhere || scope.skipPaths.contains(path)) {
+      DirListing::read(platform, std::string(pathPrefix(path)), index.rootDev, /*oneFileSystem=*/true);
+  const bool isRoot = path == index.root.path();
+  const bool elsewhere = !listing.refusal && listing.self.device != index.rootDev;
+  if (meansGone(listing.refusal) || elsewhere || index.skipPaths.contains(path)) {
     if (isRoot) throw Failure::deviceChanged();
     remove(path, id);
-    want(parentOf(path));
+    want(std::string(parentPath(path)));
     return;
   }
-  if (deep && !isRoot) {
+  if (depth == Depth::deep && !isRoot) {
     releaseLinksUnder(id);
     cover(path);
     deepWalks.insert(path);
@@ -104,10 +99,10 @@ void BatchBuilder::compareChildren(ListedFolder& folder) {
   const std::string prefix(pathPrefix(folder.path));
   std::map<std::string, StoredDir> gone;
   for (StoredDir& child : patcher.children(folder.id)) gone.emplace(child.name, child);
-  std::set<std::string> met;
+  std::set<std::string> seen;
   for (const DirListing::Subdir& child : folder.listing.subdirs) {
     const std::string path = joinPath(prefix, child.name);
-    if (scope.skipPaths.contains(path) || !met.insert(child.name).second) continue;
+    if (index.skipPaths.contains(path) || !seen.insert(child.name).second) continue;
     const auto known = gone.find(child.name);
     if (known == gone.end()) {
       if (isCovered(path)) continue;
@@ -129,7 +124,7 @@ void BatchBuilder::compareChildren(ListedFolder& folder) {
 }
 
 void BatchBuilder::walk(const std::string& path) {
-  WalkedSubtree subtree = walkSubtree(platform, path, scope, batch.listings);
+  WalkedSubtree subtree = walkSubtree(platform, path, index, batch.listings);
   if (const auto before = walked.find(path); before != walked.end()) {
     superseded.push_back(before->second.node);
     walked.erase(before);
@@ -164,17 +159,15 @@ void BatchBuilder::cover(const std::string& path) {
 }
 
 void BatchBuilder::want(const std::string& path) {
-  if (!handled.contains(path) && !isCovered(path)) todo.emplace(path, false);
+  if (!handled.contains(path) && !isCovered(path)) todo.emplace(path, Depth::shallow);
 }
 
 bool BatchBuilder::isCovered(const std::string& path) const {
   if (covered.empty()) return false;
-  for (std::string_view at = path;;) {
-    if (covered.contains(std::string(at))) return true;
-    const std::size_t slash = at.rfind('/');
-    if (slash == std::string_view::npos || slash == 0) return false;
-    at = at.substr(0, slash);
+  for (std::string_view at = path; at.size() > 1; at = parentPath(at)) {
+    if (covered.contains(at)) return true;
   }
+  return false;
 }
 
 Batch BatchBuilder::assemble() {
@@ -205,8 +198,9 @@ Batch BatchBuilder::assemble() {
   return std::move(batch);
 }
 
-Batch prepare(const Platform& platform, const Changes& changes, ScanPatcher& patcher, const Scope& scope) {
-  return BatchBuilder(platform, patcher, scope).build(changes);
+Batch prepare(const Platform& platform, const Changes& changes, ScanPatcher& patcher,
+              const IndexedRoot& index) {
+  return BatchBuilder(platform, patcher, index).build(changes);
 }
 
 std::vector<std::string> Batch::changedDirs() const {

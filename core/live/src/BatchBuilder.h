@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -18,20 +19,20 @@ struct ListedFolder {
   std::int64_t id = 0;
   DirListing listing;
   std::vector<Batch::Op::Child> children;
-  std::vector<LinkSighting> formerLinks;  ///< what the registry held of it
+  std::vector<LinkSighting> formerLinks;  ///< its rows in the registry
 };
 
 /// Reads what changed from the disk. See the .cpp for how. Serves one batch. Threads: confined to one.
 class BatchBuilder {
  public:
-  BatchBuilder(const Platform& services, ScanPatcher& index, const Scope& about);
+  BatchBuilder(const Platform& services, ScanPatcher& patching, const IndexedRoot& about);
   [[nodiscard]] Batch build(const Changes& changes);
 
  private:
   friend class LinkResolver;
 
-  void handle(std::string path, bool deep);
-  void handleKnown(const std::string& path, std::int64_t id, bool deep);
+  void handle(std::string path, Depth depth);
+  void handleKnown(const std::string& path, std::int64_t id, Depth depth);
   void refresh(const std::string& path, std::int64_t id, DirListing listing);
   void compareChildren(ListedFolder& folder);
   void walk(const std::string& path);
@@ -39,17 +40,18 @@ class BatchBuilder {
   void cover(const std::string& path);
   /// Hands the links below a folder that goes to the resolver.
   void releaseLinksUnder(std::int64_t id);
+  /// Adds the folder to those that are still to be read.
   void want(const std::string& path);
   [[nodiscard]] bool isCovered(const std::string& path) const;
   [[nodiscard]] Batch assemble();
 
   const Platform& platform;
   ScanPatcher& patcher;
-  const Scope& scope;
+  const IndexedRoot& index;
 
   Changes todo;
   std::set<std::string> handled;
-  std::set<std::string> covered;  ///< subtrees walked or removed as a whole
+  std::set<std::string, std::less<>> covered;  ///< subtrees walked or removed as a whole
 
   enum class Step { listed, walked, removed };
   struct Done {
@@ -62,7 +64,7 @@ class BatchBuilder {
   /// Nodes of walks that a later one took in. Listings are found by the addresses of nodes: as long as any is
   /// added, no node may be freed and its address used again.
   std::vector<RefPtr<DirNode>> superseded;
-  std::set<std::string> deepWalks;        ///< those of `walked` that replace a folder the index holds
+  std::set<std::string> deepWalks;        ///< those of `walked` that replace a folder of the index
   std::set<std::uint64_t> releasedLinks;  ///< files that may have lost a sighting
   Batch batch;
 };

@@ -1,7 +1,9 @@
 #include <algorithm>
+#include <functional>
 #include <set>
 
 #include "base/Path.h"
+#include "base/Text.h"
 #include "live/Refresh.h"
 #include "scan/TopHeap.h"
 #include "store/StoreError.h"
@@ -14,13 +16,8 @@ using Kind = Batch::Op::Kind;
 /// The row of a folder that the batch was prepared from.
 std::int64_t idOf(ScanPatcher& patcher, const std::string& path) {
   const std::optional<std::int64_t> id = patcher.dirId(path);
-  if (!id) throw StoreError::incompatible("the index lost a folder while it was patched");
+  if (!id) throw StoreError::incompatible("the index no longer contains " + displayText(path));
   return *id;
-}
-
-std::string parentOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  return slash == 0 ? "/" : path.substr(0, slash);
 }
 
 void writeRefresh(const Batch& batch, const Batch::Op& op, ScanPatcher& patcher) {
@@ -42,7 +39,7 @@ void writeOp(const Batch& batch, const Batch::Op& op, ScanPatcher& patcher) {
       writeRefresh(batch, op, patcher);
       break;
     case Kind::deep: {
-      const std::int64_t parent = idOf(patcher, parentOf(op.path));
+      const std::int64_t parent = idOf(patcher, std::string(parentPath(op.path)));
       patcher.deleteSubtree(idOf(patcher, op.path), op.path);
       patcher.insertSubtree(parent, *op.node, batch.listings);
       break;
@@ -108,12 +105,13 @@ void commitStore(const Batch& batch, ScanPatcher& patcher) {
 std::vector<TopFile> patchTop(std::vector<TopFile> topFiles, const Batch& batch, std::uint64_t minKeep,
                               std::size_t capacity) {
   const std::vector<std::string> changed = batch.changedDirs();
-  const std::set<std::string> changedDirs(changed.begin(), changed.end());
+  const std::set<std::string, std::less<>> changedDirs(changed.begin(), changed.end());
   const std::vector<std::string> replaced = batch.replacedPrefixes();
-  const std::set<std::string> prefixes(replaced.begin(), replaced.end());
+  const std::set<std::string, std::less<>> prefixes(replaced.begin(), replaced.end());
   const auto isReplaced = [&](const TopFile& file) {
-    if (changedDirs.contains(parentOf(file.path))) return true;
-    for (std::string at = parentOf(file.path); !prefixes.empty() && at.size() > 1; at = parentOf(at)) {
+    std::string_view at = parentPath(file.path);
+    if (changedDirs.contains(at)) return true;
+    for (; !prefixes.empty() && at.size() > 1; at = parentPath(at)) {
       if (prefixes.contains(at)) return true;
     }
     return false;

@@ -1,17 +1,18 @@
 #include <chrono>
-#include <condition_variable>
 #include <fmt/format.h>
 #include <optional>
 
+#include "LostTrack.h"
+#include "base/Clock.h"
 #include "base/Mutex.h"
 #include "base/Path.h"
+#include "base/Text.h"
 #include "base/ThreadQueue.h"
 #include "live/Refresh.h"
 #include "platform/Events.h"
 #include "platform/Files.h"
 #include "scan/KeptFiles.h"
 #include "scan/TopHeap.h"
-#include "scan/Walker.h"
 #include "store/ScanStore.h"
 
 namespace quon::Refresh {
@@ -27,7 +28,7 @@ class HistoryCollector {
       if ((event.flags & EventFlag::historyDone) != 0) {
         done = true;
       } else if ((event.flags & EventFlag::lostTrack) != 0) {
-        dropped = fmt::format("journal flags 0x{:X}", event.flags);
+        dropped = fmt::format("{} (journal flags 0x{:X})", lostTrackReason(event.flags), event.flags);
         done = true;
       } else {
         paths.push_back(event);
@@ -83,10 +84,10 @@ std::vector<FolderEvent> changedPaths(EventService& events, const std::string& r
   return collector.result();
 }
 
-void checkDevice(const Platform& platform, const Loaded& loaded, const std::string& rootPath) {
+void checkDevice(const Platform& platform, const IndexedRoot& index) {
   std::error_code gone;
-  const auto facts = platform.files.facts(rootPath, gone);
-  if (!facts || loaded.rootDev == 0 || facts->device != loaded.rootDev) throw Failure::deviceChanged();
+  const auto facts = platform.files.facts(index.root.path(), gone);
+  if (!facts || index.rootDev == 0 || facts->device != index.rootDev) throw Failure::deviceChanged();
 }
 
 std::vector<TopFile> topFilesOf(const RefPtr<DirNode>& root, std::string_view rootPath) {
@@ -104,10 +105,6 @@ std::vector<TopFile> topFilesOf(const RefPtr<DirNode>& root, std::string_view ro
   return sortedLargestFirst(std::move(heap.items));
 }
 
-double secondsSince1970() {
-  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
-
 }  // namespace
 
 Failure::Failure(Kind which, const std::string& message) : std::runtime_error(message), kind(which) {}
@@ -116,6 +113,9 @@ Failure Failure::journalUnavailable(const std::string& reason) {
 }
 Failure Failure::tooManyChanges(std::size_t count) {
   return {Kind::tooManyChanges, fmt::format("{} changed dirs — a rescan is cheaper", count)};
+}
+Failure Failure::treeDiffers(const std::string& path) {
+  return {Kind::treeDiffers, "the tree does not contain " + displayText(path) + ", which its index contains"};
 }
 Failure Failure::cancelled() {
   return {Kind::cancelled, "cancelled"};
@@ -126,28 +126,28 @@ Failure Failure::deviceChanged() {
 
 std::pair<WalkResult, Outcome> catchUp(const Platform& platform, EventService& events, Loaded& loaded,
                                        const CatchUpOptions& options) {
+  IndexedRoot index = options.index;
+  index.rootDev = loaded.rootDev;
   if (!loaded.hasLinkRegistry) throw Failure::journalUnavailable("index predates the hardlink registry");
   if (loaded.lastEventId == 0) throw Failure::journalUnavailable("index predates event tracking");
-  checkDevice(platform, loaded, options.rootPath);
-  // Taken before the replay: what happens meanwhile is replayed once more by whoever goes on from here.
+  checkDevice(platform, index);
+  // Taken before the replay: what happens meanwhile is replayed once more by whoever continues from here.
   const std::uint64_t newEventId = events.currentEventId();
   CatchUpCancel nobody;
-  const Changes changes = coalesce(changedPaths(events, options.rootPath, loaded.lastEventId,
-                                                options.cancel == nullptr ? nobody : *options.cancel),
-                                   options.rootPath, options.skipPaths);
-  const auto rootChange = changes.find(options.rootPath);
-  if (changes.size() > options.maxChanges || (rootChange != changes.end() && rootChange->second)) {
-    throw Failure::tooManyChanges(changes.size());
-  }
+  CatchUpCancel& cancel = options.cancel == nullptr ? nobody : *options.cancel;
+  const Changes changes = coalesce(changedPaths(events, index.root.path(), loaded.lastEventId, cancel),
+                                   index.root, index.skipPaths);
+  const auto rootChange = changes.find(index.root.path());
+  const bool rootIsDeep = rootChange != changes.end() && rootChange->second == Depth::deep;
+  if (changes.size() > options.maxChanges || rootIsDeep) throw Failure::tooManyChanges(changes.size());
 
-  ScanPatcher patcher(options.indexURL, options.rootPath);
-  Batch batch = prepare(platform, changes, patcher,
-                        {options.rootPath, loaded.rootDev, options.minKeep, options.skipPaths});
+  ScanPatcher patcher(index.indexURL, index.root);
+  Batch batch = prepare(platform, changes, patcher, index);
   commitStore(batch, patcher);
   WalkResult result = loaded.result;
-  (void)commitTree(result.root, options.rootPath, options.minKeep, batch);
+  (void)commitTree(result.root, index.root, index.minKeep, batch);
   result.root->rollup();
-  result.topFiles = topFilesOf(result.root, pathPrefix(options.rootPath));
+  result.topFiles = topFilesOf(result.root, index.root.prefix());
   patcher.updateTopFiles(result.topFiles);
   patcher.commit(newEventId, secondsSince1970());
   result.hardlinksDeduped = patcher.linkDupeCount();

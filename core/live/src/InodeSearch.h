@@ -20,6 +20,6 @@ struct FoundName {
 /// with one link: when such a file gets a second one, its first name is found by reading the names, and
 /// nothing else, of the whole tree. Threads: any.
 [[nodiscard]] std::vector<FoundName> namesOf(const std::set<std::uint64_t>& fileIDs, const Platform& platform,
-                                             const Scope& scope);
+                                             const IndexedRoot& index);
 
 }  // namespace quon::Refresh

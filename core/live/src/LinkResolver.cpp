@@ -134,7 +134,7 @@ void LinkResolver::settle() {
   }
   if (unknown.empty()) return;
   searched.insert(unknown.begin(), unknown.end());
-  for (const FoundName& found : namesOf(unknown, builder.platform, builder.scope)) takeIn(found);
+  for (const FoundName& found : namesOf(unknown, builder.platform, builder.index)) takeIn(found);
 }
 
 /// A name that the search met. Its folder is read, or, when the batch has read it before the file got its

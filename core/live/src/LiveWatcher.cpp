@@ -1,5 +1,5 @@
-// The watcher's state is shared with the work it schedules, which holds it weakly: scheduled attempts and
-// tree commits find out that the watcher has gone. Its lock is never held while calling out.
+// The watcher's state is shared with the work it schedules, which refers to it weakly: scheduled attempts and
+// tree commits do nothing once the watcher has gone. No call out is made under its lock.
 //
 //   streaming -> armed (first event) -> applying (batch taken) -> streaming, or armed again
 //   any failure -> stopped with a reason; stop() -> stopped without one. Both are final.
@@ -11,10 +11,12 @@
 #include <optional>
 #include <utility>
 
+#include "LostTrack.h"
 #include "base/BackgroundQueue.h"
+#include "base/Clock.h"
 #include "base/Mutex.h"
-#include "live/ScanPatcher.h"
 #include "platform/Events.h"
+#include "store/ScanPatcher.h"
 #include "store/StoreError.h"
 
 namespace quon {
@@ -24,14 +26,10 @@ using Seconds = std::chrono::duration<double>;
 
 constexpr Seconds kLatency{1.0};
 constexpr Seconds kWhileApplying{0.5};
-/// A burst of more folders than this is held until it has been quiet for so long.
+/// A burst of more folders than this waits until it has been quiet for so long.
 constexpr std::size_t kLargeBurst = 2000;
 constexpr Seconds kQuiet{2.0};
 constexpr Seconds kDistantPast{-1e18};
-
-double secondsSince1970() {
-  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
 
 }  // namespace
 
@@ -92,7 +90,10 @@ void LiveWatcher::stop() {
 
 void LiveWatcher::State::start() {
   std::unique_ptr<EventStream> made = services.events.create(
-      {.root = options.rootPath, .since = options.sinceEventId, .latency = kLatency, .watchRoot = true},
+      {.root = options.index.root.path(),
+       .since = options.sinceEventId,
+       .latency = kLatency,
+       .watchRoot = true},
       services.callbackQueue, [weak = weak_from_this()](std::span<const FolderEvent> events) {
         if (const auto alive = weak.lock()) alive->onEvents(events);
       });
@@ -124,7 +125,8 @@ void LiveWatcher::State::onEvents(std::span<const FolderEvent> events) {
   for (const FolderEvent& event : events) {
     if ((event.flags & EventFlag::historyDone) != 0) continue;
     if ((event.flags & EventFlag::lostTrack) != 0) {
-      return fail(fmt::format("stream flags 0x{:X}", event.flags));
+      return fail(
+          fmt::format("{} (stream flags 0x{:X})", Refresh::lostTrackReason(event.flags), event.flags));
     }
     if (!event.path.empty()) buffer(event);
   }
@@ -134,7 +136,7 @@ void LiveWatcher::State::buffer(const FolderEvent& event) {
   {
     const MutexLock held(lock);
     if (stopped || failureReason) return;
-    Refresh::addChange(pending, event, options.rootPath, options.skipPaths);
+    Refresh::addChange(pending, event, options.index.root, options.index.skipPaths);
     pendingMaxId = std::max(pendingMaxId, event.id);
     const Seconds now = services.clock();
     if (!firstEventAt) firstEventAt = now;
@@ -155,7 +157,7 @@ void LiveWatcher::State::attempt() {
   if (const std::optional<Taken> taken = takePending()) apply(*taken);
 }
 
-/// The batch to apply now; none when there is nothing to do, or later, or never again.
+/// The batch to apply now; none when there is nothing to do, or only later, or never again.
 std::optional<LiveWatcher::State::Taken> LiveWatcher::State::takePending() {
   std::optional<Seconds> retry;
   std::optional<std::string> failure;
@@ -185,8 +187,10 @@ std::optional<LiveWatcher::State::Taken> LiveWatcher::State::takePending() {
 }
 
 void LiveWatcher::State::apply(const Taken& taken) {
-  const auto rootChange = taken.changes.find(options.rootPath);
-  if (rootChange != taken.changes.end() && rootChange->second) return fail("deep rescan flagged at the root");
+  const auto rootChange = taken.changes.find(options.index.root.path());
+  if (rootChange != taken.changes.end() && rootChange->second == Refresh::Depth::deep) {
+    return fail("deep rescan flagged at the root");
+  }
   const auto batch = std::make_shared<Refresh::Batch>();
   std::optional<Update> update;
   std::string reason;
@@ -208,9 +212,8 @@ void LiveWatcher::State::apply(const Taken& taken) {
 }
 
 LiveWatcher::Update LiveWatcher::State::write(const Taken& taken, Refresh::Batch& batch) {
-  ScanPatcher patcher(options.indexURL, options.rootPath);
-  batch = Refresh::prepare(services.platform, taken.changes, patcher,
-                           {options.rootPath, options.rootDev, options.minKeep, options.skipPaths});
+  ScanPatcher patcher(options.index.indexURL, options.index.root);
+  batch = Refresh::prepare(services.platform, taken.changes, patcher, options.index);
   Refresh::commitStore(batch, patcher);
   refreshTop(patcher, batch);
   patcher.commit(taken.maxId, secondsSince1970());
@@ -234,10 +237,10 @@ void LiveWatcher::State::refreshTop(ScanPatcher& patcher, const Refresh::Batch& 
   }
   const bool wasFull = before.size() >= options.topCapacity;
   std::vector<TopFile> after =
-      Refresh::patchTop(std::move(before), batch, options.minKeep, options.topCapacity);
+      Refresh::patchTop(std::move(before), batch, options.index.minKeep, options.topCapacity);
   // A full list that shrank may lack files that only the index knows.
   if (wasFull && after.size() < options.topCapacity) {
-    after = patcher.topFiles(static_cast<std::int64_t>(options.topCapacity), options.minKeep);
+    after = patcher.topFiles(static_cast<std::int64_t>(options.topCapacity), options.index.minKeep);
   }
   patcher.updateTopFiles(after);
   const MutexLock held(lock);
@@ -246,9 +249,10 @@ void LiveWatcher::State::refreshTop(ScanPatcher& patcher, const Refresh::Batch& 
 
 void LiveWatcher::State::commitToTree(const std::shared_ptr<Refresh::Batch>& batch, const Update& update) {
   try {
-    Refresh::rollupDirty(Refresh::commitTree(options.root, options.rootPath, options.minKeep, *batch));
-  } catch (const std::logic_error& disagreement) {
-    return fail(std::string("index patch failed: ") + disagreement.what());
+    Refresh::rollupDirty(
+        Refresh::commitTree(options.tree, options.index.root, options.index.minKeep, *batch));
+  } catch (const Refresh::Failure& failure) {
+    return fail(std::string("index patch failed: ") + failure.what());
   }
   bool again = false;
   {

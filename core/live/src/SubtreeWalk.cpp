@@ -37,12 +37,12 @@ std::vector<WalkedLink> MemorySink::takeLinks() {
   return std::move(links);
 }
 
-WalkedSubtree walkSubtree(const Platform& platform, const std::string& path, const Scope& scope,
+WalkedSubtree walkSubtree(const Platform& platform, const std::string& path, const IndexedRoot& index,
                           ScanPatcher::Listings& listings) {
   WalkedSubtree walked{path, RefPtr<DirNode>(new DirNode(std::string(lastComponent(path)))), {}};
   MemorySink sink;
   Walker walker(platform,
-                {.rootDev = scope.rootDev, .minKeep = scope.minKeep, .topN = 0, .skipPaths = scope.skipPaths},
+                {.rootDev = index.rootDev, .minKeep = index.minKeep, .topN = 0, .skipPaths = index.skipPaths},
                 &sink);
   (void)walker.run(path, walked.node, kThreads);
   listings.merge(sink.takeListings());

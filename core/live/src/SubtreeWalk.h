@@ -6,13 +6,13 @@
 
 #include "base/Mutex.h"
 #include "live/Refresh.h"
-#include "live/ScanPatcher.h"
 #include "platform/Platform.h"
 #include "scan/ScanSink.h"
+#include "store/ScanPatcher.h"
 
 namespace quon::Refresh {
 
-/// A name of a multiply-linked file that a walk met.
+/// A name of a multiply-linked file that a walk found.
 struct WalkedLink {
   std::uint64_t fileID = 0;
   DirNode* node = nullptr;
@@ -44,8 +44,8 @@ struct WalkedSubtree {
 };
 
 /// Walks the folder; the listings are added to those given.
-[[nodiscard]] WalkedSubtree walkSubtree(const Platform& platform, const std::string& path, const Scope& scope,
-                                        ScanPatcher::Listings& listings);
+[[nodiscard]] WalkedSubtree walkSubtree(const Platform& platform, const std::string& path,
+                                        const IndexedRoot& index, ScanPatcher::Listings& listings);
 
 /// Takes a file out of a walked node, since another sighting of it is counted.
 void dropFile(DirNode& node, const std::string& name, ScanPatcher::Listings& listings);

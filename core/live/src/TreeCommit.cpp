@@ -1,11 +1,9 @@
 #include <algorithm>
-#include <stdexcept>
 #include <unordered_map>
 #include <utility>
 
 #include "base/Checked.h"
 #include "base/Path.h"
-#include "base/Text.h"
 #include "live/Refresh.h"
 #include "scan/DirNode.h"
 
@@ -20,27 +18,21 @@ DirNode* childOf(DirNode& node, std::string_view name) {
   return found == node.subdirs.end() ? nullptr : found->get();
 }
 
-/// Finds nodes by path, remembering folders on the way: a batch names many folders of few parents.
+/// Finds nodes by path. Remembers them: a batch names many folders of few parents.
 class NodeFinder {
  public:
-  NodeFinder(DirNode& rootNode, const std::string& root) : rootPath(root) { known.emplace(root, &rootNode); }
+  NodeFinder(const RefPtr<DirNode>& rootNode, const RootPath& root) : tree(rootNode), rootPath(root) {}
 
   DirNode& at(const std::string& path) {
     DirNode* node = find(path);
-    if (node == nullptr) throw std::logic_error("the tree does not hold " + displayText(path));
+    if (node == nullptr) throw Failure::treeDiffers(path);
     return *node;
   }
 
   DirNode* find(const std::string& path) {
     if (const auto hit = known.find(path); hit != known.end()) return hit->second;
-    const std::optional<std::string_view> below = relativeTo(path, rootPath);
-    if (!below) return nullptr;
-    DirNode* node = known.at(rootPath);
-    for (std::string_view rest = *below; !rest.empty() && node != nullptr;) {
-      const std::size_t slash = rest.find('/');
-      node = childOf(*node, rest.substr(0, slash));
-      rest = slash == std::string_view::npos ? std::string_view() : rest.substr(slash + 1);
-    }
+    const std::optional<std::string_view> below = rootPath.relative(path);
+    DirNode* const node = below ? folderAt(tree, *below).get() : nullptr;
     if (node != nullptr) known.emplace(path, node);
     return node;
   }
@@ -50,7 +42,8 @@ class NodeFinder {
   }
 
  private:
-  const std::string rootPath;
+  const RefPtr<DirNode>& tree;
+  const RootPath& rootPath;
   std::unordered_map<std::string, DirNode*> known;
 };
 
@@ -105,7 +98,7 @@ DirNode* apply(NodeFinder& nodes, const Batch::Op& op, std::uint64_t minKeep) {
   DirNode* const former = nodes.find(op.path);
   if (former == nullptr && op.kind == Kind::remove) return nullptr;
   if (former == nullptr || former->parent == nullptr) {
-    throw std::logic_error("the tree does not hold " + displayText(op.path));
+    throw Failure::treeDiffers(op.path);
   }
   DirNode* const parent = former->parent;
   nodes.forgetBelow(op.path);
@@ -127,10 +120,10 @@ std::size_t depthOf(const DirNode* node) {
 
 }  // namespace
 
-std::vector<DirNode*> commitTree(const RefPtr<DirNode>& root, const std::string& rootPath,
-                                 std::uint64_t minKeep, Batch& batch) {
-  NodeFinder nodes(*root, rootPath);
-  std::vector<RefPtr<DirNode>> changed;  // held, since a later op may take one out of the tree
+std::vector<DirNode*> commitTree(const RefPtr<DirNode>& root, const RootPath& rootPath, std::uint64_t minKeep,
+                                 Batch& batch) {
+  NodeFinder nodes(root, rootPath);
+  std::vector<RefPtr<DirNode>> changed;  // counted, since a later op may take one out of the tree
   for (const Batch::Op& op : batch.ops) {
     if (DirNode* node = apply(nodes, op, minKeep)) changed.emplace_back(node);
   }

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/Checked.h"
+#include "base/Path.h"
 
 namespace quon {
 
@@ -95,10 +96,8 @@ void DirNode::removeFromTree() {
 
 RefPtr<DirNode> folderAt(const RefPtr<DirNode>& root, std::string_view pathBelowRoot) {
   RefPtr<DirNode> at = root;
-  for (std::string_view rest = pathBelowRoot; !rest.empty() && at;) {
-    const std::size_t slash = rest.find('/');
-    const std::string_view name = rest.substr(0, slash);
-    rest = slash == std::string_view::npos ? std::string_view() : rest.substr(slash + 1);
+  std::string_view rest = pathBelowRoot;
+  for (std::string_view name = takeComponent(rest); !name.empty() && at; name = takeComponent(rest)) {
     const auto child =
         std::ranges::find(at->subdirs, name, [](const auto& node) { return std::string_view(node->name); });
     at = child == at->subdirs.end() ? RefPtr<DirNode>() : *child;

@@ -11,7 +11,7 @@ class Database;
 
 /// The files of several folders as a table that SQL can read, so that one statement inserts them all. Binding
 /// and stepping a statement for each of 1,000,000 files took 2.3 times as long as the insertion itself.
-/// Threads: that of the connection. Outlives its connection.
+/// Threads: that of the connection. Outlives the statements that read it.
 class BatchTable {
  public:
   struct Folder {
@@ -26,7 +26,7 @@ class BatchTable {
 
   /// Makes the table known to the connection as "batch".
   void attach(Database& database);
-  /// What the table holds from now on; the folders outlive the statements that read it.
+  /// What the table contains from now on; the folders outlive the statement's run.
   void fill(std::span<const Folder> given) { folders = given; }
 
   std::span<const Folder> folders;

@@ -27,7 +27,7 @@ struct Step {
 }  // namespace
 
 struct DirIds::Table {
-  // The set holds indexes into `rows`; hash and equality look at the row behind them.
+  // The set contains indexes into `rows`; hash and equality use the row behind them.
   struct Hash {
     using is_transparent = void;
     const std::vector<Row>* rows;
@@ -50,13 +50,13 @@ struct DirIds::Table {
     bool operator()(std::uint32_t index, const Step& step) const { return (*this)(step, index); }
   };
 
-  std::string rootPath;
+  RootPath root;
   std::vector<Row> rows;  // by ascending id
   boost::unordered_flat_set<std::uint32_t, Hash, Equal> byName{0, Hash{&rows}, Equal{&rows}};
 };
 
-DirIds::DirIds(std::string rootPath) : table(std::make_unique<Table>()) {
-  table->rootPath = std::move(rootPath);
+DirIds::DirIds(RootPath root) : table(std::make_unique<Table>()) {
+  table->root = std::move(root);
 }
 DirIds::~DirIds() = default;
 DirIds::DirIds(DirIds&& other) noexcept = default;
@@ -77,14 +77,11 @@ std::optional<std::uint32_t> DirIds::add(std::int64_t id, std::uint32_t parent, 
 }
 
 std::optional<std::int64_t> DirIds::find(std::string_view path) const {
-  const std::optional<std::string_view> below = relativeTo(path, table->rootPath);
+  const std::optional<std::string_view> below = table->root.relative(path);
   if (!below || table->rows.empty()) return std::nullopt;
   std::uint32_t at = 0;
-  for (std::string_view rest = *below; !rest.empty();) {
-    const std::size_t slash = rest.find('/');
-    const std::string_view name = rest.substr(0, slash);
-    rest = slash == std::string_view::npos ? std::string_view() : rest.substr(slash + 1);
-    if (name.empty()) continue;
+  std::string_view rest = *below;
+  for (std::string_view name = takeComponent(rest); !name.empty(); name = takeComponent(rest)) {
     const auto found = table->byName.find(Step{at, name});
     if (found == table->byName.end()) return std::nullopt;
     at = *found;

@@ -1,6 +1,5 @@
-#include "store/DirPathResolver.h"
+#include "DirPathResolver.h"
 
-#include <optional>
 #include <utility>
 #include <vector>
 
@@ -15,11 +14,11 @@ constexpr std::size_t kLongestRemembered = 4096;
 
 }  // namespace
 
-DirPathResolver::DirPathResolver(Database& database, const std::string& root)
-    : lookUp(database.prepare("SELECT parent, name FROM dirs WHERE id = ?")), rootPath(pathPrefix(root)) {}
+DirPathResolver::DirPathResolver(Database& database, RootPath rootPath)
+    : lookUp(database.prepare("SELECT parent, name FROM dirs WHERE id = ?")), root(std::move(rootPath)) {}
 
-const std::string& DirPathResolver::path(std::int64_t id) {
-  if (foundId == id) return found;  // files of one folder mostly follow one another
+bool DirPathResolver::resolve(std::int64_t id) {
+  if (foundId == id) return true;  // files of one folder mostly follow one another
   // Up to the first folder whose path is known, then down again.
   std::vector<std::pair<std::int64_t, std::string>> below;
   std::optional<std::string> at;
@@ -28,22 +27,25 @@ const std::string& DirPathResolver::path(std::int64_t id) {
       at = hit->second;
       break;
     }
+    lookUp.reset();
     lookUp.bind(1, up);
-    if (!lookUp.step()) throw StoreError::incompatible("the index names a folder that it does not hold");
+    if (!lookUp.step()) {
+      if (up == id) return false;
+      throw StoreError::incompatible("the index contains a folder whose parent is missing");
+    }
     if (lookUp.isNull(0)) {
-      at = rootPath;
-      known.emplace(up, rootPath);
+      at = root.prefix();
+      known.emplace(up, *at);
     } else {
       const std::int64_t parent = lookUp.integer(0);
       // Parents are written before their children, so a way up that does not descend is a circle.
-      if (parent >= up) throw StoreError::incompatible("the index holds a folder that is its own ancestor");
+      if (parent >= up) throw StoreError::incompatible("the index contains a folder that lies in itself");
       if (!isEntryName(lookUp.text(1))) {
-        throw StoreError::incompatible("the index holds a name that no folder can have");
+        throw StoreError::incompatible("the index contains a name that no folder can have");
       }
       below.emplace_back(up, std::string(lookUp.text(1)));
       up = parent;
     }
-    lookUp.reset();
   }
   lookUp.reset();
   foundId.reset();
@@ -54,7 +56,25 @@ const std::string& DirPathResolver::path(std::int64_t id) {
     if (found.size() <= kLongestRemembered) known.emplace(next->first, found);
   }
   foundId = id;
-  return found;
+  return true;
+}
+
+std::optional<std::string> DirPathResolver::find(std::int64_t id) {
+  if (!resolve(id)) return std::nullopt;
+  return found.empty() ? root.path() : found;
+}
+
+std::string DirPathResolver::filePath(std::int64_t id, std::string_view name) {
+  if (!isEntryName(name)) {
+    throw StoreError::incompatible("the index contains a name that no file can have");
+  }
+  if (!resolve(id)) throw StoreError::incompatible("the index contains a file whose folder is missing");
+  return joinPath(found, name);
+}
+
+void DirPathResolver::forget() {
+  known.clear();
+  foundId.reset();
 }
 
 }  // namespace quon

@@ -17,7 +17,7 @@ void addValue(sqlite3_context* context, int /*count*/, sqlite3_value** values) {
   if (sum == nullptr) return sqlite3_result_error_nomem(context);
   const std::int64_t value = sqlite3_value_int64(values[0]);
   if (sqlite3_value_type(values[0]) != SQLITE_INTEGER || value < 0) {
-    return sqlite3_result_error(context, "a size is not a size", -1);
+    return sqlite3_result_error(context, "the index contains a size that is not a whole number of bytes", -1);
   }
   if (__builtin_add_overflow(sum->total, static_cast<std::uint64_t>(value), &sum->total)) {
     sqlite3_result_error(context, "integer overflow", -1);

@@ -1,34 +1,34 @@
 #include "FolderIds.h"
 
-#include "base/Text.h"
-#include "store/StoreError.h"
+#include "base/Path.h"
 
 namespace quon {
 namespace {
 
-StoreError notHeld(const std::string& path) {
-  return StoreError::missing("the index holds no " + displayText(path));
-}
-
-std::int64_t rootId(Database& database, const std::string& path) {
-  Statement root = database.prepare("SELECT id FROM dirs WHERE parent IS NULL");
-  if (!root.step()) throw notHeld(path);
-  return root.integer(0);
+/// The id in the first row; the statement is ready for the next use, and no longer keeps its transaction
+/// open.
+std::optional<std::int64_t> firstId(Statement& query) {
+  const std::optional<std::int64_t> id = query.step() ? std::optional(query.integer(0)) : std::nullopt;
+  query.reset();
+  return id;
 }
 
 }  // namespace
 
-std::int64_t folderId(Database& database, std::string_view below, const std::string& path) {
-  std::int64_t id = rootId(database, path);
-  Statement child = database.prepare("SELECT id FROM dirs WHERE parent = ? AND name = ?");
-  while (!below.empty()) {
-    const std::size_t slash = below.find('/');
-    child.bind(1, id);
-    child.bind(2, below.substr(0, slash));
-    if (!child.step()) throw notHeld(path);
-    id = child.integer(0);
-    child.reset();
-    below = slash == std::string_view::npos ? std::string_view() : below.substr(slash + 1);
+FolderIds::FolderIds(Database& database)
+    : rootRow(database.prepare("SELECT id FROM dirs WHERE parent IS NULL")),
+      child(database.prepare("SELECT id FROM dirs WHERE parent = ? AND name = ?")) {}
+
+std::optional<std::int64_t> FolderIds::root() {
+  return firstId(rootRow);
+}
+
+std::optional<std::int64_t> FolderIds::below(std::int64_t from, std::string_view path) {
+  std::optional<std::int64_t> id = from;
+  for (std::string_view name = takeComponent(path); id && !name.empty(); name = takeComponent(path)) {
+    child.bind(1, *id);
+    child.bind(2, name);
+    id = firstId(child);
   }
   return id;
 }

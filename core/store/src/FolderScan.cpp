@@ -4,7 +4,7 @@
 #include <system_error>
 #include <utility>
 
-#include "base/Path.h"
+#include "base/Clock.h"
 #include "base/Text.h"
 #include "platform/Files.h"
 #include "scan/Walker.h"
@@ -16,13 +16,12 @@ namespace {
 
 using std::chrono::duration_cast;
 using std::chrono::steady_clock;
-using std::chrono::system_clock;
 
 /// Identifiers of file-system events are times, in microseconds since 1970; so the present one needs no
 /// journal.
 std::uint64_t currentEventId() {
-  return static_cast<std::uint64_t>(
-      duration_cast<std::chrono::microseconds>(system_clock::now().time_since_epoch()).count());
+  constexpr double kMicroseconds = 1e6;
+  return static_cast<std::uint64_t>(secondsSince1970() * kMicroseconds);
 }
 
 }  // namespace
@@ -33,24 +32,24 @@ FolderScan::~FolderScan() = default;
 
 FolderScan::Outcome FolderScan::run() {
   std::error_code error;
-  const auto facts = platform.files.facts(options.root, error);
+  const auto facts = platform.files.facts(options.root.path(), error);
   if (facts && !facts->isDirectory) error = std::make_error_code(std::errc::not_a_directory);
-  if (error) throw std::system_error(error, "cannot scan " + displayText(options.root));
+  if (error) throw std::system_error(error, "cannot scan " + displayText(options.root.path()));
 
   Outcome outcome;
   if (options.saveIndex) openStore(outcome);
   outcome.rootDev = facts->device;
-  // Live updates stay on the root's file system: what was found on others cannot be kept current.
+  // Live updates do not leave the root's file system: what was found on others cannot be kept current.
   if (options.oneFileSystem) outcome.eventId = currentEventId();
   const auto begin = steady_clock::now();
   outcome.result = walk(facts->device);
   if (!cancelled) {
     outcome.result.root->rollup();
     outcome.elapsedMs = duration_cast<std::chrono::milliseconds>(steady_clock::now() - begin).count();
-    outcome.scannedAt = std::chrono::duration<double>(system_clock::now().time_since_epoch()).count();
+    outcome.scannedAt = secondsSince1970();
     save(outcome);
   }
-  outcome.cancelled = cancelled && outcome.index.empty();  // too late once the index stands in its place
+  outcome.cancelled = cancelled && outcome.index.empty();  // too late once the index is in its place
   const MutexLock held(lock);
   store.reset();  // removes a building file that was not moved into place
   return outcome;
@@ -80,7 +79,7 @@ WalkResult FolderScan::walk(std::uint32_t rootDev) {
     if (cancelled) running->cancelRun();
   }
   const unsigned threads = options.threads != 0 ? options.threads : Walker::defaultThreads(platform);
-  return running->run(std::string(pathPrefix(options.root)), RefPtr<DirNode>(new DirNode(options.root)),
+  return running->run(std::string(options.root.prefix()), RefPtr<DirNode>(new DirNode(options.root.path())),
                       threads);
 }
 

@@ -6,10 +6,11 @@
 #include <string_view>
 #include <system_error>
 
-#include "StaleBuilds.h"
+#include "BuildingFile.h"
+#include "IndexMeta.h"
 #include "base/Path.h"
+#include "base/RootPath.h"
 #include "platform/Files.h"
-#include "store/IndexMeta.h"
 #include "store/ScanStore.h"
 #include "store/StoreError.h"
 
@@ -38,15 +39,19 @@ bool isUnplugged(const std::string& root, const std::vector<std::string>& mounte
   return false;
 }
 
-/// True when the file system that held the root when it was scanned is not mounted there now, or another is.
-/// A device that bears another number than then counts as another: what is kept in vain costs some space.
+/// True when the file system that the root was scanned on is not mounted there now, or another is. A device
+/// with another number than then counts as another: what is kept in vain costs some space.
 bool lostItsVolume(const Platform& platform, const MetaMap& meta, const std::vector<std::string>& mounted) {
   const auto point = meta.find("mountPoint");
   if (point == meta.end() || point->second == "/") return false;
   if (std::ranges::find(mounted, point->second) == mounted.end()) return true;
   std::error_code error;
   const auto volume = platform.files.facts(point->second, error);
-  return !volume || volume->device != decodeCountOr(meta, "rootDev", volume->device);
+  try {
+    return !volume || volume->device != decodeCountOr(meta, "rootDev", volume->device);
+  } catch (const std::invalid_argument&) {
+    return true;  // a damaged figure: what is kept in vain costs some space
+  }
 }
 
 IndexEntry::Status statusOf(const Platform& platform, const MetaMap& meta,
@@ -60,25 +65,40 @@ IndexEntry::Status statusOf(const Platform& platform, const MetaMap& meta,
                                                                               : IndexEntry::Status::orphaned;
 }
 
-IndexEntry readEntry(const Platform& platform, const std::string& url,
-                     const std::vector<std::string>& mounted) {
+/// The file as an entry; its root is "" and its status unusable when it is no sound index.
+IndexEntry describe(const FileService& files, const std::string& url, const MetaMap& meta) {
   IndexEntry entry;
   entry.url = url;
   std::error_code ignored;
-  if (const auto facts = platform.files.facts(url, ignored)) entry.bytes = facts->logical;
+  if (const auto facts = files.facts(url, ignored)) entry.bytes = facts->logical;
+  const auto value = [&](const char* key) {
+    const auto found = meta.find(key);
+    return found == meta.end() ? std::string() : found->second;
+  };
+  if (value("complete") != "1" || value("format") != std::to_string(ScanStore::formatVersion)) return entry;
   try {
-    const MetaMap meta = ScanStore::meta(url);
-    const auto complete = meta.find("complete");
-    if (complete == meta.end() || complete->second != "1" || !meta.contains("root")) return entry;
-    if (decodeCount(meta, "format") != static_cast<std::uint64_t>(ScanStore::formatVersion)) return entry;
     entry.scannedAt = decodeSeconds(meta, "scannedAt");
-    entry.root = meta.at("root");
-    entry.status = statusOf(platform, meta, mounted);
-  } catch (const StoreError&) {
-    entry.status = IndexEntry::Status::unusable;
+    entry.root = value("root");
   } catch (const std::invalid_argument&) {
-    entry.status = IndexEntry::Status::unusable;
+    // A damaged figure.
   }
+  return entry;
+}
+
+/// No metadata when the file cannot be read as an index.
+MetaMap metaOrNone(const std::string& url) {
+  try {
+    return ScanStore::meta(url);
+  } catch (const StoreError&) {
+    return {};
+  }
+}
+
+IndexEntry readEntry(const Platform& platform, const std::string& url,
+                     const std::vector<std::string>& mounted) {
+  const MetaMap meta = metaOrNone(url);
+  IndexEntry entry = describe(platform.files, url, meta);
+  if (!entry.root.empty()) entry.status = statusOf(platform, meta, mounted);
   return entry;
 }
 
@@ -112,7 +132,7 @@ IndexCatalog::Collected IndexCatalog::collectGarbage(const Platform& platform,
   Collected collected;
   for (const IndexEntry& listed : list(platform, indexDirectory)) {
     if (listed.status != IndexEntry::Status::orphaned) continue;
-    // Reading all the others took a while, in which the root may have come back or been scanned anew.
+    // Reading all the others took a while, in which the root may have come back or been scanned again.
     const IndexEntry entry = readEntry(platform, listed.url, platform.files.mountPoints());
     if (entry.status != IndexEntry::Status::orphaned || !platform.files.remove(entry.url)) continue;
     ++collected.indexes;
@@ -136,13 +156,22 @@ std::string IndexCatalog::mountPointOf(std::string_view path, const std::vector<
   return deepest;
 }
 
-const IndexEntry* IndexCatalog::nearest(const std::vector<IndexEntry>& entries, const std::string& path) {
-  const IndexEntry* found = nullptr;
-  for (const IndexEntry& entry : entries) {
-    if (!isLive(entry) || !isInside(path, entry.root)) continue;
-    if (found == nullptr || entry.root.size() > found->root.size()) found = &entry;
+std::optional<IndexEntry> IndexCatalog::nearest(const Platform& platform, const std::string& indexDirectory,
+                                                std::string_view path) {
+  for (std::string_view at = path; !at.empty(); at = at == "/" ? std::string_view() : parentPath(at)) {
+    const RootPath root(at);
+    const std::string url = ScanStore::canonicalURL(indexDirectory, root);
+    std::error_code error;
+    if (!platform.files.facts(url, error)) continue;
+    IndexEntry entry = describe(platform.files, url, metaOrNone(url));
+    const bool isSound = entry.root == root.path();
+    const auto facts = platform.files.facts(root.path(), error);
+    if (!facts || !facts->isDirectory) continue;
+    entry.status = isSound ? IndexEntry::Status::live : IndexEntry::Status::unusable;
+    entry.root = root.path();
+    return entry;
   }
-  return found;
+  return std::nullopt;
 }
 
 }  // namespace quon

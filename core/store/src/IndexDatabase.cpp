@@ -1,4 +1,4 @@
-#include "store/IndexDatabase.h"
+#include "IndexDatabase.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -11,7 +11,7 @@
 namespace quon::IndexDatabase {
 namespace {
 
-/// A row takes at least a dozen bytes, and the most laborious question some 80 steps a row; ten times that.
+/// A row takes at least a dozen bytes, and the most expensive query some 80 steps a row; ten times that.
 constexpr std::uint64_t kMostStepsPerByte = 64;
 constexpr std::uint64_t kMostStepsOfAnyFile = 5'000'000;
 
@@ -25,7 +25,7 @@ void rollBack(const std::string& path) {
   try {
     (void)openWrite(path, "");
   } catch (const StoreError&) {
-    // Not to be written by this user, or damaged: reading tells.
+    // Not writable for this user, or damaged: reading it reports which.
   }
 }
 
@@ -37,8 +37,8 @@ Database openRead(const std::string& path) {
   if (std::filesystem::exists(path + "-journal", ignored)) rollBack(path);
   Database database = Database::open(path, Database::Mode::read, raise);
   const auto bytes = std::filesystem::file_size(path, ignored);
-  // Pages of a damaged file can lead to one another over and over: a few of them stand for more rows than
-  // anyone can wait for.
+  // Pages of a damaged file can refer to one another over and over: a few of them make more rows than anyone
+  // can wait for.
   database.stopAfter(kMostStepsOfAnyFile + (ignored ? 0 : bytes) * kMostStepsPerByte);
   database.distrust();
   registerExactSum(database.raw());

@@ -1,4 +1,4 @@
-#include "store/IndexMeta.h"
+#include "IndexMeta.h"
 
 #include <charconv>
 #include <cmath>
@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "base/ByteJson.h"
+#include "database/Database.h"
 #include "store/ScanStore.h"
 
 namespace quon {
@@ -54,22 +55,39 @@ Number parsed(const std::string& text, const std::string& key) {
 
 }  // namespace
 
-std::vector<std::pair<std::string, std::string>> metaRows(std::string_view rootPath, std::int64_t elapsedMs,
-                                                          const WalkResult& result, std::uint64_t lastEventId,
-                                                          std::uint32_t rootDev, double scannedAt) {
+MetaMap readMeta(Database& database) {
+  MetaMap meta;
+  Statement rows = database.prepare("SELECT key, value FROM meta");
+  while (rows.step()) meta.emplace(rows.text(0), rows.text(1));
+  return meta;
+}
+
+void writeMeta(Database& database, std::string_view key, std::string_view value) {
+  Statement upsert = database.prepare("INSERT OR REPLACE INTO meta (key, value) VALUES (?, ?)");
+  upsert.bind(1, key);
+  upsert.bind(2, value);
+  upsert.run();
+}
+
+std::vector<std::pair<std::string, std::string>> metaRows(const ScanFigures& scan, const WalkResult& result) {
   return {{"format", std::to_string(ScanStore::formatVersion)},
-          {"root", std::string(rootPath)},
-          {"scannedAt", fmt::format("{}", scannedAt)},  // the shortest text that reads back to the same value
-          {"elapsedMs", std::to_string(elapsedMs)},
+          {"root", std::string(scan.rootPath)},
+          {"scannedAt", encodeSeconds(scan.scannedAt)},
+          {"elapsedMs", std::to_string(scan.elapsedMs)},
           {"errorCount", std::to_string(result.errorCount)},
           {"errorSamples", encodePaths(result.errorSamples)},
           {"hardlinksDeduped", std::to_string(result.hardlinksDeduped)},
           {"linksVersion", "1"},
           {"skippedProtected", encodePaths(result.skippedProtected)},
           {"topFiles", encodeTopFiles(result.topFiles)},
-          {"lastEventId", std::to_string(lastEventId)},
-          {"rootDev", std::to_string(rootDev)},
+          {"lastEventId", std::to_string(scan.lastEventId)},
+          {"rootDev", std::to_string(scan.rootDev)},
+          {"mountPoint", std::string(scan.mountPoint)},
           {"complete", "1"}};
+}
+
+std::string encodeSeconds(double seconds) {
+  return fmt::format("{}", seconds);
 }
 
 std::string encodeTopFiles(const std::vector<TopFile>& topFiles) {

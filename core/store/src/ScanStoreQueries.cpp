@@ -1,14 +1,15 @@
-// Questions that need more than the tree holds, which keeps only large files. Each opens the index for the
-// length of one call.
+// Queries for more than the tree contains, which keeps only large files. Each opens the index for the length
+// of one call.
 #include <algorithm>
 #include <limits>
 #include <optional>
 
-#include "EntryName.h"
+#include "DirPathResolver.h"
 #include "FolderIds.h"
-#include "base/Path.h"
-#include "store/DirPathResolver.h"
-#include "store/IndexDatabase.h"
+#include "IndexDatabase.h"
+#include "IndexMeta.h"
+#include "Subtree.h"
+#include "base/Text.h"
 #include "store/ScanStore.h"
 #include "store/StoreError.h"
 
@@ -24,12 +25,14 @@ std::uint64_t total(const Statement& row, int column) {
   return static_cast<std::uint64_t>(row.integer(column));
 }
 
-/// Keeps a query over files to what lies in a folder of the index, given by its path below the root; "" lets
-/// all in. Its parameter is the first.
+/// Limits a query over files to a folder of the index, given by its path below the root; "" limits nothing.
+/// The folder's id is the first parameter.
 struct Within {
   Within(Database& database, std::string_view below) {
     if (below.empty()) return;
-    folder = folderId(database, below, std::string(below));
+    FolderIds ids(database);
+    if (const auto top = ids.root()) folder = ids.below(*top, below);
+    if (!folder) throw StoreError::missing("the index does not contain " + displayText(below));
     subtree = kSubtreeSQL;
     condition = "WHERE dir IN (SELECT id FROM sub)\n";
   }
@@ -46,10 +49,7 @@ struct Within {
 
 std::map<std::string, std::string> ScanStore::meta(const std::string& url) {
   Database database = IndexDatabase::openRead(url);
-  std::map<std::string, std::string> meta;
-  Statement rows = database.prepare("SELECT key, value FROM meta");
-  while (rows.step()) meta.emplace(rows.text(0), rows.text(1));
-  return meta;
+  return readMeta(database);
 }
 
 std::vector<RepeatedName> ScanStore::repeatedNames(const std::string& url, std::int64_t limit,
@@ -72,11 +72,10 @@ std::vector<RepeatedName> ScanStore::repeatedNames(const std::string& url, std::
   return names;
 }
 
-std::vector<NamedFile> ScanStore::paths(std::string_view named, const std::string& url,
-                                        const std::string& rootPath, std::int64_t limit,
-                                        std::string_view below) {
+std::vector<NamedFile> ScanStore::paths(std::string_view named, const std::string& url, const RootPath& root,
+                                        std::int64_t limit, std::string_view below) {
   Database database = IndexDatabase::openRead(url);
-  DirPathResolver folders(database, rootPath);
+  DirPathResolver folders(database, root);
   const Within within(database, below);
   Statement rows = database.prepare(within.subtree + "SELECT dir, logical, physical, mtime FROM files " +
                                     within.condition + (below.empty() ? "WHERE" : "AND") +
@@ -86,16 +85,15 @@ std::vector<NamedFile> ScanStore::paths(std::string_view named, const std::strin
   rows.bind(3, limit);
   std::vector<NamedFile> files;
   while (rows.step()) {
-    files.push_back(
-        {joinPath(folders.path(rows.integer(0)), named), rows.size(1), rows.size(2), rows.integer(3)});
+    files.push_back({folders.filePath(rows.integer(0), named), rows.size(1), rows.size(2), rows.integer(3)});
   }
   return files;
 }
 
-std::vector<DupeFile> ScanStore::dupeCandidates(const std::string& url, const std::string& rootPath,
+std::vector<DupeFile> ScanStore::dupeCandidates(const std::string& url, const RootPath& root,
                                                 std::uint64_t minSize) {
   Database database = IndexDatabase::openRead(url);
-  DirPathResolver folders(database, rootPath);
+  DirPathResolver folders(database, root);
   Statement rows = database.prepare(
       "SELECT dir, name, logical, physical, mtime FROM files\n"
       "WHERE logical >= ?1 AND logical IN (\n"
@@ -105,9 +103,7 @@ std::vector<DupeFile> ScanStore::dupeCandidates(const std::string& url, const st
   rows.bind(1, asParameter(minSize));
   std::vector<DupeFile> files;
   while (rows.step()) {
-    if (!isEntryName(rows.text(1)))
-      throw StoreError::incompatible("the index holds a name that no file can have");
-    files.push_back({.path = joinPath(folders.path(rows.integer(0)), rows.text(1)),
+    files.push_back({.path = folders.filePath(rows.integer(0), rows.text(1)),
                      .logical = rows.size(2),
                      .physical = rows.size(3),
                      .mtime = rows.integer(4)});

@@ -1,60 +1,54 @@
-// Taking a trashed item out of an index, in one transaction.
+// Removing a trashed item from an index, in one transaction.
+#include <optional>
 #include <string>
 
 #include "FolderIds.h"
+#include "IndexDatabase.h"
+#include "Subtree.h"
 #include "base/Path.h"
 #include "base/Text.h"
-#include "store/IndexDatabase.h"
 #include "store/ScanStore.h"
 #include "store/StoreError.h"
 
 namespace quon {
 namespace {
 
-StoreError notHeld(const std::string& path) {
-  return StoreError::missing("the index holds no " + displayText(path));
-}
-
-void removeFolder(Database& database, std::int64_t id) {
-  for (const char* deletion : {"DELETE FROM links WHERE dir IN (SELECT id FROM sub)",
-                               "DELETE FROM files WHERE dir IN (SELECT id FROM sub)",
-                               "DELETE FROM dirs WHERE id IN (SELECT id FROM sub)"}) {
-    Statement statement = database.prepare(std::string(kSubtreeSQL) + deletion);
-    statement.bind(1, id);
-    statement.run();
+/// False when the folder has no file of that name.
+bool deleteFile(Database& database, std::int64_t folder, std::string_view name) {
+  std::int64_t deleted = 0;
+  for (const char* sql :
+       {"DELETE FROM files WHERE dir = ? AND name = ?", "DELETE FROM links WHERE dir = ? AND name = ?"}) {
+    Statement deletion = database.prepare(sql);
+    deletion.bind(1, folder);
+    deletion.bind(2, name);
+    deletion.run();
+    deleted += database.changes();
   }
+  return deleted > 0;
 }
 
-void removeFile(Database& database, std::int64_t folder, std::string_view name, const std::string& path) {
-  Statement file = database.prepare("DELETE FROM files WHERE dir = ? AND name = ?");
-  file.bind(1, folder);
-  file.bind(2, name);
-  file.run();
-  const bool counted = database.changes() > 0;
-  Statement link = database.prepare("DELETE FROM links WHERE dir = ? AND name = ?");
-  link.bind(1, folder);
-  link.bind(2, name);
-  link.run();
-  if (!counted && database.changes() == 0) throw notHeld(path);
+/// False when the index does not contain it. `below` is its path below the root.
+bool deleteItem(Database& database, std::string_view below, bool isDir) {
+  FolderIds folders(database);
+  const std::optional<std::int64_t> root = folders.root();
+  if (!root) return false;
+  const std::optional<std::int64_t> folder = folders.below(*root, isDir ? below : parentPath(below));
+  if (!folder) return false;
+  if (!isDir) return deleteFile(database, *folder, lastComponent(below));
+  deleteSubtree(database, *folder);
+  return true;
 }
 
 }  // namespace
 
-void ScanStore::remove(const std::string& path, bool isDir, const std::string& url,
-                       const std::string& rootPath) {
-  const std::optional<std::string_view> below = relativeTo(path, rootPath);
-  if (!below || below->empty()) throw notHeld(path);
+void ScanStore::remove(const std::string& path, bool isDir, const std::string& url, const RootPath& root) {
+  const auto missing = [&] { return StoreError::missing("the index does not contain " + displayText(path)); };
+  const std::optional<std::string_view> below = root.relative(path);
+  if (!below || below->empty()) throw missing();
   Database database = IndexDatabase::openWrite(url, " for writing");
-  database.exec("BEGIN IMMEDIATE");
-  if (isDir) {
-    removeFolder(database, folderId(database, *below, path));
-  } else {
-    const std::size_t slash = below->rfind('/');
-    const std::string_view folder = slash == std::string_view::npos ? "" : below->substr(0, slash);
-    const std::string_view name = slash == std::string_view::npos ? *below : below->substr(slash + 1);
-    removeFile(database, folderId(database, folder, path), name, path);
-  }
-  database.exec("COMMIT");
+  Transaction transaction(database);
+  if (!deleteItem(database, *below, isDir)) throw missing();
+  transaction.commit();
 }
 
 }  // namespace quon

@@ -1,6 +1,6 @@
-// Loading reads three flat queries: the folders by ascending id, so that a parent is met before its children;
-// the files' sums by folder; the files large enough to be kept. What they yield is checked before it is
-// believed: an index may be damaged or made to deceive, and a wrong tree is worse than none.
+// Loading runs three flat queries: the folders by ascending id, so that a parent comes before its children;
+// the files' sums by folder; the files large enough to be kept. Their results are checked: an index may be
+// damaged or forged, and a wrong tree is worse than none.
 #include "TreeLoader.h"
 
 #include <algorithm>
@@ -11,11 +11,10 @@
 #include <utility>
 
 #include "EntryName.h"
+#include "IndexDatabase.h"
 #include "IndexSchema.h"
 #include "base/Text.h"
 #include "scan/DirNode.h"
-#include "store/IndexDatabase.h"
-#include "store/IndexMeta.h"
 #include "store/StoreError.h"
 
 namespace quon {
@@ -27,9 +26,9 @@ bool addOverflows(std::uint64_t& total, std::uint64_t value) {
 
 }  // namespace
 
-TreeLoader::TreeLoader(std::string path, const std::string& root, std::uint64_t keep)
-    : url(std::move(path)), rootPath(root), minKeep(keep) {
-  loaded.idByPath = DirIds(root);
+TreeLoader::TreeLoader(std::string path, RootPath root, std::uint64_t keep)
+    : url(std::move(path)), rootPath(std::move(root)), minKeep(keep) {
+  loaded.idByPath = DirIds(rootPath);
 }
 
 Loaded TreeLoader::load() {
@@ -57,8 +56,9 @@ Loaded TreeLoader::load() {
   return std::move(loaded);
 }
 
-/// While both connections hold their read locks nobody can commit, so both see the same. A writer that is
-/// about to commit lets no second reader in and waits for the first: then both let it pass, and try again.
+/// While both connections have their read locks nobody can commit, so both see the same. A writer that is
+/// about to commit lets no second reader in and waits for the first: then the first gives way, and both try
+/// again.
 void TreeLoader::open() {
   constexpr int kTries = 20;
   constexpr int kWaitMs = 2000;
@@ -81,12 +81,11 @@ void TreeLoader::refuse() const {
 }
 
 void TreeLoader::acceptMeta() {
-  Statement rows = database.prepare("SELECT key, value FROM meta");
-  while (rows.step()) meta.emplace(rows.text(0), rows.text(1));
+  meta = readMeta(database);
   if (meta["complete"] != "1" || meta["format"] != std::to_string(ScanStore::formatVersion)) refuse();
-  if (meta["root"] != rootPath) {
+  if (meta["root"] != rootPath.path()) {
     throw StoreError::incompatible("index is for " + displayText(meta["root"]) + ", not " +
-                                   displayText(rootPath));
+                                   displayText(rootPath.path()));
   }
 }
 
@@ -123,7 +122,7 @@ DirNode& TreeLoader::folderOf(std::int64_t id) const {
   return loaded.idByPath.node(*index);
 }
 
-/// On a thread of its own: touches nothing but the second connection.
+/// On a thread of its own: uses nothing but the second connection.
 std::vector<TreeLoader::FolderSums> TreeLoader::readAggregates() {
   Statement rows =
       second.prepare("SELECT dir, COUNT(*), SUM(logical), SUM(physical), MAX(mtime) FROM files GROUP BY dir");
@@ -172,7 +171,7 @@ void TreeLoader::readKeptFiles() {
 }
 
 /// The sums may have been read through the file's own index, the kept files were not: a file in which the two
-/// contradict each other is damaged.
+/// disagree is damaged.
 void TreeLoader::checkKeptFiles() const {
   for (const DirNode* node : keeping) {
     std::uint64_t logical = 0;
@@ -197,7 +196,7 @@ void TreeLoader::readFigures() {
   const std::uint64_t elapsedMs = decodeCount(meta, "elapsedMs");
   if (elapsedMs > std::numeric_limits<std::int64_t>::max()) refuse();
   loaded.scanElapsedMs = static_cast<std::int64_t>(elapsedMs);
-  // Absent from an index that nothing can be caught up with; that is found out when it is tried.
+  // Absent from an index that cannot be caught up; the catch-up reports it.
   loaded.lastEventId = decodeCountOr(meta, "lastEventId", 0);
   loaded.hasLinkRegistry = meta.contains("linksVersion") && meta["linksVersion"] == "1";
   const std::uint64_t device = decodeCountOr(meta, "rootDev", 0);
@@ -205,8 +204,8 @@ void TreeLoader::readFigures() {
   loaded.rootDev = static_cast<std::uint32_t>(device);
 }
 
-Loaded ScanStore::load(const std::string& url, const std::string& rootPath, std::uint64_t minKeep) {
-  return TreeLoader(url, rootPath, minKeep).load();
+Loaded ScanStore::load(const std::string& url, const RootPath& root, std::uint64_t minKeep) {
+  return TreeLoader(url, root, minKeep).load();
 }
 
 }  // namespace quon

@@ -1,10 +1,10 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <string>
 #include <vector>
 
+#include "IndexMeta.h"
 #include "LoadProbe.h"
 #include "database/Database.h"
 #include "store/ScanStore.h"
@@ -16,7 +16,7 @@ namespace quon {
 /// one load. Threads: confined to one; starts another for its own time.
 class TreeLoader {
  public:
-  TreeLoader(std::string url, const std::string& rootPath, std::uint64_t minKeep);
+  TreeLoader(std::string url, RootPath root, std::uint64_t minKeep);
   /// StoreError as ScanStore::load.
   [[nodiscard]] Loaded load();
 
@@ -45,9 +45,9 @@ class TreeLoader {
   Database database;
   Database second;  ///< for the aggregates
   const std::string url;
-  const std::string rootPath;
+  const RootPath rootPath;
   const std::uint64_t minKeep;
-  std::map<std::string, std::string> meta;
+  MetaMap meta;
   Loaded loaded;
   std::vector<const DirNode*> keeping;  ///< folders with kept files
   LoadProbe probe;

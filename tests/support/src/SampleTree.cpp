@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "base/Checked.h"
-#include "base/Path.h"
 
 namespace quon::test {
 namespace {
@@ -39,7 +38,7 @@ std::string inconsistencyOf(const DirNode& node) {
   }
   if (keptLogical > node.directLogical || keptPhysical > node.directPhysical ||
       node.keptFiles.size() > node.directFiles) {
-    return "kept files outweigh their folder";
+    return "kept files are larger than their folder";
   }
   return "";
 }
@@ -57,7 +56,7 @@ FileBatch batchOf(const std::vector<FileEntry>& files) {
   return builder.build();
 }
 
-SampleTree::SampleTree(std::string rootPath) : path(std::move(rootPath)), tree(new DirNode(path)) {
+SampleTree::SampleTree(std::string_view rootPath) : path(rootPath), tree(new DirNode(path.path())) {
   folders.push_back(tree.get());
 }
 
@@ -95,8 +94,7 @@ std::string SampleTree::save(const std::string& indexFolder, WalkResult figures)
   return store.finalURL();
 }
 
-std::string inconsistency(const Loaded& loaded, const std::string& rootPath) {
-  const std::string prefix(pathPrefix(rootPath));
+std::string inconsistency(const Loaded& loaded, const RootPath& root) {
   std::set<std::int64_t> ids;
   std::vector<const DirNode*> left{loaded.result.root.get()};
   std::size_t folders = 0;
@@ -105,14 +103,14 @@ std::string inconsistency(const Loaded& loaded, const std::string& rootPath) {
     left.pop_back();
     ++folders;
     if (const std::string wrong = inconsistencyOf(*node); !wrong.empty()) return wrong;
-    const auto id = loaded.idByPath.find(node->parent == nullptr ? rootPath : node->path(prefix));
+    const auto id = loaded.idByPath.find(node->parent == nullptr ? root.path() : node->path(root.prefix()));
     if (!id) return "a folder is not found by its path";
     if (!ids.insert(*id).second) return "two folders have one id";
     const auto index = loaded.idByPath.indexOf(*id);
     if (!index || &loaded.idByPath.node(*index) != node) return "an id leads to another folder";
     for (const RefPtr<DirNode>& child : node->subdirs) left.push_back(child.get());
   }
-  return folders == loaded.idByPath.size() ? "" : "ids of folders that the tree does not hold";
+  return folders == loaded.idByPath.size() ? "" : "ids of folders that are not in the tree";
 }
 
 }  // namespace quon::test

@@ -54,7 +54,7 @@ NamesLens::NamesLens(ModelState& model)
                            limit = state.options.namedFilesCap, below = below(),
                            name = *_openName.get()](const IsVoid&) -> std::optional<FilesOfName> {
                      requireIndex(url);
-                     return FilesOfName{name, ScanStore::paths(name, url, root.path(), limit, below)};
+                     return FilesOfName{name, ScanStore::paths(name, url, root, limit, below)};
                    };
                  },
              .deliver =

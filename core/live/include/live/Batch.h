@@ -5,14 +5,14 @@
 #include <vector>
 
 #include "base/RefPtr.h"
-#include "live/ScanPatcher.h"
 #include "scan/DirNode.h"
 #include "scan/FileEntry.h"
+#include "store/ScanPatcher.h"
 
 namespace quon::Refresh {
 
 /// What was read from the disk for one batch of changes, ready to be written to the index and to the tree.
-/// Its nodes are handed to the tree by the tree's commit.
+/// The tree's commit takes over its nodes.
 struct Batch {
   struct Op {
     enum class Kind {
@@ -37,7 +37,7 @@ struct Batch {
     RefPtr<DirNode> node;
   };
 
-  /// A row of the registry of links, by path: its folder may get its id only when the batch is written.
+  /// A row of the registry of links, by path: its folder may have no id until the batch is written.
   struct LinkWrite {
     std::uint64_t fileID = 0;
     std::string dirPath;

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <set>
 #include <string>
 #include <variant>
 #include <vector>
@@ -14,6 +13,7 @@
 #include "platform/Platform.h"
 #include "scan/DirNode.h"
 #include "scan/KeptFiles.h"
+#include "store/IndexedRoot.h"
 
 namespace quon {
 
@@ -21,19 +21,20 @@ class BackgroundQueue;
 class EventService;
 
 /// Keeps a loaded tree and its index current: gathers the folders that change, waits until the changes
-/// settle, and applies one batch at a time. When it cannot, it says why, once, and stops; the answer is a
-/// scan.
+/// settle, and applies one batch at a time. When it cannot, it reports the reason, once, and stops; then a
+/// scan is needed.
 ///
-/// Threads: made and stopped anywhere. Events come on the callback queue, batches are prepared and written on
-/// the work queue, the tree is changed and `onEvent` told inside the commit executor. Destroyed, it is
-/// stopped; work under way keeps what it needs alive and then finds it gone.
+/// Threads: made and stopped on any. Events come on the callback queue, batches are prepared and written on
+/// the work queue; the tree is changed, and `onEvent` called for it, inside the commit executor. Failures are
+/// reported on the thread that saw them. Its destructor stops it; work under way keeps what it needs alive,
+/// and does nothing more.
 class LiveWatcher {
  public:
   struct Update {
     std::vector<TopFile> topFiles;
     Refresh::Outcome outcome;  ///< newEventId is the batch's largest event
     std::vector<std::string> changedDirs;
-    std::vector<std::string> replacedPrefixes;  ///< drop what was cached below these
+    std::vector<std::string> replacedPrefixes;  ///< what was cached below these is void
     std::uint64_t hardlinksDeduped = 0;
   };
   struct NeedsRescan {
@@ -43,19 +44,15 @@ class LiveWatcher {
   using Clock = std::function<std::chrono::duration<double>()>;
 
   struct Options {
-    RefPtr<DirNode> root;
-    std::string rootPath;  ///< "/" for "/"
-    std::string indexURL;
-    std::uint32_t rootDev = 0;
-    std::uint64_t minKeep = kMinKeep;
-    std::set<std::string> skipPaths = {};
+    IndexedRoot index;
+    RefPtr<DirNode> tree;
     std::vector<TopFile> topFiles = {};  ///< no more than topCapacity are kept
     std::uint64_t sinceEventId = 0;
     std::chrono::duration<double> coalesceWindow{1.5};
-    std::size_t maxChanges = 20000;
+    std::size_t maxChanges = Refresh::kMaxChanges;
     std::size_t topCapacity = static_cast<std::size_t>(kTopFiles);
   };
-  /// What it works with. The queues are serial and outlive it; so does the event service.
+  /// What it uses. The queues are serial; they and the event service outlive it.
   struct Services {
     const Platform& platform;
     EventService& events;

@@ -10,9 +10,11 @@
 #include <vector>
 
 #include "base/Mutex.h"
+#include "base/RootPath.h"
 #include "live/Batch.h"
 #include "platform/Platform.h"
 #include "scan/WalkResult.h"
+#include "store/IndexedRoot.h"
 
 namespace quon {
 
@@ -23,17 +25,24 @@ struct Loaded;
 
 /// Brings an index and its tree up to date with the folders that changed, without a scan. The batch
 /// operations serve the catch-up at launch and the live watcher alike: `prepare` reads the disk,
-/// `commitStore` writes the index, `commitTree` and `rollupDirty` change the tree, each where its caller
-/// says.
+/// `commitStore` writes the index, `commitTree` and `rollupDirty` change the tree, each on the thread that
+/// its caller chooses.
 namespace Refresh {
 
-/// Why an index cannot be brought up to date; the answer is a scan.
+/// Why an index cannot be brought up to date; only a scan can then.
 class Failure : public std::runtime_error {
  public:
-  enum class Kind { journalUnavailable, tooManyChanges, deviceChanged, cancelled };
+  enum class Kind {
+    journalUnavailable,
+    tooManyChanges,
+    deviceChanged,
+    treeDiffers,  ///< the tree lacks a folder that the index contains
+    cancelled,
+  };
   [[nodiscard]] static Failure journalUnavailable(const std::string& reason);
   [[nodiscard]] static Failure tooManyChanges(std::size_t count);
   [[nodiscard]] static Failure deviceChanged();
+  [[nodiscard]] static Failure treeDiffers(const std::string& path);
   [[nodiscard]] static Failure cancelled();
   const Kind kind;
 
@@ -49,47 +58,48 @@ struct Outcome {
   std::uint64_t newEventId = 0;  ///< what the index is current to
 };
 
-/// Changed folders; true for those whose whole subtree may have changed.
-using Changes = std::map<std::string, bool>;
-
-/// The root that a batch is about, and what was left out when it was scanned.
-struct Scope {
-  std::string rootPath;  ///< "/" for "/"
-  std::uint32_t rootDev = 0;
-  std::uint64_t minKeep = 0;
-  std::set<std::string> skipPaths;
+/// How far below a changed folder things may have changed.
+enum class Depth {
+  shallow,  ///< directly in the folder
+  deep,     ///< anywhere below it
 };
 
-/// The path rules of every event: trailing slashes dropped, paths outside the root or below a skipped one
-/// left out, a deep mark kept once it is set.
-[[nodiscard]] Changes coalesce(const std::vector<FolderEvent>& events, const std::string& rootPath,
+/// Changed folders by full path.
+using Changes = std::map<std::string, Depth>;
+
+/// The rules for the path of every event: trailing slashes dropped, paths outside the root or below a skipped
+/// one dropped, a folder deep once one of its events was.
+[[nodiscard]] Changes coalesce(const std::vector<FolderEvent>& events, const RootPath& root,
                                const std::set<std::string>& skipPaths);
-/// One event by the same rules; false when it is left out.
-bool addChange(Changes& changes, const FolderEvent& event, const std::string& rootPath,
+/// One event by the same rules.
+void addChange(Changes& changes, const FolderEvent& event, const RootPath& root,
                const std::set<std::string>& skipPaths);
 
-/// Reads the changed folders from the disk and compares them with what the patcher's index holds. Folders
-/// whose modification time differs from the stored one are read even when no event named them. Throws Failure
-/// when the root has gone or lies on another device. Threads: any; starts walker threads.
+/// Reads the changed folders from the disk and compares them with the patcher's index. Folders whose
+/// modification time differs from the stored one are read even when no event named them. Throws Failure when
+/// the root has gone or lies on another device. Threads: any; starts walker threads.
 [[nodiscard]] Batch prepare(const Platform& platform, const Changes& changes, ScanPatcher& patcher,
-                            const Scope& scope);
+                            const IndexedRoot& index);
 
 /// Writes the batch within the patcher's transaction.
 void commitStore(const Batch& batch, ScanPatcher& patcher);
 
-/// The new list of largest files: what lay under changed folders is replaced by the batch's files.
+/// The new list of largest files: those in changed folders are replaced by the batch's files.
 [[nodiscard]] std::vector<TopFile> patchTop(std::vector<TopFile> topFiles, const Batch& batch,
                                             std::uint64_t minKeep, std::size_t capacity);
 
 /// What the batch does, in numbers.
 [[nodiscard]] Outcome outcomeOf(const Batch& batch, std::uint64_t newEventId);
 
-/// Applies the batch to the tree; the nodes whose totals must be rolled up again. Throws std::logic_error
-/// when the tree does not hold a folder that the index does.
-[[nodiscard]] std::vector<DirNode*> commitTree(const RefPtr<DirNode>& root, const std::string& rootPath,
+/// Applies the batch to the tree; returns the nodes whose totals must be rolled up again. Throws Failure
+/// (treeDiffers); the tree is changed in part then.
+[[nodiscard]] std::vector<DirNode*> commitTree(const RefPtr<DirNode>& root, const RootPath& rootPath,
                                                std::uint64_t minKeep, Batch& batch);
 /// Rolls up the nodes and all their ancestors, each once, children first.
 void rollupDirty(const std::vector<DirNode*>& nodes);
+
+/// With more changed folders a scan is cheaper.
+inline constexpr std::size_t kMaxChanges = 20000;
 
 /// Ends the wait of a catch-up for the journal. Once set it stays set. Threads: any.
 class CatchUpCancel {
@@ -108,17 +118,14 @@ class CatchUpCancel {
 };
 
 struct CatchUpOptions {
-  std::string rootPath;
-  std::string indexURL;
-  std::uint64_t minKeep = 0;
-  std::set<std::string> skipPaths = {};
-  std::size_t maxChanges = 20000;
+  IndexedRoot index;  ///< its device is the one in the loaded index, whatever is given here
+  std::size_t maxChanges = kMaxChanges;
   CatchUpCancel* cancel = nullptr;  ///< outlives the call
 };
 
 /// Replays the journal from the loaded index's event on and patches tree and index. The tree in `loaded` is
 /// changed in place and returned. Throws Failure and StoreError; the index is unchanged then, the tree
-/// perhaps not. Threads: any, not the main one: waits up to 30 seconds for the journal.
+/// perhaps not. Threads: any but the main one: waits up to 30 seconds for the journal.
 [[nodiscard]] std::pair<WalkResult, Outcome> catchUp(const Platform& platform, EventService& events,
                                                      Loaded& loaded, const CatchUpOptions& options);
 

@@ -3,8 +3,9 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <string>
 #include <string_view>
+
+#include "base/RootPath.h"
 
 namespace quon {
 
@@ -15,8 +16,7 @@ class DirNode;
 /// Refers to the nodes of the loaded tree: valid while that stands unchanged. Threads: confined to one.
 class DirIds {
  public:
-  /// `rootPath` as the paths looked up begin.
-  explicit DirIds(std::string rootPath = {});
+  explicit DirIds(RootPath root = {});
   ~DirIds();
   DirIds(DirIds&& other) noexcept;
   DirIds& operator=(DirIds&& other) noexcept;

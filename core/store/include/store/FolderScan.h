@@ -8,6 +8,7 @@
 #include <string>
 
 #include "base/Mutex.h"
+#include "base/RootPath.h"
 #include "platform/Platform.h"
 #include "scan/Progress.h"
 #include "scan/WalkResult.h"
@@ -18,12 +19,12 @@ class ScanStore;
 class Walker;
 
 /// One fresh scan of a folder into its index: walk, roll up, save. An index that cannot be saved does not
-/// spoil the scan: the result stands and the reason is told. Serves one run. Threads: `run` blocks its
-/// caller; `cancel`, `progress` and `buildingFile` are for any thread.
+/// spoil the scan: the result is valid, and `notSaved` is the reason. Serves one run. Threads: `run` blocks
+/// its caller; `cancel`, `progress` and `buildingFile` are for any thread.
 class FolderScan {
  public:
   struct Options {
-    std::string root;      ///< absolute, canonical, without trailing slash; "/" for "/"
+    RootPath root;         ///< canonical
     unsigned threads = 0;  ///< 0 for the walker's own choice
     bool oneFileSystem = true;
     bool saveIndex = true;
@@ -37,15 +38,15 @@ class FolderScan {
     double scannedAt = 0;        ///< seconds since 1970
     std::string index;           ///< the saved index; "" when there is none
     std::string notSaved;        ///< why an index that was asked for was not saved; "" when it was
-    std::uint64_t eventId = 0;   ///< from which live updates go on; 0 when they cannot
+    std::uint64_t eventId = 0;   ///< live updates start from it; 0 when they cannot
     std::uint32_t rootDev = 0;
-    bool cancelled = false;  ///< nothing else holds then, and nothing was saved
+    bool cancelled = false;  ///< nothing was saved, and nothing else here is valid
   };
 
   FolderScan(const Platform& platform, Options options);
   ~FolderScan();
 
-  /// Throws std::system_error "cannot scan PATH" when the root is no folder or cannot be looked at.
+  /// Throws std::system_error "cannot scan PATH" when the root is no folder or cannot be reached.
   [[nodiscard]] Outcome run();
   void cancel();
   [[nodiscard]] Progress::Snapshot progress() const;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,7 +24,7 @@ struct IndexEntry {
   std::uint64_t bytes = 0;
   double scannedAt = 0;  ///< seconds since 1970; 0 when the file cannot be read
   Status status = Status::unusable;
-  bool covered = false;  ///< another live index holds this root
+  bool covered = false;  ///< another live index contains this root
 
   friend bool operator==(const IndexEntry&, const IndexEntry&) = default;
 };
@@ -31,7 +32,8 @@ struct IndexEntry {
 /// The saved indexes of a user. Threads: any.
 namespace IndexCatalog {
 
-/// Every index in the folder, newest first; builds under way are no indexes.
+/// Every index in the folder, newest first; builds under way are no indexes. Asks the file system about every
+/// root, and so waits for each that does not answer.
 [[nodiscard]] std::vector<IndexEntry> list(const Platform& platform, const std::string& indexDirectory);
 
 /// What a collection removed.
@@ -44,11 +46,14 @@ struct Collected {
 /// one that is live, offline or unusable. std::system_error when one cannot be removed.
 Collected collectGarbage(const Platform& platform, const std::string& indexDirectory);
 
-/// The deepest of the mount points that holds the path; "/" when none does.
+/// The deepest of the mount points that contain the path; "/" when none does.
 [[nodiscard]] std::string mountPointOf(std::string_view path, const std::vector<std::string>& mountPoints);
 
-/// The live index whose root holds `path` most closely; nullptr when there is none.
-[[nodiscard]] const IndexEntry* nearest(const std::vector<IndexEntry>& entries, const std::string& path);
+/// The index of the closest folder at or above `path`, which is absolute and canonical: live, or unusable
+/// with the folder as its root, so that a damaged index is reported and replaced instead of passed over.
+/// `covered` is not determined. Reads no other index and asks about no other root.
+[[nodiscard]] std::optional<IndexEntry> nearest(const Platform& platform, const std::string& indexDirectory,
+                                                std::string_view path);
 
 }  // namespace IndexCatalog
 

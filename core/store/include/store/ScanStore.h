@@ -7,7 +7,9 @@
 #include <string_view>
 #include <vector>
 
+#include "base/RootPath.h"
 #include "platform/Platform.h"
+#include "scan/KeptFiles.h"
 #include "scan/ScanSink.h"
 #include "scan/WalkResult.h"
 #include "store/DirIds.h"
@@ -19,9 +21,9 @@ struct Loaded {
   WalkResult result;     ///< the tree, rolled up, with the scan's saved figures
   double scannedAt = 0;  ///< seconds since 1970, with fraction
   std::int64_t scanElapsedMs = 0;
-  std::uint64_t lastEventId = 0;  ///< 0 when the index does not know it
+  std::uint64_t lastEventId = 0;  ///< 0 when the index does not say
   bool hasLinkRegistry = false;   ///< the registry of links is present and complete
-  std::uint32_t rootDev = 0;      ///< 0 when the index does not know it
+  std::uint32_t rootDev = 0;      ///< 0 when the index does not say
   DirIds idByPath;                ///< folder path to row id
 };
 
@@ -49,7 +51,7 @@ struct DupeFile {
   std::uint64_t logical = 0;
   std::uint64_t physical = 0;
   std::int64_t mtime = 0;
-  std::uint64_t cloneID = 0;      ///< 0 until fetched, or when the file system tells none
+  std::uint64_t cloneID = 0;      ///< 0 until fetched, or when the file system has none
   std::uint64_t privateSize = 0;  ///< bytes shared with no clone; 0 until fetched
 };
 
@@ -57,7 +59,7 @@ struct DupeFile {
 /// one index once; its static operations read and change a finished one, each over a connection of its own.
 ///
 /// Nothing is seen under the final name before it is whole: the file is built under another name in the same
-/// folder and moved into place at the end. A root is an absolute path without trailing slash ("/" for "/").
+/// folder and moved into place at the end.
 ///
 /// Threads: `record` and `recordLink` from any thread, at most 32,768 folders waiting, beyond which they
 /// block; `interrupt` from any; everything else confined to the owner. Static operations: any thread.
@@ -67,7 +69,7 @@ class ScanStore final : public ScanSink {
 
   /// Folder of the indexes + the root's last component (or "root") + "-" + SHA-256 of the root + ".sqlite". A
   /// component too long for the names built from it is cut; the digest keeps it apart from others.
-  [[nodiscard]] static std::string canonicalURL(const std::string& indexDirectory, std::string_view root);
+  [[nodiscard]] static std::string canonicalURL(const std::string& indexDirectory, const RootPath& root);
 
   /// Opens a new file beside `finalURL` and sweeps builds of the same index that were left an hour ago or
   /// more. StoreError (sqlite) "cannot open PATH: reason".
@@ -79,9 +81,9 @@ class ScanStore final : public ScanSink {
   void recordLink(std::uint64_t fileID, const DirNode& node, std::string_view name, bool counted) override;
 
   /// Writes what is queued, the metadata and the secondary indexes, and moves the file into place, replacing
-  /// an earlier index. On failure the building file is gone, the earlier index as it was, and the StoreError
-  /// tells.
-  void finish(std::string_view rootPath, std::int64_t elapsedMs, const WalkResult& result,
+  /// an earlier index. On failure throws StoreError; then the building file is gone, and the earlier index is
+  /// as it was.
+  void finish(const RootPath& root, std::int64_t elapsedMs, const WalkResult& result,
               std::uint64_t lastEventId, std::uint32_t rootDev);
   /// Stops writing and removes the building file.
   void abort();
@@ -95,8 +97,8 @@ class ScanStore final : public ScanSink {
   [[nodiscard]] static std::map<std::string, std::string> meta(const std::string& url);
   /// Rebuilds the tree. StoreError: missing, sqlite, or incompatible for an index that is incomplete, of
   /// another format or root, or damaged.
-  [[nodiscard]] static Loaded load(const std::string& url, const std::string& rootPath,
-                                   std::uint64_t minKeep);
+  [[nodiscard]] static Loaded load(const std::string& url, const RootPath& root,
+                                   std::uint64_t minKeep = kMinKeep);
   /// Names that occur more than once with at least so many allocated bytes in all, largest first. With
   /// `below`, a folder's path below the root, only what lies in it counts.
   [[nodiscard]] static std::vector<RepeatedName> repeatedNames(const std::string& url, std::int64_t limit,
@@ -104,17 +106,15 @@ class ScanStore final : public ScanSink {
                                                                std::string_view below = {});
   /// Files of one name, largest allocation first; `below` as for names.
   [[nodiscard]] static std::vector<NamedFile> paths(std::string_view named, const std::string& url,
-                                                    const std::string& rootPath, std::int64_t limit,
+                                                    const RootPath& root, std::int64_t limit,
                                                     std::string_view below = {});
   /// Every file of at least `minSize` bytes whose logical size occurs more than once.
-  [[nodiscard]] static std::vector<DupeFile> dupeCandidates(const std::string& url,
-                                                            const std::string& rootPath,
+  [[nodiscard]] static std::vector<DupeFile> dupeCandidates(const std::string& url, const RootPath& root,
                                                             std::uint64_t minSize);
-  /// Takes a trashed file, or a folder with all below it, out of the index. StoreError (missing) with the
-  /// path when the index does not hold it.
-  static void remove(const std::string& path, bool isDir, const std::string& url,
-                     const std::string& rootPath);
-  /// The script that live patching runs before it writes to an index of an older version.
+  /// Removes a trashed file, or a folder with all below it, from the index. StoreError (missing) with the
+  /// path when the index does not contain it.
+  static void remove(const std::string& path, bool isDir, const std::string& url, const RootPath& root);
+  /// The script that patching runs before it writes to an index of an older version.
   [[nodiscard]] static const char* patchIndexSQL();
 
  private:

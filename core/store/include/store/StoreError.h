@@ -9,8 +9,8 @@ namespace quon {
 class StoreError : public std::runtime_error {
  public:
   enum class Kind {
-    sqlite,        ///< SQLite's own word; shown with the prefix "sqlite: "
-    missing,       ///< there is no index, or not what was looked for in it
+    sqlite,        ///< SQLite's own message; shown with the prefix "sqlite: "
+    missing,       ///< there is no index, or it does not contain what was asked for
     incompatible,  ///< an index that cannot be trusted: unfinished, damaged, or of another format or root
   };
 

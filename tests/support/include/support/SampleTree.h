@@ -3,9 +3,11 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/RefPtr.h"
+#include "base/RootPath.h"
 #include "platform_linux/LinuxPlatform.h"
 #include "scan/DirNode.h"
 #include "scan/FileBatch.h"
@@ -22,7 +24,7 @@ namespace quon::test {
 /// that no disk should. Threads: main only.
 class SampleTree {
  public:
-  explicit SampleTree(std::string rootPath = "/sample");
+  explicit SampleTree(std::string_view rootPath = "/sample");
 
   /// Without a parent the root's child.
   DirNode& folder(std::string name, DirNode* parent = nullptr, std::int64_t mtime = 0);
@@ -30,12 +32,12 @@ class SampleTree {
   [[nodiscard]] DirNode& root() const { return *tree; }
   [[nodiscard]] RefPtr<DirNode> shared() const { return tree; }
 
-  /// Hands every folder to the store, parents last, so that the store must find their rows itself.
+  /// Records every folder, parents last, so that the store must make their rows itself.
   void record(ScanStore& store) const;
   /// Writes the index into the folder; its path.
   std::string save(const std::string& indexFolder, WalkResult figures = {}) const;
 
-  const std::string path;
+  const RootPath path;
 
  private:
   RefPtr<DirNode> tree;
@@ -44,7 +46,7 @@ class SampleTree {
 };
 
 /// What is wrong within a loaded index: totals that are not what rolling up gives, a child whose parent is
-/// another, kept files that outweigh their folder, a folder that its path does not find; "" when nothing is.
-[[nodiscard]] std::string inconsistency(const Loaded& loaded, const std::string& rootPath);
+/// another, kept files larger than their folder, a folder that its path does not find; "" when nothing is.
+[[nodiscard]] std::string inconsistency(const Loaded& loaded, const RootPath& root);
 
 }  // namespace quon::test

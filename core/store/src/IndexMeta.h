@@ -11,13 +11,28 @@
 
 namespace quon {
 
+class Database;
+
 using MetaMap = std::map<std::string, std::string>;
 
-/// The metadata of a finished scan as key and value, in the order they are written; "complete" comes last.
-/// `scannedAt` is seconds since 1970.
-[[nodiscard]] std::vector<std::pair<std::string, std::string>> metaRows(
-    std::string_view rootPath, std::int64_t elapsedMs, const WalkResult& result, std::uint64_t lastEventId,
-    std::uint32_t rootDev, double scannedAt);
+[[nodiscard]] MetaMap readMeta(Database& database);
+/// Replaces the value that the key has.
+void writeMeta(Database& database, std::string_view key, std::string_view value);
+
+/// What the metadata of a finished scan says beside its result.
+struct ScanFigures {
+  std::string_view rootPath;
+  std::string_view mountPoint;  ///< of the file system that the root lies on
+  std::int64_t elapsedMs = 0;
+  std::uint64_t lastEventId = 0;
+  std::uint32_t rootDev = 0;
+  double scannedAt = 0;  ///< seconds since 1970
+};
+/// The metadata as key and value, in the order they are written; "complete" comes last.
+[[nodiscard]] std::vector<std::pair<std::string, std::string>> metaRows(const ScanFigures& scan,
+                                                                        const WalkResult& result);
+/// The shortest text that reads back to the same value.
+[[nodiscard]] std::string encodeSeconds(double seconds);
 
 /// The value of "topFiles". Names keep every byte (see base/ByteJson.h).
 [[nodiscard]] std::string encodeTopFiles(const std::vector<TopFile>& topFiles);

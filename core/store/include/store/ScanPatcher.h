@@ -8,10 +8,10 @@
 #include <unordered_map>
 #include <vector>
 
-#include "base/RefPtr.h"
+#include "base/RootPath.h"
 #include "scan/DirNode.h"
 #include "scan/FileBatch.h"
-#include "database/Database.h"
+#include "scan/FileEntry.h"
 
 namespace quon {
 
@@ -41,12 +41,12 @@ class ScanPatcher {
   using Listings = std::unordered_map<const DirNode*, FileBatch>;
 
   /// StoreError (sqlite) "cannot open PATH for patching", or incompatible.
-  ScanPatcher(const std::string& indexURL, std::string rootPath);
+  ScanPatcher(const std::string& indexURL, RootPath root);
   ~ScanPatcher();
   ScanPatcher(const ScanPatcher&) = delete;
   ScanPatcher& operator=(const ScanPatcher&) = delete;
 
-  /// None outside the root and for folders that the index does not hold.
+  /// Nullopt outside the root and for folders that the index does not contain.
   [[nodiscard]] std::optional<std::int64_t> dirId(const std::string& path);
   [[nodiscard]] std::optional<std::string> path(std::int64_t dir);
   [[nodiscard]] std::vector<std::string> childNames(std::int64_t dir);
@@ -65,7 +65,7 @@ class ScanPatcher {
   [[nodiscard]] std::vector<LinkSighting> linkSightings(std::uint64_t fileID);
   /// The counted sightings in the folder and all below it.
   [[nodiscard]] std::vector<LinkSighting> countedLinksUnder(std::int64_t dir);
-  /// The files of which the folder and all below it hold a sighting, counted or not.
+  /// The files with a sighting, counted or not, in the folder or below it.
   [[nodiscard]] std::vector<std::uint64_t> linkedFilesUnder(std::int64_t dir);
   void setLink(std::uint64_t fileID, std::int64_t dir, std::string_view name, bool counted);
   void deleteLink(std::uint64_t fileID, std::int64_t dir, std::string_view name);
@@ -85,9 +85,8 @@ class ScanPatcher {
   void setMeta(std::string_view key, std::string_view value);
   std::int64_t insertFolder(std::int64_t parent, const DirNode& node, const Listings& listings);
 
-  Database db;
   std::unordered_map<std::string, std::int64_t> idByPath;
-  const std::string rootPath;
+  const RootPath root;
   std::unique_ptr<Statements> statements;
 };
 
