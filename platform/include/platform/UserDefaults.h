@@ -6,7 +6,7 @@
 
 namespace quon {
 
-/// The user's settings, kept as a key file. Threads: main only.
+/// The user's settings, kept as a key file; each call may wait for the disk. Threads: any.
 class UserDefaults {
  public:
   virtual ~UserDefaults() = default;
