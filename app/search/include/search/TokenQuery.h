@@ -12,9 +12,9 @@ namespace quon {
 
 /// What a search asks for, read from a line such as "report kind:docs size:>1gb in:Library age:<2w".
 ///
-/// A token "key:value" with a known key and a value is a filter; a filter whose value cannot be read is left
-/// out; of several that set the same bound the last counts. Every other token is a term. Case is of no
-/// matter.
+/// A token "key:value" with a known key and a value is a filter; a filter whose value cannot be read is
+/// ignored (see QueryAdvice.h); of several that set the same bound the last counts. Every other token is a
+/// term. Case does not matter.
 ///
 /// Threads: a value; any.
 struct TokenQuery {
@@ -48,8 +48,5 @@ struct TokenQuery {
 
   friend bool operator==(const TokenQuery&, const TokenQuery&) = default;
 };
-
-/// The tokens that look like filters and say nothing, since their values cannot be read: "size:big".
-[[nodiscard]] std::vector<std::string> ignoredFilters(std::string_view text);
 
 }  // namespace quon
