@@ -10,7 +10,7 @@
 
 namespace quon::cli {
 
-/// What the user asked for.
+/// What was typed on the command line.
 struct Command {
   enum class Verb {
     scan,

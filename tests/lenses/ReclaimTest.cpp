@@ -96,19 +96,19 @@ TEST(Reclaim, ListsWhatARecursiveWalkFindsInTheOrderOfTheTree) {
   }
 }
 
-/// Marker files by full path, and what was looked at.
+/// Marker files by full path, and which were read.
 struct FakeMarkers final : MarkerFiles {
   std::map<std::string, std::string> files;
-  mutable std::vector<std::string> lookedAt;
+  mutable std::vector<std::string> read;
 
-  [[nodiscard]] bool holds(const std::string& folder, std::string_view name) const override {
-    lookedAt.push_back(joinPath(folder, name));
-    return files.contains(lookedAt.back());
+  [[nodiscard]] bool contains(const std::string& folder, std::string_view name) const override {
+    read.push_back(joinPath(folder, name));
+    return files.contains(read.back());
   }
   [[nodiscard]] std::optional<std::string> beginning(const std::string& folder, std::string_view name,
                                                      std::size_t most) const override {
-    if (!holds(folder, name)) return std::nullopt;
-    return files.at(lookedAt.back()).substr(0, most);
+    if (!contains(folder, name)) return std::nullopt;
+    return files.at(read.back()).substr(0, most);
   }
 };
 
@@ -166,7 +166,7 @@ TEST_F(DesktopReclaim, ListsCachesBelowHomeAndTrashOnVolumes) {
                             {"Snap app caches", {"/home/u/snap/x/common/.cache", "/home/u/snap/x/42/.cache"}},
                             {"Flatpak app caches", {"/home/u/.var/app/org.x/cache"}},
                             {"Gradle home", {"/home/u/.gradle"}}}));
-  EXPECT_THAT(markers.lookedAt, IsEmpty());
+  EXPECT_THAT(markers.read, IsEmpty());
 }
 
 TEST_F(DesktopReclaim, FindsPlacesWhateverTheScannedRoot) {
@@ -219,7 +219,7 @@ TEST_F(DesktopReclaim, ListsTaggedFoldersOnlyWithTheRightSignature) {
   folders("sound/inner bare short wrong late empty p/node_modules/x cache p/sound");
   EXPECT_EQ(list(), (Listed{{"caches (marked CACHEDIR.TAG)", {"/sound", "/bare"}},
                             {"node_modules", {"/p/node_modules"}}}));
-  EXPECT_EQ(markers.lookedAt.size(), 6U) << "nothing inside what is listed already, nothing that is gone";
+  EXPECT_EQ(markers.read.size(), 6U) << "nothing inside what is listed already, nothing that is gone";
 }
 
 TEST_F(DesktopReclaim, ListsRustTargetsOnlyBesideTheirManifest) {
@@ -257,7 +257,7 @@ TEST_F(DesktopReclaim, ListsBrowserCachesOnlyWithTheirIndex) {
 
 TEST_F(DesktopReclaim, GoesToAnyDepth) {
   EXPECT_EQ(listIn(PathTree::chain("target", 100'000).rolledUp()), Listed());
-  EXPECT_LT(markers.lookedAt.size(), 1000U) << "a path too long to open proves nothing";
+  EXPECT_LT(markers.read.size(), 1000U) << "a path too long to open proves nothing";
   PathTree chain = PathTree::chain("d", 100'000);
   DirNode* deepest = &chain.sample.root();
   while (!deepest->subdirs.empty()) deepest = deepest->subdirs[0].get();

@@ -18,7 +18,7 @@ namespace quon {
 namespace {
 
 struct Match {
-  DirNode* folder;        // that matches, or holds the file
+  DirNode* folder;        // that matches, or contains the file
   const FileEntry* file;  // none for a folder
   std::uint64_t size;
   std::size_t order;

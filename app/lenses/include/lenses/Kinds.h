@@ -14,11 +14,11 @@
 
 namespace quon {
 
-/// Kinds that the files' contents told, by the folder's identity and the file's name. The kinds are those of
+/// Kinds that were read from the files' contents, by the folder's identity and the file's name. The kinds are those of
 /// Kinds, which outlive every map.
 using KindOverrides = std::unordered_map<const DirNode*, std::unordered_map<std::string, const FileKind*>>;
 
-/// Files by kind, told from their names. Threads: any; `aggregate` reads the tree, which must not change
+/// Files by kind, as their names show it. Threads: any; `aggregate` reads the tree, which must not change
 /// meanwhile.
 namespace Kinds {
 
@@ -51,7 +51,7 @@ struct Aggregate {
   std::uint64_t small = 0;  ///< bytes, in the metric, of files too small to be kept in the tree
 };
 
-/// The kept files of the folder's whole subtree by kind. An override counts only for files whose name tells
+/// The kept files of the folder's whole subtree by kind. An override counts only for files whose name shows
 /// nothing. An overflow is fatal; kept files that outweigh their folder leave `small` at 0.
 [[nodiscard]] Aggregate aggregate(const RefPtr<DirNode>& scope, Metric metric,
                                   const KindOverrides& overrides);

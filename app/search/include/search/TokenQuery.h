@@ -34,7 +34,7 @@ struct TokenQuery {
 
   /// "1.5gb", "300k", "17b" (powers of 1,024, truncated to bytes) or plain bytes. The number is decimal
   /// digits with or without a fraction: no sign (but "+" before plain bytes), no exponent, nothing named.
-  /// None for anything else and for what 64 bits do not hold.
+  /// None for anything else and for what exceeds 64 bits.
   [[nodiscard]] static std::optional<std::uint64_t> parseBytes(std::string_view value);
 
   /// "2y", "1.5months", "3w", "10days" in seconds, years of 365 and months of 30 days. The number, written as

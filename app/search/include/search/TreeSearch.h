@@ -14,7 +14,7 @@
 namespace quon {
 
 // Searches the scan tree for folders and kept files. A folder matches by its totals and its own time, and
-// only when no kind is asked for.
+// only when the query names no kind.
 //
 // The search covers what lies below `root`, not `root` itself, which may be any folder of the tree;
 // `rootPath` is the path of the tree's root as paths are built from it: "" for the file system's root. Terms
