@@ -1,11 +1,14 @@
 #include "CommandLine.h"
 
 #include <algorithm>
+#include <charconv>
+#include <concepts>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <functional>
 #include <iostream>
-#include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -16,19 +19,34 @@
 namespace quon::cli {
 namespace {
 
-constexpr int kWrongUsage = 2;
 constexpr unsigned kMostThreads = 1024;
 constexpr std::size_t kMostRows = 1'000'000'000;
+constexpr const char* kFolder = "A folder; without one the configured root, else the home folder";
+constexpr const char* kFilters =
+    "Filters:\n"
+    "  kind:video                 files of a kind\n"
+    "  size:>1gb  size:<500mb     at least, at most so large\n"
+    "  age:>2y    age:<10d        changed longer ago, more recently\n"
+    "  in:Library                 with this in the path\n"
+    "  name:report                the same as the word alone\n"
+    "Quote what the shell would read itself: quon search kind:video \"size:>1gb\"";
 
-/// What follows a word in square brackets until it is parsed: the library takes such words of a text for
-/// lists and drops the brackets. No argument of a program holds a NUL.
+/// What protects a word from the library until it is parsed: a word in square brackets would be taken for a
+/// list, and one of a text that begins with "-" for an option. No argument of a program contains a NUL.
 constexpr char kGuard = '\0';
+
+bool takesText(std::string_view verb) {
+  return verb == "search" || verb == "commands";
+}
 
 /// The arguments, the last one first, as the library takes them.
 std::vector<std::string> guarded(int count, char** arguments) {
   std::vector<std::string> words(arguments + 1, arguments + std::max(count, 1));
+  const bool isText = !words.empty() && takesText(words.front());
   for (std::string& word : words) {
     if (word.starts_with('[') && word.ends_with(']')) word += kGuard;
+    const bool isShortOption = word.size() > 1 && word[0] == '-' && word[1] != '-';
+    if (isText && isShortOption && word != "-h") word.insert(word.begin(), kGuard);
   }
   std::ranges::reverse(words);
   return words;
@@ -38,125 +56,134 @@ void dropGuards(std::string& text) {
   std::erase(text, kGuard);
 }
 
-void addShared(CLI::App& verb, Command& command) {
-  verb.add_flag("--json", command.json, "Print one JSON document and nothing else");
+/// Reads the value of an option; `read` returns false for a value that is none, and `wanted` is what the user
+/// is told then.
+CLI::Option* addValue(CLI::App& verb, const std::string& name, const std::string& type,
+                      const std::string& about, const std::string& wanted,
+                      std::function<bool(const std::string&)> read) {
+  return verb
+      .add_option_function<std::string>(
+          name,
+          [name, wanted, read = std::move(read)](std::string value) {
+            dropGuards(value);
+            if (!read(value))
+              throw CLI::ValidationError(name + " takes " + wanted + ", not \"" + value + '"');
+          },
+          about)
+      ->type_name(type);
 }
 
-void addPath(CLI::App& verb, Command& command, const std::string& what) {
+template <std::unsigned_integral Number>
+CLI::Option* addNumber(CLI::App& verb, const std::string& name, Number& number, Number most,
+                       const std::string& about) {
+  return addValue(verb, name, "N", about, fmt::format("a number from 1 to {}", most),
+                  [&number, most](const std::string& value) {
+                    const char* const end = value.data() + value.size();
+                    const auto read = std::from_chars(value.data(), end, number);
+                    return read.ec == std::errc() && read.ptr == end && number >= 1 && number <= most;
+                  });
+}
+
+void addPath(CLI::App& verb, Command& command) {
   const auto refuseEmpty = [](const std::string& path) {
     return path.empty() ? std::string("the path is empty") : std::string();
   };
-  verb.add_option("PATH", command.path, what)->check(refuseEmpty, "");
-}
-
-void addMetric(CLI::App& verb, Command& command) {
-  static const std::map<std::string, Metric> kMetrics{{"logical", Metric::logical},
-                                                      {"physical", Metric::physical}};
-  verb.add_option("--metric", command.metric, "Which size counts: logical (apparent) or physical (on disk)")
-      ->transform(CLI::Transformer(kMetrics))
-      ->type_name("logical|physical");
+  verb.add_option("PATH", command.path, kFolder)->type_name("")->check(refuseEmpty, "");
 }
 
 void addLimit(CLI::App& verb, Command& command) {
-  verb.add_option("--limit", command.limit, "The most rows to list")
-      ->check(CLI::Range(std::size_t{1}, kMostRows))
-      ->type_name("N")
-      ->capture_default_str();
+  addNumber(verb, "--limit", command.limit, kMostRows,
+            fmt::format("The most rows to list (default: {})", command.limit));
 }
 
-CLI::Option* addText(CLI::App& verb, Command& command, const std::string& what) {
-  return verb.add_option_function<std::vector<std::string>>(
-      "TEXT",
-      [&command](const std::vector<std::string>& words) {
-        command.text = fmt::format("{}", fmt::join(words, " "));
-      },
-      what);
+CLI::Option* addText(CLI::App& verb, Command& command, const std::string& about) {
+  return verb
+      .add_option_function<std::vector<std::string>>(
+          "TEXT",
+          [&command](const std::vector<std::string>& words) {
+            command.text = fmt::format("{}", fmt::join(words, " "));
+          },
+          about)
+      ->type_name("");
 }
 
-std::int64_t seconds(const std::string& age) {
-  const auto parsed = TokenQuery::parseDuration(lowerCase(age));
-  if (!parsed) throw CLI::ValidationError("--older-than", "takes an age such as 30d, 6months or 2y");
-  return *parsed;
+/// What every command takes.
+void addShared(CLI::App& verb, Command& command) {
+  addValue(verb, "--metric", "logical|physical",
+           "Which size counts: logical (apparent) or physical (on disk)", "logical or physical",
+           [&command](const std::string& value) {
+             command.metric = value == "physical" ? Metric::physical : Metric::logical;
+             return value == "physical" || value == "logical";
+           });
+  verb.add_flag("--json", command.json, "Print JSON and nothing else");
+  verb.add_flag_callback(
+      "--no-catch-up", [&command] { command.catchUp = false; }, "Use a saved index as it stands");
+}
+
+void addOlderThan(CLI::App& verb, Command& command) {
+  addValue(verb, "--older-than", "AGE", "How long, such as 30d, 6months or 2y (default: 1y)",
+           "an age such as 30d, 6months or 2y", [&command](const std::string& value) {
+             const auto seconds = TokenQuery::parseDuration(value);
+             command.olderThan = seconds.value_or(0);
+             return seconds.has_value();
+           });
 }
 
 void addVerbs(CLI::App& app, Command& command) {
-  const std::string folder = "A folder; without one the configured root, else the home folder";
+  using Verb = Command::Verb;
+  const auto add = [&](const char* name, Verb verb, const char* about) -> CLI::App& {
+    CLI::App& added = *app.add_subcommand(name, about);
+    added.callback([&command, verb] { command.verb = verb; });
+    addShared(added, command);
+    return added;
+  };
 
-  CLI::App* scan = app.add_subcommand("scan", "Scan a folder afresh and save its index");
-  addPath(*scan, command, folder);
-  scan->add_option("--threads", command.threads, "Folders to list at once")
-      ->check(CLI::Range(1U, kMostThreads))
-      ->type_name("N");
-  scan->add_flag("!--no-index", command.saveIndex, "Do not save an index");
-  scan->add_flag("--cross-devices", command.crossDevices, "Enter other file systems too");
-  scan->callback([&command] { command.verb = Command::Verb::scan; });
+  CLI::App& scan = add("scan", Verb::scan, "Scan a folder afresh and save its index");
+  addNumber(scan, "--threads", command.threads, kMostThreads, "How many folders to read at once");
+  scan.add_flag_callback(
+      "--no-index", [&command] { command.saveIndex = false; }, "Do not save an index");
+  scan.add_flag("--cross-devices", command.crossDevices, "Enter other file systems too");
 
-  CLI::App* list = app.add_subcommand("ls", "List a folder, largest first");
-  addPath(*list, command, folder);
-  addLimit(*list, command);
-  list->callback([&command] { command.verb = Command::Verb::ls; });
+  CLI::App& list = add("ls", Verb::ls, "List a folder, largest first");
+  CLI::App& largest = add("largest", Verb::largest, "List the largest files below a folder");
+  CLI::App& kinds = add("kinds", Verb::kinds, "Total the files below a folder by kind");
+  CLI::App& untouched = add("untouched", Verb::untouched, "List folders and files unchanged for long");
+  addOlderThan(untouched, command);
+  CLI::App& reclaim = add("reclaim", Verb::reclaim, "List folders whose contents can be made again");
 
-  CLI::App* largest = app.add_subcommand("largest", "List the largest files below a folder");
-  addPath(*largest, command, folder);
-  addLimit(*largest, command);
-  largest->callback([&command] { command.verb = Command::Verb::largest; });
+  CLI::App& search = add("search", Verb::search, "Find folders and large files");
+  addText(search, command, "Words that must all occur in the path, and filters")->required();
+  search.add_option("--in", command.path, kFolder)->type_name("PATH");
+  search.footer(kFilters);
+  CLI::App& commands = add("commands", Verb::commands, "List what the command bar offers for a text");
+  addText(commands, command, "What is typed into the bar");
 
-  CLI::App* kinds = app.add_subcommand("kinds", "Total the files below a folder by kind");
-  addPath(*kinds, command, folder);
-  kinds->callback([&command] { command.verb = Command::Verb::kinds; });
+  CLI::App& names = add("names", Verb::names, "List file names that occur more than once");
+  names.add_option("--name", command.name, "List the files of this name instead")->type_name("NAME");
 
-  CLI::App* untouched =
-      app.add_subcommand("untouched", "List folders and files that nobody changed for long");
-  addPath(*untouched, command, folder);
-  addLimit(*untouched, command);
-  untouched
-      ->add_option_function<std::string>(
-          "--older-than", [&command](const std::string& age) { command.olderThan = seconds(age); },
-          "How long, such as 6months or 2y (default: 1y)")
-      ->type_name("AGE");
-  untouched->callback([&command] { command.verb = Command::Verb::untouched; });
+  CLI::App& indexes = add("indexes", Verb::indexes, "List the saved indexes");
+  indexes.add_flag("--collect", command.collect, "Remove indexes of deleted folders first");
+  CLI::App& watch = add("watch", Verb::watch, "Keep the index of a folder current and report each change");
+  add("record", Verb::record, "Record file-system events in the foreground");
 
-  CLI::App* reclaim = app.add_subcommand("reclaim", "List folders whose contents come back by themselves");
-  addPath(*reclaim, command, folder);
-  addLimit(*reclaim, command);
-  reclaim->callback([&command] { command.verb = Command::Verb::reclaim; });
-
-  CLI::App* search =
-      app.add_subcommand("search", "Find folders and large files, as in: kind:video size:>1gb in:Library");
-  addText(*search, command, "What to find: words, and kind: size: age: in: name:")->required();
-  search->add_option("--in", command.path, folder);
-  addLimit(*search, command);
-  search->callback([&command] { command.verb = Command::Verb::search; });
-
-  CLI::App* commands = app.add_subcommand("commands", "List what the command bar offers for a text");
-  addText(*commands, command, "What is typed into the bar");
-  commands->callback([&command] { command.verb = Command::Verb::commands; });
-
-  CLI::App* names = app.add_subcommand("names", "List file names that occur more than once");
-  addPath(*names, command, folder);
-  addLimit(*names, command);
-  names->add_option("--name", command.name, "List the files of this name instead")->type_name("NAME");
-  names->callback([&command] { command.verb = Command::Verb::names; });
-
-  CLI::App* indexes = app.add_subcommand("indexes", "List the saved indexes");
-  indexes->add_flag("--collect", command.collect, "Remove indexes of deleted folders first");
-  indexes->callback([&command] { command.verb = Command::Verb::indexes; });
-
-  CLI::App* watch = app.add_subcommand("watch", "Keep the index of a folder current and tell each change");
-  addPath(*watch, command, folder);
-  watch->callback([&command] { command.verb = Command::Verb::watch; });
-
-  CLI::App* record = app.add_subcommand("record", "Record file-system events in the foreground");
-  record->callback([&command] { command.verb = Command::Verb::record; });
-
-  for (CLI::App* verb :
-       {scan, list, largest, kinds, untouched, reclaim, names, search, commands, indexes, watch}) {
-    addShared(*verb, command);
+  for (CLI::App* verb : {&scan, &list, &largest, &kinds, &untouched, &reclaim, &names, &watch}) {
+    addPath(*verb, command);
   }
-  for (CLI::App* verb : {list, largest, kinds, untouched, reclaim, names, search, commands}) {
-    verb->add_flag("!--no-catch-up", command.catchUp, "Answer from the saved index as it stands");
+  for (CLI::App* verb : {&list, &largest, &untouched, &reclaim, &search, &names}) addLimit(*verb, command);
+}
+
+/// One line for the user.
+std::string reasonOf(const CLI::ParseError& error) {
+  const std::string text = error.what();
+  if (text == "A subcommand is required") return "no command given";
+  const std::size_t colon = text.find(": ");
+  if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
+    return "unexpected" + text.substr(std::min(colon, text.size()));
   }
-  for (CLI::App* verb : {scan, list, largest, kinds, untouched, reclaim, search}) addMetric(*verb, command);
+  if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
+    return text.substr(0, colon) + " needs a value";
+  }
+  return text;
 }
 
 }  // namespace
@@ -170,14 +197,21 @@ std::variant<Command, int> parseCommandLine(int count, char** arguments) {
   app.require_subcommand(1);
   app.set_version_flag("--version", QUON_VERSION);
   addVerbs(app, command);
+  std::vector<std::string> words = guarded(count, arguments);
+  const std::string first = words.empty() ? "" : words.back();
   try {
-    std::vector<std::string> words = guarded(count, arguments);
+    const bool isKnown = std::ranges::any_of(app.get_subcommands(nullptr),
+                                             [&](const CLI::App* verb) { return verb->get_name() == first; });
+    if (!isKnown && !first.starts_with('-')) {
+      throw CLI::ValidationError(first.empty() ? "no command given" : "no such command: " + first);
+    }
     app.parse(words);
   } catch (const CLI::ParseError& stop) {
     if (stop.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) return app.exit(stop);
-    std::string reason = stop.what();
+    std::string reason = reasonOf(stop);
     dropGuards(reason);
-    std::cerr << "quon: " << displayText(reason) << " (see quon --help)\n";
+    std::cerr << fmt::format("quon: {} (see quon {}--help)\n", displayText(reason),
+                             app.get_subcommands().empty() ? "" : first + " ");
     return kWrongUsage;
   }
   for (std::string* text : {&command.path, &command.name, &command.text}) dropGuards(*text);

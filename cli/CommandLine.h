@@ -10,7 +10,7 @@
 
 namespace quon::cli {
 
-/// What the user asked for.
+/// What was typed on the command line.
 struct Command {
   enum class Verb {
     scan,
@@ -42,7 +42,10 @@ struct Command {
   bool collect = false;                 ///< indexes: remove those of no use first
 };
 
-/// The command, or the exit status when there is nothing left to do: help was printed, or wrong usage told.
+/// The exit status of a command line, or of a search, that cannot be understood.
+inline constexpr int kWrongUsage = 2;
+
+/// The command, or the exit status when there is nothing left to do: help or an error was printed.
 [[nodiscard]] std::variant<Command, int> parseCommandLine(int count, char** arguments);
 
 }  // namespace quon::cli

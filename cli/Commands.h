@@ -8,8 +8,8 @@ namespace quon::cli {
 // Each command prints its result and returns the exit status; what goes wrong is thrown.
 
 [[nodiscard]] int runScan(Session& session, const Command& command);
-/// `ls` and `largest`.
-[[nodiscard]] int runRows(Session& session, const Command& command);
+[[nodiscard]] int runList(Session& session, const Command& command);
+[[nodiscard]] int runLargest(Session& session, const Command& command);
 [[nodiscard]] int runKinds(Session& session, const Command& command);
 [[nodiscard]] int runUntouched(Session& session, const Command& command);
 [[nodiscard]] int runReclaim(Session& session, const Command& command);
@@ -19,7 +19,7 @@ namespace quon::cli {
 [[nodiscard]] int runNames(Session& session, const Command& command);
 /// Until interrupted.
 [[nodiscard]] int runWatch(Session& session, const Command& command);
-[[nodiscard]] int runRecord(Session& session);
+[[nodiscard]] int runRecord(Session& session, const Command& command);
 [[nodiscard]] int runIndexes(Session& session, const Command& command);
 
 }  // namespace quon::cli

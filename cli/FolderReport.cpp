@@ -1,6 +1,5 @@
 #include "FolderReport.h"
 
-#include <algorithm>
 #include <fmt/format.h>
 #include <span>
 
@@ -11,7 +10,6 @@
 #include "base/Text.h"
 
 namespace quon::cli {
-
 namespace {
 
 Json documentOf(const Command& command, const std::string& path, const OpenedTree& tree,
@@ -25,19 +23,24 @@ Json documentOf(const Command& command, const std::string& path, const OpenedTre
 
 }  // namespace
 
-void report(const Command& command, const std::string& path, const OpenedTree& tree,
-            std::span<const Entry> rows, std::size_t found, const RowTable& table,
-            const std::string& whenNone, const std::string& footer) {
-  rows = rows.first(std::min(rows.size(), command.limit));
+void report(const Command& command, const std::string& path, const OpenedTree& tree, const RowTable& table,
+            const Listing& listing, Json more) {
+  const std::size_t found = listing.found.value_or(listing.rows.size());
   if (command.json) {
-    printDocument(documentOf(command, path, tree, rows));
+    Json document = documentOf(command, path, tree, listing.rows);
+    if (listing.found) document["more"] = found - listing.rows.size();
+    document.update(more);
+    printDocument(document);
   } else {
-    print(heading(path, tree, table) + table.text(rows));
-    if (found == 0) print(whenNone + "\n");
-    if (found > rows.size()) print(fmt::format("… and {} more\n", grouped(found - rows.size())));
-    if (found > 0 && !footer.empty()) print("\n" + footer + "\n");
+    print(heading(path, tree, table) + table.text(listing.rows) + lineForMore(found, listing.rows.size()));
+    if (found == 0) print(listing.whenNone + "\n");
+    if (found > 0 && !listing.footer.empty()) print("\n" + listing.footer + "\n");
   }
   tellUnreadable(tree);
+}
+
+std::string lineForMore(std::size_t found, std::size_t listed) {
+  return found > listed ? fmt::format("… and {} more\n", grouped(found - listed)) : std::string();
 }
 
 std::string heading(const std::string& path, const OpenedTree& tree, const RowTable& table) {

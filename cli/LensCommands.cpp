@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <chrono>
 #include <fmt/format.h>
 #include <span>
 
@@ -14,18 +13,14 @@
 #include "base/Path.h"
 #include "base/Text.h"
 #include "lenses/Age.h"
+#include "scan/KeptFiles.h"
 
 namespace quon::cli {
 namespace {
 
 constexpr std::size_t kCountColumns = 13;  // "999,999 files"
-/// Folders of a group that the table names; all of them stand in the document.
+/// Folders of a group that the table names; a document contains all of them.
 constexpr std::size_t kFoldersNamed = 5;
-
-std::int64_t now() {
-  return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch())
-      .count();
-}
 
 Json document(const Kinds::Aggregate& kinds) {
   Json rows = Json::array();
@@ -81,9 +76,9 @@ int runKinds(Session& session, const Command& command) {
                        counted(static_cast<std::uint64_t>(row.count), "file"), row.kind.label,
                        RowTable::Style::plain));
     }
-    const std::string keep = humanBytes(AppModel::minKeep);
+    const std::string keep = humanBytes(kMinKeep);
     print(table.line(kinds.small, "unindexed", "small files < " + keep, RowTable::Style::dim));
-    print(fmt::format("\nby extension + content sniff · only files ≥ {} are indexed\n", keep));
+    print(fmt::format("\nby extension · only files ≥ {} are indexed\n", keep));
   }
   tellUnreadable(tree);
   return 0;
@@ -99,13 +94,17 @@ int runUntouched(Session& session, const Command& command) {
   table.fullPaths = true;
   table.now = now();
   const auto& hits = model._ageHits.get();
-  const std::span<const Entry> rows = hits ? std::span<const Entry>(*hits) : std::span<const Entry>();
+  const std::span<const Entry> all = hits ? std::span<const Entry>(*hits) : std::span<const Entry>();
   std::uint64_t total = 0;
-  for (const Entry& row : rows) total += row.size(command.metric);
+  for (const Entry& row : all) total += row.size(command.metric);
   const std::string footer = fmt::format(
       "{:>10}  unchanged for {} or longer, not counting files < {} in folders that changed since",
-      humanBytes(total), humanAge(table.now - command.olderThan, table.now), humanBytes(AppModel::minKeep));
-  report(command, path, tree, rows, rows.size(), table, "Nothing here is that old.", footer);
+      humanBytes(total), humanAge(table.now - command.olderThan, table.now), humanBytes(kMinKeep));
+  report(command, path, tree, table,
+         {.rows = all.first(std::min(all.size(), command.limit)),
+          .found = all.size(),
+          .whenNone = "Nothing here is that old.",
+          .footer = footer});
   return 0;
 }
 
@@ -135,7 +134,7 @@ int runReclaim(Session& session, const Command& command) {
   print(heading(path, tree, table));
   for (const Reclaim::Group& group : groups) print(textOf(group, table, prefix, command.limit));
   print(groups.empty()
-            ? "Nothing here is known to come back by itself.\n"
+            ? "No folder here is known to be made again by itself.\n"
             : fmt::format("\n{:>10}  ≈ reclaimable under {}\n", humanBytes(total), table.shown(path)));
   tellUnreadable(tree);
   return 0;

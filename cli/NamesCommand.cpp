@@ -1,25 +1,45 @@
+// Names, and the files of one name, from the saved index. The index gives them by size on disk; by apparent
+// size all of them are read, sorted and cut here.
 #include <algorithm>
 #include <fmt/format.h>
+#include <functional>
+#include <limits>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
 #include "Commands.h"
+#include "FolderReport.h"
 #include "Output.h"
 #include "RowTable.h"
 #include "base/ByteJson.h"
 #include "base/HumanBytes.h"
-#include "base/Path.h"
 #include "base/Text.h"
 
 namespace quon::cli {
 namespace {
 
+constexpr std::int64_t kAll = std::numeric_limits<std::int64_t>::max();
 constexpr std::size_t kSizeColumns = 10;
 constexpr std::size_t kCountColumns = 10;
 constexpr std::size_t kGap = 2;
 
-std::string row(const Session& session, std::uint64_t size, const std::string& count,
-                const std::string& name) {
+std::uint64_t sizeOf(const auto& row, Metric metric) {
+  return metric == Metric::logical ? row.logical : row.physical;
+}
+
+/// The largest in the metric, largest first, and how many there were.
+template <typename Row>
+std::size_t keepLargest(std::vector<Row>& rows, const Command& command) {
+  std::ranges::stable_sort(rows, std::greater<>(),
+                           [&](const Row& row) { return sizeOf(row, command.metric); });
+  const std::size_t found = rows.size();
+  if (found > command.limit) rows.resize(command.limit);
+  return found;
+}
+
+std::string line(const Session& session, std::uint64_t size, const std::string& count,
+                 const std::string& name) {
   const std::size_t used = kSizeColumns + (count.empty() ? 0 : kCountColumns) + kGap;
   const std::size_t left = session.terminal.columns > used ? session.terminal.columns - used : 1;
   std::string text = fmt::format("{:>{}}", humanBytes(size), kSizeColumns);
@@ -27,12 +47,17 @@ std::string row(const Session& session, std::uint64_t size, const std::string& c
   return text + std::string(kGap, ' ') + fitToWidth(name, left) + "\n";
 }
 
-void printNames(Session& session, const Command& command, const std::string& path, const OpenedTree& tree) {
+std::vector<RepeatedName> readNames(Session& session) {
   AppModel& model = session.model();
-  model.options.namesCap = static_cast<std::int64_t>(command.limit);
+  model.options.namesCap = kAll;
   session.show(Lens::names, model._namesLoading);
   if (model._namesError.get()) throw CommandFailure(*model._namesError.get());
-  const std::vector<RepeatedName> names = model._names.get().value_or(std::vector<RepeatedName>());
+  return model._names.get().value_or(std::vector<RepeatedName>());
+}
+
+void printNames(Session& session, const Command& command, const std::string& path, const OpenedTree& tree) {
+  std::vector<RepeatedName> names = readNames(session);
+  const std::size_t found = keepLargest(names, command);
   if (command.json) {
     Json rows = Json::array();
     for (const RepeatedName& name : names) {
@@ -41,29 +66,36 @@ void printNames(Session& session, const Command& command, const std::string& pat
                       {"logical", name.logical},
                       {"physical", name.physical}});
     }
-    printDocument(Json{{"rows", std::move(rows)}});
+    printDocument(Json{{"rows", std::move(rows)}, {"more", found - names.size()}});
     return;
   }
-  print(fmt::format("{}: names of more than one file, by size on disk, as of {}\n\n",
-                    shownPath(path, session.homeShownAsTilde()), localTime(tree.scannedAt)));
+  print(fmt::format(
+      "{}: names of more than one file, by {}, as of {}\n\n", shownPath(path, session.homeShownAsTilde()),
+      command.metric == Metric::logical ? "apparent size" : "size on disk", localTime(tree.scannedAt)));
   for (const RepeatedName& name : names) {
-    print(row(session, name.physical, grouped(static_cast<std::uint64_t>(name.count)) + " ×",
-              displayText(name.name)));
+    print(line(session, sizeOf(name, command.metric), grouped(static_cast<std::uint64_t>(name.count)) + " ×",
+               displayText(name.name)));
   }
-  if (names.empty())
-    print(fmt::format("No repeated name takes {} or more.\n", humanBytes(AppModel::leastNameTotal)));
-  print(
-      "\nthe same file name in more than one place — includes small files no other lens indexes.\n"
-      "Not necessarily identical content: the Dupes lens verifies that.\n");
+  print(lineForMore(found, names.size()));
+  if (names.empty()) {
+    print(fmt::format("No name of more than one file takes {} or more on disk.\n",
+                      humanBytes(AppModel::leastNameTotal)));
+    return;
+  }
+  print(fmt::format(
+      "\nThe same file name in more than one place, small files included, where the files take {}\n"
+      "or more on disk. Their contents may differ; quon names --name NAME lists them.\n",
+      humanBytes(AppModel::leastNameTotal)));
 }
 
 void printFilesOfName(Session& session, const Command& command) {
   AppModel& model = session.model();
-  model.options.namedFilesCap = static_cast<std::int64_t>(command.limit);
+  model.options.namedFilesCap = kAll;
   model._openName.set(command.name);
   session.show(Lens::names, model._filesOfNameLoading);
   if (model._namesError.get()) throw CommandFailure(*model._namesError.get());
-  const std::vector<NamedFile>& files = model._filesOfName.get()->files;
+  std::vector<NamedFile> files = model._filesOfName.get()->files;
+  const std::size_t found = keepLargest(files, command);
   if (command.json) {
     Json rows = Json::array();
     for (const NamedFile& file : files) {
@@ -72,12 +104,14 @@ void printFilesOfName(Session& session, const Command& command) {
                       {"physical", file.physical},
                       {"mtime", file.mtime}});
     }
-    printDocument(Json{{"files", std::move(rows)}});
+    printDocument(Json{{"files", std::move(rows)}, {"more", found - files.size()}});
     return;
   }
-  for (const NamedFile& file : files)
-    print(row(session, file.physical, "", shownPath(file.path, session.homeShownAsTilde())));
-  if (files.empty()) print("No file of that name.\n");
+  for (const NamedFile& file : files) {
+    print(line(session, sizeOf(file, command.metric), "", shownPath(file.path, session.homeShownAsTilde())));
+  }
+  print(lineForMore(found, files.size()));
+  if (files.empty()) print("No file here has this name.\n");
 }
 
 }  // namespace
@@ -86,8 +120,9 @@ int runNames(Session& session, const Command& command) {
   session.model().options.searchScope = true;
   const std::string path = session.resolve(command.path);
   const OpenedTree tree = session.open(path);
-  if (tree.index.empty())
+  if (tree.index.empty()) {
     throw CommandFailure("names are looked up in a saved index, and none could be saved");
+  }
   if (command.name.empty()) {
     printNames(session, command, path, tree);
   } else {

@@ -1,6 +1,7 @@
 #include "Output.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -51,6 +52,11 @@ void print(std::string_view text) {
 
 std::string counted(std::uint64_t count, std::string_view noun) {
   return fmt::format("{} {}{}", grouped(count), noun, count == 1 ? "" : "s");
+}
+
+std::int64_t now() {
+  const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::seconds>(sinceEpoch).count();
 }
 
 std::string localTime(double secondsSince1970) {

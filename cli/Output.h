@@ -24,6 +24,8 @@ void print(std::string_view text);
 
 /// "1 file", "2,000 files".
 [[nodiscard]] std::string counted(std::uint64_t count, std::string_view noun);
+/// Seconds since 1970.
+[[nodiscard]] std::int64_t now();
 /// The local date and minute of a time in seconds since 1970.
 [[nodiscard]] std::string localTime(double secondsSince1970);
 [[nodiscard]] const char* nameOf(Metric metric);

@@ -1,13 +1,17 @@
 #include <fmt/format.h>
 
+#include <nlohmann/json.hpp>
+
 #include "Commands.h"
+#include "Output.h"
 #include "base/Log.h"
 #include "platform_linux/EventRecorder.h"
 
 namespace quon::cli {
 
 /// What the background service does, in the foreground; an interrupt ends the process.
-int runRecord(Session& session) {
+int runRecord(Session& session, const Command& command) {
+  constexpr const char* kReady = "recording file-system events";
   StandardErrorLog log;
   EventRecorder recorder(session.folders, log);
   if (!recorder.tryBegin()) {
@@ -15,7 +19,12 @@ int runRecord(Session& session) {
     throw CommandFailure(other == 0 ? "another process records events already"
                                     : fmt::format("process {} records events already", other));
   }
-  warn("recording file-system events");
+  if (command.json) {
+    printDocument(Json{{"event", "ready"}, {"message", kReady}});
+    if (!flushOutput()) return 1;
+  } else {
+    warn(kReady);
+  }
   recorder.run();
   return 0;
 }

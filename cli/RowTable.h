@@ -32,7 +32,7 @@ struct RowTable {
   /// A row of any sort. The label is cut to what is left of the line.
   [[nodiscard]] std::string line(std::uint64_t size, std::string_view extra, std::string_view label,
                                  Style style) const;
-  /// A row that belongs to the one before: its size, where there is one, stands where the bar was.
+  /// A row that belongs to the one before: its size, where there is one, takes the place of the bar.
   [[nodiscard]] std::string part(std::string_view size, std::string_view label, Style style) const;
   [[nodiscard]] std::string shown(std::string_view path) const { return shownPath(path, home); }
 

@@ -1,37 +1,36 @@
 #include <fmt/format.h>
+#include <vector>
 
 #include "Commands.h"
 #include "FolderReport.h"
-#include "Output.h"
 #include "base/HumanBytes.h"
 #include "base/Path.h"
 #include "rows/FolderRows.h"
+#include "scan/KeptFiles.h"
 
 namespace quon::cli {
-
-int runRows(Session& session, const Command& command) {
+int runList(Session& session, const Command& command) {
   const std::string path = session.resolve(command.path);
   const OpenedTree tree = session.open(path);
-  const bool largest = command.verb == Command::Verb::largest;
-  RowTable table = tableOf(session, command, tree);
-  table.fullPaths = largest;
-  // The rest of a folder is a row of its own, beyond the limit.
-  Command whole = command;
-  if (!largest) ++whole.limit;
+  const std::vector<Entry> rows = session.model().scopeEntries(tree.scope, command.limit);
+  report(command, path, tree, tableOf(session, command, tree),
+         {.rows = rows, .found = std::nullopt, .whenNone = "This folder is empty."});
+  return 0;
+}
+
+int runLargest(Session& session, const Command& command) {
+  const std::string path = session.resolve(command.path);
+  const OpenedTree tree = session.open(path);
   AppModel& model = session.model();
-  std::vector<Entry> rows;
-  std::size_t found = 0;
-  if (largest) {
-    model.options.largestCap = command.limit;
-    session.show(Lens::largest, model._largestScanning);
-    rows = model._largest.get().value_or(std::vector<Entry>());
-    found = model._largestFound.get();
-  } else {
-    rows = model.scopeEntries(tree.scope, command.limit);
-    found = rows.size();
-  }
-  report(whole, path, tree, rows, found, table,
-         largest ? fmt::format("No file of {} or more.", humanBytes(AppModel::minKeep)) : "It is empty.");
+  model.options.largestCap = command.limit;
+  session.show(Lens::largest, model._largestScanning);
+  const std::vector<Entry> rows = model._largest.get().value_or(std::vector<Entry>());
+  RowTable table = tableOf(session, command, tree);
+  table.fullPaths = true;
+  report(command, path, tree, table,
+         {.rows = rows,
+          .found = model._largestFound.get(),
+          .whenNone = fmt::format("No file here is {} or larger.", humanBytes(kMinKeep))});
   return 0;
 }
 

@@ -20,8 +20,9 @@ int run(Session& session, const Command& command) {
     case Command::Verb::scan:
       return runScan(session, command);
     case Command::Verb::ls:
+      return runList(session, command);
     case Command::Verb::largest:
-      return runRows(session, command);
+      return runLargest(session, command);
     case Command::Verb::kinds:
       return runKinds(session, command);
     case Command::Verb::untouched:
@@ -39,7 +40,7 @@ int run(Session& session, const Command& command) {
     case Command::Verb::watch:
       return runWatch(session, command);
     case Command::Verb::record:
-      return runRecord(session);
+      return runRecord(session, command);
   }
   return kFailed;
 }

@@ -162,8 +162,11 @@ std::string Quon::onlyIndex() const {
 }
 
 bool canMakeTerminals() {
-  const Descriptor terminal(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
-  return terminal.isOpen();
+  int master = -1;
+  int slave = -1;
+  if (::openpty(&master, &slave, nullptr, nullptr, nullptr) != 0) return false;
+  const Descriptor ends[]{Descriptor(master), Descriptor(slave)};
+  return true;
 }
 
 std::string everythingFrom(const Descriptor& terminal) {
@@ -178,6 +181,12 @@ std::string everythingFrom(const Descriptor& terminal) {
 void writeFile(const std::string& path, std::string_view content) {
   std::filesystem::create_directories(std::filesystem::path(path).parent_path());
   writeBytes(path, content);
+}
+
+std::vector<std::string> namesOf(const Json& rows) {
+  std::vector<std::string> names;
+  for (const Json& row : rows) names.push_back(row.at("name"));
+  return names;
 }
 
 std::vector<std::string> linesOf(const std::string& text) {

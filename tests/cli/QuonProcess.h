@@ -19,7 +19,7 @@ using Arguments = std::vector<std::string>;
 
 /// How the program ended.
 struct Finished {
-  int status = -1;  ///< as a shell tells it: 128 + the number of a signal that ended it
+  int status = -1;  ///< as a shell reports it: 128 + the number of a signal that ended it
   std::string out;
   std::string err;
 
@@ -36,7 +36,7 @@ class Running {
   Running& operator=(const Running&) = delete;
 
   void signal(int number) const;
-  /// Stops the process as a whole; false when it ended instead, and `wait` tells how.
+  /// Stops the process as a whole; false when it ended instead.
   [[nodiscard]] bool pause();
   Finished wait();
 
@@ -81,13 +81,15 @@ class Quon {
   [[noreturn]] void become(const Arguments& arguments, int out, int err) const;
 };
 
-/// False where no pseudo-terminal can be made: in a chroot, say.
+/// False where no pseudo-terminal can be opened: in a chroot, say.
 [[nodiscard]] bool canMakeTerminals();
 
 /// All that is written to the terminal until the program has left it.
 [[nodiscard]] std::string everythingFrom(const Descriptor& terminal);
 /// With the folders above it that are missing.
 void writeFile(const std::string& path, std::string_view content);
+/// The member "name" of each.
+[[nodiscard]] std::vector<std::string> namesOf(const Json& rows);
 /// The lines of a text whose last line must end too; throws when it does not.
 [[nodiscard]] std::vector<std::string> linesOf(const std::string& text);
 

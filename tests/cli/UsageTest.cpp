@@ -10,20 +10,27 @@ namespace {
 using testing::HasSubstr;
 using testing::SizeIs;
 
-TEST(Usage, WrongUsageIsToldInOneLine) {
+TEST(Usage, WrongUsageIsExplainedInOneLine) {
   const Quon quon;
   const std::vector<Arguments> wrong = {{},
                                         {"weigh"},
                                         {"--json"},
                                         {"ls", "--limit", "0"},
                                         {"ls", "--limit", "-3"},
-                                        {"ls", "--limit", "many"},
+                                        {"ls", "--limit", "1.5"},
+                                        {"ls", "--limit", "[2]"},
+                                        {"ls", "--limit", "1000000001"},
+                                        {"ls", "--limit", "18446744073709551616"},
+                                        {"ls", "--limit"},
                                         {"ls", "--metric", "weight"},
                                         {"ls", ".", "here"},
                                         {"ls", ""},
+                                        {"ls", "-x"},
                                         {"ls", ".", "line\nbreak"},
                                         {"scan", "--threads", "0"},
                                         {"scan", "--colour"},
+                                        {"search", "x", "--limt", "3"},
+                                        {"untouched", "--older-than", "soon"},
                                         {"indexes", "."}};
   for (const Arguments& arguments : wrong) {
     const Finished done = quon.run(arguments);
@@ -31,28 +38,29 @@ TEST(Usage, WrongUsageIsToldInOneLine) {
     EXPECT_EQ(done.out, "");
     EXPECT_THAT(linesOf(done.err), SizeIs(1)) << done.err;
     EXPECT_THAT(done.err, testing::StartsWith("quon: "));
+    EXPECT_THAT(done.err, testing::EndsWith("--help)\n"));
   }
 }
 
-TEST(Usage, HelpIsNoFailure) {
+TEST(Usage, EveryCommandTakesTheSharedOptions) {
   const Quon quon;
-  for (const Arguments& arguments :
-       {Arguments{"--help"}, Arguments{"ls", "--help"}, Arguments{"--version"}}) {
-    const Finished done = quon.run(arguments);
-    EXPECT_EQ(done.status, 0) << testing::PrintToString(arguments);
-    EXPECT_EQ(done.err, "");
-    EXPECT_NE(done.out, "");
+  for (const char* verb : {"scan", "ls", "largest", "kinds", "untouched", "reclaim", "search", "commands",
+                           "names", "indexes", "watch", "record"}) {
+    const Finished help = quon.run({verb, "--metric", "physical", "--json", "--no-catch-up", "--help"});
+    EXPECT_EQ(help.status, 0) << verb << ": " << help.err;
+    EXPECT_THAT(help.out, HasSubstr(std::string("Usage: quon ") + verb));
+    EXPECT_THAT(quon.run({"--help"}).out, HasSubstr(std::string("\n  ") + verb + " "));
   }
-  EXPECT_THAT(quon.run({"--help"}).out, HasSubstr("largest"));
+  EXPECT_EQ(quon.run({"--version"}).status, 0);
 }
 
 TEST(Usage, AFolderMayBearTheNameOfACommand) {
   Quon quon;
-  quon.folder.file("tree/scan/within", 10);
+  quon.folder.file("tree/[sub]/scan/within", 10);
+  quon.workingFolder = quon.folder.at("tree/[sub]");
+  EXPECT_EQ(quon.document({"ls", "scan"}).at("path"), quon.workingFolder + "/scan");
   quon.workingFolder = quon.tree;
-  const Json list = quon.document({"ls", "scan"});
-  EXPECT_EQ(list.at("path"), quon.tree + "/scan");
-  EXPECT_EQ(list.at("files"), 1);
+  EXPECT_EQ(quon.document({"ls", "[sub]", "--limit", "1000000000"}).at("files"), 1);
 }
 
 }  // namespace

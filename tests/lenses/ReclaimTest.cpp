@@ -1,4 +1,4 @@
-// Folders that come back by themselves, and above all those that do not.
+// Folders that programs make again, and above all those that they do not.
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
@@ -57,21 +57,10 @@ TEST(Reclaim, GroupsByLabelLargestFirst) {
                                     {"Zig cache", {"/r/b/.zig-cache", "/r/a/zig-cache"}}}));
 }
 
-TEST(Reclaim, ParentsCountWhereARuleNamesOne) {
-  PathTree tree;
-  for (const char* const path : {"registry", ".cargo/registry", ".cargo/x/registry", "tmp", ".tart/tmp"})
-    tree.folder(path, 1);
-  EXPECT_EQ(listed(Reclaim::groups(tree.rolledUp(), Metric::logical)),
-            (Listed{{"cargo registry", {"/r/.cargo/registry"}}, {"tart tmp images", {"/r/.tart/tmp"}}}));
-}
-
-TEST(Reclaim, AScannedFolderIsAParentByItsLastName) {
+TEST(Reclaim, TheScopeIsAParentAndNeverListedItself) {
   SampleTree scanned("/home/u/.cargo");
   scanned.folder("registry");
   EXPECT_EQ(Reclaim::groups(scanned.shared(), Metric::logical).size(), 1U);
-}
-
-TEST(Reclaim, TheScopeItselfIsNeverListed) {
   PathTree tree;
   tree.folder("node_modules/x/node_modules", 4);
   tree.rolledUp();
@@ -92,7 +81,7 @@ void walkRecursively(const DirNode& folder, Listed& all) {
   }
 }
 
-TEST(Reclaim, ListsInTheOrderOfTheTreeAmongEqualSizes) {
+TEST(Reclaim, ListsWhatARecursiveWalkFindsInTheOrderOfTheTree) {
   std::mt19937_64 random(randomSeed());
   std::vector<std::string> names{"a", "b", "c", "d", "e", ".cargo", "registry", ".tart", "tmp"};
   for (const Reclaim::Rule& rule : Reclaim::rules()) {
@@ -107,19 +96,19 @@ TEST(Reclaim, ListsInTheOrderOfTheTreeAmongEqualSizes) {
   }
 }
 
-/// Marker files by full path, and what was looked at.
+/// Marker files by full path, and which were read.
 struct FakeMarkers final : MarkerFiles {
   std::map<std::string, std::string> files;
-  mutable std::vector<std::string> lookedAt;
+  mutable std::vector<std::string> read;
 
-  [[nodiscard]] bool holds(const std::string& folder, std::string_view name) const override {
-    lookedAt.push_back(joinPath(folder, name));
-    return files.contains(lookedAt.back());
+  [[nodiscard]] bool contains(const std::string& folder, std::string_view name) const override {
+    read.push_back(joinPath(folder, name));
+    return files.contains(read.back());
   }
   [[nodiscard]] std::optional<std::string> beginning(const std::string& folder, std::string_view name,
                                                      std::size_t most) const override {
-    if (!holds(folder, name)) return std::nullopt;
-    return files.at(lookedAt.back()).substr(0, most);
+    if (!contains(folder, name)) return std::nullopt;
+    return files.at(read.back()).substr(0, most);
   }
 };
 
@@ -150,7 +139,7 @@ struct DesktopReclaim : testing::Test {
   Listed list() { return listIn(tree.rolledUp()); }
 };
 
-TEST_F(DesktopReclaim, KnowsPlacesBelowHomeAndOnVolumes) {
+TEST_F(DesktopReclaim, ListsCachesBelowHomeAndTrashOnVolumes) {
   markers.files = {{"/home/u/.cache/CACHEDIR.TAG", "not needed there, and not sound"}};
   folders(
       "home/u/.cache/app/node_modules home/u/.ccache/0 home/u/.ccache/f home/u/.ccache/g "
@@ -177,10 +166,10 @@ TEST_F(DesktopReclaim, KnowsPlacesBelowHomeAndOnVolumes) {
                             {"Snap app caches", {"/home/u/snap/x/common/.cache", "/home/u/snap/x/42/.cache"}},
                             {"Flatpak app caches", {"/home/u/.var/app/org.x/cache"}},
                             {"Gradle home", {"/home/u/.gradle"}}}));
-  EXPECT_THAT(markers.lookedAt, IsEmpty());
+  EXPECT_THAT(markers.read, IsEmpty());
 }
 
-TEST_F(DesktopReclaim, FindsTheSamePlacesFromAnyRootAndScope) {
+TEST_F(DesktopReclaim, FindsPlacesWhateverTheScannedRoot) {
   where.rootPath = "/home/u/.var/app";
   folders("org.x/cache/cache");
   EXPECT_EQ(list(), (Listed{{"Flatpak app caches", {"/org.x/cache"}}}));
@@ -207,7 +196,7 @@ TEST_F(DesktopReclaim, NeverListsWhatHoldsTheUsersOwnFiles) {
   EXPECT_EQ(list(), Listed()) << "another volume lies in it";
 }
 
-TEST_F(DesktopReclaim, NoNameMakesUpForTheUsersOwnFilesInside) {
+TEST_F(DesktopReclaim, NeverListsAFolderAroundTheHomeOrAMount) {
   where.home = "/srv/Pods/u";
   where.mountPoints.emplace_back("/vol/node_modules/disk");
   folders(
@@ -217,7 +206,7 @@ TEST_F(DesktopReclaim, NoNameMakesUpForTheUsersOwnFilesInside) {
                             {"npm cache (~/.npm)", {"/srv/Pods/u/.npm"}}}));
 }
 
-TEST_F(DesktopReclaim, ATagCountsByItsSignature) {
+TEST_F(DesktopReclaim, ListsTaggedFoldersOnlyWithTheRightSignature) {
   const std::string tag = kTag;
   for (const char* const folder : {"sound", "sound/inner", "p/node_modules/x", "gone"})
     markers.files[joinPath("/" + std::string(folder), "CACHEDIR.TAG")] = tag;
@@ -230,10 +219,10 @@ TEST_F(DesktopReclaim, ATagCountsByItsSignature) {
   folders("sound/inner bare short wrong late empty p/node_modules/x cache p/sound");
   EXPECT_EQ(list(), (Listed{{"caches (marked CACHEDIR.TAG)", {"/sound", "/bare"}},
                             {"node_modules", {"/p/node_modules"}}}));
-  EXPECT_EQ(markers.lookedAt.size(), 6U) << "nothing inside what is listed already, nothing that is gone";
+  EXPECT_EQ(markers.read.size(), 6U) << "nothing inside what is listed already, nothing that is gone";
 }
 
-TEST_F(DesktopReclaim, ATargetNeedsCargosTraces) {
+TEST_F(DesktopReclaim, ListsRustTargetsOnlyBesideTheirManifest) {
   for (const char* const file :
        {"/sound/Cargo.toml", "/sound/target/.rustc_info.json", "/tagged/Cargo.toml",
         "/tagged/target/CACHEDIR.TAG", "/alone/target/.rustc_info.json", "/unbuilt/Cargo.toml",
@@ -246,7 +235,7 @@ TEST_F(DesktopReclaim, ATargetNeedsCargosTraces) {
   EXPECT_EQ(list(), (Listed{{"Rust target", {"/sound/target", "/tagged/target"}}}));
 }
 
-TEST_F(DesktopReclaim, ABrowsersCacheNeedsItsIndex) {
+TEST_F(DesktopReclaim, ListsBrowserCachesOnlyWithTheirIndex) {
   const std::string app = "/home/u/.config/app/";
   for (const char* const file :
        {"Cache/Cache_Data/index", "GPUCache/index", "GPUCache/data_0", "Default/Code Cache/js/index",
@@ -268,7 +257,7 @@ TEST_F(DesktopReclaim, ABrowsersCacheNeedsItsIndex) {
 
 TEST_F(DesktopReclaim, GoesToAnyDepth) {
   EXPECT_EQ(listIn(PathTree::chain("target", 100'000).rolledUp()), Listed());
-  EXPECT_LT(markers.lookedAt.size(), 1000U) << "a path too long to open proves nothing";
+  EXPECT_LT(markers.read.size(), 1000U) << "a path too long to open proves nothing";
   PathTree chain = PathTree::chain("d", 100'000);
   DirNode* deepest = &chain.sample.root();
   while (!deepest->subdirs.empty()) deepest = deepest->subdirs[0].get();
@@ -277,7 +266,7 @@ TEST_F(DesktopReclaim, GoesToAnyDepth) {
   EXPECT_EQ(Reclaim::groups(chain.sample.shared(), Metric::logical).size(), 1U);
 }
 
-TEST(DiskMarkers, ProveWhatAScanFound) {
+TEST(DiskMarkers, AreReadFromTheDisk) {
   const TempFolder folder;
   const auto write = [&folder](const std::string& name, const std::string& content) {
     std::ofstream(folder.file(name)) << content;

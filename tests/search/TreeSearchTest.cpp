@@ -1,5 +1,4 @@
-// Searches of made-up trees: what matches, in which order, against a search of whole paths, and how they
-// stop.
+// Searches of made-up trees: what matches, in which order, against a search of whole paths, and cancellation.
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <random>
@@ -7,7 +6,7 @@
 #include <vector>
 
 #include "base/Path.h"
-#include "base/Text.h"
+#include "search/FoldedText.h"
 #include "search/TreeSearch.h"
 #include "support/SampleTree.h"
 #include "support/Seed.h"
@@ -54,8 +53,8 @@ struct Tree {
 /// The rule itself, for one row: every text is looked for in the whole path.
 bool matches(const TokenQuery& query, const std::string& fullPath, std::uint64_t size, std::int64_t mtime,
              std::optional<std::string_view> fileKind) {
-  const std::string path = lowerCase(fullPath);
-  const auto isIn = [&](const std::string& text) { return path.find(text) != std::string::npos; };
+  const std::string path = folded(fullPath);
+  const auto isIn = [&](const std::string& text) { return path.find(folded(text)) != std::string::npos; };
   if (query.kind && fileKind != query.kind) return false;
   if (query.minSize && size < *query.minSize) return false;
   if (query.maxSize && size > *query.maxSize) return false;
@@ -83,70 +82,30 @@ void addExpected(const TokenQuery& query, const DirNode& node, const std::string
   }
 }
 
-TEST(TreeSearch, TermsAreFoundInNamesAndPaths) {
-  Tree tree;
-  DirNode& library = tree.folder("Library");
-  DirNode& caches = tree.folder("Caches", &library);
-  tree.folder("other");
-  tree.file(library, {"README.md", 10, 20, 1});
-  tree.file(caches, {"x", 1, 2, 1});
-  EXPECT_EQ(tree.ids("Readme"), (Ids{"f:/Root/Library/README.md"}));
-  const Ids inLibrary{"d:/Root/Library", "f:/Root/Library/README.md", "d:/Root/Library/Caches",
-                      "f:/Root/Library/Caches/x"};
-  EXPECT_EQ(tree.ids("library"), inLibrary);
-  EXPECT_EQ(tree.ids("in:LIBRARY"), inLibrary);
-  EXPECT_EQ(tree.ids("y/ca"), (Ids{"d:/Root/Library/Caches", "f:/Root/Library/Caches/x"}))
-      << "across a slash";
-  EXPECT_EQ(tree.ids("x library"), (Ids{"f:/Root/Library/Caches/x"}));
-  EXPECT_EQ(tree.ids("root/lib"), inLibrary) << "the root's own path counts";
-  EXPECT_EQ(tree.ids("root").size(), 5U);
-  EXPECT_TRUE(tree.ids("libraryx").empty());
-}
-
-TEST(TreeSearch, CaseIsOfNoMatterInAnyScript) {
-  Tree tree;
-  tree.folder("\u00c9T\u00c9");
-  tree.folder("bad \xff\u00c9t\u00e9\xc3");
-  const Ids both{"d:/Root/\u00c9T\u00c9", "d:/Root/bad \xff\u00c9t\u00e9\xc3"};
-  EXPECT_EQ(tree.ids("\u00e9t\u00e9"), both);
-  EXPECT_EQ(tree.ids("\u00c9T\u00c9"), both);
-  EXPECT_EQ(tree.ids("BAD"), (Ids{both[1]}));
-}
-
-TEST(TreeSearch, BoundsAreInclusiveAndInTheMetric) {
-  Tree tree;
-  DirNode& folder = tree.folder("d");
-  tree.file(folder, {"f", 1024, 4096, 1});
-  const Ids both{"d:/Root/d", "f:/Root/d/f"};
-  EXPECT_EQ(tree.ids("size:1k size:<1k"), both);
-  EXPECT_EQ(tree.ids("size:1025"), Ids());
-  EXPECT_EQ(tree.ids("size:<1023"), Ids());
-  EXPECT_EQ(tree.ids("size:1025", Metric::physical), both);
-  EXPECT_EQ(tree.ids("size:<4095", Metric::physical), Ids());
-}
-
-TEST(TreeSearch, AnUnknownTimeIsNeitherOldNorNew) {
+TEST(TreeSearch, FindsNamesAndPathsWithinTheBoundsOfEachMetric) {
   constexpr std::int64_t kDay = 86400;
   Tree tree;
-  tree.folder("unknown", nullptr, 0);
-  tree.folder("before 1970", nullptr, -5);
-  tree.folder("edge", nullptr, kNow - 730 * kDay);
-  tree.folder("new", nullptr, kNow);
-  EXPECT_EQ(tree.ids("age:2y"), (Ids{"d:/Root/before 1970"}));
-  EXPECT_EQ(tree.ids("age:<2y"), (Ids{"d:/Root/edge", "d:/Root/new"}));
-  EXPECT_EQ(tree.ids("age:0d").size(), 4U) << "not a filter";
+  DirNode& library = tree.folder("Library.mp4", nullptr, kNow - 730 * kDay);
+  DirNode& caf = tree.folder("Caf\u00e9", &library, -5);
+  tree.file(library, {"CAFE\u0301.md", 1024, 4096, kNow});
+  tree.file(caf, {"x.mp4", 1, 2, 0});
+  const std::string folder = "d:/Root/Library.mp4";
+  const std::string cafe = "d:/Root/Library.mp4/Caf\u00e9";
+  const std::string notes = "f:/Root/Library.mp4/CAFE\u0301.md";
+  const std::string film = "f:/Root/Library.mp4/Caf\u00e9/x.mp4";
+  EXPECT_EQ(tree.ids("LIBRARY"), (Ids{folder, notes, cafe, film}));
+  EXPECT_EQ(tree.ids("in:root/lib").size(), 4U) << "the root's own path counts";
+  EXPECT_EQ(tree.ids("caf\u00e9"), (Ids{notes, cafe, film})) << "composed or not";
+  EXPECT_EQ(tree.ids("cafe\u0301"), (Ids{notes, cafe, film}));
+  EXPECT_EQ(tree.ids("4/ca md"), (Ids{notes})) << "across a slash";
+  EXPECT_EQ(tree.ids("kind:video"), (Ids{film})) << "no folder";
+  EXPECT_EQ(tree.ids("size:1k size:<1k"), (Ids{notes})) << "both bounds are inclusive";
+  EXPECT_EQ(tree.ids("size:1025 md", Metric::physical), (Ids{notes}));
+  EXPECT_EQ(tree.ids("age:2y"), (Ids{cafe})) << "a time of 0 is unknown";
+  EXPECT_EQ(tree.ids("age:<2y"), (Ids{folder, notes}));
 }
 
-TEST(TreeSearch, AKindExcludesFolders) {
-  Tree tree;
-  DirNode& folder = tree.folder("a.mp4");
-  tree.file(folder, {"b.mp4", 5, 5, 1});
-  tree.file(folder, {"c.md", 5, 5, 1});
-  EXPECT_EQ(tree.ids("kind:video"), (Ids{"f:/Root/a.mp4/b.mp4"}));
-  EXPECT_EQ(tree.ids("kind:docs mp4"), (Ids{"f:/Root/a.mp4/c.md"}));
-}
-
-TEST(TreeSearch, AskedForKindsOnlyWhereAllElseFits) {
+TEST(TreeSearch, ReadsTheKindOnlyOfFilesThatMatchOtherwise) {
   Tree tree;
   DirNode& folder = tree.folder("d");
   tree.file(folder, {"small.mp4", 5, 5, 1});
@@ -195,8 +154,8 @@ TEST(TreeSearch, RowsCarryFullPathsFromAnyFolderAndRoot) {
 
 TEST(TreeSearch, FindsWhatASearchOfWholePathsFinds) {
   std::mt19937_64 random(randomSeed());
-  const std::vector<std::string> pieces{"a",      "B",    "ab",   "\u00c9", "\u0416",
-                                        "\u4e2d", "\xff", "\xc3", "x.",     " "};
+  const std::vector<std::string> pieces{"a",      "B",      "ab",   "\u00c9", "E\u0301", "\u0301",
+                                        "\u0416", "\u4e2d", "\xff", "\xc3",   "x.",      " "};
   const std::vector<std::string> filters{"size:500", "size:<800", "kind:video", "kind:misc",
                                          "age:10d",  "age:<20d",  "in:B",       "name:a"};
   const auto nameOf = [&] {
@@ -258,7 +217,7 @@ TEST(TreeSearch, TheLargestAreShownAndEqualOnesInTheOrderOfTheTree) {
   EXPECT_EQ(capped.found, 60U);
 }
 
-TEST(TreeSearch, AChainOfAHundredThousandFolders) {
+TEST(TreeSearch, SearchesAChainOfAHundredThousandFolders) {
   constexpr int kDepth = 100000;
   Tree tree;
   DirNode* at = nullptr;
@@ -273,7 +232,7 @@ TEST(TreeSearch, AChainOfAHundredThousandFolders) {
   EXPECT_EQ(tree.search(TokenQuery::parse("a", kNow), Metric::logical, 2).rows.at(1).id, "d:/Root/a/a");
 }
 
-TEST(TreeSearch, AsksOftenAndStopsWhereItIsToldTo) {
+TEST(TreeSearch, ChecksForCancellationOftenAndStopsThere) {
   constexpr int kFolders = 20000;
   Tree tree;
   for (int at = 0; at < kFolders; ++at) tree.folder("d" + std::to_string(at));
@@ -291,12 +250,6 @@ TEST(TreeSearch, AsksOftenAndStopsWhereItIsToldTo) {
   const int asksForAll = asksOf("size:0", -1);
   EXPECT_GE(asksForAll, 4 * kFolders / 1024) << "making rows counts as well";
   for (const int last : {1, 2, 30, asksForAll}) EXPECT_EQ(asksOf("size:0", last), last);
-}
-
-TEST(TreeSearch, ACancelledSearchOfNothingHasNoResult) {
-  Tree tree;
-  EXPECT_FALSE(search(
-      TokenQuery(), tree.sample.shared(), "", Metric::logical, kKindByEnding, [] { return true; }, kAll));
 }
 
 }  // namespace

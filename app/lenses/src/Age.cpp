@@ -11,7 +11,7 @@ namespace quon {
 namespace {
 
 constexpr std::int64_t kDay = 86'400;
-constexpr std::uint64_t kLooksBetweenQuestions = 1024;
+constexpr std::uint64_t kVisitsBetweenChecks = 1024;
 
 bool isOlder(std::int64_t time, std::int64_t cutoff) {
   return time >= 1 && time < cutoff;
@@ -26,9 +26,9 @@ class AgeWalk {
 
   /// False when the walk was abandoned.
   bool run(const std::function<bool()>& cancelled) {
-    std::uint64_t looked = 1;
+    std::uint64_t visited = 1;
     while (!visits.empty()) {
-      if (step() && ++looked % kLooksBetweenQuestions == 0 && cancelled()) return false;
+      if (step() && ++visited % kVisitsBetweenChecks == 0 && cancelled()) return false;
     }
     return true;
   }
@@ -42,11 +42,11 @@ class AgeWalk {
     std::size_t nextFile = 0;
   };
 
-  /// True when another folder or file was looked at.
+  /// True when another folder or file was visited.
   bool step() {
     auto& [folder, nextChild, nextFile] = visits.back();
     if (nextChild < folder->subdirs.size()) {
-      lookAt(folder->subdirs[nextChild++]);
+      visit(folder->subdirs[nextChild++]);
       return true;
     }
     if (nextFile < folder->keptFiles.size()) {
@@ -60,7 +60,7 @@ class AgeWalk {
     return false;
   }
 
-  void lookAt(const RefPtr<DirNode>& child) {
+  void visit(const RefPtr<DirNode>& child) {
     if (isOlder(child->newest, cutoff)) {
       entries.push_back(Entry::ofFolder(child, joinPath(path, child->name)));
       return;
@@ -93,7 +93,7 @@ std::vector<Entry> largestFirst(std::vector<Entry> entries, Metric metric) {
 
 std::string humanAge(std::int64_t mtime, std::int64_t now) {
   std::int64_t age = 0;
-  // A damaged file system may tell any time; the difference need not fit.
+  // A damaged file system may report any time; the difference may overflow.
   if (__builtin_sub_overflow(now, mtime, &age)) {
     age = mtime < 0 ? std::numeric_limits<std::int64_t>::max() : 0;
   }

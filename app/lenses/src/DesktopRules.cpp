@@ -1,12 +1,12 @@
 // Three sorts of evidence. Places: absolute paths made from the surroundings, marked before the walk. Tags:
-// the tree says which folders hold a CACHEDIR.TAG, but not what it says; it is read when the walk comes to
+// the tree says which folders contain a CACHEDIR.TAG, but not what it says; it is read when the walk comes to
 // the folder, which it does not inside one that matched before, and its signature decides. Names: a
 // folder called `target`, and below the configuration folder one named as browsers name their caches, is
-// looked into when the walk comes to it.
+// read when the walk comes to it.
 //
-// Whatever the evidence, its name included, a folder that is or holds the home, data or configuration folder
-// or a mounted volume is never listed: an environment variable may be set to anything, a tag may have been
-// put where a backup should stop, and what is mounted in a cache is no cache.
+// Whatever the evidence, its name included, a folder that is or contains the home, data or configuration
+// folder or a mounted volume is never listed: an environment variable may be set to anything, a tag may have
+// been put where a backup should stop, and what is mounted in a cache is no cache.
 
 #include "DesktopRules.h"
 
@@ -131,16 +131,17 @@ bool DesktopRules::isBrowserCache(std::string_view name) const {
   if (std::ranges::find(kNames, name) == std::end(kNames) || depthBelow(configHome) == 0) return false;
   if (path.size() + name.size() + 20 >= kLongestPath) return false;
   const std::string folder = joinPath(path, name);
-  if (name == "Cache" && markers.holds(joinPath(folder, "Cache_Data"), "index")) return true;
-  if (name == "Code Cache") return markers.holds(joinPath(folder, "js"), "index");
-  return markers.holds(folder, "index") && markers.holds(folder, "data_0");
+  if (name == "Cache" && markers.contains(joinPath(folder, "Cache_Data"), "index")) return true;
+  if (name == "Code Cache") return markers.contains(joinPath(folder, "js"), "index");
+  return markers.contains(folder, "index") && markers.contains(folder, "data_0");
 }
 
-/// A workspace may have a member called `target` and build elsewhere, so Cargo's own trace is asked for too,
+/// A workspace may have a member called `target` and build elsewhere, so Cargo's own trace is required too,
 /// and a folder that is itself a package is source.
 bool DesktopRules::isRustTarget(const std::string& folder, bool carriesTag) const {
-  return markers.holds(path, "Cargo.toml") && (carriesTag || markers.holds(folder, ".rustc_info.json")) &&
-         !markers.holds(folder, "Cargo.toml");
+  return markers.contains(path, "Cargo.toml") &&
+         (carriesTag || markers.contains(folder, ".rustc_info.json")) &&
+         !markers.contains(folder, "Cargo.toml");
 }
 
 bool DesktopRules::carriesTag(const std::string& folder) const {

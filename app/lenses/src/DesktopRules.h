@@ -11,7 +11,7 @@
 namespace quon::Reclaim {
 
 /// The rules of a Linux desktop, which go by places and by marker files, along a walk of the tree. Marker
-/// files are looked at only for folders that the walk comes to and that could match.
+/// files are read only for folders that the walk comes to and that could match.
 class DesktopRules {
  public:
   /// For a walk that starts in the folder of this path.
@@ -21,10 +21,11 @@ class DesktopRules {
   void enter(std::string_view name);
   /// Goes back to the parent.
   void leave(std::string_view name);
-  /// The rule that a child of the current folder matches, or none; it may hold something of the user's own.
+  /// The rule that a child of the current folder matches, or none; it may contain something of the user's
+  /// own.
   [[nodiscard]] const Rule* match(const DirNode& child) const;
 
-  /// False for a child that is or holds something of the user's own, whatever rule it matches.
+  /// False for a child that is or contains something of the user's own, whatever rule it matches.
   [[nodiscard]] bool mayBeListed(std::string_view name) const;
 
   /// All of them, in the order of their groups.
@@ -45,7 +46,7 @@ class DesktopRules {
   std::string flatpaks;            // the folder of sandboxed applications, "" without a home
   std::string snaps;               // likewise
   std::string configHome;          // "" when there is none
-  std::vector<std::string> stays;  // no folder that is or holds one of these is ever listed
+  std::vector<std::string> stays;  // no folder that is or contains one of these is ever listed
 };
 
 }  // namespace quon::Reclaim

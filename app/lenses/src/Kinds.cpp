@@ -1,6 +1,6 @@
 // The nine lists of endings are one table here, and the names another, both made by the compiler: no ending
-// stands in two lists, so one probe answers what nine would. A name is brought to lower case into two machine
-// words. Only a name with bytes beyond ASCII takes the slow way over the heap, because case mappings lead
+// is in two lists, so one probe answers what nine would. A name is brought to lower case into two machine
+// words. Only a name with bytes beyond ASCII is allocated on the heap, because case mappings lead
 // from there back into ASCII (the Kelvin sign's lower case is k).
 
 #include "lenses/Kinds.h"

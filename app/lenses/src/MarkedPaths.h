@@ -11,7 +11,7 @@
 namespace quon::Reclaim {
 
 /// Paths with a rule each, as a tree of names beside the scan tree: a walk goes down both at once, so that
-/// asking costs nothing away from the marked paths and one look-up on the way to them. Paths are compared
+/// a query costs nothing away from the marked paths and one look-up on the way to them. Paths are compared
 /// name by name as they are written: one with "//" or ".." matches no folder.
 class MarkedPaths {
  public:

@@ -8,7 +8,7 @@
 
 namespace quon {
 
-bool DiskMarkers::holds(const std::string& folder, std::string_view name) const {
+bool DiskMarkers::contains(const std::string& folder, std::string_view name) const {
   std::error_code ignored;
   return std::filesystem::symlink_status(joinPath(folder, name), ignored).type() ==
          std::filesystem::file_type::regular;
@@ -16,8 +16,8 @@ bool DiskMarkers::holds(const std::string& folder, std::string_view name) const 
 
 std::optional<std::string> DiskMarkers::beginning(const std::string& folder, std::string_view name,
                                                   std::size_t most) const {
-  // Opening a pipe would wait for its other end, so what the name stands for is asked first.
-  if (!holds(folder, name)) return std::nullopt;
+  // Opening a pipe would wait for its other end, so the type is checked first.
+  if (!contains(folder, name)) return std::nullopt;
   std::ifstream file(joinPath(folder, name), std::ios::binary);
   if (!file) return std::nullopt;
   std::string bytes(most, '\0');

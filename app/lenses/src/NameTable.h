@@ -42,14 +42,14 @@ class NameTable {
 
   constexpr void put(std::string_view text, std::uint8_t value) {
     const std::optional<ShortName> name = ShortName::lowerCase(text);
-    if (!name || find(*name) != kNone) throw "a name that is too long or stands there twice";
+    if (!name || find(*name) != kNone) throw "a name that is too long or is in it twice";
     if (++used * 2 > kSlots) throw "a table that is more than half full";
     std::size_t at = slotOf(*name);
     while (slots[at].value != kNone) at = (at + 1) % kSlots;
     slots[at] = {*name, value};
   }
 
-  /// kNone when the table does not hold the name.
+  /// kNone when the name is not in the table.
   [[nodiscard]] constexpr std::uint8_t find(const ShortName& name) const {
     std::size_t at = slotOf(name);
     while (slots[at].value != kNone && slots[at].name != name) at = (at + 1) % kSlots;

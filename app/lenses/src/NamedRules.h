@@ -7,7 +7,7 @@
 
 namespace quon::Reclaim {
 
-/// Folders whose name alone tells what they are, in the order in which the rules are tried. The two names of
+/// Folders that are known by name alone, in the order in which the rules are tried. The two names of
 /// the Zig cache share a group.
 inline constexpr std::array<Rule, 31> kNamedRules{{
     {"node_modules", std::nullopt, "node_modules", "npm/yarn/pnpm/bun install brings it back"},

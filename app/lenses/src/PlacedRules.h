@@ -25,7 +25,7 @@ struct PlacedRule {
 };
 
 /// Folders known by where they lie. The trash of the home folder and of other volumes shares a group with
-/// that which is known by name. Not here: ~/.m2/repository and ~/.nuget/packages, which also hold what was
+/// that which is known by name. Not here: ~/.m2/repository and ~/.nuget/packages, which also contain what was
 /// installed by hand and comes from nowhere else.
 inline constexpr std::array<PlacedRule, 15> kPlacedRules{{
     {Anchor::cacheHome, "", {".cache", std::nullopt, "app caches (~/.cache)", "apps rebuild their caches"}},

@@ -54,7 +54,7 @@ std::optional<std::vector<Found>> walk(DirNode& scope, Places places, FunctionRe
       continue;
     }
     DirNode* const child = folder->subdirs[nextChild++].get();
-    // The root is named with its whole path; no other name holds a slash.
+    // The root is named with its whole path; no other name contains a slash.
     const Rule* rule = matchByName(lastComponent(folder->name), child->name);
     if (rule == nullptr) rule = places.match(*child);
     if (rule != nullptr && places.mayBeListed(child->name)) {

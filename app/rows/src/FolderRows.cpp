@@ -13,7 +13,7 @@ namespace {
 /// What may become a row. A folder may have 100,000 children, of which a few hundred are shown, so only those
 /// get names and paths of their own.
 struct Candidate {
-  DirNode* folder;        // that is the row, or holds the file
+  DirNode* folder;        // that is the row, or contains the file
   const FileEntry* file;  // none for a folder
   std::uint64_t logical;
   std::uint64_t physical;

@@ -7,29 +7,18 @@
 #include <limits>
 #include <span>
 
+#include "Filter.h"
 #include "base/HumanBytes.h"
 #include "base/Text.h"
 #include "search/Tokens.h"
 
-// A token is recognised in one place, filterOf; parse and chip then read the value through the same
+// A filter is recognised in one place, filterOf; parse and chip then read the value through the same
 // functions, so that a token becomes a chip exactly when it is a filter that takes effect.
 
 namespace quon {
 namespace {
 
 using Category = SearchChip::Category;
-
-struct Key {
-  std::string_view name;
-  Category category;
-};
-constexpr std::array<Key, 7> kKeys{{{"kind", Category::kind},
-                                    {"type", Category::kind},
-                                    {"in", Category::path},
-                                    {"path", Category::path},
-                                    {"name", Category::name},
-                                    {"size", Category::size},
-                                    {"age", Category::age}}};
 
 struct KindName {
   std::string_view name;
@@ -82,32 +71,6 @@ constexpr std::array<Unit, 13> kTimeUnits{{{"years", 365 * kDay},
                                            {"days", kDay},
                                            {"day", kDay},
                                            {"d", kDay}}};
-
-struct Filter {
-  Category category;
-  std::string value;  // lower case, not empty
-};
-
-std::optional<Filter> filterOf(std::string_view token) {
-  const std::size_t colon = token.find(':');
-  if (colon == std::string_view::npos || colon + 1 == token.size()) return std::nullopt;
-  const std::string name = lowerCase(token.substr(0, colon));
-  const auto* const key = std::ranges::find(kKeys, name, &Key::name);
-  if (key == kKeys.end()) return std::nullopt;
-  return Filter{key->category, lowerCase(token.substr(colon + 1))};
-}
-
-/// The value of a size or an age: its operator, and what follows that.
-struct Bound {
-  bool isBelow;  // "<"; otherwise ">" or nothing
-  std::string_view amount;
-};
-
-Bound boundOf(std::string_view value) {
-  const bool isBelow = value.starts_with('<');
-  if (isBelow || value.starts_with('>')) value.remove_prefix(1);
-  return {isBelow, value};
-}
 
 /// Of a text of digits and points alone, so that there is no sign, exponent or "inf" for std::from_chars to
 /// read.
@@ -245,15 +208,6 @@ std::optional<std::string_view> TokenQuery::kindNamed(std::string_view value) {
 
 bool TokenQuery::isEmpty() const {
   return terms.empty() && pathTerms.empty() && !kind && !minSize && !maxSize && !olderThan && !newerThan;
-}
-
-std::vector<std::string> ignoredFilters(std::string_view text) {
-  std::vector<std::string> ignored;
-  const auto unlabelled = [](std::string_view) { return KindLabel(); };
-  for (const std::string_view token : tokensOf(text)) {
-    if (filterOf(token) && !TokenQuery::chip(token, unlabelled)) ignored.emplace_back(token);
-  }
-  return ignored;
 }
 
 }  // namespace quon

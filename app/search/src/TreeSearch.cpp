@@ -5,32 +5,33 @@
 #include <string>
 #include <utility>
 
-#include "Needles.h"
-#include "base/Text.h"
+#include "SearchTerms.h"
+#include "search/FoldedText.h"
 
 // A name is the end of its path, so a term occurs in the name or the path exactly when it occurs in the path:
-// terms and path terms are one set of needles. The walk keeps an explicit stack with the needles' states of
-// each folder on it; below a folder whose path holds them all no name is looked at. Matches are pointers
-// until the walk is over, and only the largest become rows: making, sorting and freeing a row for each of
-// 112,000 matches took five times as long as finding them.
+// terms and path terms are one set of texts. The walk keeps an explicit stack with the texts' states of each
+// folder on it; below a folder whose path contains them all no name is read. Matches are pointers until the
+// walk is over, and only the largest become rows: making, sorting and freeing a row for each of 112,000
+// matches took five times as long as finding them.
 
 namespace quon {
 namespace {
 
 struct Match {
-  DirNode* folder;        // that matches, or holds the file
+  DirNode* folder;        // that matches, or contains the file
   const FileEntry* file;  // none for a folder
   std::uint64_t size;
   std::size_t order;
 };
 
-/// Asks whether to go on, at once and then whenever as much work as 1,024 rows has been done.
-class Patience {
+/// Checks whether the search was cancelled, at once and then whenever as much work as 1,024 rows has been
+/// done.
+class CancelCheck {
  public:
-  explicit Patience(FunctionRef<bool()> asked) : cancelled(asked) {}
+  explicit CancelCheck(FunctionRef<bool()> check) : cancelled(check) {}
 
-  /// True when the work is to stop. `cost` counts rows looked at.
-  [[nodiscard]] bool endsAfter(std::size_t cost) {
+  /// True when the search is to stop. `cost` counts rows examined.
+  [[nodiscard]] bool stopsAfter(std::size_t cost) {
     if (left > cost) {
       left -= cost;
       return false;
@@ -46,35 +47,38 @@ class Patience {
   std::size_t left = 0;
 };
 
-std::vector<std::string> needlesOf(const TokenQuery& query) {
-  std::vector<std::string> texts = query.terms;
-  texts.insert(texts.end(), query.pathTerms.begin(), query.pathTerms.end());
+std::vector<std::string> textsOf(const TokenQuery& query) {
+  std::vector<std::string> texts;
+  for (const std::string& term : query.terms) texts.push_back(folded(term));
+  for (const std::string& term : query.pathTerms) texts.push_back(folded(term));
   return texts;
 }
 
 class Walk {
  public:
-  Walk(const TokenQuery& asked, Metric shown, KindOf kinds, Patience& asker)
-      : query(asked), metric(shown), kindOf(kinds), patience(asker), needles(needlesOf(asked)) {}
+  Walk(const TokenQuery& asked, Metric shown, KindOf kinds, CancelCheck& check)
+      : query(asked), metric(shown), kindOf(kinds), cancelCheck(check), terms(textsOf(asked)) {}
 
   /// False when cancelled.
   [[nodiscard]] bool run(DirNode& root, std::string_view rootPath) {
-    if (patience.endsAfter(0)) return false;
-    std::vector<std::size_t> none(needles.size(), 0);
-    states.resize(needles.size());
-    const std::size_t missing = needles.advance(none, states, lowerCase(root.path(rootPath)));
+    if (cancelCheck.stopsAfter(0)) return false;
+    std::vector<std::size_t> none(terms.size(), 0);
+    states.resize(terms.size());
+    const std::size_t missing = terms.advance(none, states, folded(root.path(rootPath)));
     levels.push_back({&root, 0, missing});
     if (!matchFiles()) return false;
     while (!levels.empty()) {
       Level& level = levels.back();
       if (level.nextChild == level.folder->subdirs.size()) {
         levels.pop_back();
-        states.resize(levels.size() * needles.size());
+        states.resize(levels.size() * terms.size());
         continue;
       }
       const auto& children = level.folder->subdirs;
-      if (level.nextChild + kAhead < children.size()) fetch(*children[level.nextChild + kAhead]);
-      if (!enter(*children[level.nextChild++])) return false;
+      const std::size_t next = level.nextChild++;
+      if (next + kAhead < children.size()) fetch(*children[next + kAhead]);
+      if (next + 1 < children.size()) fetchContents(*children[next + 1]);
+      if (!enter(*children[next])) return false;
     }
     return true;
   }
@@ -87,28 +91,36 @@ class Walk {
   struct Level {
     DirNode* folder;
     std::size_t nextChild;
-    std::size_t missing;  // needles that the folder's path does not hold
+    std::size_t missing;  // texts that the folder's path does not contain
   };
 
-  /// Has the node brought into the processor's cache while others are looked at: a search waits for memory
-  /// most of its time, since nodes lie scattered.
+  // A search waits for memory most of its time, since nodes lie scattered: what it reads soon is brought into
+  // the processor's cache while it examines others.
+
+  /// What is read of every node: its name and where its children and files lie.
   static void fetch(const DirNode& node) {
-    constexpr std::size_t kCacheLine = 64;
-    const char* const bytes = reinterpret_cast<const char*>(&node);
-    for (std::size_t at = 0; at < sizeof node; at += kCacheLine) __builtin_prefetch(bytes + at);
+    __builtin_prefetch(&node.name);
+    __builtin_prefetch(&node.keptFiles);
+  }
+  /// What a node that was fetched before points to.
+  static void fetchContents(const DirNode& node) {
+    __builtin_prefetch(node.name.data());
+    __builtin_prefetch(node.subdirs.data());
+    __builtin_prefetch(node.keptFiles.data());
   }
 
   [[nodiscard]] bool enter(DirNode& folder) {
-    if (patience.endsAfter(1 + levels.back().missing)) return false;
+    if (cancelCheck.stopsAfter(1 + levels.back().missing)) return false;
+    fetchContents(folder);
     if (query.kind && folder.subdirs.empty() && folder.keptFiles.empty()) return true;
-    const std::size_t above = states.size() - needles.size();
-    states.resize(states.size() + needles.size());
-    const Needles::States all(states);
-    const auto from = all.subspan(above, needles.size());
-    const auto to = all.subspan(above + needles.size());
+    const std::size_t above = states.size() - terms.size();
+    states.resize(states.size() + terms.size());
+    const SearchTerms::States all(states);
+    const auto from = all.subspan(above, terms.size());
+    const auto to = all.subspan(above + terms.size());
     std::size_t missing = levels.back().missing;
     if (missing > 0) {
-      missing = needles.advance(from, to, pieceOf(folder.name));
+      missing = terms.advance(from, to, pieceOf(folder.name));
     } else {
       std::ranges::copy(from, to.begin());
     }
@@ -123,12 +135,12 @@ class Walk {
   /// Of the folder on top.
   [[nodiscard]] bool matchFiles() {
     const Level& level = levels.back();
-    const auto found = Needles::ConstStates(states).last(needles.size());
+    const auto found = SearchTerms::ConstStates(states).last(terms.size());
     for (const FileEntry& file : level.folder->keptFiles) {
-      if (patience.endsAfter(1 + level.missing)) return false;
+      if (cancelCheck.stopsAfter(1 + level.missing)) return false;
       const std::uint64_t size = metric == Metric::logical ? file.logical : file.physical;
       if (!isWithinBounds(size, file.mtime)) continue;
-      if (level.missing > 0 && !needles.areFoundWith(found, pieceOf(file.name))) continue;
+      if (level.missing > 0 && !terms.occurWith(found, pieceOf(file.name))) continue;
       if (query.kind && kindOf(*level.folder, file.name) != *query.kind) continue;
       add(*level.folder, &file, size);
     }
@@ -145,25 +157,18 @@ class Walk {
     matches.push_back({&folder, file, size, matches.size()});
   }
 
-  /// What a name adds to its path, in lower case; valid until the next one.
+  /// What a name adds to its path, folded; valid until the next one.
   std::string_view pieceOf(std::string_view name) {
-    piece.resize(1 + name.size());
-    unsigned char seen = 0;
-    for (std::size_t at = 0; at < name.size(); ++at) {
-      const auto byte = static_cast<unsigned char>(name[at]);
-      const bool isUpper = byte >= 'A' && byte <= 'Z';
-      piece[1 + at] = static_cast<char>(isUpper ? byte | 0x20 : byte);
-      seen |= byte;
-    }
-    if (seen >= 0x80) piece.replace(1, std::string::npos, lowerCase(name));
+    piece.resize(1);
+    appendFolded(piece, name);
     return piece;
   }
 
   const TokenQuery& query;
   const Metric metric;
   const KindOf kindOf;
-  Patience& patience;
-  const Needles needles;
+  CancelCheck& cancelCheck;
+  const SearchTerms terms;
   std::vector<Level> levels;
   std::vector<std::size_t> states;  // of each level, one after the other
   std::string piece = "/";
@@ -187,8 +192,8 @@ std::optional<SearchHits> search(const TokenQuery& query, const RefPtr<DirNode>&
                                  std::string_view rootPath, Metric metric, KindOf kindOf,
                                  FunctionRef<bool()> cancelled, std::size_t cap) {
   constexpr std::size_t kPathBytesOfARow = 256;
-  Patience patience(cancelled);
-  Walk walk(query, metric, kindOf, patience);
+  CancelCheck cancelCheck(cancelled);
+  Walk walk(query, metric, kindOf, cancelCheck);
   if (!walk.run(*root, rootPath)) return std::nullopt;
   SearchHits hits{.rows = {}, .found = walk.matches.size()};
   keepLargest(walk.matches, cap);
@@ -196,7 +201,7 @@ std::optional<SearchHits> search(const TokenQuery& query, const RefPtr<DirNode>&
   for (const Match& match : walk.matches) {
     const RefPtr<DirNode> folder(match.folder);
     const std::string path = folder->path(rootPath);
-    if (patience.endsAfter(1 + path.size() / kPathBytesOfARow)) return std::nullopt;
+    if (cancelCheck.stopsAfter(1 + path.size() / kPathBytesOfARow)) return std::nullopt;
     hits.rows.push_back(match.file == nullptr ? Entry::ofFolder(folder, path)
                                               : Entry::ofFile(*match.file, folder, path));
   }

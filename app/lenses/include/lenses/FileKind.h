@@ -7,7 +7,7 @@
 
 namespace quon {
 
-/// What sort of file a file is, as far as its name or its first bytes tell. The texts live as long as the
+/// What sort of file a file is, as far as its name or its first bytes show. The texts live as long as the
 /// program. Threads: any.
 struct FileKind {
   std::string_view id;      ///< stable key, lower case: "code", "images"; never shown

@@ -19,7 +19,7 @@ namespace quon {
 /// Kinds that the files' contents showed, by full path. The kinds are those of Kinds, which outlive every map.
 using KindOverrides = std::unordered_map<std::string, const FileKind*>;
 
-/// Files by kind, told from their names. Threads: any; `aggregate` reads the tree, which must not change
+/// Files by kind, as their names show it. Threads: any; `aggregate` reads the tree, which must not change
 /// meanwhile.
 namespace Kinds {
 

@@ -7,15 +7,14 @@
 
 namespace quon {
 
-/// Looks at the small files that tell what a folder is for. The scan tree keeps large files only, so it
-/// cannot tell. Folders are full paths, "" being the file system's root.
-/// Threads: that of whoever asks; one question at a time.
+/// Reads the small files that show what a folder is for; the scan tree has large files only. Folders are full
+/// paths, "" being the file system's root. Threads: any, one call at a time.
 class MarkerFiles {
  public:
   virtual ~MarkerFiles() = default;
 
-  /// True when the folder holds a regular file of this name now. False when that cannot be told.
-  [[nodiscard]] virtual bool holds(const std::string& folder, std::string_view name) const = 0;
+  /// True when the folder contains a regular file of this name now. False when that cannot be read.
+  [[nodiscard]] virtual bool contains(const std::string& folder, std::string_view name) const = 0;
   /// The first bytes of that file, at most `most`; none when it is no regular file or cannot be read.
   [[nodiscard]] virtual std::optional<std::string> beginning(const std::string& folder, std::string_view name,
                                                              std::size_t most) const = 0;
@@ -25,7 +24,7 @@ class MarkerFiles {
 /// as absent.
 class DiskMarkers final : public MarkerFiles {
  public:
-  [[nodiscard]] bool holds(const std::string& folder, std::string_view name) const override;
+  [[nodiscard]] bool contains(const std::string& folder, std::string_view name) const override;
   [[nodiscard]] std::optional<std::string> beginning(const std::string& folder, std::string_view name,
                                                      std::size_t most) const override;
 };

@@ -18,7 +18,7 @@ namespace quon {
 
 class MarkerFiles;
 
-/// Folders whose contents come back by themselves: packages, build products, caches. A folder that is listed
+/// Folders whose contents programs make again: packages, build products, caches. A folder that is listed
 /// is taken whole, so none lies in another and nothing is counted twice. Nothing is listed on a guess: the
 /// user may delete what is.
 ///
@@ -30,7 +30,7 @@ struct Rule {
   std::string_view match;                  ///< the folder's name, byte for byte
   std::optional<std::string_view> parent;  ///< its parent's name, where that matters
   std::string_view label;                  ///< the group's title; rules of one label share a group
-  std::string_view why;                    ///< how the contents come back
+  std::string_view why;                    ///< how the contents are made again
 
   friend bool operator==(const Rule&, const Rule&) = default;
 };
@@ -62,11 +62,11 @@ struct Surroundings {
 };
 
 /// The same, and what else a Linux desktop regenerates where no rule by name matches: folders at places that
-/// are known to hold caches, packages or trash; a Rust project's build products; the caches of browsers among
-/// the settings; folders that carry a verified CACHEDIR.TAG. The latter three are proved by their marker
-/// files, each looked at only when the walk comes to its folder. No folder that is listed, for whatever rule,
-/// is or holds the home folder, the configuration or the data home or a mount point. Nullopt when `cancelled`
-/// said so, as in rows/Cancellation.h.
+/// are known to contain caches, packages or trash; a Rust project's build products; the caches of browsers
+/// among the settings; folders that carry a verified CACHEDIR.TAG. The latter three are proved by their
+/// marker files, each read only when the walk comes to its folder. No folder that is listed, for whatever
+/// rule, is or contains the home folder, the configuration or the data home or a mount point. Nullopt when
+/// `cancelled` returned true: see rows/Cancellation.h.
 [[nodiscard]] std::optional<std::vector<Group>> groups(const RefPtr<DirNode>& scope, Metric metric,
                                                        const Surroundings& surroundings,
                                                        const MarkerFiles& markers,

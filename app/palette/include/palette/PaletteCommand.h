@@ -13,7 +13,7 @@ namespace quon {
 
 class AppModel;
 
-/// One command of the command bar, as the model stands now. Threads: main only.
+/// One command of the command bar, for the present state of the model. Threads: main only.
 struct PaletteCommand {
   std::string id;  ///< stable
   std::string title;
@@ -28,7 +28,7 @@ using PaletteRow = std::variant<PaletteCommand, Entry>;
 /// Every command that can be given now, in the order of the bar.
 [[nodiscard]] std::vector<PaletteCommand> paletteCommands(AppModel& model);
 
-/// Those whose title or keywords hold every word of the text; all of them for a text without words.
+/// Those whose title or keywords contain every word of the text; all of them for a text without words.
 [[nodiscard]] std::vector<PaletteCommand> matchedCommands(std::vector<PaletteCommand> commands,
                                                           std::string_view text);
 

@@ -35,7 +35,7 @@ inline constexpr std::array<Metric, 2> kMetrics{Metric::logical, Metric::physica
   return std::nullopt;
 }
 
-/// One row of any list: a folder, a file with the folder that holds it, or everything that is not listed.
+/// One row of any list: a folder, a file with the folder that contains it, or everything that is not listed.
 struct Entry {
   struct File {
     FileEntry file;
@@ -63,7 +63,7 @@ struct Entry {
   /// Modification time of a folder or file; 0, for unknown, of the rest.
   [[nodiscard]] std::int64_t mtime() const;
 
-  /// `folderPath` is the full path of the folder itself, or of the one that holds the file.
+  /// `folderPath` is the full path of the folder itself, or of the one that contains the file.
   [[nodiscard]] static Entry ofFolder(const RefPtr<DirNode>& node, std::string_view folderPath);
   [[nodiscard]] static Entry ofFile(const FileEntry& file, const RefPtr<DirNode>& container,
                                     std::string_view containerPath);

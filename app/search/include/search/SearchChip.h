@@ -16,7 +16,7 @@ struct KindLabel {
   std::optional<int> slot;
 };
 
-/// Tells the label of a kind by its id, one of those that TokenQuery::kindNamed returns.
+/// Returns the label of a kind by its id, one of those that TokenQuery::kindNamed returns.
 using KindLabelOf = FunctionRef<KindLabel(std::string_view kindId)>;
 
 /// A filter of the search that was typed and then taken out of the text, shown as a pill that can be removed.

@@ -12,9 +12,9 @@ namespace quon {
 
 /// What a search asks for, read from a line such as "report kind:docs size:>1gb in:Library age:<2w".
 ///
-/// A token "key:value" with a known key and a value is a filter; a filter whose value cannot be read is left
-/// out; of several that set the same bound the last counts. Every other token is a term. Case is of no
-/// matter.
+/// A token "key:value" with a known key and a value is a filter; a filter whose value cannot be read is
+/// ignored (see QueryAdvice.h); of several that set the same bound the last counts. Every other token is a
+/// term. Case does not matter.
 ///
 /// Threads: a value; any.
 struct TokenQuery {
@@ -34,7 +34,7 @@ struct TokenQuery {
 
   /// "1.5gb", "300k", "17b" (powers of 1,024, truncated to bytes) or plain bytes. The number is decimal
   /// digits with or without a fraction: no sign (but "+" before plain bytes), no exponent, nothing named.
-  /// None for anything else and for what 64 bits do not hold.
+  /// None for anything else and for what exceeds 64 bits.
   [[nodiscard]] static std::optional<std::uint64_t> parseBytes(std::string_view value);
 
   /// "2y", "1.5months", "3w", "10days" in seconds, years of 365 and months of 30 days. The number, written as
@@ -48,8 +48,5 @@ struct TokenQuery {
 
   friend bool operator==(const TokenQuery&, const TokenQuery&) = default;
 };
-
-/// The tokens that look like filters and say nothing, since their values cannot be read: "size:big".
-[[nodiscard]] std::vector<std::string> ignoredFilters(std::string_view text);
 
 }  // namespace quon

@@ -5,7 +5,7 @@
 
 namespace quon {
 
-/// What stands between whitespace in a text, in order, never empty; views into the text. Whitespace is
+/// The words of a text between whitespace, in order, never empty; views into the text. Whitespace is
 /// Unicode's, so that the space of a Japanese or Chinese input method separates as well.
 /// Threads: any.
 [[nodiscard]] std::vector<std::string_view> tokensOf(std::string_view text);

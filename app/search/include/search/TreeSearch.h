@@ -14,18 +14,18 @@
 namespace quon {
 
 // Searches the scan tree for folders and kept files. A folder matches by its totals and its own time, and
-// only when no kind is asked for.
+// only when the query names no kind.
 //
 // The search covers what lies below `root`, not `root` itself, which may be any folder of the tree;
 // `rootPath` is the path of the tree's root as paths are built from it: "" for the file system's root. Terms
-// are found anywhere in a full path, `rootPath` included.
+// are found anywhere in a full path, `rootPath` included, and compared as FoldedText.h describes.
 //
-// `cancelled` is asked once at the start and then about every 1,024 rows looked at; once it says yes the
-// result is nullopt.
+// `cancelled` is called once at the start and then about every 1,024 rows; once it returns true the result is
+// nullopt.
 //
 // Threads: any that may read the tree, which must not change meanwhile.
 
-/// The id of a kept file's kind. Asked at most once for a file, when all else in the query fits it.
+/// Returns the id of a kept file's kind. Called at most once for a file, when it matches in all else.
 using KindOf = FunctionRef<std::string_view(const DirNode& folder, std::string_view fileName)>;
 
 /// What a search found.
