@@ -19,6 +19,8 @@
 namespace quon::bench {
 namespace {
 
+constexpr auto never = [] { return false; };
+
 constexpr std::size_t kFolders = 100'000;
 constexpr std::size_t kFiles = 20'000;
 constexpr std::uint64_t kSeed = 20240229;
@@ -68,7 +70,7 @@ void itemsAreFolders(benchmark::State& state) {
 
 void kindTotals(benchmark::State& state) {
   const RefPtr<DirNode> root = makeTree();
-  for (auto _ : state) benchmark::DoNotOptimize(Kinds::aggregate(root, Metric::physical, {}));
+  for (auto _ : state) benchmark::DoNotOptimize(Kinds::aggregate(root, "/r", Metric::physical, {}, never));
   itemsAreFolders(state);
 }
 BENCHMARK(kindTotals)->Unit(benchmark::kMillisecond);
@@ -109,7 +111,7 @@ void reclaimOnDesktop(benchmark::State& state) {
                                     .dataHome = "",
                                     .mountPoints = {"/"},
                                     .userID = 1000};
-  for (auto _ : state) benchmark::DoNotOptimize(Reclaim::groups(root, Metric::logical, where, markers));
+  for (auto _ : state) benchmark::DoNotOptimize(Reclaim::groups(root, Metric::logical, where, markers, never));
   itemsAreFolders(state);
   state.counters["looks"] =
       benchmark::Counter(static_cast<double>(markers.looks), benchmark::Counter::kAvgIterations);

@@ -178,7 +178,7 @@ void exercise(const std::string& url, bool rowsAreSound) {
     require(wrong.empty(), wrong);
     if (rowsAreSound) requireTotalsOfRows(*loaded->result.root, url);
     (void)scopeEntries(loaded->result.root, kRoot.path(), Metric::logical, 1);
-    (void)largestFiles(loaded->result.root, kRoot.path(), Metric::physical, 3);
+    (void)largestFiles(loaded->result.root, kRoot.path(), Metric::physical, 3, [] { return false; });
   }
   (void)orRefused([&] { return ScanStore::meta(url); });
   (void)orRefused([&] { return ScanStore::repeatedNames(url, 10, 0); });

@@ -7,6 +7,7 @@
 #include <set>
 
 #include "PathTree.h"
+#include "base/Path.h"
 #include "base/Text.h"
 #include "lenses/Kinds.h"
 #include "support/Seed.h"
@@ -96,6 +97,10 @@ TEST(Kinds, AreThoseOfASearchThroughEveryList) {
   EXPECT_EQ(kinds.size(), 10U);
 }
 
+Kinds::Aggregate totals(const RefPtr<DirNode>& scope, Metric metric, const KindOverrides& overrides = {}) {
+  return *Kinds::aggregate(scope, "/r", metric, overrides, [] { return false; });
+}
+
 struct Sums {
   std::uint64_t logical = 0;
   std::uint64_t physical = 0;
@@ -107,8 +112,8 @@ void addRecursively(const DirNode& folder, const KindOverrides& overrides,
                     std::map<std::string_view, Sums>& sums) {
   for (const FileEntry& file : folder.keptFiles) {
     std::string_view id = plainlyOf(file.name).id;
-    if (id == "other" && overrides.contains(&folder) && overrides.at(&folder).contains(file.name))
-      id = overrides.at(&folder).at(file.name)->id;
+    const auto found = overrides.find(joinPath(folder.path("/r"), file.name));
+    if (id == "other" && found != overrides.end()) id = found->second->id;
     Sums& sum = sums[id];
     sum = {sum.logical + file.logical, sum.physical + file.physical, sum.count + 1};
   }
@@ -123,8 +128,10 @@ TEST(KindTotals, AreThoseOfARecursiveSum) {
     std::function<void(DirNode&)> fill = [&](DirNode& folder) {
       for (std::uint64_t at = random() % 6; at > 0; --at) {
         tree.file(folder, {anyName(random), random() % 100, random() % 100, 0});
-        if (random() % 3 == 0)
-          overrides[&folder][folder.keptFiles.back().name] = &Kinds::all()[random() % 9].kind;
+        if (random() % 3 == 0) {
+          overrides[joinPath(folder.path("/r"), folder.keptFiles.back().name)] =
+              &Kinds::all()[random() % 9].kind;
+        }
       }
       for (const auto& child : folder.subdirs) fill(*child);
     };
@@ -133,7 +140,7 @@ TEST(KindTotals, AreThoseOfARecursiveSum) {
     std::map<std::string_view, Sums> expected;
     addRecursively(*root, overrides, expected);
     for (const Metric metric : {Metric::logical, Metric::physical}) {
-      const auto [rows, small] = Kinds::aggregate(root, metric, overrides);
+      const auto [rows, small] = totals(root, metric, overrides);
       std::map<std::string_view, Sums> found;
       std::uint64_t rest = metric == Metric::logical ? root->totalLogical : root->totalPhysical;
       std::uint64_t before = UINT64_MAX;
@@ -154,18 +161,18 @@ TEST(KindTotals, TheRestIsNeverBelowZero) {
   PathTree tree;
   tree.folder("d", 70);
   const RefPtr<DirNode> root = tree.rolledUp();
-  const auto [rows, small] = Kinds::aggregate(root, Metric::physical, {});
+  const auto [rows, small] = totals(root, Metric::physical);
   EXPECT_TRUE(rows.empty());
   EXPECT_EQ(small, 140U);
   root->keptFiles.push_back({"a.zip", 1000, 1000, 0});  // patched, its totals not yet
-  EXPECT_EQ(Kinds::aggregate(root, Metric::physical, {}).small, 0U);
+  EXPECT_EQ(totals(root, Metric::physical).small, 0U);
   root->keptFiles.push_back({"b.zip", UINT64_MAX, 0, 0});
-  EXPECT_DEATH((void)Kinds::aggregate(root, Metric::physical, {}), "overflow");
+  EXPECT_DEATH((void)totals(root, Metric::physical), "overflow");
 }
 
 TEST(KindTotals, CountAnyDepth) {
   PathTree tree = PathTree::chain("d", 100'000);
-  const auto [rows, small] = Kinds::aggregate(tree.rolledUp(), Metric::physical, {});
+  const auto [rows, small] = totals(tree.rolledUp(), Metric::physical);
   ASSERT_EQ(rows.size(), 1U);
   EXPECT_EQ(rows[0].kind.id, "media");
   EXPECT_EQ(rows[0].physical, 7U);

@@ -9,6 +9,7 @@
 
 #include "PathTree.h"
 #include "base/Path.h"
+#include "lenses/KnownMarkers.h"
 #include "lenses/MarkerFiles.h"
 #include "lenses/Reclaim.h"
 #include "store/FolderScan.h"
@@ -96,6 +97,8 @@ TEST(Reclaim, ListsWhatARecursiveWalkFindsInTheOrderOfTheTree) {
   }
 }
 
+constexpr auto never = [] { return false; };
+
 /// Marker files by full path, and which were read.
 struct FakeMarkers final : MarkerFiles {
   std::map<std::string, std::string> files;
@@ -134,9 +137,25 @@ struct DesktopReclaim : testing::Test {
       const auto folder = folderAt(root, path.substr(1, path.rfind('/') - 1));
       if (folder) folder->cacheTagged = true;
     }
-    return listed(Reclaim::groups(root, Metric::logical, where, markers), "");
+    const Listed found = listed(groupsIn(root, Metric::logical, markers), "");
+    // The same when the disk is read between walks of the tree, not within.
+    const FakeMarkers disk = markers;
+    KnownMarkers known(disk);
+    Listed again;
+    do {
+      EXPECT_TRUE(known.findOut(never));
+      disk.read.clear();
+      again = listed(groupsIn(root, Metric::logical, known), "");
+      EXPECT_TRUE(disk.read.empty()) << "the disk was read within the walk";
+    } while (known.hasNewQuestions());
+    EXPECT_EQ(again, found);
+    return found;
   }
   Listed list() { return listIn(tree.rolledUp()); }
+  [[nodiscard]] std::vector<Reclaim::Group> groupsIn(const RefPtr<DirNode>& scope, Metric metric,
+                                                     const MarkerFiles& evidence) const {
+    return *Reclaim::groups(scope, metric, where, evidence, never);
+  }
 };
 
 TEST_F(DesktopReclaim, ListsCachesBelowHomeAndTrashOnVolumes) {
@@ -174,7 +193,7 @@ TEST_F(DesktopReclaim, FindsPlacesWhateverTheScannedRoot) {
   folders("org.x/cache/cache");
   EXPECT_EQ(list(), (Listed{{"Flatpak app caches", {"/org.x/cache"}}}));
   const auto below =
-      Reclaim::groups(RefPtr<DirNode>(&tree.folder("org.x/cache")), Metric::logical, where, markers);
+      groupsIn(RefPtr<DirNode>(&tree.folder("org.x/cache")), Metric::logical, markers);
   EXPECT_THAT(below, IsEmpty());
 }
 
@@ -288,7 +307,7 @@ TEST(DiskMarkers, AreReadFromTheDisk) {
   const DiskMarkers markers;
   const Reclaim::Surroundings where{
       .rootPath = root, .home = root, .cacheHome = "", .configHome = "", .dataHome = "", .mountPoints = {}};
-  EXPECT_EQ(listed(Reclaim::groups(outcome.result.root, Metric::logical, where, markers), "~"),
+  EXPECT_EQ(listed(*Reclaim::groups(outcome.result.root, Metric::logical, where, markers, never), "~"),
             (Listed{{"caches (marked CACHEDIR.TAG)", {"~/good"}}, {"Rust target", {"~/rust/target"}}}));
   EXPECT_EQ(markers.beginning(root + "/good", "CACHEDIR.TAG", 9), "Signature");
   EXPECT_EQ(markers.beginning(root + "/gone", "CACHEDIR.TAG", 9), std::nullopt);

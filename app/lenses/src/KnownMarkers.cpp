@@ -4,7 +4,7 @@
 
 namespace quon {
 
-bool KnownMarkers::holds(const std::string& folder, std::string_view name) const {
+bool KnownMarkers::contains(const std::string& folder, std::string_view name) const {
   return beginning(folder, name, 0).has_value();
 }
 
@@ -24,7 +24,7 @@ bool KnownMarkers::findOut(FunctionRef<bool()> cancelled) {
     std::optional<std::string> answer;
     if (most > 0) {
       answer = disk.beginning(folder, name, most);
-    } else if (disk.holds(folder, name)) {
+    } else if (disk.contains(folder, name)) {
       answer = "";
     }
     known.insert_or_assign(std::move(question), std::move(answer));

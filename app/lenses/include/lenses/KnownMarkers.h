@@ -23,7 +23,7 @@ class KnownMarkers final : public MarkerFiles {
   /// `real` outlives it.
   explicit KnownMarkers(const MarkerFiles& real) : disk(real) {}
 
-  [[nodiscard]] bool holds(const std::string& folder, std::string_view name) const override;
+  [[nodiscard]] bool contains(const std::string& folder, std::string_view name) const override;
   [[nodiscard]] std::optional<std::string> beginning(const std::string& folder, std::string_view name,
                                                      std::size_t most) const override;
 
