@@ -8,7 +8,7 @@
 namespace quon {
 namespace {
 
-constexpr int kStepsBetweenLooks = 100000;  // virtual machine instructions: some milliseconds
+constexpr int kStepsBetweenChecks = 100000;  // virtual machine instructions: some milliseconds
 
 int flagsOf(Database::Mode mode) {
   switch (mode) {
@@ -70,22 +70,22 @@ void Database::keepLogOnClose() {
 void Database::stopWhen(const std::atomic<bool>& flag) {
   // The handler only reads; SQLite takes the pointer back without const.
   sqlite3_progress_handler(
-      connection.get(), kStepsBetweenLooks,
+      connection.get(), kStepsBetweenChecks,
       [](void* watched) { return static_cast<const std::atomic<bool>*>(watched)->load() ? 1 : 0; },
       const_cast<std::atomic<bool>*>(&flag));
 }
 
 void Database::stopAfter(std::uint64_t steps) {
-  looksLeft = std::make_unique<std::uint64_t>(steps / kStepsBetweenLooks);
+  checksLeft = std::make_unique<std::uint64_t>(steps / kStepsBetweenChecks);
   sqlite3_progress_handler(
-      connection.get(), kStepsBetweenLooks,
+      connection.get(), kStepsBetweenChecks,
       [](void* left) {
-        auto& looks = *static_cast<std::uint64_t*>(left);
-        if (looks == 0) return 1;
-        --looks;
+        auto& checks = *static_cast<std::uint64_t*>(left);
+        if (checks == 0) return 1;
+        --checks;
         return 0;
       },
-      looksLeft.get());
+      checksLeft.get());
 }
 
 void Database::exec(const char* script) {

@@ -5,7 +5,7 @@
 namespace quon {
 namespace {
 
-constexpr int kPrimaryCode = 0xFF;  // the rest of a result code tells details
+constexpr int kPrimaryCode = 0xFF;  // the rest of a result code is details
 
 DatabaseError::Kind kindOf(int status) {
   switch (status & kPrimaryCode) {

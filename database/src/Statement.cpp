@@ -16,7 +16,7 @@ void Statement::check(int status) const {
 
 void Statement::failType(const char* expected) const {
   raise({DatabaseError::Kind::foreign,
-         std::string("the file holds something else where ") + expected + " belongs"});
+         std::string("the file contains something else where ") + expected + " belongs"});
   std::abort();  // it always throws
 }
 
@@ -34,7 +34,7 @@ void Statement::bind(int parameter, std::string_view text) {
 }
 
 void Statement::bindBlob(int parameter, std::string_view bytes) {
-  // A null pointer would bind NULL, and an empty view may hold one.
+  // A null pointer would bind NULL, and an empty view may contain one.
   const char* data = bytes.data() == nullptr ? "" : bytes.data();
   check(sqlite3_bind_blob64(statement.get(), parameter, data, bytes.size(), SQLITE_STATIC));
 }
@@ -47,7 +47,7 @@ bool Statement::step() {
   const int status = sqlite3_step(statement.get());
   if (status == SQLITE_ROW) return true;
   if (status == SQLITE_DONE) return false;
-  // sqlite3_step tells the primary code; the connection knows the rest. The message goes with a reset.
+  // sqlite3_step returns the primary code; the connection has the rest. A reset clears the message.
   const DatabaseError failure =
       DatabaseError::ofStatus(sqlite3_extended_errcode(sqlite3_db_handle(statement.get())),
                               sqlite3_errmsg(sqlite3_db_handle(statement.get())));

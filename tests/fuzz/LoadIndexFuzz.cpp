@@ -33,8 +33,8 @@ constexpr std::uint64_t kLeastKept = 1000;
 
 using Bytes = std::span<const std::uint8_t>;
 
-void require(bool holds, const std::string& what) {
-  if (holds) return;
+void require(bool isTrue, const std::string& what) {
+  if (isTrue) return;
   std::fprintf(stderr, "%s\n", what.c_str());
   std::abort();
 }

@@ -96,29 +96,6 @@ TEST(ConcurrentLoad, SeesOneStateWheneverAWriterCommits) {
   EXPECT_GE(value, 4) << "two connections take two locks each at least";
 }
 
-TEST(ConcurrentLoad, SeesOneStateOfAnIndexThatIsBeingChanged) {
-  const TempFolder top;
-  const std::string url = saveSmall(top.path);
-  RawIndex(url).exec(settingAllTo(0));
-  constexpr int kChanges = 150;
-  std::atomic<int> committed{0};
-  const std::jthread writer([&] {
-    RawIndex index(url);
-    index.exec("PRAGMA synchronous = OFF");
-    sqlite3_busy_timeout(index.raw(), 60000);
-    for (int value = 1; value <= kChanges; ++value) {
-      index.exec(settingAllTo(value));
-      committed = value;
-    }
-  });
-  std::uint64_t last = 0;
-  do {
-    const auto least = static_cast<std::uint64_t>(committed.load());
-    last = oneValueOf(ScanStore::load(url, kRoot, 1000));
-    EXPECT_GE(last, least);
-  } while (last < kChanges && !HasFailure());
-}
-
 TEST(ConcurrentLoad, WaitsForAWriterThatWaitsForAnEarlierReader) {
   const TempFolder top;
   const std::string url = saveSmall(top.path);

@@ -91,7 +91,6 @@ struct Damage {
 const Damage kDamages[] = {
     // Metadata.
     {"DELETE FROM meta WHERE key = 'complete'"},
-    {"UPDATE meta SET value = '0' WHERE key = 'complete'"},
     {"UPDATE meta SET value = '2' WHERE key = 'format'"},
     {"UPDATE meta SET value = x'31' WHERE key = 'format'", "where text belongs"},
     {"DELETE FROM meta WHERE key = 'topFiles'"},
@@ -99,55 +98,38 @@ const Damage kDamages[] = {
     {"UPDATE meta SET value = '9223372036854775808' WHERE key = 'elapsedMs'"},
     // Another schema.
     {"CREATE TABLE extra (x)"},
-    {"CREATE INDEX extra ON files(logical)"},
     {"CREATE VIEW extra AS SELECT 1"},
     {"CREATE TRIGGER t AFTER DELETE ON files BEGIN DELETE FROM dirs; END"},
     {"DROP TABLE files"},
     {"ALTER TABLE files ADD COLUMN extra"},
-    {"ALTER TABLE dirs RENAME TO folders"},
-    {"DROP TABLE meta; CREATE TABLE meta (key TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID"},
-    {"DROP TABLE meta; CREATE VIEW meta AS WITH RECURSIVE r(key, value) AS (SELECT 'a', 'b' UNION ALL SELECT "
-     "key, value"
-     " FROM r) SELECT key, value FROM r"},
-    {"DROP INDEX idx_files_dir; DROP TABLE files; CREATE VIEW files AS WITH RECURSIVE r(dir, name, logical, "
-     "physical,"
-     " mtime) AS (SELECT 1, 'x', 1, 1, 1 UNION ALL SELECT * FROM r) SELECT * FROM r"},
-    {"PRAGMA writable_schema = ON; UPDATE sqlite_schema SET sql = 'CREATE TABLE dirs (id INTEGER PRIMARY "
-     "KEY, parent,"
-     " name, mtime, error AS (1))' WHERE name = 'dirs'"},
+    {"DROP TABLE meta; CREATE VIEW meta AS WITH RECURSIVE r(key, value) AS"
+     " (SELECT 'a', 'b' UNION ALL SELECT key, value FROM r) SELECT key, value FROM r"},
+    {"PRAGMA writable_schema = ON; UPDATE sqlite_schema SET sql = 'CREATE TABLE dirs"
+     " (id INTEGER PRIMARY KEY, parent, name, mtime, error AS (1))' WHERE name = 'dirs'"},
     // The tree.
     {"DELETE FROM dirs", "index has no root dir"},
     {"DELETE FROM dirs WHERE id = 1"},
     {"UPDATE dirs SET parent = 4 WHERE id = 2"},
-    {"UPDATE dirs SET parent = 3 WHERE id = 3"},
     {"UPDATE dirs SET parent = 1 WHERE id = 1"},
     {"UPDATE dirs SET parent = 5 WHERE id = 3"},
-    {"UPDATE dirs SET parent = 999 WHERE id = 5"},
-    {"UPDATE dirs SET parent = -1 WHERE id = 5"},
     {"UPDATE dirs SET parent = -9223372036854775808 WHERE id = 5"},
-    {"UPDATE dirs SET parent = 0 WHERE id = 5"},
     {"UPDATE dirs SET parent = NULL WHERE id = 5"},
     {"UPDATE dirs SET id = 9223372036854775807 WHERE id = 1"},
     {"UPDATE dirs SET name = 'a' WHERE id = 5"},
     // Names.
     {"UPDATE dirs SET name = '..' WHERE id = 5"},
-    {"UPDATE dirs SET name = '.' WHERE id = 5"},
     {"UPDATE dirs SET name = '' WHERE id = 5"},
     {"UPDATE dirs SET name = 'x/y' WHERE id = 5"},
     {"UPDATE dirs SET name = CAST(x'780079' AS TEXT) WHERE id = 5"},
     {"UPDATE dirs SET name = x'78' WHERE id = 5", "where text belongs"},
     {"UPDATE files SET name = '..' WHERE name = 'kept'"},
     {"UPDATE files SET name = '/etc' WHERE name = 'kept'"},
-    {"UPDATE files SET name = '' WHERE name = 'kept'"},
     {"UPDATE files SET name = CAST(x'6b00' AS TEXT) WHERE name = 'kept'"},
     {"UPDATE files SET name = x'6b' WHERE name = 'kept'", "where text belongs"},
     // Numbers.
-    {"UPDATE dirs SET parent = 'abc' WHERE id = 5", "where a number belongs"},
     {"UPDATE dirs SET parent = 1.5 WHERE id = 5", "where a number belongs"},
     {"UPDATE dirs SET mtime = 1.5 WHERE id = 5", "where a number belongs"},
-    {"UPDATE dirs SET mtime = 'late' WHERE id = 5", "where a number belongs"},
     {"UPDATE dirs SET error = x'00' WHERE id = 5", "where a number belongs"},
-    {"UPDATE files SET dir = 'abc' WHERE name = 'small'", "where a number belongs"},
     {"UPDATE files SET dir = 2.5 WHERE name = 'kept'", "where a number belongs"},
     {"UPDATE files SET dir = 999"},
     {"UPDATE files SET dir = -1 WHERE name = 'small'"},
@@ -156,10 +138,8 @@ const Damage kDamages[] = {
     // Text is larger than any number, so the file is one to keep as well: either reader may refuse it first.
     {"UPDATE files SET logical = 'much' WHERE name = 'small'",
      "a size that is not a whole number of bytes|where a number belongs"},
-    {"UPDATE files SET physical = x'01' WHERE name = 'small'", "a size that is not a whole number of bytes"},
     {"UPDATE files SET physical = -9223372036854775808 WHERE name = 'small'",
      "a size that is not a whole number of bytes"},
-    {"UPDATE files SET mtime = 'late' WHERE name = 'small'", "where a number belongs"},
     {"UPDATE files SET mtime = 1e300 WHERE name = 'kept'", "where a number belongs"},
     // Totals.
     {"UPDATE files SET logical = 9223372036854775807"},

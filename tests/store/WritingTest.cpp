@@ -11,9 +11,7 @@
 #include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/mount.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -86,19 +84,15 @@ class GatedThreads final : public ThreadService {
 TEST(Writing, LeavesNothingWhenItIsAbortedOrDropped) {
   const TempFolder top;
   const SampleTree tree = treeOf(1000);
-  const std::string url = ScanStore::canonicalURL(top.path, tree.path);
-  {
-    ScanStore store(linuxPlatform(), url);
-    tree.record(store);
-    ASSERT_EQ(namesIn(top.path).size(), 1U);
-    store.abort();
+  for (const bool abort : {true, false}) {
+    {
+      ScanStore store(linuxPlatform(), ScanStore::canonicalURL(top.path, tree.path));
+      tree.record(store);
+      ASSERT_EQ(namesIn(top.path).size(), 1U);
+      if (abort) store.abort();
+    }
     EXPECT_EQ(namesIn(top.path), kNothing);
   }
-  {
-    ScanStore store(linuxPlatform(), url);
-    tree.record(store);
-  }
-  EXPECT_EQ(namesIn(top.path), kNothing);
 }
 
 TEST(Writing, ManyProducersWaitForASlowWriterAndLoseNothing) {
@@ -131,7 +125,6 @@ TEST(Writing, ManyProducersWaitForASlowWriterAndLoseNothing) {
   EXPECT_EQ(recorded, kMostWaiting) << "the queue is bounded";
   threads.opening.set_value();
   for (std::thread& producer : producers) producer.join();
-  EXPECT_EQ(recorded, folders.size());
   store.finish(tree.path, 1, figuresOf(tree), 0, 0);
 
   RawIndex index(store.finalURL());
@@ -171,14 +164,12 @@ FolderScan scanOf(const std::string& root, const std::string& index,
 
 TEST(Interrupt, MakesFinishFailAndLeavesNothing) {
   const TempFolder top;
-  for (const int files : {1, 200000}) {
-    const SampleTree tree = treeOf(files);
-    ScanStore store(linuxPlatform(), ScanStore::canonicalURL(top.path, tree.path));
-    tree.record(store);
-    std::thread(&ScanStore::interrupt, &store).join();
-    EXPECT_THROW(store.finish(tree.path, 1, figuresOf(tree), 0, 0), StoreError) << files << " files";
-    EXPECT_EQ(namesIn(top.path), kNothing);
-  }
+  const SampleTree tree = treeOf(200000);
+  ScanStore store(linuxPlatform(), ScanStore::canonicalURL(top.path, tree.path));
+  tree.record(store);
+  std::thread(&ScanStore::interrupt, &store).join();
+  EXPECT_THROW(store.finish(tree.path, 1, figuresOf(tree), 0, 0), StoreError);
+  EXPECT_EQ(namesIn(top.path), kNothing);
 }
 
 /// Scans cancelled at each of their moments: as each folder is opened, when all rows are written, and when
@@ -252,62 +243,23 @@ TEST_F(CancelledScan, IsNotCancelledOnceItsIndexIsInPlace) {
   EXPECT_EQ(ScanStore::load(outcome.index, RootPath(root)).result.root->totalFiles, kFolders + 1U);
 }
 
-/// A scan after `fault`, which makes it fail, keeps the index of the one before.
-void expectEarlierSurvives(const std::string& top, const std::string& reason,
-                           const std::function<void()>& fault) {
-  const FolderScan::Outcome earlier = scanOf(top + "/tree", top + "/index").run();
-  ASSERT_EQ(earlier.notSaved, "");
-  const std::string bytes = readBytes(earlier.index);
-  fault();
-  const FolderScan::Outcome failed = scanOf(top + "/tree", top + "/index").run();
-  EXPECT_EQ(failed.index, "");
-  EXPECT_THAT(failed.notSaved, HasSubstr(reason));
-  EXPECT_FALSE(failed.cancelled);
-  EXPECT_EQ(differences(*failed.result.root, *earlier.result.root), "");
-  EXPECT_EQ(readBytes(earlier.index), bytes);
-  EXPECT_EQ(namesIn(top + "/index").size(), 1U) << "nothing else is left";
-}
-
-void fillTree(const TempFolder& top) {
-  for (int at = 0; at < 2000; ++at) (void)top.file("tree/" + std::string(200, 'n') + std::to_string(at), 0);
-}
-
-TEST(Failure, OfAFullDiskIsReportedAndKeepsTheEarlierIndex) {
-  const TempFolder top;
-  fillTree(top);
-  const std::string index = top.folder("index");
-  inPrivateMounts([&] {
-    ASSERT_EQ(::mount("tmpfs", index.c_str(), "tmpfs", 0, "size=2m,mode=0700"), 0);
-    expectEarlierSurvives(top.path, "full", [&] {
-      const auto left = fs::space(index).available;
-      ASSERT_LT(left, 2U << 20U);
-      ASSERT_EQ(::mount("tmpfs", index.c_str(), "tmpfs", MS_REMOUNT,
-                        ("size=" + std::to_string((2U << 20U) - left + 65536)).c_str()),
-                0);
-    });
-  });
-}
-
+/// A full disk, as seen from the program, is tested with the commands.
 TEST(Failure, OfAWriteIsReportedAndKeepsTheEarlierIndex) {
   const TempFolder top;
-  fillTree(top);
+  for (int at = 0; at < 2000; ++at) (void)top.file("tree/" + std::string(200, 'n') + std::to_string(at), 0);
   inChild([&] {
-    expectEarlierSurvives(top.path, "sqlite: ", [] {
-      std::signal(SIGXFSZ, SIG_IGN);
-      const rlimit limit{100000, 100000};
-      ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
-    });
-  });
-}
-
-TEST(Failure, OfAFolderThatCannotBeWrittenIsReportedAndKeepsTheEarlierIndex) {
-  const TempFolder top;
-  ASSERT_EQ(::chmod(top.path.c_str(), 0777), 0);
-  asOrdinaryUser([&] {
-    (void)top.file("tree/x", 1);
-    expectEarlierSurvives(top.path, "Permission denied",
-                          [&] { ASSERT_EQ(::chmod(top.at("index").c_str(), 0500), 0); });
-    ASSERT_EQ(::chmod(top.at("index").c_str(), 0700), 0);
+    const FolderScan::Outcome earlier = scanOf(top.at("tree"), top.at("index")).run();
+    const std::string bytes = readBytes(earlier.index);
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{100000, 100000};
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+    const FolderScan::Outcome failed = scanOf(top.at("tree"), top.at("index")).run();
+    EXPECT_EQ(failed.index, "");
+    EXPECT_THAT(failed.notSaved, HasSubstr("sqlite: "));
+    EXPECT_FALSE(failed.cancelled);
+    EXPECT_EQ(differences(*failed.result.root, *earlier.result.root), "");
+    EXPECT_EQ(readBytes(earlier.index), bytes);
+    EXPECT_EQ(namesIn(top.at("index")).size(), 1U) << "nothing else is left";
   });
 }
 

@@ -4,16 +4,18 @@
 // known from the disk; those elsewhere ("untouched") from the registry. For each file that either has fresh
 // sightings or may have lost its counted one:
 //
-//   no fresh, one untouched is counted      nothing to do
-//   no fresh, none counted                  read the folder of an untouched one, which then is fresh
-//   fresh, an untouched one is counted      fresh ones are not; if the size changed, read the counted one's
-//   folder fresh, none counted elsewhere           one fresh sighting is counted: the one that was, if it is
-//   among them
+//   none fresh, an untouched one counted    nothing to do
+//   none fresh, none counted                read the folder of an untouched one, which is fresh then
+//   some fresh, an untouched one counted    the fresh ones are not; if the size has changed, read the folder
+//   of
+//                                           the counted one
+//   some fresh, none counted elsewhere      count one of them: the one that was counted before, if it is
+//   there
 //
-// A file that the registry does not hold may have had one name until now, which was counted as any file is:
-// its folder is searched for by inode number and read as well. When all fresh names have vanished meanwhile,
-// their folders are about to be read again: until then the registry does not learn of the file, so that it is
-// still unknown, and searched for, by then.
+// A file that is not in the registry may have had one name until now, counted like any file: the folder of
+// that name is searched for by inode number and read as well. When all fresh names have vanished meanwhile,
+// their folders will be read again; until then the file is kept out of the registry, so that it is searched
+// for then.
 #include "LinkResolver.h"
 
 #include <algorithm>
@@ -31,7 +33,7 @@ const LinkSighting* countedOf(const std::vector<LinkSighting>& sightings) {
   return found == sightings.end() ? nullptr : &*found;
 }
 
-bool holdsName(const FileBatch& files, std::string_view name) {
+bool containsName(const FileBatch& files, std::string_view name) {
   for (std::size_t index = 0; index < files.size(); ++index) {
     if (files[index].name == name) return true;
   }
@@ -129,17 +131,17 @@ void LinkResolver::settle() {
     const std::uint64_t names = presentLinkCount(fileID, linked);
     vanished.erase(fileID);
     if (names == 0) vanished.insert(fileID);
-    // Some of the others may lie in the tree.
+    // Some of the others may be in the tree.
     if (names > linked.fresh.size()) unknown.insert(fileID);
   }
   if (unknown.empty()) return;
   searched.insert(unknown.begin(), unknown.end());
-  for (const FoundName& found : namesOf(unknown, builder.platform, builder.index)) takeIn(found);
+  for (const FoundName& found : namesOf(unknown, builder.platform, builder.index)) addName(found);
 }
 
-/// A name that the search met. Its folder is read, or, when the batch has read it before the file got its
-/// second name, what was read is set right.
-void LinkResolver::takeIn(const FoundName& found) {
+/// A name that the search found. Its folder is read, or, when the batch has read it before the file got its
+/// second name, what was read is corrected.
+void LinkResolver::addName(const FoundName& found) {
   if (const auto listed = builder.listed.find(found.folder); listed != builder.listed.end()) {
     const auto& files = listed->second.listing.files;
     if (std::ranges::find(files, found.name, &FileEntry::name) != files.end()) {
@@ -153,7 +155,7 @@ void LinkResolver::takeIn(const FoundName& found) {
   WalkedSubtree& subtree = walked->second;
   const RefPtr<DirNode> node = folderAt(subtree.node, *relativeTo(found.folder, subtree.path));
   const auto files = node ? builder.batch.listings.find(node.get()) : builder.batch.listings.end();
-  if (files == builder.batch.listings.end() || !holdsName(files->second, found.name)) return;
+  if (files == builder.batch.listings.end() || !containsName(files->second, found.name)) return;
   const bool known = std::ranges::any_of(subtree.links, [&](const WalkedLink& link) {
     return link.node == node.get() && link.name == found.name;
   });
@@ -174,7 +176,7 @@ void LinkResolver::decideOne(std::uint64_t fileID) {
     return;
   }
   if (isLastName(fileID, linked)) {
-    // Counted as any file is; what the registry held of the name goes with forgetVanished.
+    // Counted like any file; forgetVanished deletes its rows in the registry.
     const Fresh& last = linked.fresh.front();
     if (last.node == nullptr) builder.listed.at(last.folder).listing.linkIDs.erase(last.name);
     return;
@@ -195,7 +197,7 @@ void LinkResolver::decideOne(std::uint64_t fileID) {
   }
 }
 
-/// Its other names went after its folder was read, and nothing tells that folder.
+/// Its other names went after its folder was read, which is not read again.
 bool LinkResolver::isLastName(std::uint64_t fileID, const Linked& linked) const {
   if (linked.fresh.size() != 1 || !linked.untouched.empty()) return false;
   const Fresh& last = linked.fresh.front();
@@ -211,7 +213,7 @@ void LinkResolver::drop(const Fresh& fresh) {
                 [&](const FileEntry& entry) { return entry.name == fresh.name; });
 }
 
-/// A file that is down to one name is like any other, and the registry need not know it.
+/// A file that is down to one name is like any other, and needs no row in the registry.
 void LinkResolver::forgetLastName(const LinkSighting& last) {
   const std::optional<std::string> folder = builder.patcher.path(last.dirId);
   if (!folder) return;
@@ -220,7 +222,7 @@ void LinkResolver::forgetLastName(const LinkSighting& last) {
   if (facts && facts->linkCount == 1) builder.batch.linkDeletes.push_back(last);
 }
 
-/// What the registry held of the folders read in place and the disk holds no longer.
+/// Deletes the rows in the registry whose names are no longer in the folders that were read in place.
 void LinkResolver::forgetVanished() {
   for (const auto& [path, folder] : builder.listed) {
     for (const LinkSighting& former : folder.formerLinks) {

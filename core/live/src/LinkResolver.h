@@ -11,17 +11,16 @@
 
 namespace quon::Refresh {
 
-/// Sees to it that each multiply-linked file keeps exactly one counted sighting, and that this one carries
-/// the file's present size. Works on what a batch has read. Threads: confined to one.
+/// Makes each multiply-linked file keep exactly one counted sighting, which has the file's present size.
+/// Works on what a batch has read. Threads: confined to one.
 class LinkResolver {
  public:
   explicit LinkResolver(BatchBuilder& owner) : builder(owner) {}
 
-  /// Wants every further folder that a decision needs to have read: where a sighting must take over the
-  /// count, where the counted sighting's size is out of date, where the first name of a file lies that had
-  /// one only.
+  /// Asks for every further folder that a decision depends on: where a sighting must be counted from now on,
+  /// where the counted sighting's size is out of date, where the first name is of a file that had only one.
   void settle();
-  /// With all of them read: says which sightings are counted, and takes the others out of what was read.
+  /// With all of them read: chooses the counted sightings, and removes the others from what was read.
   void decide();
 
  private:
@@ -38,7 +37,7 @@ class LinkResolver {
   struct Linked {
     std::vector<Fresh> fresh;
     std::vector<LinkSighting> untouched;  ///< in folders that the batch has not read
-    bool wasKnown = false;                ///< the registry holds it
+    bool wasKnown = false;                ///< the registry has rows of it
   };
 
   void collectFresh();
@@ -49,7 +48,7 @@ class LinkResolver {
   /// The links that a name of the file shows now; 0 when every name has vanished since it was read.
   [[nodiscard]] std::uint64_t presentLinkCount(std::uint64_t fileID, const Linked& linked) const;
   [[nodiscard]] bool isStale(const LinkSighting& counted, const Linked& linked) const;
-  void takeIn(const FoundName& found);
+  void addName(const FoundName& found);
   void decideOne(std::uint64_t fileID);
   [[nodiscard]] bool isLastName(std::uint64_t fileID, const Linked& linked) const;
   void drop(const Fresh& fresh);
@@ -58,7 +57,7 @@ class LinkResolver {
 
   BatchBuilder& builder;
   std::set<std::uint64_t> searched;
-  std::set<std::uint64_t> vanished;  ///< files that nothing certain can be said of
+  std::set<std::uint64_t> vanished;  ///< files whose names have all gone since they were read
   std::map<std::uint64_t, std::vector<Fresh>> freshByFile;
 };
 

@@ -238,7 +238,7 @@ void LiveWatcher::State::refreshTop(ScanPatcher& patcher, const Refresh::Batch& 
   const bool wasFull = before.size() >= options.topCapacity;
   std::vector<TopFile> after =
       Refresh::patchTop(std::move(before), batch, options.index.minKeep, options.topCapacity);
-  // A full list that shrank may lack files that only the index knows.
+  // A full list that shrank may lack files that only the index contains.
   if (wasFull && after.size() < options.topCapacity) {
     after = patcher.topFiles(static_cast<std::int64_t>(options.topCapacity), options.index.minKeep);
   }

@@ -1,6 +1,6 @@
-// An eponymous virtual table (https://www.sqlite.org/vtab.html) over the folders in hand: it exists by its
-// name alone, in no schema, and knows a single plan, the scan from the first file of the first folder to the
-// last of the last.
+// An eponymous virtual table (https://www.sqlite.org/vtab.html) over the folders being written: it
+// exists by its name alone, in no schema, and has a single plan, the scan from the first file of the first
+// folder to the last of the last.
 #include "BatchTable.h"
 
 #include <cstddef>
@@ -27,7 +27,7 @@ std::span<const BatchTable::Folder> foldersOf(const Cursor& cursor) {
   return static_cast<const Table*>(cursor.pVtab)->batch->folders;
 }
 
-/// Goes on to the next folder that holds a file, when the present one is at its end.
+/// Moves on to the next folder with a file when the present one is at its end.
 void settle(Cursor& cursor) {
   const auto folders = foldersOf(cursor);
   while (cursor.folder < folders.size() && cursor.file == folders[cursor.folder].files->size()) {

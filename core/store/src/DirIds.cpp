@@ -18,7 +18,7 @@ struct Row {
   std::uint32_t parent;
 };
 
-/// What a folder is looked up by.
+/// What finds a folder: its parent and its name.
 struct Step {
   std::uint32_t parent;
   std::string_view name;

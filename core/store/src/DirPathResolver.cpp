@@ -38,7 +38,7 @@ bool DirPathResolver::resolve(std::int64_t id) {
       known.emplace(up, *at);
     } else {
       const std::int64_t parent = lookUp.integer(0);
-      // Parents are written before their children, so a way up that does not descend is a circle.
+      // Parents are written before their children: ids that do not descend towards the root form a circle.
       if (parent >= up) throw StoreError::incompatible("the index contains a folder that lies in itself");
       if (!isEntryName(lookUp.text(1))) {
         throw StoreError::incompatible("the index contains a name that no folder can have");

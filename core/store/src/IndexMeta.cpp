@@ -128,7 +128,7 @@ std::uint64_t decodeCount(const MetaMap& meta, const std::string& key) {
 
 double decodeSeconds(const MetaMap& meta, const std::string& key) {
   const auto seconds = parsed<double>(valueOf(meta, key), key);
-  // Beyond it lie times that no calendar shows, and that whole seconds cannot hold.
+  // Larger ones do not fit whole seconds, and no calendar shows them.
   constexpr double kMostSeconds = 1e15;
   if (!(std::abs(seconds) <= kMostSeconds)) throw std::invalid_argument(key);
   return seconds;

@@ -146,7 +146,7 @@ void ScanStore::Writer::finish(const RootPath& root, std::int64_t elapsedMs, con
     if (failure) throw StoreError(*failure);
     writeFigures(root, elapsedMs, result, lastEventId, rootDev);
     database.close();
-    // A small index is complete before SQLite has looked at the flag once.
+    // A small index is complete before SQLite has checked the flag once.
     if (interrupted) throw StoreError::sqlite("interrupted");
     file.moveIntoPlace();
   } catch (const std::system_error& reason) {

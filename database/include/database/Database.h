@@ -14,18 +14,18 @@ struct sqlite3;
 namespace quon {
 
 /// A connection to an SQLite file, closed by its destructor; an open transaction is rolled back by that.
-/// Failures are DatabaseError, or what the function that it was opened with makes of them. Threads: one at a
+/// Failures are DatabaseError, or what the function it was opened with throws instead. Threads: one at a
 /// time.
 class Database {
  public:
   enum class Mode { read, write, create };  ///< an existing file; the same; made when it is missing
 
-  /// No connection: nothing may be asked of it.
+  /// No connection; only assignment, isOpen and close are allowed.
   Database() = default;
   [[nodiscard]] static Database open(const std::string& path, Mode mode, RaiseFailure raise = raiseAsItIs);
 
-  /// For a file that others may have written to by accident or malice: nothing that its schema could hold
-  /// besides tables and plain indexes may run.
+  /// For a file that others may have written to by accident or malice: nothing of its schema but tables and
+  /// plain indexes may run.
   void distrust();
   static constexpr int kBusyTimeoutMs = 2000;
   /// How long a statement waits for the lock of another connection; at first kBusyTimeoutMs.
@@ -56,7 +56,7 @@ class Database {
   };
   [[noreturn]] void fail() const;
 
-  std::unique_ptr<std::uint64_t> looksLeft;  ///< until stopAfter stops
+  std::unique_ptr<std::uint64_t> checksLeft;  ///< until stopAfter stops
   std::unique_ptr<sqlite3, Close> connection;
   RaiseFailure raise = raiseAsItIs;
 };

@@ -10,9 +10,9 @@ namespace quon {
 class DatabaseError : public std::runtime_error {
  public:
   enum class Kind {
-    busy,     ///< another connection holds a lock, and did so until the busy timeout was over
+    busy,     ///< another connection kept a lock until the busy timeout was over
     damaged,  ///< not a database, or a torn one
-    foreign,  ///< a value of another type than was asked for: the file is not ours
+    foreign,  ///< a value of another type than was asked for: not a file of quon
     stopped,  ///< the flag of Database::stopWhen was set
     other,
   };
@@ -21,7 +21,7 @@ class DatabaseError : public std::runtime_error {
   /// Of one of SQLite's result codes.
   [[nodiscard]] static DatabaseError ofStatus(int status, const std::string& message);
 
-  /// Not to be mended: what is in the file cannot be relied on.
+  /// Permanent: the content of the file cannot be relied on.
   [[nodiscard]] bool isUnusable() const { return kind == Kind::damaged || kind == Kind::foreign; }
 
   const Kind kind;

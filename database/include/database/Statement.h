@@ -28,8 +28,8 @@ class Statement {
   void run();
   void reset();
 
-  /// Columns count from 0. A column of another type than asked for is a failure (foreign): the schema does
-  /// not hold such a thing.
+  /// Columns count from 0. A column of another type than asked for is a failure (foreign): the schema has
+  /// no such value.
   [[nodiscard]] std::int64_t integer(int column) const;
   /// A size, count or identifier: an integer that is not negative.
   [[nodiscard]] std::uint64_t size(int column) const;

@@ -80,23 +80,23 @@ std::string shown(const Strings& items) {
 
 template <typename Value>
 void compare(const char* what, const std::map<std::string, Value>& patched,
-             const std::map<std::string, Value>& fresh, std::string& told) {
+             const std::map<std::string, Value>& fresh, std::string& found) {
   for (const auto& [key, value] : patched) {
     const auto other = fresh.find(key);
     if (other == fresh.end()) {
-      told += std::string(what) + " " + key + ": only patched: " + shown(value) + "\n";
+      found += std::string(what) + " " + key + ": only patched: " + shown(value) + "\n";
     } else if (!(other->second == value)) {
-      told += std::string(what) + " " + key + ": patched " + shown(value) + " fresh " + shown(other->second) +
-              "\n";
+      found += std::string(what) + " " + key + ": patched " + shown(value) + " fresh " +
+               shown(other->second) + "\n";
     }
   }
   for (const auto& [key, value] : fresh) {
     if (!patched.contains(key))
-      told += std::string(what) + " " + key + ": only fresh: " + shown(value) + "\n";
+      found += std::string(what) + " " + key + ": only fresh: " + shown(value) + "\n";
   }
 }
 
-/// All that a node tells of itself, children aside.
+/// All figures of a node, children aside.
 std::string figures(const DirNode& node) {
   std::string text = node.name + ": ";
   for (const std::uint64_t value : {node.directLogical, node.directPhysical, node.directFiles,
@@ -130,33 +130,33 @@ std::string differences(const std::string& patchedIndex, const std::string& fres
     forgetSoleNames(patched);
     forgetSoleNames(fresh);
   }
-  std::string told;
-  compare("folder", patched.folders, fresh.folders, told);
-  compare("file", patched.singles, fresh.singles, told);
-  compare("names of", patched.names, fresh.names, told);
-  compare("counted", patched.countedAs, fresh.countedAs, told);
+  std::string found;
+  compare("folder", patched.folders, fresh.folders, found);
+  compare("file", patched.singles, fresh.singles, found);
+  compare("names of", patched.names, fresh.names, found);
+  compare("counted", patched.countedAs, fresh.countedAs, found);
   if (patched.topSizes != fresh.topSizes)
-    told += "top files: " + patched.topSizes + "\n  fresh: " + fresh.topSizes + "\n";
+    found += "top files: " + patched.topSizes + "\n  fresh: " + fresh.topSizes + "\n";
   if (patched.deduped != fresh.deduped)
-    told += "deduped: " + patched.deduped + " fresh " + fresh.deduped + "\n";
-  return told;
+    found += "deduped: " + patched.deduped + " fresh " + fresh.deduped + "\n";
+  return found;
 }
 
 std::string differences(const DirNode& tree, const DirNode& expected) {
-  std::string told;
+  std::string found;
   std::vector<std::pair<const DirNode*, const DirNode*>> pairs{{&tree, &expected}};
   while (!pairs.empty()) {
     const auto [node, wanted] = pairs.back();
     pairs.pop_back();
     if (const std::string own = figures(*node), other = figures(*wanted); own != other)
-      told += "node at " + displayText(node->path("")) + ": " + own + "\n  expected " + other + "\n";
+      found += "node at " + displayText(node->path("")) + ": " + own + "\n  expected " + other + "\n";
     const auto children = childrenByName(*node);
     const auto others = childrenByName(*wanted);
-    if (children.size() != others.size()) told += "other children at " + displayText(node->path("")) + "\n";
+    if (children.size() != others.size()) found += "other children at " + displayText(node->path("")) + "\n";
     for (std::size_t at = 0; at < std::min(children.size(), others.size()); ++at)
       pairs.emplace_back(children[at], others[at]);
   }
-  return told;
+  return found;
 }
 
 }  // namespace quon::test

@@ -6,6 +6,8 @@
 #include <sqlite3.h>
 #include <stdexcept>
 
+#include "base/Hex.h"
+
 namespace quon::test {
 
 RawIndex::RawIndex(const std::string& path) {
@@ -14,7 +16,7 @@ RawIndex::RawIndex(const std::string& path) {
     sqlite3_close(connection);
     throw std::runtime_error(reason);
   }
-  // Tests need no durability; what is no database is told by the statement that follows.
+  // Tests need no durability; for a file that is no database the next statement fails.
   (void)sqlite3_exec(connection, "PRAGMA synchronous = OFF", nullptr, nullptr, nullptr);
 }
 
@@ -61,13 +63,7 @@ std::map<std::string, std::string> folderPaths(RawIndex& index, std::string_view
 }
 
 std::string sqlText(std::string_view bytes) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  std::string text = "CAST(x'";
-  for (const char byte : bytes) {
-    text += kDigits[static_cast<unsigned char>(byte) >> 4U];
-    text += kDigits[static_cast<unsigned char>(byte) & 15U];
-  }
-  return text + "' AS TEXT)";
+  return "CAST(x'" + hexDigits(bytes) + "' AS TEXT)";
 }
 
 std::string readBytes(const std::string& path) {

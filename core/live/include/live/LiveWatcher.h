@@ -26,8 +26,8 @@ class EventService;
 ///
 /// Threads: made and stopped on any. Events come on the callback queue, batches are prepared and written on
 /// the work queue; the tree is changed, and `onEvent` called for it, inside the commit executor. Failures are
-/// reported on the thread that saw them. Its destructor stops it; work under way keeps what it needs alive,
-/// and does nothing more.
+/// reported on the thread that saw them. Its destructor stops it; work that is running keeps what it needs
+/// alive, and does nothing more.
 class LiveWatcher {
  public:
   struct Update {

@@ -13,7 +13,7 @@ class DirNode;
 
 /// The row id of every folder of a loaded index, found by the folder's full path. Paths are not kept: a
 /// lookup goes down from the root by (parent, name), so that memory does not grow with the depth of the tree.
-/// Refers to the nodes of the loaded tree: valid while that stands unchanged. Threads: confined to one.
+/// Refers to the nodes of the loaded tree: valid until that changes. Threads: confined to one.
 class DirIds {
  public:
   explicit DirIds(RootPath root = {});

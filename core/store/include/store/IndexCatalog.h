@@ -32,8 +32,8 @@ struct IndexEntry {
 /// The saved indexes of a user. Threads: any.
 namespace IndexCatalog {
 
-/// Every index in the folder, newest first; builds under way are no indexes. Asks the file system about every
-/// root, and so waits for each that does not answer.
+/// Every index in the folder, newest first; files that are still being built are no indexes. Asks the file
+/// system about every root, and so waits for each that does not answer.
 [[nodiscard]] std::vector<IndexEntry> list(const Platform& platform, const std::string& indexDirectory);
 
 /// What a collection removed.

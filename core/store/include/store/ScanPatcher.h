@@ -23,7 +23,7 @@ struct LinkSighting {
   bool counted = false;  ///< the one sighting of its file whose sizes are counted
 };
 
-/// A folder as the index knows it.
+/// A folder as it is stored in the index.
 struct StoredDir {
   std::int64_t id = 0;
   std::string name;

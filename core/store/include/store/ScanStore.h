@@ -45,7 +45,7 @@ struct NamedFile {
   std::int64_t mtime = 0;
 };
 
-/// A candidate of the duplicate search, as the index knows it.
+/// A candidate of the duplicate search, as it is stored in the index.
 struct DupeFile {
   std::string path;
   std::uint64_t logical = 0;
@@ -87,7 +87,7 @@ class ScanStore final : public ScanSink {
               std::uint64_t lastEventId, std::uint32_t rootDev);
   /// Stops writing and removes the building file.
   void abort();
-  /// Makes the writing, and a `finish` that is under way, fail soon.
+  /// Makes the writing, and a running `finish`, fail soon.
   void interrupt();
 
   [[nodiscard]] const std::string& finalURL() const;
@@ -100,7 +100,7 @@ class ScanStore final : public ScanSink {
   [[nodiscard]] static Loaded load(const std::string& url, const RootPath& root,
                                    std::uint64_t minKeep = kMinKeep);
   /// Names that occur more than once with at least so many allocated bytes in all, largest first. With
-  /// `below`, a folder's path below the root, only what lies in it counts.
+  /// `below`, a folder's path below the root, only files in or below it count.
   [[nodiscard]] static std::vector<RepeatedName> repeatedNames(const std::string& url, std::int64_t limit,
                                                                std::uint64_t minTotalPhysical,
                                                                std::string_view below = {});

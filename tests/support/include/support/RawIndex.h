@@ -32,11 +32,11 @@ class RawIndex {
   sqlite3* connection = nullptr;
 };
 
-/// The full paths of the folders by row id, put together as the rows say; throws when a folder stands before
+/// The full paths of the folders by row id, put together as the rows say; throws when a folder comes before
 /// its parent. "" as the path of the file system's root.
 [[nodiscard]] std::map<std::string, std::string> folderPaths(RawIndex& index, std::string_view rootPath);
 
-/// Bytes as an SQL expression of type TEXT, whatever they hold.
+/// Any bytes as an SQL expression of type TEXT.
 [[nodiscard]] std::string sqlText(std::string_view bytes);
 
 [[nodiscard]] std::string readBytes(const std::string& path);
