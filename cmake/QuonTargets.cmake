@@ -10,7 +10,7 @@ endfunction()
 
 # quon_test(NAME SOURCES ... LIBRARIES ... [LABELS ...])
 # A GoogleTest program, each of whose tests is a CTest test. The sources are remembered, so that
-# quon_check_test_sources can tell a source that no target builds.
+# quon_check_test_sources can find a source that no target builds.
 function(quon_test name)
   cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LIBRARIES;LABELS;DEPENDS" ${ARGN})
   if(NOT ARG_TIMEOUT)

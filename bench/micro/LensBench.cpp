@@ -82,16 +82,16 @@ void reclaimByName(benchmark::State& state) {
 }
 BENCHMARK(reclaimByName)->Unit(benchmark::kMillisecond);
 
-/// A look at the disk costs nothing here.
+/// Reads of marker files are counted and cost nothing.
 struct CountedMarkers final : MarkerFiles {
-  mutable std::int64_t looks = 0;
+  mutable std::int64_t reads = 0;
 
   [[nodiscard]] bool holds(const std::string& /*folder*/, std::string_view /*name*/) const override {
-    return ++looks % 4 == 0;
+    return ++reads % 4 == 0;
   }
   [[nodiscard]] std::optional<std::string> beginning(const std::string& /*folder*/, std::string_view /*name*/,
                                                      std::size_t most) const override {
-    ++looks;
+    ++reads;
     return std::string(most, 'x');
   }
 };
@@ -113,8 +113,8 @@ void reclaimOnDesktop(benchmark::State& state) {
                                     .userID = 1000};
   for (auto _ : state) benchmark::DoNotOptimize(Reclaim::groups(root, Metric::logical, where, markers, never));
   itemsAreFolders(state);
-  state.counters["looks"] =
-      benchmark::Counter(static_cast<double>(markers.looks), benchmark::Counter::kAvgIterations);
+  state.counters["reads"] =
+      benchmark::Counter(static_cast<double>(markers.reads), benchmark::Counter::kAvgIterations);
 }
 BENCHMARK(reclaimOnDesktop)->Unit(benchmark::kMillisecond);
 

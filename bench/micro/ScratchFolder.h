@@ -5,7 +5,7 @@
 
 namespace quon::bench {
 
-/// A fresh folder below $TMPDIR (or /tmp), removed with all it holds by the destructor. Throws
+/// A fresh folder below $TMPDIR (or /tmp), removed with its content by the destructor. Throws
 /// std::filesystem::filesystem_error or std::system_error when it cannot be made.
 class ScratchFolder {
  public:

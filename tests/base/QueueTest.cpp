@@ -1,9 +1,11 @@
 #include <algorithm>
 #include <chrono>
+#include <functional>
 #include <gtest/gtest.h>
 #include <latch>
 #include <limits>
 #include <memory>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -13,6 +15,7 @@
 #include "base/LoopQueue.h"
 #include "base/ManualQueue.h"
 #include "base/ThreadQueue.h"
+#include "support/Seed.h"
 
 namespace quon {
 namespace {
@@ -20,59 +23,57 @@ namespace {
 using namespace std::chrono_literals;
 using Seconds = std::chrono::duration<double>;
 
-TEST(ManualQueue, RunsWorkAtItsOwnTimeInTheOrderOfTime) {
-  ManualQueue queue;
-  std::vector<std::pair<std::string, std::chrono::nanoseconds>> ran;
-  const auto note = [&](const std::string& name) {
-    return [&, name] { ran.emplace_back(name, queue.now()); };
-  };
-  queue.postAfter(2s, note("later"));
-  queue.postAfter(1.5s, note("first at 1.5"));
-  queue.postAfter(1.5s, note("second at 1.5"));
-  queue.postAfter(1s, [&] { queue.postAfter(0.5s, note("third at 1.5")); });
-  queue.postAfter(-1s, note("past"));
-  queue.post(note("posted"));
-  EXPECT_TRUE(ran.empty());
-  queue.advance(1.5s);
-  using Ran = decltype(ran);
-  EXPECT_EQ(ran, (Ran{{"past", 0s},
-                      {"posted", 0s},
-                      {"first at 1.5", 1500ms},
-                      {"second at 1.5", 1500ms},
-                      {"third at 1.5", 1500ms}}));
-  EXPECT_EQ(queue.pendingCount(), 1U);
+TEST(ManualQueue, RunsRandomWorkInTheOrderOfTimeAndPosting) {
+  std::mt19937_64 random(test::randomSeed());
+  for (int round = 0; round < 100; ++round) {
+    ManualQueue queue;
+    std::vector<std::pair<std::chrono::nanoseconds, int>> ran;
+    std::vector<std::pair<std::chrono::nanoseconds, int>> expected;
+    int posted = 0;
+    const std::function<void()> postSome = [&] {
+      for (std::uint64_t left = random() % 8; left > 0; --left) {
+        const std::chrono::milliseconds delay(static_cast<int>(random() % 6) * 40 - 40);
+        const auto due = queue.now() + std::max(delay, 0ms);
+        const WorkItem item = queue.postAfter(delay, [&, due, number = posted] {
+          EXPECT_EQ(queue.now(), due);
+          ran.emplace_back(due, number);
+          if (posted < 100) postSome();
+        });
+        if (random() % 5 == 0) {
+          EXPECT_TRUE(item.cancel());
+        } else {
+          expected.emplace_back(due, posted);
+        }
+        ++posted;
+      }
+    };
+    queue.postAfter(Seconds(std::numeric_limits<double>::infinity()), [&] { ran.emplace_back(0ns, -1); });
+    queue.postAfter(Seconds(1e300), [&] { ran.emplace_back(0ns, -1); });
+    queue.postAfter(Seconds(std::numeric_limits<double>::quiet_NaN()), postSome);
+    queue.runPosted();
+    EXPECT_EQ(queue.now(), 0ns);
+    EXPECT_TRUE(std::ranges::all_of(ran, [](const auto& each) { return each.first == 0ns; }));
+    queue.advance(std::chrono::hours(24 * 365));
+    std::ranges::sort(expected);
+    ASSERT_EQ(ran, expected);
+    EXPECT_EQ(queue.pendingCount(), 2U);
+  }
 }
 
-TEST(ManualQueue, KeepsExtremeDelaysInOrder) {
+TEST(ManualQueue, PassesOnWhatWorkThrowsAndKeepsTheRest) {
   ManualQueue queue;
-  std::string ran;
-  queue.postAfter(Seconds(std::numeric_limits<double>::infinity()), [&] { ran += "never"; });
-  queue.postAfter(Seconds(1e300), [&] { ran += "never"; });
-  queue.postAfter(Seconds(std::numeric_limits<double>::quiet_NaN()), [&] { ran += "now"; });
-  queue.advance(std::chrono::hours(24 * 365));
-  EXPECT_EQ(ran, "now");
-}
-
-TEST(ManualQueue, RunsPostedWorkWithoutMovingTheClock) {
-  ManualQueue queue;
-  std::string ran;
-  queue.postAfter(1ms, [&] { ran += "late"; });
-  const WorkItem cancelled = queue.postAfter(0s, [&] { ran += "cancelled"; });
+  bool ran = false;
   queue.post([&] {
-    ran += "a";
-    queue.post([&] { ran += "b"; });
+    queue.post([&] { ran = true; });
     throw std::runtime_error("from work");
   });
-  EXPECT_EQ(queue.pendingCount(), 3U);
-  cancelled.cancel();
-  EXPECT_EQ(queue.pendingCount(), 2U);
   EXPECT_THROW(queue.runPosted(), std::runtime_error);
+  EXPECT_EQ(queue.pendingCount(), 1U);
   queue.runPosted();
-  EXPECT_EQ(ran, "ab");
-  EXPECT_EQ(queue.now(), 0ns);
+  EXPECT_TRUE(ran);
 }
 
-TEST(ManualQueue, WaitsForWhatOtherThreadsPost) {
+TEST(ManualQueue, RunUntilWaitsForOtherThreads) {
   ManualQueue queue;
   EXPECT_TRUE(queue.isCurrent());
   int ran = 0;
@@ -88,7 +89,7 @@ TEST(ManualQueue, WaitsForWhatOtherThreadsPost) {
   EXPECT_EQ(queue.pendingCount(), 0U);
 }
 
-TEST(LoopQueue, RunsWhatThreadsPostInTheOrderOfEach) {
+TEST(LoopQueue, RunsPostedWorkInTheOrderOfEachThread) {
   LoopQueue queue;
   std::vector<std::vector<int>> ran(4);
   std::size_t total = 0;
@@ -110,7 +111,7 @@ TEST(LoopQueue, RunsWhatThreadsPostInTheOrderOfEach) {
   for (const auto& own : ran) EXPECT_TRUE(own.size() == 500 && std::ranges::is_sorted(own));
 }
 
-TEST(LoopQueue, TimersWaitNeitherForLaterOnesNorKeepPostedWork) {
+TEST(LoopQueue, PostedWorkAndEarlierTimersRunBeforeALaterTimer) {
   LoopQueue queue;
   std::string ran;
   const WorkItem late = queue.postAfter(1h, [&] { ran += "late"; });
@@ -124,18 +125,7 @@ TEST(LoopQueue, TimersWaitNeitherForLaterOnesNorKeepPostedWork) {
   EXPECT_TRUE(late.isPending());
 }
 
-TEST(LoopQueue, CancelledWorkNeverRuns) {
-  LoopQueue queue;
-  bool ran = false;
-  WorkItem dueNext;
-  queue.post([&] { EXPECT_TRUE(dueNext.cancel()); });
-  dueNext = queue.postAfter(0s, [&] { ran = true; });
-  queue.post([&] { queue.quit(); });
-  queue.run();
-  EXPECT_FALSE(ran);
-}
-
-TEST(LoopQueue, AnExceptionComesOutAndTheRestStaysQueued) {
+TEST(LoopQueue, PassesOnWhatWorkThrowsAndKeepsTheRest) {
   LoopQueue queue;
   std::string ran;
   queue.post([] { throw std::runtime_error("from work"); });
@@ -148,7 +138,7 @@ TEST(LoopQueue, AnExceptionComesOutAndTheRestStaysQueued) {
   EXPECT_EQ(ran, "rest");
 }
 
-TEST(LoopQueue, QuitEndsNestedRunsAndIsNotLostBetweenRuns) {
+TEST(LoopQueue, QuitEndsNestedRunsOrElseTheNextRun) {
   LoopQueue queue;
   int left = 0;
   queue.post([&] {
@@ -167,18 +157,6 @@ TEST(LoopQueue, QuitEndsNestedRunsAndIsNotLostBetweenRuns) {
 
   const std::jthread other([&] { queue.quit(); });
   queue.run();
-}
-
-TEST(LoopQueue, FreesWhatItNeverRan) {
-  const auto captured = std::make_shared<int>();
-  WorkItem outlives;
-  {
-    LoopQueue queue;
-    outlives = queue.postAfter(1h, [captured] {});
-    queue.post([captured] {});
-  }
-  EXPECT_FALSE(outlives.isPending());
-  EXPECT_EQ(captured.use_count(), 1);
 }
 
 TEST(ThreadQueue, RunsEverythingInOrderOnItsOwnThread) {
@@ -203,7 +181,7 @@ TEST(ThreadQueue, RunsEverythingInOrderOnItsOwnThread) {
   EXPECT_EQ(std::ranges::count(ranOn, ranOn.front()), 1001);
 }
 
-TEST(ThreadQueue, EndsAfterTheRunningWorkAndDropsTheRest) {
+TEST(ThreadQueue, FinishesTheRunningWorkAndFreesTheRest) {
   const auto captured = std::make_shared<int>();
   std::latch begun(1);
   bool finished = false;
@@ -223,15 +201,15 @@ TEST(ThreadQueue, EndsAfterTheRunningWorkAndDropsTheRest) {
   EXPECT_EQ(captured.use_count(), 1);
 }
 
-TEST(ThreadQueueDeathTest, AnExceptionFromWorkStopsTheProgram) {
+TEST(ThreadQueueDeathTest, ExceptionFromWorkStopsTheProgram) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto runThrowing = [] {
     ThreadQueue queue;
     std::latch never(1);
-    queue.post([] { throw std::runtime_error("the disk is on fire"); });
+    queue.post([] { throw std::runtime_error("from work"); });
     never.wait();
   };
-  EXPECT_DEATH(runThrowing(), "the disk is on fire");
+  EXPECT_DEATH(runThrowing(), "from work");
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include "base/Checked.h"
 #include "base/HumanBytes.h"
+#include "base/Log.h"
 #include "base/Sha256.h"
 #include "base/Uuid.h"
 
@@ -60,6 +61,14 @@ TEST(CheckedDeathTest, StopsInsteadOfWrapping) {
   EXPECT_DEATH((void)checkedAdd(largest, std::uint64_t{1}), "overflows");
   EXPECT_DEATH((void)checkedSub(std::uint64_t{3}, std::uint64_t{5}), "underflows");
   EXPECT_DEATH((void)checkedMul(largest, std::uint64_t{2}), "overflows");
+}
+
+TEST(Log, WritesEachLineWholeAndWithoutControlCharacters) {
+  StandardErrorLog log;
+  testing::internal::CaptureStderr();
+  log.line("cannot list /tmp/a\nb\x1b[2J");
+  log.line("next");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "[quon] cannot list /tmp/a␊b␛[2J\n[quon] next\n");
 }
 
 }  // namespace

@@ -1,8 +1,10 @@
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <fcntl.h>
 #include <functional>
 #include <gtest/gtest.h>
+#include <mutex>
 #include <string>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -20,27 +22,26 @@
 namespace quon::test {
 namespace {
 
-/// Counts what it is told, and the descriptors that are open meanwhile.
+/// Counts what it gets, and the descriptors that are open meanwhile.
 class CountingSink final : public ScanSink {
  public:
-  void record(const DirNode& /*node*/, FileBatch files) override {
-    filesTold += files.size();
-    if (foldersTold++ % 16 == 0) {
-      const std::size_t now = openDescriptors();
-      std::size_t before = mostDescriptors;
-      while (before < now && !mostDescriptors.compare_exchange_weak(before, now)) {
-      }
+  void record(const DirNode& /*node*/, FileBatch batch) override {
+    files += batch.size();
+    if (folders++ % 16 == 0) {
+      const std::lock_guard held(lock);
+      mostDescriptors = std::max(mostDescriptors, openDescriptors());
     }
   }
-  std::atomic<std::uint64_t> filesTold = 0;
-  std::atomic<std::uint64_t> foldersTold = 0;
-  std::atomic<std::size_t> mostDescriptors = 0;
+  std::atomic<std::uint64_t> files = 0;
+  std::atomic<std::uint64_t> folders = 0;
+  std::size_t mostDescriptors = 0;
+  std::mutex lock;
 };
 
-/// A folder in memory, as deep or wide as wished.
+/// A folder in memory, of any depth or width.
 class Large : public testing::Test {
  protected:
-  /// The body has as few descriptors as a process gets by default.
+  /// The body has as many descriptors as a process gets by default.
   void inMemory(const std::function<void()>& body) {
     inPrivateMounts([&] {
       rlimit limit{.rlim_cur = 1024, .rlim_max = 1024};
@@ -69,7 +70,7 @@ class Large : public testing::Test {
   TempFolder temp;
 };
 
-TEST_F(Large, AHundredThousandNestedFolders) {
+TEST_F(Large, NestedFoldersAreWalkedToTheBottomWithFewDescriptors) {
   constexpr std::size_t depth = 100'000;
   inMemory([&] {
     Descriptor at = openFolder(AT_FDCWD, temp.path.c_str());
@@ -85,7 +86,7 @@ TEST_F(Large, AHundredThousandNestedFolders) {
     EXPECT_EQ(result.errorCount, 0U);
     EXPECT_EQ(result.root->totalDirs, depth);
     EXPECT_EQ(result.root->totalFiles, 1U);
-    EXPECT_EQ(sink.foldersTold, depth + 1);
+    EXPECT_EQ(sink.folders, depth + 1);
     ASSERT_EQ(result.topFiles.size(), 1U);
     EXPECT_EQ(result.topFiles.front().path.size(), temp.path.size() + 2 * depth + 7);
     EXPECT_EQ(result.topFiles.front().logical, 3U << 20);
@@ -104,7 +105,7 @@ TEST_F(Large, AHundredThousandNestedFolders) {
   });
 }
 
-TEST_F(Large, AMillionFilesInOneFolder) {
+TEST_F(Large, MillionFilesInOneFolderAreCounted) {
   constexpr std::uint64_t files = 1'000'000;
   inMemory([&] {
     {
@@ -119,14 +120,14 @@ TEST_F(Large, AMillionFilesInOneFolder) {
     EXPECT_EQ(result.root->totalFiles, files);
     EXPECT_EQ(result.root->totalLogical, files / 1000 << 20U);
     EXPECT_EQ(result.root->keptFiles.size(), files / 1000);
-    EXPECT_EQ(sink.filesTold, files);
+    EXPECT_EQ(sink.files, files);
     EXPECT_EQ(result.errorCount, 0U);
   });
 }
 
-TEST_F(Large, ACombKeepsFewFoldersOpen) {
-  // Each folder on the way down has a sibling on either side, so that whichever way the file system lists
-  // them, some wait while the walk goes deeper, with a parent that they would share.
+TEST_F(Large, FoldersWithSiblingsOnEveryLevelKeepABoundedNumberOpen) {
+  // Each folder on the way down has a sibling on either side, so that in whatever order the file system lists
+  // them, some wait while the walk goes deeper, and share a parent that is kept open for them.
   constexpr std::size_t depth = 2000;
   inMemory([&] {
     Descriptor at = openFolder(AT_FDCWD, temp.path.c_str());
@@ -147,7 +148,7 @@ TEST_F(Large, ACombKeepsFewFoldersOpen) {
       EXPECT_EQ(result.root->totalFiles, 3 * depth);
       EXPECT_EQ(result.root->totalLogical, 300 * depth);
       EXPECT_LE(sink.mostDescriptors, before + 512 + 4 * threads);
-      // One worker goes straight down: as many are held as may be, and the others were reached by path.
+      // One worker goes straight down: the bound is reached, and the other folders are opened by path.
       EXPECT_TRUE(threads > 1 || sink.mostDescriptors >= before + 512) << sink.mostDescriptors;
       EXPECT_EQ(openDescriptors(), before);
     }

@@ -30,12 +30,12 @@ std::vector<std::string> foldersListed(const std::string& path, bool oneFileSyst
   return names;
 }
 
-RefPtr<DirNode> expectBothWaysMatch(const std::string& root) {
+RefPtr<DirNode> expectBothWalksMatch(const std::string& root) {
   (void)expectWalkMatches(ReferenceTree::of(root, true), optionsFor(root), 4);
   return expectWalkMatches(ReferenceTree::of(root, false), optionsFor(root, {.oneFileSystem = false}), 4);
 }
 
-TEST(Mounts, AnotherFileSystemIsEnteredOnlyWhenAsked) {
+TEST(Mounts, OtherFileSystemsAreEnteredOnlyOnRequest) {
   const TempFolder temp;
   temp.file("own/file", 1000);
   temp.file("other/hidden by the mount", 7);
@@ -43,7 +43,7 @@ TEST(Mounts, AnotherFileSystemIsEnteredOnlyWhenAsked) {
     mountTmpfs(temp.at("other"));
     temp.file("other/deep/file", 500);
     temp.file("other/large", 2 << 20);
-    const auto all = expectBothWaysMatch(temp.path);
+    const auto all = expectBothWalksMatch(temp.path);
     EXPECT_EQ(all->totalLogical, 1500U + (2 << 20));
     EXPECT_EQ(all->totalDirs, 3U);
     const auto own = expectWalkMatches(ReferenceTree::of(temp.path), optionsFor(temp.path), 1);
@@ -54,7 +54,7 @@ TEST(Mounts, AnotherFileSystemIsEnteredOnlyWhenAsked) {
   });
 }
 
-TEST(Mounts, AFolderMountedTwiceOnOneDeviceIsCountedTwiceButItsLinksOnce) {
+TEST(Mounts, FolderMountedTwiceCountsTwiceButItsHardLinksOnce) {
   const TempFolder temp;
   temp.file("real/single", 10);
   temp.file("real/linked", 100);
@@ -62,12 +62,12 @@ TEST(Mounts, AFolderMountedTwiceOnOneDeviceIsCountedTwiceButItsLinksOnce) {
   temp.folder("again");
   inPrivateMounts([&] {
     bindMount(temp.at("real"), temp.at("again"));
-    EXPECT_EQ(expectBothWaysMatch(temp.path)->totalLogical, 120U);
+    EXPECT_EQ(expectBothWalksMatch(temp.path)->totalLogical, 120U);
     EXPECT_THAT(foldersListed(temp.path, true), testing::UnorderedElementsAre("real", "again"));
   });
 }
 
-TEST(Mounts, EqualInodeNumbersOfTwoFileSystemsDoNotShadowEachOther) {
+TEST(Mounts, EqualInodeNumbersOfTwoFileSystemsAreTwoFiles) {
   const TempFolder temp;
   for (const std::string name : {"a", "b"}) temp.folder(name);
   inPrivateMounts([&] {
@@ -80,12 +80,12 @@ TEST(Mounts, EqualInodeNumbersOfTwoFileSystemsDoNotShadowEachOther) {
     }, second{};
     ASSERT_EQ(::stat(temp.at("a/linked").c_str(), &first) + ::stat(temp.at("b/linked").c_str(), &second), 0);
     ASSERT_EQ(first.st_ino, second.st_ino) << "the inode numbers do not collide";
-    EXPECT_EQ(expectBothWaysMatch(temp.path)->totalLogical, 1030U);
+    EXPECT_EQ(expectBothWalksMatch(temp.path)->totalLogical, 1030U);
 
     // A file of one of them, mounted into the other, whose device is the root's.
     temp.file("a/borrowed");
     bindMount(temp.at("b/linked"), temp.at("a/borrowed"));
-    const auto root = expectBothWaysMatch(temp.at("a"));
+    const auto root = expectBothWalksMatch(temp.at("a"));
     EXPECT_EQ(root->totalFiles, 2U);
     EXPECT_EQ(root->totalLogical, 1030U);
     const std::uint32_t device = optionsFor(temp.at("a")).rootDev;
@@ -96,7 +96,7 @@ TEST(Mounts, EqualInodeNumbersOfTwoFileSystemsDoNotShadowEachOther) {
   });
 }
 
-TEST(Mounts, TheLargestFilesAndTheFarthestTimesAreKept) {
+TEST(Mounts, LargestSizesAndFarthestTimesAreExact) {
   const TempFolder temp;
   inPrivateMounts([&] {
     mountTmpfs(temp.path);

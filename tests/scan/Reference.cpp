@@ -13,15 +13,15 @@
 namespace quon::test {
 namespace {
 
-constexpr const char* kRootName = "a name that no path holds";
+constexpr const char* kRootName = "a name that no path contains";
 
 std::vector<FileEntry> sortedByName(std::vector<FileEntry> files) {
   std::ranges::sort(files, {}, &FileEntry::name);
   return files;
 }
 
-/// Every name of a multiply-linked file was sighted once, under an identifier that only this file has, and of
-/// each such file one sighting was counted. Returns the paths that were not.
+/// Every name of a multiply-linked file was sighted once, under an identifier that only this file has, and
+/// one sighting of each such file was counted. Returns the paths of the others.
 std::set<std::string> expectSightings(const ReferenceTree& tree, const RecordingSink& sink) {
   std::map<std::pair<std::uint64_t, std::uint64_t>, std::set<std::string>> namesOfInode;
   for (const auto& [path, folder] : tree.folders) {
@@ -46,8 +46,8 @@ std::set<std::string> expectSightings(const ReferenceTree& tree, const Recording
   return uncounted;
 }
 
-/// Without the recursion, the paths and the sums of the code under test: each file is added to every folder
-/// whose path precedes its own.
+/// Made without the rolling up and the paths of the code under test: each file is added to every folder whose
+/// path precedes its own.
 struct Expected {
   std::map<std::string, RefPtr<DirNode>> nodes;
   std::map<std::string, std::vector<FileEntry>> files;
@@ -94,7 +94,7 @@ Expected expectedFrom(const ReferenceTree& tree, const std::set<std::string>& un
   return expected;
 }
 
-/// Which of several files of one size stay is open; their sizes, and that they are what they say, is not.
+/// Which of several files of one size are kept is not fixed; their sizes and attributes are.
 void expectTopFiles(std::vector<TopFile> kept, const std::vector<TopFile>& top, std::int64_t topN) {
   std::ranges::sort(kept, std::greater(), &TopFile::logical);
   ASSERT_EQ(top.size(), std::min(kept.size(), static_cast<std::size_t>(std::max<std::int64_t>(topN, 0))));
@@ -107,6 +107,28 @@ void expectTopFiles(std::vector<TopFile> kept, const std::vector<TopFile>& top, 
 }
 
 }  // namespace
+
+void RecordingSink::record(const DirNode& node, FileBatch files) {
+  std::vector<FileEntry> entries;
+  std::uint64_t logical = 0;
+  for (std::size_t index = 0; index < files.size(); ++index) {
+    const FileBatch::File file = files[index];
+    entries.push_back({std::string(file.name), file.logical, file.physical, file.mtime});
+    logical += file.logical;
+  }
+  EXPECT_EQ(node.directLogical, logical);
+  EXPECT_EQ(node.directFiles, entries.size());
+  const std::lock_guard held(lock);
+  EXPECT_TRUE(folders.emplace(node.path(root), std::move(entries)).second) << node.path(root);
+  onRecord(node);
+}
+
+void RecordingSink::recordLink(std::uint64_t fileID, const DirNode& node, std::string_view name,
+                               bool counted) {
+  const std::lock_guard held(lock);
+  sightings.push_back({node.path(root) + "/" + std::string(name), fileID, counted});
+  onLink(node);
+}
 
 Walker::Options optionsFor(const std::string& root, Walker::Options rest) {
   std::error_code error;
@@ -126,7 +148,7 @@ RefPtr<DirNode> expectWalkMatches(const ReferenceTree& tree, const Walker::Optio
                                   unsigned threads) {
   RecordingSink sink(tree.root);
   Walker walker(linuxPlatform(), options, &sink);
-  sink.onRecord = [&](const DirNode&) {  // someone looks on while the workers go their ways
+  sink.onRecord = [&](const DirNode&) {  // progress is read while the workers run
     const std::string path = walker.progress->snapshot().currentPath;
     EXPECT_TRUE(path.empty() || tree.folders.contains(path)) << path;
   };
@@ -137,7 +159,7 @@ RefPtr<DirNode> expectWalkMatches(const ReferenceTree& tree, const Walker::Optio
   for (auto& [path, files] : sink.folders) files = sortedByName(files);
   std::map<std::string, std::vector<FileEntry>> wanted;
   for (const auto& [path, files] : expected.files) wanted[path] = sortedByName(files);
-  EXPECT_TRUE(sink.folders == wanted) << "the sink was told other files";
+  EXPECT_TRUE(sink.folders == wanted) << "the sink got other files";
   const DirNode& whole = *expected.nodes.at(tree.root);
   EXPECT_EQ(differences(*result.root, whole), "");
   expectTopFiles(expected.kept, result.topFiles, options.topN);

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <limits>
@@ -10,7 +11,6 @@
 #include "scan/DirNode.h"
 #include "scan/FileBatch.h"
 #include "scan/HardLinks.h"
-#include "scan/Progress.h"
 #include "scan/TopHeap.h"
 #include "support/Seed.h"
 
@@ -19,38 +19,30 @@ namespace {
 
 using testing::ElementsAre;
 
-RefPtr<DirNode> addFolder(DirNode& parent, const std::string& name) {
+RefPtr<DirNode> addFolder(DirNode& parent, const std::string& name, std::uint64_t logical = 0,
+                          std::uint64_t files = 0) {
   RefPtr<DirNode> child(new DirNode(name));
   child->parent = &parent;
+  child->directLogical = logical;
+  child->directPhysical = 2 * logical;
+  child->directFiles = files;
   parent.subdirs.push_back(child);
   return child;
-}
-
-void setFiles(DirNode& node, std::uint64_t logical, std::uint64_t physical, std::uint64_t files) {
-  node.directLogical = logical;
-  node.directPhysical = physical;
-  node.directFiles = files;
 }
 
 std::vector<std::uint64_t> totals(const DirNode& node) {
   return {node.totalLogical, node.totalPhysical, node.totalFiles, node.totalDirs};
 }
 
-/// root/docs/x beside root/other, with 1000 + 200 + 30 + 4 bytes.
+/// root/docs/x beside root/other.
 class Tree : public testing::Test {
  protected:
-  Tree() {
-    setFiles(*root, 1000, 2000, 1);
-    setFiles(*docs, 200, 400, 2);
-    setFiles(*x, 30, 60, 3);
-    setFiles(*other, 4, 8, 4);
-    root->rollup();
-  }
+  Tree() { root->rollup(); }
 
-  RefPtr<DirNode> root{new DirNode("never shown")};
-  RefPtr<DirNode> docs = addFolder(*root, "docs");
-  RefPtr<DirNode> x = addFolder(*docs, "x");
-  RefPtr<DirNode> other = addFolder(*root, "other");
+  RefPtr<DirNode> root{new DirNode("not part of paths")};
+  RefPtr<DirNode> docs = addFolder(*root, "docs", 200, 2);
+  RefPtr<DirNode> x = addFolder(*docs, "x", 30, 3);
+  RefPtr<DirNode> other = addFolder(*root, "other", 4, 4);
 };
 
 TEST_F(Tree, SubtractsAFileFromAllAboveAndStopsAtZero) {
@@ -60,18 +52,13 @@ TEST_F(Tree, SubtractsAFileFromAllAboveAndStopsAtZero) {
   EXPECT_THAT(x->keptFiles, ElementsAre(FileEntry{"stays", 1, 1, 1}));
   EXPECT_THAT(totals(*x), ElementsAre(20, 40, 2, 0));
   EXPECT_THAT(totals(*docs), ElementsAre(220, 440, 4, 1));
-  EXPECT_THAT(totals(*root), ElementsAre(1224, 2448, 9, 3));
+  EXPECT_THAT(totals(*root), ElementsAre(224, 448, 8, 3));
   EXPECT_EQ(docs->directLogical, 200U);
   EXPECT_EQ(x->directFiles, 2U);
   EXPECT_EQ(root->newest, 5);
-
-  other->subtractFile({"huge", 500, 5, 0});
-  EXPECT_EQ(other->directLogical, 0U);
-  EXPECT_THAT(totals(*other), ElementsAre(0, 3, 3, 0));
-  EXPECT_THAT(totals(*root), ElementsAre(724, 2443, 8, 3));
-  for (int round = 0; round < 5; ++round) other->subtractFile({"huge", 500, 5, 0});
-  EXPECT_THAT(totals(*other), ElementsAre(0, 0, 0, 0));
-  EXPECT_THAT(totals(*root), ElementsAre(0, 2418, 3, 3));
+  for (int round = 0; round < 5; ++round) other->subtractFile({"huge", 500, 1, 0});
+  EXPECT_THAT(totals(*other), ElementsAre(0, 3, 0, 0));
+  EXPECT_THAT(totals(*root), ElementsAre(0, 443, 3, 3));
 }
 
 TEST_F(Tree, RemovesASubtreeFromAllAbove) {
@@ -79,21 +66,15 @@ TEST_F(Tree, RemovesASubtreeFromAllAbove) {
   root->rollup();
   twin->removeFromTree();
   EXPECT_THAT(root->subdirs, ElementsAre(docs, other));
-  root->removeFromTree();
-  EXPECT_THAT(totals(*root), ElementsAre(1234, 2468, 10, 3));
-  docs->removeFromTree();
-  EXPECT_THAT(totals(*root), ElementsAre(1004, 2008, 5, 1));
-  EXPECT_THAT(root->subdirs, ElementsAre(other));
-  EXPECT_EQ(docs->parent, nullptr);
+  EXPECT_THAT(totals(*root), ElementsAre(234, 468, 9, 3));
+  for (DirNode* node : {docs.get(), docs.get(), root.get()}) node->removeFromTree();
+  EXPECT_THAT(totals(*root), ElementsAre(4, 8, 4, 1));
   EXPECT_THAT(totals(*docs), ElementsAre(230, 460, 5, 1));
-  docs->removeFromTree();
-  EXPECT_THAT(totals(*root), ElementsAre(1004, 2008, 5, 1));
 }
 
-TEST_F(Tree, ANodeHeldElsewhereOutlivesItsParent) {
+TEST_F(Tree, ReferencedNodeOutlivesItsParent) {
   root = nullptr;
   EXPECT_EQ(docs->parent, nullptr);
-  EXPECT_EQ(x->parent, docs.get());
   EXPECT_EQ(x->path("/r"), "/r/x");
   docs = nullptr;
   EXPECT_EQ(x->path("/r"), "/r");
@@ -101,68 +82,38 @@ TEST_F(Tree, ANodeHeldElsewhereOutlivesItsParent) {
 
 TEST(TreeDeathTest, StopsInsteadOfWrapping) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  constexpr std::uint64_t largest = std::numeric_limits<std::uint64_t>::max();
   const RefPtr<DirNode> root(new DirNode(""));
   const RefPtr<DirNode> child = addFolder(*root, "child");
-  root->directPhysical = largest;
+  root->directPhysical = std::numeric_limits<std::uint64_t>::max();
   root->rollup();
-  EXPECT_EQ(root->totalPhysical, largest);
   child->directPhysical = 1;
   EXPECT_DEATH(root->rollup(), "overflows");
-  child->totalFiles = 1;  // of which the parent knows nothing
+  child->totalFiles = 1;  // which the parent's total lacks
   EXPECT_DEATH(child->removeFromTree(), "underflows");
 }
 
-TEST(Tree100000Deep, IsRolledUpNamedAndFreedWithoutRecursion) {
+TEST(Tree300000Deep, IsRolledUpNamedAndFreedWithoutRecursion) {
   constexpr std::size_t depth = 300'000;
   RefPtr<DirNode> root(new DirNode("root"));
   RefPtr<DirNode> deepest = root;
-  for (std::size_t level = 0; level < depth; ++level) {
-    deepest = addFolder(*deepest, "d");
-    setFiles(*deepest, 2, 3, 1);
-  }
+  for (std::size_t level = 0; level < depth; ++level) deepest = addFolder(*deepest, "d", 2, 1);
   deepest->mtime = 99;
   root->rollup();
-  EXPECT_THAT(totals(*root), ElementsAre(2 * depth, 3 * depth, depth, depth));
+  EXPECT_THAT(totals(*root), ElementsAre(2 * depth, 4 * depth, depth, depth));
   EXPECT_EQ(root->newest, 99);
   EXPECT_EQ(deepest->path("/r").size(), 2 + 2 * depth);
-  deepest->subtractFile({"f", 2, 3, 0});
   const RefPtr<DirNode> branch = root->subdirs.front()->subdirs.front();
   branch->removeFromTree();
-  EXPECT_THAT(totals(*root), ElementsAre(2, 3, 1, 1));
+  EXPECT_THAT(totals(*root), ElementsAre(2, 4, 1, 1));
   root = nullptr;
-  EXPECT_THAT(totals(*branch), ElementsAre(2 * (depth - 2), 3 * (depth - 2), depth - 2, depth - 2));
+  EXPECT_THAT(totals(*branch), ElementsAre(2 * (depth - 1), 4 * (depth - 1), depth - 1, depth - 2));
 }
 
 TopFile sized(std::uint64_t logical, const std::string& path = "") {
   return {path, logical, 0, 0};
 }
 
-std::vector<std::uint64_t> sortedSizes(const std::vector<TopFile>& files) {
-  std::vector<std::uint64_t> sizes;
-  for (const TopFile& file : files) sizes.push_back(file.logical);
-  std::ranges::sort(sizes);
-  return sizes;
-}
-
-TEST(TopHeap, KeepsTheLargestAndPrefersWhatItHolds) {
-  TopHeap none(0);
-  none.offer(sized(std::numeric_limits<std::uint64_t>::max()));
-  EXPECT_TRUE(none.items.empty());
-  EXPECT_FALSE(none.wouldKeep(1));
-
-  TopHeap three(3);
-  for (const std::uint64_t size : {5U, 1U, 7U, 7U, 2U}) three.offer(sized(size, "first"));
-  EXPECT_THAT(sortedSizes(three.items), ElementsAre(5, 7, 7));
-  EXPECT_FALSE(three.wouldKeep(5));
-  three.offer(sized(5, "late"));
-  three.offer(sized(7, "newer"));  // takes the place of the 5, as the only one that is smaller
-  three.offer(sized(7, "late"));
-  EXPECT_THAT(three.items, testing::Not(testing::Contains(sized(7, "late"))));
-  EXPECT_THAT(sortedSizes(three.items), ElementsAre(7, 7, 7));
-}
-
-TEST(TopHeap, HoldsWhatASortWouldPutFirst) {
+TEST(TopHeap, KeepsTheLargestOfRandomFiles) {
   std::mt19937_64 random(randomSeed());
   for (int round = 0; round < 300; ++round) {
     const std::size_t capacity = random() % 40;
@@ -172,20 +123,27 @@ TEST(TopHeap, HoldsWhatASortWouldPutFirst) {
     for (std::uint64_t& size : sizes) {
       size = random() % range;
       heap.offer(sized(size));
-      for (std::size_t at = 1; at < heap.items.size(); ++at) {
-        ASSERT_LE(heap.items[(at - 1) / 2].logical, heap.items[at].logical);
-      }
+      ASSERT_TRUE(std::ranges::is_heap(heap.items, std::greater(), &TopFile::logical));
     }
-    std::ranges::sort(sizes);
-    if (sizes.size() > capacity)
-      sizes.erase(sizes.begin(), sizes.end() - static_cast<std::ptrdiff_t>(capacity));
-    ASSERT_EQ(sortedSizes(heap.items), sizes);
+    std::ranges::sort(sizes, std::greater());
+    sizes.resize(std::min(sizes.size(), capacity));
+    std::vector<std::uint64_t> kept;
+    for (const TopFile& file : sortedLargestFirst(heap.items)) kept.push_back(file.logical);
+    ASSERT_EQ(kept, sizes);
   }
-  const std::vector<TopFile> ordered = sortedLargestFirst({sized(1), sized(2, "a"), sized(3), sized(2, "b")});
-  EXPECT_THAT(ordered, ElementsAre(sized(3), sized(2, "a"), sized(2, "b"), sized(1)));
 }
 
-TEST(FileBatch, GivesBackWhatTheBuilderWasGivenWhateverCameBefore) {
+TEST(TopHeap, PrefersKeptFilesOfEqualSizeAndTheirOrder) {
+  TopHeap heap(4);
+  for (const char* path : {"a", "b", "c", "d"}) heap.offer(sized(5, path));
+  heap.offer(sized(5, "not larger"));
+  heap.offer(sized(7, "e"));  // replaces a; of the equal children the left one moves up, twice
+  EXPECT_THAT(heap.items, ElementsAre(sized(5, "b"), sized(5, "d"), sized(5, "c"), sized(7, "e")));
+  EXPECT_THAT(sortedLargestFirst(heap.items),
+              ElementsAre(sized(7, "e"), sized(5, "b"), sized(5, "d"), sized(5, "c")));
+}
+
+TEST(FileBatch, ReturnsWhatTheBuilderGotWhateverCameBefore) {
   std::mt19937_64 random(randomSeed());
   FileBatch::Builder builder;
   std::vector<std::pair<FileBatch, std::vector<FileEntry>>> batches;
@@ -208,34 +166,19 @@ TEST(FileBatch, GivesBackWhatTheBuilderWasGivenWhateverCameBefore) {
   }
 }
 
-TEST(HardLinks, KnowsAFileByDeviceAndInode) {
+TEST(HardLinks, IdentifiesAFileByDeviceAndInode) {
   HardLinks links;
-  for (const std::uint32_t device : {1U, 2U}) {
-    for (const std::uint64_t inode : {1ULL, 65ULL, 1ULL << 40U}) {  // of one shard, but for the last
+  std::set<std::uint64_t> identifiers;
+  for (std::uint32_t device = 1; device <= 20; ++device) {
+    for (std::uint64_t inode = 1; inode <= 500; ++inode) {
+      identifiers.insert(linkIdentifier(7, device, inode));
       EXPECT_TRUE(links.firstSightingOfHardlink(device, inode));
       EXPECT_FALSE(links.firstSightingOfHardlink(device, inode));
     }
   }
-  EXPECT_EQ(links.deduplicated(), 6U);
-
-  EXPECT_EQ(linkIdentifier(7, 7, 4711), 4711U);
-  std::set<std::uint64_t> identifiers;
-  for (std::uint32_t device = 1; device <= 20; ++device) {
-    for (std::uint64_t inode = 1; inode <= 500; ++inode) identifiers.insert(linkIdentifier(7, device, inode));
-  }
+  EXPECT_EQ(links.deduplicated(), 20U * 500U);
   EXPECT_EQ(identifiers.size(), 20U * 500U);
-}
-
-TEST(Progress, NamesTheLastFolderThoughTheTreeIsGone) {
-  Progress progress;
-  EXPECT_EQ(progress.snapshot().currentPath, "");
-  progress.begin("/r");
-  {
-    const RefPtr<DirNode> root(new DirNode(""));
-    progress.folderFinished(*addFolder(*root, "child"));
-    progress.end();
-  }
-  EXPECT_EQ(progress.snapshot().currentPath, "/r/child");
+  EXPECT_EQ(linkIdentifier(7, 7, 4711), 4711U);
 }
 
 }  // namespace

@@ -6,7 +6,7 @@
 
 namespace quon::bench {
 
-/// What one run of a whole command took, as wait4 tells it.
+/// What one run of a whole command took, as wait4 reports it.
 struct ChildOutcome {
   double wallSeconds = 0;    ///< from before the start to after the end, on the monotonic clock
   double userSeconds = 0;    ///< the command's and that of its own ended children
@@ -31,7 +31,7 @@ struct ChildOutcome {
                                     const std::vector<std::string>& environment,
                                     const std::string& outputPath = "/dev/null");
 
-/// The greatest resident set of this program so far: peaks at or below it cannot be told from it.
+/// The greatest resident set of this program so far: no smaller peak can be measured.
 [[nodiscard]] std::uint64_t ownPeakBytes();
 
 }  // namespace quon::bench

@@ -1,5 +1,5 @@
-// quon-compare: runs whole commands in turn on one tree and holds their time and memory against the
-// system-call floor and against each other. This program stays small on purpose: its own memory is the least
+// quon-compare: runs whole commands in turn on one tree and compares their time and memory with the
+// system-call floor and with each other. This program stays small on purpose: its own memory is the least
 // peak that it can measure.
 
 #include <algorithm>
@@ -38,11 +38,11 @@ struct Arguments {
   RoundOptions options;
 };
 
-void tellProgress(const std::string& line) {
+void printProgress(const std::string& line) {
   if (::isatty(STDERR_FILENO) == 1) fmt::print(stderr, "{}\n", line);
 }
 
-/// Tells a wrong path before the measuring instead of after it. What the file held stays until there is a
+/// Reports a wrong path before the measuring instead of after it. The file keeps its content until there is a
 /// result.
 void checkWritable(const std::string& path) {
   if (path.empty()) return;
@@ -80,7 +80,7 @@ void writeOutput(const std::string& path, const std::string& text) {
   report.leftOut = contestants.leftOut;
   report.machine = readMachineFacts(paths.tree);
   report.tree = countTree(paths, folder);
-  report.runs = runRounds(contestants, arguments.options, folder, tellProgress);
+  report.runs = runRounds(contestants, arguments.options, folder, printProgress);
   report.ownPeakBytes = ownPeakBytes();
   return report;
 }

@@ -15,7 +15,7 @@ enum class Program { floor, quon, peer };
 
 struct Entry {
   Program program;
-  Contestant contestant;  ///< its first argument is a bare name; a peer's is looked up in $PATH
+  Contestant contestant;  ///< its first argument is a bare name; a peer's is searched in $PATH
 };
 
 [[nodiscard]] std::vector<Entry> allEntries(const ContestantPaths& paths) {

@@ -32,7 +32,7 @@ constexpr const char* mountTable = "/proc/self/mountinfo";
     while (words >> word && word != "-") continue;
     if (words >> word) return word;
   }
-  throw std::runtime_error(fmt::format("{} does not list the mount that holds the tree", mountTable));
+  throw std::runtime_error(fmt::format("{} does not list the mount that contains the tree", mountTable));
 }
 
 }  // namespace

@@ -6,7 +6,7 @@
 
 namespace quon::bench {
 
-/// A temporary folder for what the commands save, removed with all it holds at the end. It lies in $TMPDIR or
+/// A temporary folder for what the commands save, removed with its content at the end. It lies in $TMPDIR or
 /// else in /var/tmp, which unlike /tmp is mostly a real disk. Threads: main only.
 class PrivateFolder {
  public:

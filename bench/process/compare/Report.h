@@ -10,14 +10,14 @@
 
 namespace quon::bench {
 
-/// All that a comparison found out.
+/// All results of a comparison.
 struct Report {
   std::vector<ContestantRuns> runs;
   std::vector<std::string> leftOut;  ///< a sentence for each command that could not run
   RoundOptions options;
   MachineFacts machine;
   TreeCounts tree;
-  std::uint64_t ownPeakBytes = 0;  ///< peaks at or below it cannot be told from this program's own
+  std::uint64_t ownPeakBytes = 0;  ///< peaks at or below it cannot be told apart from this program's own
 };
 
 }  // namespace quon::bench

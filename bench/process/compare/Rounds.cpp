@@ -28,15 +28,15 @@ void prepareIndex(const Contestant& maker, const PrivateFolder& folder) {
 
 std::vector<ContestantRuns> runRounds(const Contestants& contestants, const RoundOptions& options,
                                       const PrivateFolder& folder,
-                                      const std::function<void(const std::string&)>& tell) {
+                                      const std::function<void(const std::string&)>& progress) {
   if (contestants.preparation) {
-    tell("saving the index to load");
+    progress("saving the index to load");
     prepareIndex(*contestants.preparation, folder);
   }
   const std::size_t warmUps =
       options.cold ? std::min<std::size_t>(1, contestants.running.size()) : contestants.running.size();
   for (std::size_t at = 0; at < warmUps; ++at) {
-    tell(fmt::format("warming up: {}", contestants.running[at].title));
+    progress(fmt::format("warming up: {}", contestants.running[at].title));
     // How it ends is of no interest: a command that fails here fails in the counted rounds too, and is
     // reported there.
     static_cast<void>(runOnce(contestants.running[at], folder, options.cold));
@@ -46,7 +46,7 @@ std::vector<ContestantRuns> runRounds(const Contestants& contestants, const Roun
   for (const Contestant& contestant : contestants.running) runs.push_back({contestant, {}});
   for (int round = 1; round <= options.rounds; ++round) {
     for (ContestantRuns& run : runs) {
-      tell(fmt::format("round {} of {}: {}", round, options.rounds, run.contestant.title));
+      progress(fmt::format("round {} of {}: {}", round, options.rounds, run.contestant.title));
       run.outcomes.push_back(runOnce(run.contestant, folder, options.cold));
     }
   }

@@ -23,10 +23,10 @@ struct ContestantRuns {
 
 /// Runs all contestants in turn, round after round, so that what disturbs the machine for a while disturbs
 /// all alike. Before that, uncounted: with warm caches a whole round; with cold ones only the first
-/// contestant, so that access times of folders, which the kernel renews once a day, are renewed at nobody's
-/// cost. A contestant that saves an index finds none. `tell` gets a line of progress before each run.
+/// contestant, so that access times of folders, which the kernel renews once a day, are renewed before the
+/// rounds. A contestant that saves an index finds none. `progress` gets a line before each run.
 [[nodiscard]] std::vector<ContestantRuns> runRounds(const Contestants& contestants,
                                                     const RoundOptions& options, const PrivateFolder& folder,
-                                                    const std::function<void(const std::string&)>& tell);
+                                                    const std::function<void(const std::string&)>& progress);
 
 }  // namespace quon::bench

@@ -49,7 +49,7 @@ std::string markdownTable(const Report& report, const std::vector<ContestantSumm
                  report.tree.folders, report.tree.logical, report.tree.physical);
   fmt::format_to(
       out,
-      "Ratios are medians of the ratios within each round. Peaks below {:.1f} MB cannot be told: a child "
+      "Ratios are medians of the ratios within each round. Peaks below {:.1f} MB cannot be measured: a child "
       "inherits the mark of the program that starts it.\n",
       megabytes(report.ownPeakBytes));
   for (const std::string& sentence : report.leftOut) text += sentence + '\n';

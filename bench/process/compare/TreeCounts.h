@@ -7,7 +7,7 @@
 
 namespace quon::bench {
 
-/// What the tree holds, as the floor counts it: every name, also further names of the same file.
+/// What the tree contains, as the floor counts it: every name, also further names of the same file.
 struct TreeCounts {
   std::uint64_t files = 0;
   std::uint64_t folders = 0;   ///< below the tree's own folder

@@ -1,4 +1,4 @@
-// quon-floor: the time below which no walk by getdents64 and statx can come, to hold other walks against.
+// quon-floor: the time below which no walk by getdents64 and statx can come, to compare other walks with.
 
 #include <algorithm>
 #include <cerrno>

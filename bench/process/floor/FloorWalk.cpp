@@ -1,9 +1,9 @@
 // The least that a walk by getdents64 and statx can cost. Each thread takes a folder off the shared stack,
-// opens it relative to its parent's descriptor, drops its hold on the parent, reads the entries into a buffer
-// of its own and asks statx once for each. Subfolders go onto the stack in one batch for each buffer. A
-// folder without subfolders costs no allocation; one with subfolders costs one object and one block of names
-// for each buffer. Nothing is kept of a file but its share in the thread's sums, and entries are taken in the
-// order in which the file system gives them.
+// opens it relative to its parent's descriptor, releases its reference to the parent, reads the entries into
+// a buffer of its own and asks statx once for each. Subfolders go onto the stack in one batch for each
+// buffer. A folder without subfolders costs no allocation; one with subfolders costs one object and one block
+// of names for each buffer. Nothing is kept of a file but its share in the thread's sums, and entries are
+// taken in the order in which the file system gives them.
 
 #include "floor/FloorWalk.h"
 
@@ -20,7 +20,7 @@
 #include <thread>
 #include <vector>
 
-#include "floor/FolderStack.h"
+#include "floor/PendingDirectories.h"
 #include "shared/FileDescriptor.h"
 #include "shared/SystemFailure.h"
 
@@ -38,14 +38,14 @@ struct Device {
 /// One thread's part of the walk.
 class Worker {
  public:
-  Worker(FolderStack& shared, Device rootDevice)
+  Worker(PendingDirectories& shared, Device rootDevice)
       : stack(shared), device(rootDevice), buffer(std::make_unique_for_overwrite<char[]>(bufferBytes)) {}
 
   /// Lists `root`, when given one, then folders off the stack until the walk is over.
   void run(FileDescriptor root) {
     try {
       if (root) list(std::move(root));
-      while (const std::optional<UnopenedFolder> next = stack.pop()) open(*next);
+      while (const std::optional<PendingDirectory> next = stack.pop()) open(*next);
     } catch (...) {
       broken = std::current_exception();
       stack.abandon();
@@ -59,24 +59,24 @@ class Worker {
   }
 
  private:
-  void open(const UnopenedFolder& folder) {
+  void open(const PendingDirectory& folder) {
     FileDescriptor opened(
         ::openat(folder.parent->descriptor(), folder.name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!opened) countFailure("opening", folder.parent->descriptor(), folder.name, errno);
-    folder.parent->drop();
+    folder.parent->release();
     if (opened) list(std::move(opened));
   }
 
   void list(FileDescriptor opened) {
     const int descriptor = opened.get();
-    OpenFolder* shared = nullptr;
+    OpenDirectory* shared = nullptr;
     while (const std::size_t bytes = readEntries(descriptor)) {
       measureEntries(descriptor, bytes);
       if (subfolders.empty()) continue;
-      if (shared == nullptr) shared = OpenFolder::take(opened);
+      if (shared == nullptr) shared = OpenDirectory::take(opened);
       publishSubfolders(*shared);
     }
-    if (shared != nullptr) shared->drop();
+    if (shared != nullptr) shared->release();
   }
 
   /// Fills the buffer; 0 at the end of the folder, or when it cannot be read further.
@@ -115,7 +115,7 @@ class Worker {
     }
   }
 
-  void publishSubfolders(OpenFolder& parent) {
+  void publishSubfolders(OpenDirectory& parent) {
     auto chunk = std::make_unique_for_overwrite<char[]>(nameBytes);
     char* end = chunk.get();
     batch.clear();
@@ -141,13 +141,13 @@ class Worker {
     std::size_t length;  ///< with the closing NUL
   };
 
-  FolderStack& stack;
+  PendingDirectories& stack;
   const Device device;
   const std::unique_ptr<char[]> buffer;
   FloorSums sums;
   std::vector<NameInBuffer> subfolders;
   std::size_t nameBytes = 0;
-  std::vector<UnopenedFolder> batch;
+  std::vector<PendingDirectory> batch;
   std::exception_ptr broken;
 };
 
@@ -170,7 +170,7 @@ FloorSums walkFloor(const std::string& root, unsigned threads) {
     throw SystemFailure("statx of", root, errno);
   }
 
-  FolderStack stack(threads);
+  PendingDirectories stack(threads);
   std::vector<std::unique_ptr<Worker>> workers;
   for (unsigned thread = 0; thread < threads; ++thread) {
     workers.push_back(std::make_unique<Worker>(stack, Device{facts.stx_dev_major, facts.stx_dev_minor}));

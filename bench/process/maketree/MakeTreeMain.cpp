@@ -23,7 +23,7 @@ struct Arguments {
   std::uint64_t seed = 0;
 };
 
-/// Makes the folder when it does not exist; throws when it holds anything.
+/// Makes the folder when it does not exist; throws when it is not empty.
 [[nodiscard]] FileDescriptor openEmptyFolder(const std::string& directory) {
   std::filesystem::create_directories(directory);
   if (!std::filesystem::is_empty(directory)) {

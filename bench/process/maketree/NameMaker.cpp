@@ -29,7 +29,7 @@ constexpr std::array foreignWords{
     "año"sv,     "São"sv,    "Żółw"sv,      "příloha"sv,      "сканы"sv, "отчёт"sv, "фото"sv,   "музыка"sv,
     "Έγγραφα"sv, "写真"sv,   "書類"sv,      "ドキュメント"sv, "音楽"sv,  "사진"sv,  "문서"sv,   "🎵"sv};
 
-/// Repeated where it is met more often.
+/// Repeated where it occurs more often.
 constexpr std::array extensions{
     ".c"sv,    ".c"sv,    ".h"sv,    ".h"sv,     ".h"sv,    ".cpp"sv,  ".o"sv,   ".so"sv,     ".py"sv,
     ".py"sv,   ".pyc"sv,  ".js"sv,   ".js"sv,    ".js"sv,   ".js"sv,   ".ts"sv,  ".d.ts"sv,   ".js.map"sv,

@@ -7,7 +7,7 @@
 
 namespace quon::bench {
 
-/// Invents names of 3 to 40 bytes as they are met on a disk: words, numbers, digests, camera names, other
+/// Invents names of 3 to 40 bytes as they occur on a disk: words, numbers, digests, camera names, other
 /// scripts. Names repeat; the caller draws again when the folder already has that one. Threads: confined to
 /// the one that makes the tree.
 class NameMaker {

@@ -10,7 +10,7 @@ namespace quon::bench {
 /// What main returns.
 enum ExitStatus : int { exitDone = 0, exitFailed = 1, exitWrongUsage = 2, exitInterrupted = 130 };
 
-/// A wrong argument that only the program itself can tell.
+/// A wrong argument that only the program itself can detect.
 class WrongUsage : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

@@ -14,7 +14,7 @@ class SystemFailure : public std::runtime_error {
   SystemFailure(std::string_view operation, std::string_view subject, int error);
 };
 
-/// `opening "/some/path": Permission denied`, in one line whatever bytes the subject holds.
+/// `opening "/some/path": Permission denied`, in one line whatever bytes the subject contains.
 [[nodiscard]] std::string systemReason(std::string_view operation, std::string_view subject, int error);
 
 }  // namespace quon::bench

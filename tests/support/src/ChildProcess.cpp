@@ -70,7 +70,7 @@ void inChild(const std::function<void()>& body) {
   }
   int status = 0;
   while (::waitpid(child, &status, 0) < 0) ASSERT_EQ(errno, EINTR);
-  if (WIFEXITED(status) && WEXITSTATUS(status) == kSkipped) GTEST_SKIP() << "for the reason told above";
+  if (WIFEXITED(status) && WEXITSTATUS(status) == kSkipped) GTEST_SKIP() << "for the reason above";
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == kPassed)
       << "the child ended with status " << status;
 }

@@ -16,7 +16,7 @@ void inChild(const std::function<void()>& body);
 /// with the reason, where the process may not make one.
 void inPrivateMounts(const std::function<void()>& body);
 
-/// In a child that permissions bind: as nobody when the test runs as root.
+/// In a child to which permissions apply: as the user nobody when the test runs as root.
 void asOrdinaryUser(const std::function<void()>& body);
 
 /// Only in private mounts. An empty file system in memory, without limits of its own.

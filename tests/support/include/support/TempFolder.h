@@ -6,7 +6,7 @@
 
 namespace quon::test {
 
-/// A fresh folder below $TMPDIR (or /tmp) that is removed with all it holds, however deep and whatever its
+/// A fresh folder below $TMPDIR (or /tmp) that is removed with its content, however deep and whatever its
 /// permissions, by the destructor. Failures to set a test up throw.
 class TempFolder {
  public:

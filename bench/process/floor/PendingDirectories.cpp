@@ -1,8 +1,8 @@
-#include "floor/FolderStack.h"
+#include "floor/PendingDirectories.h"
 
 namespace quon::bench {
 
-void FolderStack::push(std::span<const UnopenedFolder> batch) {
+void PendingDirectories::push(std::span<const PendingDirectory> batch) {
   unsigned toWake = 0;
   {
     const std::lock_guard held(lock);
@@ -17,7 +17,7 @@ void FolderStack::push(std::span<const UnopenedFolder> batch) {
   }
 }
 
-std::optional<UnopenedFolder> FolderStack::pop() {
+std::optional<PendingDirectory> PendingDirectories::pop() {
   std::unique_lock held(lock);
   if (waiting.empty() && !over) {
     if (++idle == threads) {
@@ -29,12 +29,12 @@ std::optional<UnopenedFolder> FolderStack::pop() {
     --idle;
   }
   if (over) return std::nullopt;
-  const UnopenedFolder next = waiting.back();
+  const PendingDirectory next = waiting.back();
   waiting.pop_back();
   return next;
 }
 
-void FolderStack::abandon() {
+void PendingDirectories::abandon() {
   {
     const std::lock_guard held(lock);
     over = true;
