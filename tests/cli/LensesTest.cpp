@@ -42,11 +42,9 @@ TEST_F(Lenses, KindsAddUpToTheFolder) {
   for (const Json& row : kinds.at("rows")) total += row.at("logical").get<std::uint64_t>();
   EXPECT_EQ(total, quon.document({"ls", quon.tree}).at("logical"));
   const Json films = quon.document({"kinds", quon.folder.at("tree/Films")});
-  EXPECT_EQ(films.at("rows"), Json::array({{{"id", "media"},
-                                            {"label", "Media"},
-                                            {"logical", 4 * kMiB},
-                                            {"physical", films.at("rows").at(0).at("physical")},
-                                            {"count", 1}}}));
+  Json media = films.at("rows").at(0);
+  media.erase("physical");
+  EXPECT_EQ(media, Json::parse(R"({"id":"media","label":"Media","logical":4194304,"count":1})"));
   EXPECT_EQ(films.at("small"), 100);
   EXPECT_THAT(quon.run({"kinds", quon.tree}).out, HasSubstr("2 files  Media\n"));
 }

@@ -17,6 +17,7 @@
 namespace quon::test {
 namespace {
 
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 using testing::SizeIs;
@@ -42,7 +43,7 @@ TEST_F(Roots, ASubfolderIsListedFromTheIndexThatHoldsIt) {
   EXPECT_TRUE(readBytes(quon.onlyIndex()) == before) << "the index was changed";
 }
 
-TEST_F(Roots, ADamagedIndexIsToldAndScannedAgain) {
+TEST_F(Roots, ADamagedIndexIsReportedAndReplacedByAScan) {
   const auto damage = [](const std::string& index, std::uint64_t from) {
     const Descriptor file(::open(index.c_str(), O_WRONLY | O_CLOEXEC));
     const std::string noise(static_cast<std::size_t>(std::filesystem::file_size(index) - from), '\xa5');
@@ -65,7 +66,7 @@ TEST_F(Roots, ADamagedIndexIsToldAndScannedAgain) {
   }
 }
 
-TEST_F(Roots, WithoutAPathTheConfiguredRootIsShownAndElseTheHome) {
+TEST_F(Roots, WithoutAPathTheConfiguredRootIsOpenedElseTheHome) {
   quon.folder.file("home/at home", 77);
   EXPECT_EQ(quon.document({"ls"}).at("path"), quon.home);
   const std::string config = quon.environment.at("XDG_CONFIG_HOME") + "/quon/defaults.ini";
@@ -92,7 +93,7 @@ TEST_F(Roots, APathIsResolvedBeforeItNamesARoot) {
 }
 
 /// The program's "/" is a small file system of its own, with the libraries that it needs mounted below.
-TEST_F(Roots, PathsBelowTheFileSystemsRootHoldSingleSlashes) {
+TEST_F(Roots, PathsBelowTheFileSystemsRootHaveSingleSlashes) {
   inPrivateMounts([&] {
     mountTmpfs(quon.tree);
     for (const char* mounted : {"usr", "proc", "lib", "lib64"}) {
@@ -112,15 +113,13 @@ TEST_F(Roots, PathsBelowTheFileSystemsRootHoldSingleSlashes) {
     EXPECT_THAT(scan.at("index").get<std::string>(), testing::StartsWith("/data/quon/index/root-"));
     const Finished listed = quon.run({"ls", "/", "--json"});
     EXPECT_EQ(listed.document().at("path"), "/");
-    EXPECT_THAT(listed.out, HasSubstr("\"/top.bin\""));
-    EXPECT_THAT(listed.out, HasSubstr("\"/home\""));
+    EXPECT_THAT(listed.out, AllOf(HasSubstr("\"/top.bin\""), HasSubstr("\"/home\""), Not(HasSubstr("//"))));
     EXPECT_EQ(quon.document({"ls", "/home"}).at("rows")[0].at("path"), "/home/me");
     EXPECT_EQ(quon.document({"largest", "/"}).at("rows")[0].at("path"), "/home/me/deep.bin");
     EXPECT_EQ(quon.document({"names", "/", "--name", "top.bin"}).at("files")[0].at("path"), "/top.bin");
     EXPECT_EQ(quon.document({"indexes"}).at("rows")[0].at("root"), "/");
-    for (const char* command : {"scan", "ls", "largest"}) {
-      EXPECT_THAT(quon.run({command, "/"}).out, Not(HasSubstr("//"))) << command;
-    }
+    for (const char* command : {"scan", "largest"})
+      EXPECT_THAT(quon.run({command, "/"}).out, Not(HasSubstr("//")));
     ASSERT_EQ(::umount2(quon.tree.c_str(), MNT_DETACH), 0);
   });
 }

@@ -11,13 +11,12 @@
 namespace quon::test {
 namespace {
 
-/// The columns of a text of ASCII, of Latin letters, block elements and CJK ideographs.
+/// The columns of a text of ASCII, Latin letters, block elements and CJK ideographs (U+4000 to U+9FFF).
 std::size_t columnsOf(const std::string& text) {
   std::size_t columns = 0;
-  for (std::size_t at = 0; at < text.size(); ++at) {
-    const auto byte = static_cast<unsigned char>(text[at]);
-    if ((byte & 0xc0U) == 0x80U) continue;              // within a character
-    columns += byte >= 0xe4 && byte <= 0xe9 ? 2U : 1U;  // U+4000 to U+9FFF are wide
+  for (const char each : text) {
+    const auto byte = static_cast<unsigned char>(each);
+    if ((byte & 0xc0U) != 0x80U) columns += byte >= 0xe4 && byte <= 0xe9 ? 2U : 1U;
   }
   return columns;
 }
@@ -65,7 +64,7 @@ TEST_F(OnTerminal, RowsFitItsWidth) {
   }
 }
 
-TEST_F(OnTerminal, ColourMarksFoldersUnlessItIsUnwanted) {
+TEST_F(OnTerminal, ColourMarksFoldersUnlessNoColorIsSet) {
   const auto coloured = [&] {
     const std::vector<std::string> lines = shown({"ls", quon.tree}, 80);
     return std::ranges::count_if(
@@ -74,7 +73,7 @@ TEST_F(OnTerminal, ColourMarksFoldersUnlessItIsUnwanted) {
   ASSERT_EQ(quon.run({"scan", quon.tree}).status, 0);
   EXPECT_EQ(coloured(), 3);
   quon.environment["NO_COLOR"] = "";
-  EXPECT_EQ(coloured(), 3) << "an empty variable is no wish";
+  EXPECT_EQ(coloured(), 3) << "an empty variable counts as none";
   quon.environment["NO_COLOR"] = "1";
   EXPECT_EQ(coloured(), 0);
 }

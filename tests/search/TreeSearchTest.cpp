@@ -200,23 +200,6 @@ TEST(TreeSearch, FindsWhatASearchOfWholePathsFinds) {
   EXPECT_GT(hits, 1000U) << "the queries are too narrow to test anything";
 }
 
-TEST(TreeSearch, TheLargestAreShownAndEqualOnesInTheOrderOfTheTree) {
-  Tree tree;
-  Ids expected;
-  for (int at = 0; at < 60; ++at) {
-    const std::string name = "f" + std::to_string((at * 7) % 60);
-    tree.file(tree.sample.root(), {name, 5, static_cast<std::uint64_t>(at), 1});
-    expected.push_back("f:/Root/" + name);
-  }
-  EXPECT_EQ(tree.ids("f", Metric::logical), expected);
-  std::ranges::reverse(expected);
-  EXPECT_EQ(tree.ids("f", Metric::physical), expected);
-  const SearchHits capped = tree.search(TokenQuery::parse("f", kNow), Metric::physical, 7);
-  expected.resize(7);
-  EXPECT_EQ(idsOf(capped.rows), expected);
-  EXPECT_EQ(capped.found, 60U);
-}
-
 TEST(TreeSearch, SearchesAChainOfAHundredThousandFolders) {
   constexpr int kDepth = 100000;
   Tree tree;
