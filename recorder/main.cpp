@@ -8,9 +8,10 @@
 #include <CLI/CLI.hpp>
 
 #include "base/Text.h"
-#include "platform_linux/EventRecorder.h"
+#include "events/EventRecorder.h"
 #include "platform_linux/Interrupts.h"
 #include "platform_linux/LinuxPlatform.h"
+#include "platform_linux/LinuxThreads.h"
 #include "platform_linux/SystemLog.h"
 
 namespace {
@@ -70,7 +71,8 @@ int main(int count, char** arguments) {
     LinuxPlatform::raiseOpenFileLimit();
     const Folders folders = LinuxPlatform::folders();
     SystemLog log;
-    EventRecorder recorder(folders, log, {.backEnd = backEndNamed(wishes.backEnd)});
+    const LinuxThreads threads;
+    EventRecorder recorder(threads, folders, log, {.backEnd = backEndNamed(wishes.backEnd)});
     bool interrupted = false;
     const Interrupts interrupts([&] {
       interrupted = true;

@@ -13,7 +13,7 @@
 #include <unistd.h>
 
 #include "EventHome.h"
-#include "platform_linux/Descriptor.h"
+#include "linux_fs/Descriptor.h"
 #include "support/ChildProcess.h"
 
 namespace quon::test {
@@ -61,7 +61,7 @@ TEST(Access, WhatTheUserMayNotListIsNotRecorded) {
   }
   inChild([&] {
     ASSERT_TRUE(becomeUserWithCapabilities());
-    LinuxEvents events(outer.folders, outer.log, {.backEnd = EventBackEnd::fanotify});
+    LinuxEvents events(outer.threads, outer.folders, outer.log, {.backEnd = EventBackEnd::fanotify});
     Listener listener(events, outer.root, events.currentEventId());
     ASSERT_TRUE(listener.waitForHistory()) << outer.log.all();
     (void)listener.take();
@@ -88,7 +88,7 @@ TEST(Access, AttributesOfAFolderThatWasClosedAreToldByItsParent) {
     }
     ASSERT_EQ(::chown(home.temp.path.c_str(), kNobody, kNobody), 0);
     ASSERT_TRUE(becomeUserWithCapabilities());
-    LinuxEvents events(home.folders, home.log, {.backEnd = EventBackEnd::fanotify});
+    LinuxEvents events(home.threads, home.folders, home.log, {.backEnd = EventBackEnd::fanotify});
     Listener listener(events, home.root, events.currentEventId());
     ASSERT_TRUE(listener.waitForHistory()) << home.log.all();
     (void)listener.take();
@@ -108,7 +108,7 @@ TEST(Access, AFolderThatOpensBelowAClosedOneIsWatchedOnceItCanBeReached) {
     const Descriptor reached(::open(inner.c_str(), O_PATH | O_CLOEXEC));
     const std::string byItself = "/proc/self/fd/" + std::to_string(reached.get());
     ASSERT_EQ(::chmod(inner.c_str(), 0), 0);
-    LinuxEvents events(home.folders, home.log);
+    LinuxEvents events(home.threads, home.folders, home.log);
     Listener listener(events, home.root, events.currentEventId());
     ASSERT_TRUE(listener.waitForHistory());
     ASSERT_EQ(::chmod(outer.c_str(), 0), 0);
@@ -128,7 +128,7 @@ TEST(Access, AnOrdinaryUserGetsAWatchOnEveryFolder) {
   asOrdinaryUser([] {
     EventHome home;
     home.temp.folder("root/.settled");
-    LinuxEvents events(home.folders, home.log);
+    LinuxEvents events(home.threads, home.folders, home.log);
     Listener listener(events, home.root, events.currentEventId());
     ASSERT_TRUE(listener.waitForHistory());
     home.temp.file("root/file");
@@ -141,7 +141,7 @@ TEST(Access, AnOrdinaryUserGetsAWatchOnEveryFolder) {
 TEST(Access, FanotifyWithoutPrivilegeSaysSoAndLosesTrack) {
   asOrdinaryUser([] {
     EventHome home;
-    LinuxEvents events(home.folders, home.log, {.backEnd = EventBackEnd::fanotify});
+    LinuxEvents events(home.threads, home.folders, home.log, {.backEnd = EventBackEnd::fanotify});
     Listener listener(events, home.root, events.currentEventId());
     ASSERT_TRUE(listener.waitForHistory());
     EXPECT_EQ(listener.take()[home.root], EventFlag::kernelDropped);

@@ -8,7 +8,7 @@
 #include <sys/fanotify.h>
 #include <utility>
 
-#include "platform_linux/Descriptor.h"
+#include "linux_fs/Descriptor.h"
 
 namespace quon::test {
 namespace {
@@ -109,7 +109,7 @@ std::vector<FolderEvent> Listener::all() {
 }
 
 RunningRecorder::RunningRecorder(EventHome& home, EventOptions options)
-    : recorder(home.folders, home.log, options) {
+    : recorder(home.threads, home.folders, home.log, options) {
   if (!recorder.tryBegin()) throw std::runtime_error("another recorder is at work");
   thread = LinuxThreads().start("test-recorder", kStackBytes, [this] { recorder.run(); });
 }

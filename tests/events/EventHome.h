@@ -13,11 +13,11 @@
 #include "base/Log.h"
 #include "base/Mutex.h"
 #include "base/ThreadQueue.h"
+#include "events/EventClock.h"
+#include "events/EventRecorder.h"
+#include "events/LinuxEvents.h"
 #include "platform/Events.h"
 #include "platform/Folders.h"
-#include "platform_linux/EventClock.h"
-#include "platform_linux/EventRecorder.h"
-#include "platform_linux/LinuxEvents.h"
 #include "platform_linux/LinuxThreads.h"
 #include "support/TempFolder.h"
 
@@ -57,6 +57,7 @@ struct EventHome {
   TempFolder temp;
   std::string root;
   Folders folders;
+  LinuxThreads threads;
   KeptLog log;
 };
 

@@ -49,7 +49,7 @@ TEST(EventIds, NeverRepeatOneThatWasHandedOutBefore) {
 TEST(CurrentEventId, GrowsWithoutAJournalAndMakesNone) {
   EventHome home;
   SetClock clock;
-  LinuxEvents events(home.folders, home.log, {.clock = &clock});
+  LinuxEvents events(home.threads, home.folders, home.log, {.clock = &clock});
   const std::uint64_t first = events.currentEventId();
   EXPECT_GE(first, SystemEventClock().wallMicros() - 10 * kSecond);
   EXPECT_GT(events.currentEventId(), first);
@@ -60,7 +60,7 @@ TEST(CurrentEventId, GrowsWithoutAJournalAndMakesNone) {
 
 TEST(Resuming, FromTheFutureSaysThatIdentifiersWrapped) {
   EventHome home;
-  LinuxEvents events(home.folders, home.log);
+  LinuxEvents events(home.threads, home.folders, home.log);
   Listener listener(events, home.root, events.currentEventId() + static_cast<std::uint64_t>(kHour));
   ASSERT_TRUE(listener.waitForHistory());
   EXPECT_EQ(listener.take()[home.root], EventFlag::idsWrapped);
@@ -68,7 +68,7 @@ TEST(Resuming, FromTheFutureSaysThatIdentifiersWrapped) {
 
 TEST(Resuming, AnIdentifierThatNoNumberOfTheJournalHolds) {
   EventHome home;
-  LinuxEvents events(home.folders, home.log);
+  LinuxEvents events(home.threads, home.folders, home.log);
   Listener listener(events, home.root, std::numeric_limits<std::uint64_t>::max());
   ASSERT_TRUE(listener.waitForHistory());
   EXPECT_EQ(listener.take()[home.root], EventFlag::idsWrapped);
@@ -80,21 +80,21 @@ TEST(Resuming, FromBeforeTheClockWasSetBackWithoutARecorder) {
   clock.shift(kHour);
   std::uint64_t since = 0;
   {
-    LinuxEvents events(home.folders, home.log, {.clock = &clock});
+    LinuxEvents events(home.threads, home.folders, home.log, {.clock = &clock});
     since = events.currentEventId();
     (void)historySince(events, home.root, since);
   }
   clock.shift(-kHour);
   {
     // Still in the future, by the clock.
-    LinuxEvents events(home.folders, home.log, {.clock = &clock});
+    LinuxEvents events(home.threads, home.folders, home.log, {.clock = &clock});
     Listener listener(events, home.root, since - kSecond);
     ASSERT_TRUE(listener.waitForHistory());
     EXPECT_NE(listener.take()[home.root] & EventFlag::lostTrack, 0U);
   }
   clock.shift(2 * kHour);
   // No longer so, but what changed after it may bear older times.
-  LinuxEvents events(home.folders, home.log, {.clock = &clock});
+  LinuxEvents events(home.threads, home.folders, home.log, {.clock = &clock});
   Listener listener(events, home.root, since - kSecond);
   ASSERT_TRUE(listener.waitForHistory());
   EXPECT_EQ(listener.take()[home.root], EventFlag::idsWrapped);
@@ -105,7 +105,7 @@ TEST(Resuming, AcrossAClockThatIsSetBackWhileARecorderRuns) {
   home.temp.folder("root/.settled");
   home.temp.folder("root/a");
   SetClock clock;
-  LinuxEvents events(home.folders, home.log, {.clock = &clock});
+  LinuxEvents events(home.threads, home.folders, home.log, {.clock = &clock});
   Listener listener(events, home.root, events.currentEventId());
   ASSERT_TRUE(listener.waitForHistory());
   settle(events, home.root, listener);

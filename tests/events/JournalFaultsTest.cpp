@@ -8,7 +8,7 @@
 
 #include "EventHome.h"
 #include "database/Database.h"
-#include "platform_linux/EventJournal.h"
+#include "events/EventJournal.h"
 #include "support/ChildProcess.h"
 
 namespace quon::test {
@@ -23,7 +23,9 @@ std::string journalOf(const EventHome& home) {
 /// A stream that is live, with a journal on disk.
 struct Followed {
   Followed()
-      : events(home.folders, home.log), since(events.currentEventId()), listener(events, home.root, since) {
+      : events(home.threads, home.folders, home.log),
+        since(events.currentEventId()),
+        listener(events, home.root, since) {
     home.temp.folder("root/.settled");
     home.temp.folder("root/a");
     EXPECT_TRUE(listener.waitForHistory()) << home.log.all();
@@ -57,7 +59,7 @@ TEST(Journal, IsClosedToOthersWhereItWasOpen) {
   EventHome home;
   fs::create_directories(home.folders.state);
   ASSERT_EQ(::chmod(home.folders.state.c_str(), 0755), 0);
-  LinuxEvents events(home.folders, home.log);
+  LinuxEvents events(home.threads, home.folders, home.log);
   (void)historySince(events, home.root, events.currentEventId());
   struct stat found {};
   ASSERT_EQ(::stat(home.folders.state.c_str(), &found), 0);
@@ -111,7 +113,7 @@ TEST(Journal, ThatWasLostIsNeverMistakenForTheNewOne) {
   home.temp.folder("root/changed");
   std::uint64_t since = 0;
   {
-    LinuxEvents events(home.folders, home.log);
+    LinuxEvents events(home.threads, home.folders, home.log);
     since = events.currentEventId();
     (void)historySince(events, home.root, since);
   }
@@ -119,15 +121,15 @@ TEST(Journal, ThatWasLostIsNeverMistakenForTheNewOne) {
   fs::remove_all(home.folders.state);
   {
     // The new one covers the time from now on, not from then.
-    LinuxEvents events(home.folders, home.log);
+    LinuxEvents events(home.threads, home.folders, home.log);
     (void)historySince(events, home.root, events.currentEventId());
   }
-  LinuxEvents events(home.folders, home.log);
+  LinuxEvents events(home.threads, home.folders, home.log);
   EXPECT_TRUE(historySince(events, home.root, since).contains(home.root + "/changed"));
 }
 
 void expectSetAside(EventHome& home) {
-  LinuxEvents events(home.folders, home.log);
+  LinuxEvents events(home.threads, home.folders, home.log);
   auto history = historySince(events, home.root, events.currentEventId());
   EXPECT_EQ(history[home.root] & EventFlag::lostTrack, 0U);
   EXPECT_TRUE(fs::exists(journalOf(home) + ".damaged"));
@@ -152,7 +154,7 @@ TEST(Journal, OfAnotherProgramIsSetAside) {
 TEST(Journal, CutInTheMiddleIsSetAside) {
   EventHome home;
   {
-    LinuxEvents events(home.folders, home.log);
+    LinuxEvents events(home.threads, home.folders, home.log);
     (void)historySince(events, home.root, events.currentEventId());
   }
   {
@@ -167,7 +169,7 @@ TEST(Journal, CutInTheMiddleIsSetAside) {
   }
   Database::open(journalOf(home), Database::Mode::write).exec("PRAGMA wal_checkpoint(TRUNCATE)");
   fs::resize_file(journalOf(home), 12288);
-  LinuxEvents events(home.folders, home.log);
+  LinuxEvents events(home.threads, home.folders, home.log);
   Listener listener(events, home.root, 1);
   ASSERT_TRUE(listener.waitForHistory()) << home.log.all();
   EXPECT_TRUE(home.log.waitFor("set aside"));
@@ -188,7 +190,7 @@ TEST(Journal, LockedByAnotherProgramIsWaitedFor) {
 TEST(Journal, ThatCannotBeMadeGivesNoStreamAndSaysWhy) {
   EventHome home;
   home.temp.file("state");
-  LinuxEvents events(home.folders, home.log);
+  LinuxEvents events(home.threads, home.folders, home.log);
   Listener listener(events, home.root, events.currentEventId());
   EXPECT_FALSE(listener.begun());
   EXPECT_NE(home.log.all().find("no event journal: "), std::string::npos) << home.log.all();
@@ -199,7 +201,7 @@ TEST(Journal, OfAnotherUserIsRefused) {
   EventHome home;
   fs::create_directories(home.folders.state);
   ASSERT_EQ(::chown(home.folders.state.c_str(), 65534, 65534), 0);
-  LinuxEvents events(home.folders, home.log);
+  LinuxEvents events(home.threads, home.folders, home.log);
   EXPECT_FALSE(Listener(events, home.root, events.currentEventId()).begun());
   EXPECT_NE(home.log.all().find("another user owns"), std::string::npos) << home.log.all();
 }
@@ -210,12 +212,12 @@ TEST(Journal, DropsRootsThatNobodyAskedForInALongTime) {
   constexpr std::int64_t kDay = 86'400'000'000;
   clock.shift(-200 * kDay);
   {
-    LinuxEvents events(home.folders, home.log, {.clock = &clock});
+    LinuxEvents events(home.threads, home.folders, home.log, {.clock = &clock});
     (void)historySince(events, home.root, events.currentEventId());
   }
   clock.shift(200 * kDay);
   const std::string other = home.temp.folder("other");
-  LinuxEvents events(home.folders, home.log, {.clock = &clock});
+  LinuxEvents events(home.threads, home.folders, home.log, {.clock = &clock});
   (void)historySince(events, other, events.currentEventId());
   EventJournal journal = EventJournal::open(home.folders.state, home.log);
   const auto roots = journal.roots();

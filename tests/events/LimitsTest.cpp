@@ -54,7 +54,7 @@ TEST(Overflow, CostsASweepAndLosesNothing) {
   editor.populate(200);
   const RecorderProgram recorder(home, {"--backend", "inotify"});
   (void)recorder.line();
-  LinuxEvents events(home.folders, home.log, {.mayRecord = false});
+  LinuxEvents events(home.threads, home.folders, home.log, {.mayRecord = false});
   Listener listener(events, home.root, events.currentEventId());
   ASSERT_TRUE(listener.waitForHistory());
   Snapshot before(home.root);
@@ -80,7 +80,7 @@ TEST(Overflow, OfTheDefaultQueueLosesNothing) {
   EventHome home;
   home.temp.folder("root/.settled");
   for (int folder = 0; folder < 200; ++folder) home.temp.folder("root/f" + std::to_string(folder));
-  LinuxEvents events(home.folders, home.log, {.backEnd = EventBackEnd::inotify});
+  LinuxEvents events(home.threads, home.folders, home.log, {.backEnd = EventBackEnd::inotify});
   Listener listener(events, home.root, events.currentEventId());
   ASSERT_TRUE(listener.waitForHistory());
   (void)listener.take();
@@ -98,7 +98,7 @@ TEST(WatchLimit, IsToldToTheStreamsAndTheLog) {
     if (!put("/proc/sys/user/max_inotify_watches", "50")) GTEST_SKIP() << "cannot lower the limit of watches";
     EventHome home;
     for (int folder = 0; folder < 100; ++folder) home.temp.folder("root/f" + std::to_string(folder));
-    LinuxEvents events(home.folders, home.log, {.backEnd = EventBackEnd::inotify});
+    LinuxEvents events(home.threads, home.folders, home.log, {.backEnd = EventBackEnd::inotify});
     Listener listener(events, home.root, events.currentEventId());
     ASSERT_TRUE(listener.waitForHistory());
     EXPECT_EQ(listener.take()[home.root], EventFlag::kernelDropped);
@@ -114,7 +114,7 @@ TEST(WatchLimit, ReachedWhileLiveIsToldToo) {
     if (!put("/proc/sys/user/max_inotify_watches", "50")) GTEST_SKIP() << "cannot lower the limit of watches";
     EventHome home;
     home.temp.folder("root/a");
-    LinuxEvents events(home.folders, home.log, {.backEnd = EventBackEnd::inotify});
+    LinuxEvents events(home.threads, home.folders, home.log, {.backEnd = EventBackEnd::inotify});
     Listener listener(events, home.root, events.currentEventId());
     ASSERT_TRUE(listener.waitForHistory());
     EXPECT_EQ(listener.take()[home.root] & EventFlag::lostTrack, 0U);

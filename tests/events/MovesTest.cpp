@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include "EventHome.h"
-#include "platform_linux/Descriptor.h"
+#include "linux_fs/Descriptor.h"
 #include "support/ChildProcess.h"
 
 namespace quon::test {
@@ -30,7 +30,8 @@ class Moves : public testing::TestWithParam<EventBackEnd> {
   }
   /// Begins to listen; the tree is as the test made it.
   void listen() {
-    events = std::make_unique<LinuxEvents>(home.folders, home.log, EventOptions{.backEnd = GetParam()});
+    events = std::make_unique<LinuxEvents>(home.threads, home.folders, home.log,
+                                           EventOptions{.backEnd = GetParam()});
     listener = std::make_unique<Listener>(*events, home.root, events->currentEventId());
     ASSERT_TRUE(listener->waitForHistory()) << home.log.all();
     (void)listener->take();
@@ -173,7 +174,7 @@ TEST(Permissions, AFolderThatBecomesReadableIsWatched) {
     home.temp.folder("root/.settled");
     home.temp.folder("root/shut/inner");
     ASSERT_EQ(::chmod((home.root + "/shut").c_str(), 0), 0);
-    LinuxEvents events(home.folders, home.log, {.backEnd = EventBackEnd::inotify});
+    LinuxEvents events(home.threads, home.folders, home.log, {.backEnd = EventBackEnd::inotify});
     Listener listener(events, home.root, events.currentEventId());
     ASSERT_TRUE(listener.waitForHistory());
     ASSERT_EQ(::chmod((home.root + "/shut").c_str(), 0755), 0);

@@ -45,7 +45,7 @@ class RandomEdits : public testing::TestWithParam<EventBackEnd> {
 void expectLiveEventsOfEdits(EventHome& home, const EventOptions& options, std::uint64_t seed) {
   TreeEditor editor(home.root, seed);
   editor.populate(kFirstEdits);
-  LinuxEvents events(home.folders, home.log, options);
+  LinuxEvents events(home.threads, home.folders, home.log, options);
   Listener listener(events, home.root, events.currentEventId());
   ASSERT_TRUE(listener.begun());
   ASSERT_TRUE(listener.waitForHistory());
@@ -73,7 +73,7 @@ TEST_P(RandomEdits, AreInTheHistoryOfARecorderThatRan) {
   const RunningRecorder recorder(home, options());
   std::uint64_t since = 0;
   {
-    LinuxEvents events(home.folders, home.log, options());
+    LinuxEvents events(home.threads, home.folders, home.log, options());
     since = events.currentEventId();
     (void)historySince(events, home.root, since);
   }
@@ -81,7 +81,7 @@ TEST_P(RandomEdits, AreInTheHistoryOfARecorderThatRan) {
   for (int round = 0; round < kRounds; ++round) {
     for (int edit = 0; edit < kEditsARound; ++edit) editor.edit();
     const Snapshot after(home.root);
-    LinuxEvents events(home.folders, home.log, options());
+    LinuxEvents events(home.threads, home.folders, home.log, options());
     const std::uint64_t now = events.currentEventId();
     const auto reported = historySince(events, home.root, since);
     ASSERT_EQ(joined(after.missedSince(before, reported, Snapshot::HardLinks::ofTheirFolder)), "")
@@ -125,12 +125,12 @@ void expectSweepsToFindEdits(EventHome& home, EventOptions options, std::uint64_
   options.clock = &clock;
   TreeEditor editor(home.root, seed);
   editor.populate(kFirstEdits);
-  std::uint64_t since = LinuxEvents(home.folders, home.log, options).currentEventId();
+  std::uint64_t since = LinuxEvents(home.threads, home.folders, home.log, options).currentEventId();
   Snapshot before(home.root);
   for (int round = 0; round < kRounds; ++round) {
     for (int edit = 0; edit < kEditsARound; ++edit) editor.edit();
     const Snapshot after(home.root);
-    LinuxEvents events(home.folders, home.log, options);
+    LinuxEvents events(home.threads, home.folders, home.log, options);
     const std::uint64_t now = events.currentEventId();
     const auto reported = historySince(events, home.root, since);
     const auto missed = after.missedSince(before, reported, Snapshot::HardLinks::ofEveryFolder);

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "EventHome.h"
-#include "platform_linux/Descriptor.h"
+#include "linux_fs/Descriptor.h"
 
 namespace quon::test {
 

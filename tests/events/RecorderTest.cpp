@@ -15,7 +15,7 @@ TEST(Program, RecordsUntilItIsToldToEnd) {
   EventHome home;
   RecorderProgram program(home);
   EXPECT_EQ(program.line(), "recording file-system changes in " + home.folders.state);
-  LinuxEvents events(home.folders, home.log, {.mayRecord = false});
+  LinuxEvents events(home.threads, home.folders, home.log, {.mayRecord = false});
   const std::uint64_t since = events.currentEventId();
   (void)historySince(events, home.root, since);
   home.temp.file("root/file");
@@ -68,7 +68,7 @@ TEST(Recorder, KilledIsReplacedByAWaitingClientThatClosesTheGap) {
   home.temp.folder("root/after");
   RecorderProgram program(home);
   (void)program.line();
-  LinuxEvents events(home.folders, home.log);  // its recorder waits for the lock
+  LinuxEvents events(home.threads, home.folders, home.log);  // its recorder waits for the lock
   const std::uint64_t since = events.currentEventId();
   Listener listener(events, home.root, since);
   ASSERT_TRUE(listener.waitForHistory());
@@ -89,7 +89,7 @@ TEST(Recorder, KilledLosesNothingForTheNext) {
   {
     RecorderProgram program(home);
     (void)program.line();
-    LinuxEvents events(home.folders, home.log, {.mayRecord = false});
+    LinuxEvents events(home.threads, home.folders, home.log, {.mayRecord = false});
     since = events.currentEventId();
     (void)historySince(events, home.root, since);
     home.temp.file("root/recorded/file");
@@ -98,7 +98,7 @@ TEST(Recorder, KilledLosesNothingForTheNext) {
     EXPECT_EQ(program.end(SIGKILL), -SIGKILL);
   }
   home.temp.file("root/unseen/file");
-  LinuxEvents events(home.folders, home.log);
+  LinuxEvents events(home.threads, home.folders, home.log);
   const auto found = historySince(events, home.root, since);
   for (const char* name : {"/recorded", "/unwritten", "/unseen"})
     EXPECT_TRUE(found.contains(home.root + name)) << name;
@@ -109,8 +109,8 @@ TEST(Recorder, ServesTwoClientsAtOnceAndEachFromItsOwnTime) {
   home.temp.folder("root/.settled");
   home.temp.folder("root/a");
   home.temp.folder("root/b");
-  LinuxEvents first(home.folders, home.log);
-  LinuxEvents second(home.folders, home.log);
+  LinuxEvents first(home.threads, home.folders, home.log);
+  LinuxEvents second(home.threads, home.folders, home.log);
   const std::uint64_t early = first.currentEventId();
   Listener one(first, home.root, early);
   ASSERT_TRUE(one.waitForHistory());
@@ -134,7 +134,7 @@ TEST(Recorder, ServesTwoClientsAtOnceAndEachFromItsOwnTime) {
 TEST(Recorder, AClientThatAsksFurtherBackIsServedWithoutTroublingTheOthers) {
   EventHome home;
   home.temp.folder("root/.settled");
-  LinuxEvents events(home.folders, home.log);
+  LinuxEvents events(home.threads, home.folders, home.log);
   const std::uint64_t early = events.currentEventId();
   home.temp.folder("root/a/new");
   Listener late(events, home.root, events.currentEventId() + 1);
@@ -150,9 +150,9 @@ TEST(Recorder, HandsOverToTheNextClientWhenItsServiceEnds) {
   EventHome home;
   home.temp.folder("root/.settled");
   home.temp.folder("root/a");
-  auto first = std::make_unique<LinuxEvents>(home.folders, home.log);
+  auto first = std::make_unique<LinuxEvents>(home.threads, home.folders, home.log);
   (void)historySince(*first, home.root, first->currentEventId());
-  LinuxEvents second(home.folders, home.log);
+  LinuxEvents second(home.threads, home.folders, home.log);
   Listener listener(second, home.root, second.currentEventId());
   ASSERT_TRUE(listener.waitForHistory());
   first.reset();
@@ -164,7 +164,7 @@ TEST(Recorder, HandsOverToTheNextClientWhenItsServiceEnds) {
 TEST(Stream, StopsFromAnyThreadAndSaysNothingAfter) {
   EventHome home;
   home.temp.folder("root/.settled");
-  LinuxEvents events(home.folders, home.log);
+  LinuxEvents events(home.threads, home.folders, home.log);
   Listener stopped(events, home.root, events.currentEventId());
   Listener other(events, home.root, events.currentEventId());
   ASSERT_TRUE(stopped.waitForHistory());
@@ -179,7 +179,7 @@ TEST(Stream, StopsFromAnyThreadAndSaysNothingAfter) {
 
 TEST(Stream, MayStopItselfFromItsOwnDelivery) {
   EventHome home;
-  LinuxEvents events(home.folders, home.log);
+  LinuxEvents events(home.threads, home.folders, home.log);
   std::unique_ptr<EventStream> stream;
   Mutex lock;
   Condition changed;
@@ -203,7 +203,7 @@ TEST(Stream, GathersLiveEventsForItsLatency) {
   EventHome home;
   home.temp.folder("root/.settled");
   home.temp.folder("root/a");
-  LinuxEvents events(home.folders, home.log);
+  LinuxEvents events(home.threads, home.folders, home.log);
   Listener other(events, home.root, events.currentEventId());
   ManualBackgroundQueue queue;
   std::vector<FolderEvent> delivered;

@@ -28,7 +28,7 @@ class Root : public testing::TestWithParam<EventBackEnd> {
 
 TEST_P(Root, RenamedIsTold) {
   EventHome home;
-  LinuxEvents events(home.folders, home.log, options());
+  LinuxEvents events(home.threads, home.folders, home.log, options());
   Listener listener(events, home.root, events.currentEventId());
   ASSERT_TRUE(listener.waitForHistory());
   fs::rename(home.root, home.root + "-moved");
@@ -38,7 +38,7 @@ TEST_P(Root, RenamedIsTold) {
 TEST_P(Root, WithAFolderAboveRenamedIsTold) {
   EventHome home;
   const std::string root = home.temp.folder("above/between/below");
-  LinuxEvents events(home.folders, home.log, options());
+  LinuxEvents events(home.threads, home.folders, home.log, options());
   Listener listener(events, root, events.currentEventId());
   ASSERT_TRUE(listener.waitForHistory());
   fs::rename(home.temp.at("above"), home.temp.at("aside"));
@@ -47,7 +47,7 @@ TEST_P(Root, WithAFolderAboveRenamedIsTold) {
 
 TEST_P(Root, RemovedIsToldAndAskedForAgainIsWatchedAgain) {
   EventHome home;
-  LinuxEvents events(home.folders, home.log, options());
+  LinuxEvents events(home.threads, home.folders, home.log, options());
   Listener listener(events, home.root, events.currentEventId());
   ASSERT_TRUE(listener.waitForHistory());
   fs::remove_all(home.root);
@@ -67,14 +67,14 @@ TEST_P(Root, ReplacedWhileNobodyRecordedIsTold) {
   EventHome home;
   std::uint64_t since = 0;
   {
-    LinuxEvents events(home.folders, home.log, options());
+    LinuxEvents events(home.threads, home.folders, home.log, options());
     since = events.currentEventId();
     (void)historySince(events, home.root, since);
   }
   home.temp.folder("other/inside");
   fs::rename(home.root, home.temp.at("aside"));
   fs::rename(home.temp.at("other"), home.root);
-  LinuxEvents events(home.folders, home.log, options());
+  LinuxEvents events(home.threads, home.folders, home.log, options());
   Listener listener(events, home.root, since);
   ASSERT_TRUE(listener.waitForHistory());
   EXPECT_EQ(listener.take()[home.root] & EventFlag::lostTrack, EventFlag::rootChanged);
@@ -86,7 +86,7 @@ TEST_P(Root, MountedOverIsTold) {
   inPrivateMounts([&] {
     EventHome home;
     home.temp.folder("root/sub");
-    LinuxEvents events(home.folders, home.log, how);
+    LinuxEvents events(home.threads, home.folders, home.log, how);
     Listener listener(events, home.root, events.currentEventId());
     ASSERT_TRUE(listener.waitForHistory());
     mountTmpfs(home.root);
@@ -100,7 +100,7 @@ TEST_P(Root, UnmountedIsTold) {
   inPrivateMounts([&] {
     EventHome home;
     mountTmpfs(home.root);
-    LinuxEvents events(home.folders, home.log, how);
+    LinuxEvents events(home.threads, home.folders, home.log, how);
     Listener listener(events, home.root, events.currentEventId());
     ASSERT_TRUE(listener.waitForHistory());
     ASSERT_EQ(::umount2(home.root.c_str(), MNT_DETACH), 0);
@@ -114,7 +114,7 @@ TEST_P(Root, AMountBelowItIsDeepAndIsNotEntered) {
     EventHome home;
     home.temp.folder("root/.settled");
     home.temp.folder("root/a/point/hidden");
-    LinuxEvents events(home.folders, home.log, how);
+    LinuxEvents events(home.threads, home.folders, home.log, how);
     Listener listener(events, home.root, events.currentEventId());
     ASSERT_TRUE(listener.waitForHistory());
     (void)listener.take();
@@ -149,7 +149,7 @@ TEST(RootWithoutTimes, IsScannedAfreshOnceAndFollowedFromThenOn) {
       GTEST_SKIP() << "needs a kernel with hugetlbfs";
     }
     home.temp.folder("root/.settled");
-    LinuxEvents events(home.folders, home.log);
+    LinuxEvents events(home.threads, home.folders, home.log);
     const std::uint64_t since = events.currentEventId();
     Listener first(events, home.root, since);
     ASSERT_TRUE(first.waitForHistory());
@@ -181,7 +181,7 @@ TEST_P(OwnFolders, RaiseNoEventsLiveOrBySweep) {
   SetClock clock;
   std::uint64_t since = 0;
   {
-    LinuxEvents events(home.folders, home.log, {.backEnd = GetParam(), .clock = &clock});
+    LinuxEvents events(home.threads, home.folders, home.log, {.backEnd = GetParam(), .clock = &clock});
     Listener listener(events, root, events.currentEventId());
     ASSERT_TRUE(listener.waitForHistory());
     settle(events, root, listener);
@@ -195,12 +195,12 @@ TEST_P(OwnFolders, RaiseNoEventsLiveOrBySweep) {
   // A sweep looks 3 seconds further back than it was asked to; this clock is so far ahead of the files'.
   clock.shift(3'100'000);
   {
-    LinuxEvents events(home.folders, home.log, {.backEnd = GetParam(), .clock = &clock});
+    LinuxEvents events(home.threads, home.folders, home.log, {.backEnd = GetParam(), .clock = &clock});
     since = events.currentEventId();
   }
   fs::remove(home.folders.state + "/journal.sqlite");
   writeOwn(9);
-  LinuxEvents events(home.folders, home.log, {.backEnd = GetParam(), .clock = &clock});
+  LinuxEvents events(home.threads, home.folders, home.log, {.backEnd = GetParam(), .clock = &clock});
   const auto swept = historySince(events, root, since);
   EXPECT_TRUE(swept.empty()) << swept.begin()->first;
 }

@@ -17,9 +17,9 @@
 
 #include "EventHome.h"
 #include "base/LoopQueue.h"
+#include "linux_fs/Descriptor.h"
 #include "live/LiveWatcher.h"
 #include "live/Refresh.h"
-#include "platform_linux/Descriptor.h"
 #include "platform_linux/LinuxPlatform.h"
 #include "store/FolderScan.h"
 #include "store/ScanStore.h"
@@ -114,7 +114,7 @@ void expectLiveUpdatesToStayTrue(const EventOptions& options, TreeEditor::Permis
   EditedHome edited(seed, permissions);
   EventHome& home = edited.home;
   FolderScan::Outcome scanned = edited.scan("kept");
-  LinuxEvents events(home.folders, home.log, options);
+  LinuxEvents events(home.threads, home.folders, home.log, options);
   PromptEvents prompt(events);
   ThreadQueue callbacks;
   ThreadQueue work;
@@ -169,7 +169,7 @@ void expectLaunchesToBeTrue(const EventOptions& options) {
     std::optional<RunningRecorder> recorder;
     if (round % 2 == 0) recorder.emplace(edited.home, options);
     edited.edit(30);
-    LinuxEvents events(edited.home.folders, edited.home.log, options);
+    LinuxEvents events(edited.home.threads, edited.home.folders, edited.home.log, options);
     Loaded loaded = edited.load(index);
     const auto [result, outcome] =
         Refresh::catchUp(edited.platform.services(), events, loaded,

@@ -5,8 +5,8 @@
 #include <string>
 
 #include "ScannedTree.h"
+#include "linux_fs/LinuxFiles.h"
 #include "platform/Directories.h"
-#include "platform_linux/LinuxFiles.h"
 #include "support/IndexComparison.h"
 
 namespace quon::test {

@@ -10,10 +10,10 @@
 #include <unistd.h>
 #include <vector>
 
+#include "linux_fs/Descriptor.h"
+#include "linux_fs/LinuxDirectories.h"
+#include "linux_fs/LinuxFiles.h"
 #include "platform/Directories.h"
-#include "platform_linux/Descriptor.h"
-#include "platform_linux/LinuxDirectories.h"
-#include "platform_linux/LinuxFiles.h"
 #include "support/ChildProcess.h"
 #include "support/TempFolder.h"
 

@@ -9,7 +9,7 @@
 #include <system_error>
 #include <unistd.h>
 
-#include "platform_linux/LinuxFiles.h"
+#include "linux_fs/LinuxFiles.h"
 #include "support/ChildProcess.h"
 #include "support/TempFolder.h"
 

@@ -8,7 +8,7 @@
 #include <system_error>
 #include <unistd.h>
 
-#include "platform_linux/Descriptor.h"
+#include "linux_fs/Descriptor.h"
 
 namespace quon::test {
 namespace {
