@@ -77,7 +77,7 @@ void removeLog(const std::string& file) {
 
 /// Makes the file where there is none, or one without content, which is no journal any more: others that
 /// still have it open must not be mistaken for users of the new one. A file that is there is not opened:
-/// closing it would drop the locks that SQLite holds on it for this process.
+/// closing it would drop the locks that SQLite has on it for this process.
 void ensureFile(const std::string& file) {
   struct stat found {};
   if (::lstat(file.c_str(), &found) == 0 && found.st_size > 0) {
@@ -100,7 +100,7 @@ void moveAside(const std::string& file, Log& log) {
   }
   removeLog(file);
   log.line("the event journal could not be read and was set aside as " + displayText(aside) +
-           "; what changed before now is looked up on the disk where needed");
+           "; what changed before now is found on the disk where that is needed");
 }
 
 bool isOurs(Database& database) {
@@ -308,10 +308,10 @@ void EventJournal::prune(std::uint64_t askedBefore) {
   const std::vector<WatchedRoot> left = roots();
   std::vector<std::string> useless;
   changedSince(0, [&](const FolderMark& mark) {
-    const bool wanted = std::ranges::any_of(left, [&](const WatchedRoot& root) {
+    const bool serves = std::ranges::any_of(left, [&](const WatchedRoot& root) {
       return isInside(mark.path, root.path) && root.coveredSince && mark.id > *root.coveredSince;
     });
-    if (!wanted) useless.push_back(mark.path);
+    if (!serves) useless.push_back(mark.path);
   });
   database.exec("DELETE FROM requests WHERE answered = 1");  // whoever still waits for one asks again
   Statement drop = database.prepare("DELETE FROM folders WHERE path = ?");

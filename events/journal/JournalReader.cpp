@@ -97,14 +97,14 @@ void JournalReader::serveAll(const Streams& streams) {
     if (stream->phase == LiveStream::Phase::waiting) takeAnswer(*stream);
     if (stream->phase == LiveStream::Phase::live) readOn(*stream);
   }
-  if (ringOwed) StateWatch::ring(stateFolder, StateWatch::Bell::recorder);
-  ringOwed = false;
+  if (mustRing) StateWatch::ring(stateFolder, StateWatch::Bell::recorder);
+  mustRing = false;
 }
 
 void JournalReader::ask(LiveStream& stream) {
   stream.requestKey = journal->ask(stream.request.root, stream.cursor);
   stream.phase = LiveStream::Phase::waiting;
-  ringOwed = true;
+  mustRing = true;
 }
 
 void JournalReader::takeAnswer(LiveStream& stream) {
@@ -125,14 +125,14 @@ void JournalReader::takeAnswer(LiveStream& stream) {
     stream.phase = LiveStream::Phase::live;
   }
   journal->withdraw(stream.requestKey);
-  if (stream.historyTold && stream.phase == LiveStream::Phase::live) {
+  if (stream.historyDelivered && stream.phase == LiveStream::Phase::live) {
     stream.gather(events);
     return;
   }
-  if (!stream.historyTold) {
+  if (!stream.historyDelivered) {
     events.push_back({.path = stream.request.root, .flags = EventFlag::historyDone, .id = stream.cursor});
   }
-  stream.historyTold = true;
+  stream.historyDelivered = true;
   stream.deliver(std::move(events));
 }
 

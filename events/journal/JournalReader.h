@@ -43,7 +43,7 @@ class JournalReader {
   std::optional<EventJournal> journal;
   Streams known;
   bool replaced = false;  // the streams have to ask again
-  bool ringOwed = false;
+  bool mustRing = false;
   std::optional<std::chrono::steady_clock::time_point> retry;
   std::string lastFailure;
 };

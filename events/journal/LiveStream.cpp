@@ -7,8 +7,8 @@
 
 namespace quon {
 
-LiveStream::LiveStream(EventRequest wish, BackgroundQueue& target, EventService::Callback function)
-    : request(std::move(wish)), cursor(request.since), callback(std::move(function)), queue(&target) {}
+LiveStream::LiveStream(EventRequest asked, BackgroundQueue& target, EventService::Callback function)
+    : request(std::move(asked)), cursor(request.since), callback(std::move(function)), queue(&target) {}
 
 /// The reader may be about to post when the stream is stopped, and the queue ends after that. So it posts
 /// under the lock; a queue runs nothing inside.

@@ -18,7 +18,7 @@ namespace quon {
 /// the stream, the reader and the work that it posts.
 class LiveStream : public std::enable_shared_from_this<LiveStream> {
  public:
-  LiveStream(EventRequest wish, BackgroundQueue& target, EventService::Callback function);
+  LiveStream(EventRequest asked, BackgroundQueue& target, EventService::Callback function);
 
   /// One delivery, as soon as the queue comes to it.
   void deliver(std::vector<FolderEvent> events);
@@ -31,7 +31,7 @@ class LiveStream : public std::enable_shared_from_this<LiveStream> {
     asking,   ///< the recorder has to be asked
     waiting,  ///< for its answer
     live,
-    lost,  ///< told so; nothing more comes
+    lost,  ///< that was delivered; nothing more comes
   };
 
   // The reader's.
@@ -40,7 +40,7 @@ class LiveStream : public std::enable_shared_from_this<LiveStream> {
   std::int64_t requestKey = 0;
   std::uint64_t cursor;      ///< everything up to this identifier was delivered
   std::uint64_t lostId = 0;  ///< of the root, when the stream became live
-  bool historyTold = false;
+  bool historyDelivered = false;
 
  private:
   void deliverGathered();

@@ -6,15 +6,15 @@
 
 namespace quon {
 
-/// Makes the folder that holds the program's state when it is missing, and sees to it that nobody but its
-/// owner, who is the user, may enter it. Throws std::system_error.
+/// Makes the folder of the program's state when it is missing, and closes it to everybody but its owner, who
+/// must be the user. Throws std::system_error.
 void ensureStateFolder(const std::string& path);
 
 /// Opens a file of the state folder for writing, made for the user alone when it is missing. Throws
 /// std::system_error.
 [[nodiscard]] Descriptor openStateFile(const std::string& path);
 
-/// An exclusive lock on a file of the state folder, held until destruction; waits for it.
+/// An exclusive lock on a file of the state folder until destruction; waits for it.
 class StateFileLock {
  public:
   explicit StateFileLock(const std::string& path);

@@ -42,7 +42,7 @@ void StateWatch::watchBell() {
   const std::string path = folder + "/" + bellName;
   (void)openStateFile(path);
   bellWatch = ::inotify_add_watch(notifier.get(), path.c_str(), IN_MODIFY);
-  // Removed again at once: the watch on the folder tells, and it is made anew.
+  // Removed again at once: the watch on the folder reports that, and the bell is made anew.
   if (bellWatch < 0 && errno != ENOENT) raise("cannot watch " + displayText(path));
 }
 

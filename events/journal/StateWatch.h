@@ -9,7 +9,7 @@ namespace quon {
 /// Wakes whoever waits for the other side of the journal.
 ///
 /// The write-ahead log itself cannot be the bell: its last frame is written before the commit shows, so that
-/// who looks when the log changes may look too early, and is not woken again. Each side therefore rings a
+/// whoever reads when the log changes may read too early, and is not woken again. Each side therefore rings a
 /// bell after its commit: it writes a byte to a file that the other side watches. Clients do not wake each
 /// other.
 ///

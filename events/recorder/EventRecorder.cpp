@@ -80,7 +80,7 @@ bool EventRecorder::waitToBegin() {
 }
 
 int EventRecorder::otherRecorder() const {
-  return RecorderLock::holder(state->folders.state);
+  return RecorderLock::lastOwner(state->folders.state);
 }
 
 void EventRecorder::run() {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "events/EventJournal.h"
-#include "events/LinuxEvents.h"
+#include "events/EventOptions.h"
 #include "recorder/Sweep.h"
 #include "watch/RootWatch.h"
 

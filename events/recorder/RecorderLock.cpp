@@ -1,6 +1,6 @@
-// No descriptor tells when a lock becomes free, so a thread sits in flock. It is got out of there by SIGURG,
-// which is ignored unless somebody handles it, with a handler that does nothing. A signal that comes just
-// before the call begins is lost, so that it is sent again until the thread has come out.
+// No descriptor becomes readable when a lock becomes free, so a thread blocks in flock. It is interrupted by
+// SIGURG, which is ignored unless somebody handles it, with a handler that does nothing. A signal that comes
+// just before the call begins is lost, so that it is sent again until the call has returned.
 #include "recorder/RecorderLock.h"
 
 #include <cerrno>
@@ -112,13 +112,13 @@ bool RecorderLock::isCurrent() const {
          held.st_ino == named.st_ino && held.st_dev == named.st_dev;
 }
 
-int RecorderLock::holder(const std::string& stateFolder) {
+int RecorderLock::lastOwner(const std::string& stateFolder) {
   const Descriptor opened(::open(lockFile(stateFolder).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
   std::string text(16, '\0');
   const ssize_t bytes = opened.isOpen() ? ::read(opened.get(), text.data(), text.size()) : -1;
-  int holder = 0;
-  if (bytes > 0) std::from_chars(text.data(), text.data() + bytes, holder);
-  return holder;
+  int process = 0;
+  if (bytes > 0) std::from_chars(text.data(), text.data() + bytes, process);
+  return process;
 }
 
 }  // namespace quon

@@ -10,25 +10,25 @@
 namespace quon {
 
 /// The lock that makes one process a user the recorder of events: an exclusive flock on a file of the state
-/// folder, which the kernel gives to a waiting process the moment its holder ends, however it ends.
+/// folder, which the kernel gives to a waiting process the moment its owner ends, however it ends.
 ///
 /// Threads: tryTake, wait, release and isCurrent from one; interrupt from any.
 class RecorderLock {
  public:
   explicit RecorderLock(const std::string& stateFolder);
 
-  /// False when another holds it. Throws std::system_error.
+  /// False when another process has it. Throws std::system_error.
   [[nodiscard]] bool tryTake();
-  /// Waits until this process holds the lock; false when it was interrupted. Throws std::system_error.
+  /// Waits until this process has the lock; false when it was interrupted. Throws std::system_error.
   [[nodiscard]] bool wait();
   /// Makes a wait end, now or when it begins. Not undone.
   void interrupt();
 
   void release();
-  /// False when the file was removed or replaced, so that another could hold a lock as well.
+  /// False when the file was removed or replaced, so that another could have a lock as well.
   [[nodiscard]] bool isCurrent() const;
   /// Of the process that took the lock last; 0 when unknown.
-  [[nodiscard]] static int holder(const std::string& stateFolder);
+  [[nodiscard]] static int lastOwner(const std::string& stateFolder);
 
  private:
   [[nodiscard]] bool take(int operation);

@@ -17,6 +17,7 @@
 
 #include "base/Log.h"
 #include "base/Text.h"
+#include "platform/Folders.h"
 
 namespace quon {
 namespace {

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "events/EventJournal.h"
-#include "events/LinuxEvents.h"
+#include "events/EventOptions.h"
 #include "journal/StateWatch.h"
 #include "linux_fs/Descriptor.h"
 #include "recorder/RecordedRoot.h"
@@ -18,7 +18,7 @@
 
 namespace quon {
 
-/// The recorder at work, while it holds the lock. Threads: one; the wake descriptor may be written by any.
+/// The recorder at work, while it has the lock. Threads: one; the wake descriptor may be written by any.
 class RecorderLoop {
  public:
   /// Opens the journal and begins to watch the roots in it. `wake` is an eventfd that ends the wait of

@@ -21,7 +21,7 @@ struct SweptFolder {
 [[nodiscard]] bool keepsChangeTimes(int descriptor);
 
 /// Finds, in the course of a walk, the folders that changed since a time, by the change times of folders and
-/// files. A folder is deep (another one than before, whose contents may bear old times) when its parent's
+/// files. A folder is deep (another one than before, whose contents may have old times) when its parent's
 /// listing changed as well, or when its own did not, unless it is known to have been there before. The first
 /// folder never is, and below a deep one nothing is compared.
 ///

@@ -27,8 +27,8 @@ class WatchTree {
   /// The root's name is its absolute path.
   void setRoot(int watch, const std::string& path, std::uint64_t inode);
   [[nodiscard]] int root() const { return rootWatch; }
-  /// Puts a new folder, or one that is known elsewhere, at a place below a known parent. Whatever bore the
-  /// name there before loses its place, and is returned; kNone when nothing did.
+  /// Puts a new folder, or one that is known elsewhere, at a place below a known parent. The folder that
+  /// had the name there before loses its place, and is returned; kNone when there was none.
   int attach(int watch, int parent, std::string_view name, std::uint64_t inode);
   void detach(int watch);
   /// Forgets a folder and all below it; their watches.

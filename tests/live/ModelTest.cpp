@@ -103,7 +103,7 @@ TEST_F(Model, CatchUpSaysWhyItCannotKnow) {
   EXPECT_EQ(with([](Loaded& loaded) { loaded.rootDev += 1; }),
             "root is on a different device than the index");
   events.history = {{root + "/a", 0x04, 5}};
-  EXPECT_EQ(with(unchanged), "journal replay unavailable: journal flags 0x4");
+  EXPECT_EQ(with(unchanged), "journal replay unavailable: the kernel could not report all changes");
   events.history = {{root, EventFlag::mustScanSubdirs, 5}, {root + "/a", 0, 6}};
   EXPECT_EQ(with(unchanged), "2 changed dirs — a rescan is cheaper");
   events.history = {{root + "/1", 0, 5},  {root + "/2", 0, 6}, {root + "/3", 0, 6},

@@ -163,7 +163,8 @@ TEST(AppModel, AnIndexThatCannotBeUsedIsReplacedByAScan) {
   home.restart();
   home.model->scanIfNeeded(home.root);
   home.finish();
-  EXPECT_EQ(home.model->lastRun.notLoaded, "journal replay unavailable: journal flags 0x4");
+  EXPECT_EQ(home.model->lastRun.notLoaded,
+            "journal replay unavailable: the kernel could not report all changes");
   EXPECT_FALSE(home.model->lastRun.wasLoaded);
   EXPECT_EQ(home.model->_phase.get(), Phase::ready);
 

@@ -27,7 +27,7 @@ class HistoryCollector {
       if ((event.flags & EventFlag::historyDone) != 0) {
         done = true;
       } else if ((event.flags & EventFlag::lostTrack) != 0) {
-        dropped = fmt::format("journal flags 0x{:X}", event.flags);
+        dropped = EventFlag::lostTrackReason(event.flags);
         done = true;
       } else {
         paths.push_back(event);

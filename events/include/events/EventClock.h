@@ -40,7 +40,7 @@ class EventIds {
   EventIds(const EventClock& source, std::uint64_t last);
 
   [[nodiscard]] std::uint64_t next();
-  /// Looks at the clocks; tells a step back of a second or more since the last look.
+  /// Reads the clocks; returns a step back of a second or more since the last call.
   [[nodiscard]] std::optional<ClockStep> noticeStep();
   /// From now on only identifiers above `id`.
   void raise(std::uint64_t id);

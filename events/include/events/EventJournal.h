@@ -55,7 +55,7 @@ class EventJournal {
   /// Makes the folder and the file where they are missing, for the user alone. What is there and is not a
   /// journal of this format is set aside.
   [[nodiscard]] static EventJournal open(const std::string& stateFolder, Log& log);
-  /// Moves the file out of the way; the next open() begins a new one.
+  /// Renames the file; the next open() begins a new one.
   static void setAside(const std::string& stateFolder, Log& log);
   /// The newest identifier in the journal without making one; 0 when there is none to read.
   [[nodiscard]] static std::uint64_t newestIdIn(const std::string& stateFolder);

@@ -2,10 +2,13 @@
 
 #include <memory>
 
-#include "events/LinuxEvents.h"
+#include "events/EventOptions.h"
 #include "platform/Folders.h"
 
 namespace quon {
+
+class Log;
+class ThreadService;
 
 /// Records the changes below every root that clients have asked for into the user's event journal. One
 /// recorder a user is at work at any time: the one that has locked the lock file.

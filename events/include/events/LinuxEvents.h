@@ -2,26 +2,14 @@
 
 #include <memory>
 
+#include "events/EventOptions.h"
 #include "platform/Events.h"
 #include "platform/Folders.h"
 
 namespace quon {
 
-class EventClock;
 class Log;
 class ThreadService;
-
-enum class EventBackEnd {
-  automatic,  ///< fanotify where the process may and the file system can, else inotify
-  inotify,    ///< a watch on every folder
-  fanotify,   ///< one mark on the whole file system; takes CAP_SYS_ADMIN and CAP_DAC_READ_SEARCH
-};
-
-struct EventOptions {
-  EventBackEnd backEnd = EventBackEnd::automatic;
-  const EventClock* clock = nullptr;  ///< the system's when null; outlives the service
-  bool mayRecord = true;              ///< false leaves the recording to others
-};
 
 /// The event journal of this user. What it delivers comes out of the journal's file; if no other process
 /// records, this one does, on a thread of its own, until the service is destroyed.

@@ -11,13 +11,13 @@ namespace quon {
 
 enum class EntryType : std::uint8_t { unknown, regular, directory, symlink, other };
 
-/// One entry of a folder, as the bulk listing yields it. Attributes that the file system would not tell hold
+/// One entry of a folder, as the bulk listing yields it. Attributes that the file system does not report keep
 /// their defaults: the type from the listing itself, everything else as initialised here.
 struct DirEntry {
   std::string_view name;  ///< bytes; valid until the next call of the reader
   EntryType type = EntryType::unknown;
-  std::uint32_t device = 0;  ///< 0 when not told
-  std::uint64_t fileID = 0;  ///< inode number; 0 when not told
+  std::uint32_t device = 0;  ///< 0 when not reported
+  std::uint64_t fileID = 0;  ///< inode number; 0 when not reported
   std::uint64_t linkCount = 1;
   std::uint64_t logical = 0;   ///< apparent length, bytes
   std::uint64_t physical = 0;  ///< allocated bytes
@@ -34,12 +34,12 @@ struct DirectoryBatch {
   std::span<const DirEntry> entries;
   ReadStatus status = ReadStatus::end;
   /// Some entry's attributes were refused (a folder that may be read but not searched). An entry that
-  /// vanished between listing and look-up is left out and is not a failure.
+  /// vanished before its attributes were read is left out and is not a failure.
   bool attributesRefused = false;
   std::error_code error;  ///< the reason, when failed or refused
 };
 
-/// What is told of a folder itself.
+/// What the system reports of a folder itself.
 struct FolderFacts {
   std::uint32_t device = 0;
   std::uint64_t fileID = 0;
@@ -50,7 +50,7 @@ struct FolderFacts {
 class OpenDirectory {
  public:
   virtual ~OpenDirectory() = default;
-  /// All zero in the unlikely case that the system does not tell.
+  /// All zero in the unlikely case that the system reports nothing.
   [[nodiscard]] virtual FolderFacts facts() const = 0;
   OpenDirectory(const OpenDirectory&) = delete;
   OpenDirectory& operator=(const OpenDirectory&) = delete;
@@ -69,7 +69,7 @@ struct OpenedDirectory {
 /// How much to find out of each entry.
 enum class Detail : std::uint8_t {
   full,      ///< everything
-  identity,  ///< type and inode number as the listing itself tells them: no look-up, ten times as fast
+  identity,  ///< type and inode number as the listing itself has them: ten times as fast
 };
 
 /// Lists folders through one buffer that it reuses.

@@ -6,6 +6,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 
 namespace quon {
 
@@ -23,6 +24,15 @@ constexpr std::uint32_t mount = 0x40;
 constexpr std::uint32_t unmount = 0x80;
 /// Any of these says that changes may have been lost: what was known must be scanned afresh.
 constexpr std::uint32_t lostTrack = 0xEE;
+
+/// Why changes may have been lost, as a clause of a message.
+constexpr std::string_view lostTrackReason(std::uint32_t flags) {
+  if ((flags & unmount) != 0) return "the file system was unmounted";
+  if ((flags & (rootChanged | mount)) != 0) return "the folder was moved, removed, replaced or mounted over";
+  if ((flags & idsWrapped) != 0) return "the clock was set back";
+  if ((flags & kernelDropped) != 0) return "the kernel could not report all changes";
+  return "the event journal does not reach back that far";
+}
 }  // namespace EventFlag
 
 /// Something changed directly in a folder, or, with mustScanSubdirs, anywhere below it.
@@ -38,10 +48,10 @@ class EventStream {
  public:
   virtual ~EventStream() = default;  ///< stops
 
-  /// False when the tree cannot be watched; the service's log tells why. Called once.
+  /// False when the tree cannot be watched; the service's log says why. Called once.
   [[nodiscard]] virtual bool start() = 0;
-  /// No delivery begins after it has returned, and none is under way, except one that calls it. May be called twice,
-  /// from any thread.
+  /// No delivery begins after it has returned, and none is under way, except one that calls it. May be called
+  /// twice, from any thread.
   virtual void stop() = 0;
 };
 
@@ -50,7 +60,7 @@ struct EventRequest {
   std::string root;                            ///< absolute, canonical, "/" for "/"
   std::uint64_t since = 0;                     ///< identifier to resume from
   std::chrono::duration<double> latency{0.0};  ///< how long to gather live events before a delivery
-  bool watchRoot = true;  ///< tell with rootChanged when the root itself is moved or removed
+  bool watchRoot = true;  ///< report with rootChanged when the root itself is moved or removed
 };
 
 /// The desktop's journal of file-system events, with identifiers that can be resumed. Threads: any.
@@ -61,7 +71,7 @@ class EventService {
   virtual ~EventService() = default;
 
   /// A stream that is not started yet; it delivers on the queue, which outlives it. nullptr when there is no
-  /// journal to be had; the service's log tells why.
+  /// journal to be had; the service's log says why.
   [[nodiscard]] virtual std::unique_ptr<EventStream> create(const EventRequest& request,
                                                             BackgroundQueue& queue, Callback callback) = 0;
   /// The identifier of this moment: no event that happened before has a larger one.

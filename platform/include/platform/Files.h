@@ -8,7 +8,7 @@
 
 namespace quon {
 
-/// What stat tells of a path.
+/// What stat reports of a path.
 struct PathFacts {
   bool isDirectory = false;
   std::uint32_t device = 0;
@@ -23,15 +23,15 @@ struct FolderItem {
   std::int64_t mtime = 0;
 };
 
-/// Looks at paths, and keeps the program's own files, which nobody but their owner may read: an index tells
-/// every file name that a user has. Nothing here ever touches a file that is not the program's own.
-/// Threads: any. Failures are std::system_error, whose what() names operation and path, unless told
+/// Reads facts of paths, and keeps the program's own files, which nobody but their owner may read: an index
+/// contains every file name that a user has. Nothing here ever touches a file that is not the program's own.
+/// Threads: any. Failures are std::system_error, whose what() names operation and path, unless said
 /// otherwise.
 class FileService {
  public:
   virtual ~FileService() = default;
 
-  /// Facts of the path, following links; nullopt with the reason when it cannot be looked at.
+  /// Facts of the path, following links; nullopt with the reason when there are none.
   [[nodiscard]] virtual std::optional<PathFacts> facts(const std::string& path,
                                                        std::error_code& error) const = 0;
   /// The same of the path itself: a link is not followed.
@@ -50,7 +50,7 @@ class FileService {
   virtual void makePrivateFolder(const std::string& path) const = 0;
   /// Makes an empty file for the user alone (0600) that did not exist before.
   virtual void createPrivateFile(const std::string& path) const = 0;
-  /// Moves a file to another name in the same folder, replacing what bears that name in one step.
+  /// Moves a file to another name in the same folder, replacing what has that name in one step.
   virtual void replace(const std::string& from, const std::string& to) const = 0;
   /// Removes a file; false when there was none.
   virtual bool remove(const std::string& path) const = 0;

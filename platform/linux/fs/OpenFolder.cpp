@@ -1,7 +1,7 @@
 // A path that is too long for one system call is walked in pieces that each fit one. Links are refused by
 // openat2. In a sandbox whose filter does not know that call, it fails with ENOSYS or EPERM; then openat is
 // used, and only the last component of each piece is kept from being a link. EPERM is also what a folder of
-// another user answers to O_NOATIME, so the two are told apart by asking again without it.
+// another user answers to O_NOATIME, so the call is repeated without it.
 #include "linux_fs/OpenFolder.h"
 
 #include <cerrno>

@@ -9,7 +9,7 @@
 
 namespace quon {
 
-/// A name in a folder as the listing itself has it, without another look-up.
+/// A name in a folder as the listing itself has it, without another system call.
 struct ListedName {
   const char* name = nullptr;  ///< valid until the buffer is filled again
   std::uint64_t inode = 0;
