@@ -83,22 +83,6 @@ TEST_F(Files, AFileIsReplacedAndRemoved) {
   EXPECT_THAT(failureOf([&] { files.remove(temp.path); }), HasSubstr("cannot remove " + temp.path));
 }
 
-TEST_F(Files, AFolderIsListedAsLstatReportsIt) {
-  fs::create_symlink("nowhere", temp.at("dangling"));
-  temp.file("bytes \xff\n");
-  temp.folder("folder");
-  std::map<std::string, std::int64_t> times;
-  for (const FolderItem& item : files.list(temp.path)) times[item.name] = item.mtime;
-  ASSERT_EQ(times.size(), 3U);
-  for (const auto& [name, mtime] : times) {
-    struct stat found {};
-    ASSERT_EQ(::lstat(temp.at(name).c_str(), &found), 0);
-    EXPECT_EQ(mtime, found.st_mtim.tv_sec);
-  }
-  EXPECT_TRUE(files.list(temp.at("missing")).empty());
-  EXPECT_THAT(failureOf([&] { (void)files.list(temp.at("bytes \xff\n")); }), HasSubstr("cannot list"));
-}
-
 TEST_F(Files, FactsArePassedThroughLinksAndFailuresSayWhy) {
   temp.file("folder/file", 1234);
   fs::create_symlink("folder/file", temp.at("link"));
