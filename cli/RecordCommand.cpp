@@ -5,7 +5,7 @@
 #include "Commands.h"
 #include "Output.h"
 #include "base/Log.h"
-#include "platform_linux/EventRecorder.h"
+#include "events/EventRecorder.h"
 
 namespace quon::cli {
 
@@ -13,7 +13,7 @@ namespace quon::cli {
 int runRecord(Session& session, const Command& command) {
   constexpr const char* kReady = "recording file-system events";
   StandardErrorLog log;
-  EventRecorder recorder(session.folders, log);
+  EventRecorder recorder(session.platform.threads, session.folders, log);
   if (!recorder.tryBegin()) {
     const int other = recorder.otherRecorder();
     throw CommandFailure(other == 0 ? "another process records events already"

@@ -94,7 +94,7 @@ Session::Session(const Platform& services, Folders places, const Terminal& strea
       terminal(streams),
       interrupts([this] { onInterrupt(); }),
       defaults(folders.config),
-      events(folders, log),
+      events(platform.threads, folders, log),
       queues(std::make_unique<Queues>()),
       desktop(std::make_unique<NoDesktop>()),
       driven(std::make_unique<AppModel>(AppModel::Services{

@@ -11,12 +11,12 @@
 #include "base/LoopQueue.h"
 #include "base/Mutex.h"
 #include "base/ThreadQueue.h"
+#include "events/LinuxEvents.h"
 #include "model/AppModel.h"
 #include "platform/Folders.h"
 #include "platform/Platform.h"
 #include "platform_linux/Interrupts.h"
 #include "platform_linux/KeyFileDefaults.h"
-#include "platform_linux/LinuxEvents.h"
 #include "platform_linux/LinuxTerminal.h"
 
 namespace quon::cli {

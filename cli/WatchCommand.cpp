@@ -89,7 +89,7 @@ class Watch {
     flush();
   }
   static void flush() {
-    if (!flushOutput()) throw CommandFailure("the output was closed");
+    if (!flushOutput()) throw CommandFailure("cannot write to standard output: it was closed");
   }
 
   Session& session;

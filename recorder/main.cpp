@@ -8,9 +8,10 @@
 #include <CLI/CLI.hpp>
 
 #include "base/Text.h"
-#include "platform_linux/EventRecorder.h"
+#include "events/EventRecorder.h"
 #include "platform_linux/Interrupts.h"
 #include "platform_linux/LinuxPlatform.h"
+#include "platform_linux/LinuxThreads.h"
 #include "platform_linux/SystemLog.h"
 
 namespace {
@@ -20,7 +21,7 @@ using namespace quon;
 constexpr int kFailed = 1;
 constexpr int kUsage = 2;
 
-struct Wishes {
+struct Options {
   bool wait = false;
   std::string backEnd = "auto";
 };
@@ -31,12 +32,12 @@ EventBackEnd backEndNamed(const std::string& name) {
 }
 
 /// The exit status when the program is not to go on, -1 when it is.
-int parse(int count, char** arguments, Wishes& wishes) {
+int parse(int count, char** arguments, Options& options) {
   CLI::App app("Records file-system changes for quon, in the foreground, until SIGTERM or SIGINT.",
                "quon-recorder");
   app.set_version_flag("--version", "quon-recorder " QUON_VERSION);
-  app.add_flag("--wait", wishes.wait, "wait while another recorder is at work, instead of failing");
-  app.add_option("--backend", wishes.backEnd,
+  app.add_flag("--wait", options.wait, "wait while another recorder is at work, instead of failing");
+  app.add_option("--backend", options.backEnd,
                  "auto, inotify (a watch on every folder) or fanotify (needs privilege)")
       ->check(CLI::IsMember({"auto", "inotify", "fanotify"}).description(""))
       ->option_text("NAME");
@@ -48,11 +49,11 @@ int parse(int count, char** arguments, Wishes& wishes) {
   return -1;
 }
 
-bool begin(EventRecorder& recorder, const Wishes& wishes) {
+bool begin(EventRecorder& recorder, const Options& options) {
   if (recorder.tryBegin()) return true;
   const int other = recorder.otherRecorder();
   const std::string process = other == 0 ? std::string() : fmt::format(" (process {})", other);
-  if (!wishes.wait) {
+  if (!options.wait) {
     fmt::print(stderr, "quon-recorder: another recorder is at work{}\n", process);
     return false;
   }
@@ -65,18 +66,19 @@ bool begin(EventRecorder& recorder, const Wishes& wishes) {
 
 int main(int count, char** arguments) {
   try {
-    Wishes wishes;
-    if (const int status = parse(count, arguments, wishes); status >= 0) return status;
+    Options options;
+    if (const int status = parse(count, arguments, options); status >= 0) return status;
     LinuxPlatform::raiseOpenFileLimit();
     const Folders folders = LinuxPlatform::folders();
     SystemLog log;
-    EventRecorder recorder(folders, log, {.backEnd = backEndNamed(wishes.backEnd)});
+    const LinuxThreads threads;
+    EventRecorder recorder(threads, folders, log, {.backEnd = backEndNamed(options.backEnd)});
     bool interrupted = false;
     const Interrupts interrupts([&] {
       interrupted = true;
       recorder.stop();
     });
-    if (!begin(recorder, wishes)) return interrupted ? 0 : kFailed;
+    if (!begin(recorder, options)) return interrupted ? 0 : kFailed;
     fmt::print("recording file-system changes in {}\n", displayText(folders.state));
     std::fflush(stdout);
     recorder.run();

@@ -9,8 +9,8 @@
 #include <system_error>
 
 #include "ScratchFolder.h"
+#include "linux_fs/LinuxDirectories.h"
 #include "platform/Directories.h"
-#include "platform_linux/LinuxDirectories.h"
 
 namespace quon::bench {
 namespace {

@@ -9,7 +9,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "platform_linux/Descriptor.h"
+#include "linux_fs/Descriptor.h"
 #include "support/TempFolder.h"
 
 namespace quon::test {

@@ -1,4 +1,4 @@
-// A recorder that sees the whole file system tells its user only what that user may list.
+// What the recorder may see: with the rights of its user, with two capabilities, and in a sandbox.
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -13,11 +13,13 @@
 #include <unistd.h>
 
 #include "EventHome.h"
-#include "platform_linux/Descriptor.h"
+#include "linux_fs/Descriptor.h"
 #include "support/ChildProcess.h"
 
 namespace quon::test {
 namespace {
+
+namespace fs = std::filesystem;
 
 constexpr uid_t kNobody = 65534;
 
@@ -33,17 +35,27 @@ bool becomeUserWithCapabilities() {
   return ::syscall(SYS_capset, &header, sets) == 0;
 }
 
-TEST(Access, WhatTheUserMayNotListIsNotRecorded) {
-  if (::getuid() != 0 || !mayUseFanotify())
-    GTEST_SKIP() << "takes root, to run as a user with two capabilities";
+void setMode(const std::string& path, mode_t mode) {
+  ASSERT_EQ(::chmod(path.c_str(), mode), 0) << path;
+}
+
+class WithCapabilities : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (::getuid() != 0 || !mayUseFanotify())
+      GTEST_SKIP() << "takes root, to run as a user with two capabilities";
+  }
+};
+
+TEST_F(WithCapabilities, RecordsNothingThatTheUserMayNotList) {
   // Written to by root, in a process of its own, while the user's recorder is at work.
-  EventHome outer;
-  ASSERT_EQ(::chmod(outer.temp.path.c_str(), 0755), 0);
-  for (const char* name : {"root/open", "root/open/shut/inner", "root/.settled"}) outer.temp.folder(name);
-  ASSERT_EQ(::chmod((outer.root + "/open/shut").c_str(), 0700), 0);
-  ASSERT_EQ(::chmod((outer.root + "/.settled").c_str(), 0777), 0);
-  std::filesystem::create_directories(outer.temp.at("state"));
-  ASSERT_EQ(::chmod(outer.temp.at("state").c_str(), 0777), 0);
+  EventHome home;
+  for (const char* name : {"root/open", "root/open/shut/inner", "root/.settled"}) home.temp.folder(name);
+  fs::create_directories(home.temp.at("state"));
+  setMode(home.temp.path, 0755);
+  setMode(home.at("open/shut"), 0700);
+  setMode(home.at(".settled"), 0777);
+  setMode(home.temp.at("state"), 0777);
   std::array<int, 2> ready{};
   std::array<int, 2> written{};
   ASSERT_EQ(::pipe(ready.data()), 0);
@@ -52,101 +64,99 @@ TEST(Access, WhatTheUserMayNotListIsNotRecorded) {
   if (writer == 0) {
     char byte = 0;
     (void)!::read(ready[0], &byte, 1);
-    std::ofstream(outer.root + "/open/file") << "seen";
-    std::ofstream(outer.root + "/open/shut/inner/file") << "not for others";
-    std::ofstream(outer.root + "/open/shut/file") << "not for others";
-    std::filesystem::create_directory(outer.root + "/open/shut/new");
+    for (const char* name : {"open/file", "open/shut/inner/file", "open/shut/file"})
+      std::ofstream(home.at(name)) << "text";
+    fs::create_directory(home.at("open/shut/new"));
     (void)!::write(written[1], "w", 1);
     ::_exit(0);
   }
   inChild([&] {
     ASSERT_TRUE(becomeUserWithCapabilities());
-    LinuxEvents events(outer.folders, outer.log, {.backEnd = EventBackEnd::fanotify});
-    Listener listener(events, outer.root, events.currentEventId());
-    ASSERT_TRUE(listener.waitForHistory()) << outer.log.all();
-    (void)listener.take();
+    Follower follower(home, {.backEnd = EventBackEnd::fanotify});
     ASSERT_EQ(::write(ready[1], "r", 1), 1);
     char byte = 0;
     ASSERT_EQ(::read(written[0], &byte, 1), 1);
-    settle(events, outer.root, listener);
-    const auto found = listener.take();
-    EXPECT_TRUE(found.contains(outer.root + "/open")) << outer.log.all();
+    const Reported found = follower.changes();
+    EXPECT_TRUE(found.contains(home.at("open"))) << home.log.all();
     for (const auto& [path, flags] : found) EXPECT_EQ(path.find("shut"), std::string::npos) << path;
   });
   ASSERT_EQ(::waitpid(writer, nullptr, 0), writer);
 }
 
-TEST(Access, AttributesOfAFolderThatWasClosedAreToldByItsParent) {
-  if (::getuid() != 0 || !mayUseFanotify())
-    GTEST_SKIP() << "takes root, to run as a user with two capabilities";
+TEST_F(WithCapabilities, AFolderThatIsClosedIsReportedAsAChangeOfItsParent) {
   inChild([] {
     EventHome home;
     for (const char* name : {"root/open/shut", "root/.settled"}) home.temp.folder(name);
-    std::filesystem::create_directories(home.folders.state);
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(home.temp.path)) {
-      ASSERT_EQ(::chown(entry.path().c_str(), kNobody, kNobody), 0);
-    }
+    fs::create_directories(home.folders.state);
     ASSERT_EQ(::chown(home.temp.path.c_str(), kNobody, kNobody), 0);
+    for (const auto& entry : fs::recursive_directory_iterator(home.temp.path))
+      ASSERT_EQ(::chown(entry.path().c_str(), kNobody, kNobody), 0);
     ASSERT_TRUE(becomeUserWithCapabilities());
-    LinuxEvents events(home.folders, home.log, {.backEnd = EventBackEnd::fanotify});
-    Listener listener(events, home.root, events.currentEventId());
-    ASSERT_TRUE(listener.waitForHistory()) << home.log.all();
-    (void)listener.take();
-    ASSERT_EQ(::chmod((home.root + "/open/shut").c_str(), 0), 0);
-    settle(events, home.root, listener);
-    EXPECT_TRUE(listener.take().contains(home.root + "/open")) << home.log.all();
-    ASSERT_EQ(::chmod((home.root + "/open/shut").c_str(), 0700), 0);
+    Follower follower(home, {.backEnd = EventBackEnd::fanotify});
+    setMode(home.at("open/shut"), 0);
+    EXPECT_TRUE(follower.changes().contains(home.at("open"))) << home.log.all();
+    setMode(home.at("open/shut"), 0700);
   });
 }
 
-TEST(Access, AFolderThatOpensBelowAClosedOneIsWatchedOnceItCanBeReached) {
+TEST(AsOrdinaryUser, AFolderThatOpensBelowAClosedOneIsWatchedOnceItCanBeReached) {
   asOrdinaryUser([] {
     EventHome home;
     const std::string outer = home.temp.folder("root/outer");
     const std::string inner = home.temp.folder("root/outer/inner");
-    home.temp.folder("root/.settled");
     const Descriptor reached(::open(inner.c_str(), O_PATH | O_CLOEXEC));
     const std::string byItself = "/proc/self/fd/" + std::to_string(reached.get());
-    ASSERT_EQ(::chmod(inner.c_str(), 0), 0);
-    LinuxEvents events(home.folders, home.log);
-    Listener listener(events, home.root, events.currentEventId());
-    ASSERT_TRUE(listener.waitForHistory());
-    ASSERT_EQ(::chmod(outer.c_str(), 0), 0);
-    settle(events, home.root, listener);
-    ASSERT_EQ(::chmod(byItself.c_str(), 0700), 0);  // told by the outer folder, when nobody can look
-    settle(events, home.root, listener);
-    ASSERT_EQ(::chmod(outer.c_str(), 0700), 0);
-    settle(events, home.root, listener);
-    EXPECT_TRUE(listener.take().contains(inner)) << "it may hold anything by now";
+    setMode(inner, 0);
+    Follower follower(home);
+    setMode(outer, 0);
+    (void)follower.changes();
+    setMode(byItself, 0700);  // an event on the outer folder, when nobody can read it
+    (void)follower.changes();
+    setMode(outer, 0700);
+    EXPECT_TRUE(follower.changes().contains(inner)) << "it may contain anything by now";
     home.temp.file("root/outer/inner/file");
-    settle(events, home.root, listener);
-    EXPECT_TRUE(listener.take().contains(inner)) << home.log.all();
+    EXPECT_TRUE(follower.changes().contains(inner)) << home.log.all();
   });
 }
 
-TEST(Access, AnOrdinaryUserGetsAWatchOnEveryFolder) {
+TEST(AsOrdinaryUser, AFolderThatBecomesReadableIsWatched) {
   asOrdinaryUser([] {
     EventHome home;
-    home.temp.folder("root/.settled");
-    LinuxEvents events(home.folders, home.log);
-    Listener listener(events, home.root, events.currentEventId());
-    ASSERT_TRUE(listener.waitForHistory());
-    home.temp.file("root/file");
-    settle(events, home.root, listener);
-    EXPECT_TRUE(listener.take().contains(home.root));
+    home.temp.folder("root/shut/inner");
+    setMode(home.at("shut"), 0);
+    Follower follower(home);
+    setMode(home.at("shut"), 0755);
+    EXPECT_EQ(follower.changes()[home.at("shut")], EventFlag::mustScanSubdirs);
+    home.temp.file("root/shut/inner/file");
+    EXPECT_TRUE(follower.changes().contains(home.at("shut/inner")));
     EXPECT_EQ(home.log.all(), "");
   });
 }
 
-TEST(Access, FanotifyWithoutPrivilegeSaysSoAndLosesTrack) {
+TEST(AsOrdinaryUser, FanotifyIsRefusedWithAReason) {
   asOrdinaryUser([] {
     EventHome home;
-    LinuxEvents events(home.folders, home.log, {.backEnd = EventBackEnd::fanotify});
-    Listener listener(events, home.root, events.currentEventId());
-    ASSERT_TRUE(listener.waitForHistory());
-    EXPECT_EQ(listener.take()[home.root], EventFlag::kernelDropped);
+    Follower follower(home, {.backEnd = EventBackEnd::fanotify});
+    EXPECT_EQ(follower.history[home.root], EventFlag::kernelDropped);
     EXPECT_NE(home.log.all().find("cannot watch the file system of"), std::string::npos) << home.log.all();
   });
+}
+
+TEST(InASandbox, ThatRefusesOpenat2FoldersAreStillWatched) {
+  for (const int reason : {EPERM, ENOSYS}) {
+    inChild([&] {
+      refuseCall(SYS_openat2, reason);
+      EventHome home;
+      home.temp.folder("root/a/b");
+      Follower follower(home, {.backEnd = EventBackEnd::inotify});
+      EXPECT_EQ(follower.history[home.root] & EventFlag::lostTrack, 0U) << home.log.all();
+      home.temp.file("root/a/b/file");
+      fs::rename(home.at("a/b"), home.at("b"));
+      home.temp.file("root/b/file");
+      const Reported found = follower.changes();
+      for (const char* name : {"a", "b"}) EXPECT_TRUE(found.contains(home.at(name))) << name;
+    });
+  }
 }
 
 }  // namespace

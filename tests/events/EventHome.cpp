@@ -1,47 +1,43 @@
 #include "EventHome.h"
 
 #include <algorithm>
-#include <chrono>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
-#include <gtest/gtest.h>
 #include <sys/fanotify.h>
-#include <utility>
 
-#include "platform_linux/Descriptor.h"
+#include "linux_fs/Descriptor.h"
 
 namespace quon::test {
 namespace {
 
-using namespace std::chrono_literals;
-constexpr auto kPatience = 30s;
 constexpr std::size_t kStackBytes = 524288;
+
+std::string settledIn(const std::string& root) {
+  return root + "/.settled";
+}
 
 }  // namespace
 
 void KeptLog::line(std::string_view text) {
-  MutexLock held(lock);
-  lines.emplace_back(text);
+  const MutexLock held(lock);
+  lines.append(text).append("\n");
   changed.broadcast();
 }
 
 bool KeptLog::waitFor(const std::string& text) {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
-  MutexLock held(lock);
-  while (true) {
-    for (const std::string& each : lines) {
-      if (each.find(text) != std::string::npos) return true;
-    }
+  const auto deadline = std::chrono::steady_clock::now() + kGiveUpAfter;
+  const MutexLock held(lock);
+  while (lines.find(text) == std::string::npos) {
     if (std::chrono::steady_clock::now() >= deadline) return false;
     changed.waitUntil(lock, deadline);
   }
+  return true;
 }
 
 std::string KeptLog::all() {
-  MutexLock held(lock);
-  std::string joined;
-  for (const std::string& each : lines) joined += each + "\n";
-  return joined;
+  const MutexLock held(lock);
+  return lines;
 }
 
 EventHome::EventHome() : root(temp.folder("root")) {
@@ -51,13 +47,12 @@ EventHome::EventHome() : root(temp.folder("root")) {
   folders.state = temp.at("state/quon");
 }
 
-Listener::Listener(EventService& events, const std::string& root, std::uint64_t since, double latency) {
-  stream = events.create({.root = root, .since = since, .latency = std::chrono::duration<double>(latency)},
-                         queue, [this](std::span<const FolderEvent> some) {
-                           MutexLock held(lock);
-                           delivered.insert(delivered.end(), some.begin(), some.end());
-                           changed.broadcast();
-                         });
+Listener::Listener(EventService& events, const std::string& root, std::uint64_t since) {
+  stream = events.create({.root = root, .since = since}, queue, [this](std::span<const FolderEvent> some) {
+    const MutexLock held(lock);
+    delivered.insert(delivered.end(), some.begin(), some.end());
+    changed.broadcast();
+  });
   started = stream != nullptr && stream->start();
 }
 
@@ -65,37 +60,27 @@ Listener::~Listener() {
   if (stream) stream->stop();
 }
 
-bool Listener::waitUntil(const std::function<bool(const std::vector<FolderEvent>&)>& reached) {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
-  MutexLock held(lock);
-  while (!reached(delivered)) {
+bool Listener::waitUntil(const std::function<bool(const FolderEvent&)>& isExpected) {
+  const auto deadline = std::chrono::steady_clock::now() + kGiveUpAfter;
+  const MutexLock held(lock);
+  while (!std::ranges::any_of(delivered, isExpected)) {
     if (std::chrono::steady_clock::now() >= deadline) return false;
     changed.waitUntil(lock, deadline);
   }
   return true;
 }
 
-bool Listener::waitForHistory() {
-  return waitForFlags(EventFlag::historyDone);
-}
-
 bool Listener::waitForFlags(std::uint32_t flags) {
-  return waitUntil([&](const auto& events) {
-    return std::ranges::any_of(events,
-                               [&](const FolderEvent& event) { return (event.flags & flags) == flags; });
-  });
+  return waitUntil([&](const FolderEvent& event) { return (event.flags & flags) == flags; });
 }
 
 bool Listener::waitForFolder(const std::string& path, std::uint64_t after) {
-  return waitUntil([&](const auto& events) {
-    return std::ranges::any_of(
-        events, [&](const FolderEvent& event) { return event.path == path && event.id > after; });
-  });
+  return waitUntil([&](const FolderEvent& event) { return event.path == path && event.id > after; });
 }
 
-std::map<std::string, std::uint32_t> Listener::take() {
-  MutexLock held(lock);
-  std::map<std::string, std::uint32_t> folders;
+Reported Listener::take() {
+  const MutexLock held(lock);
+  Reported folders;
   for (; taken < delivered.size(); ++taken) {
     const FolderEvent& event = delivered[taken];
     if (event.flags != EventFlag::historyDone) folders[event.path] |= event.flags;
@@ -104,14 +89,38 @@ std::map<std::string, std::uint32_t> Listener::take() {
 }
 
 std::vector<FolderEvent> Listener::all() {
-  MutexLock held(lock);
+  const MutexLock held(lock);
   return delivered;
 }
 
+Follower::Follower(EventHome& place, const EventOptions& options) : Follower(place, options, place.root) {}
+
+Follower::Follower(EventHome& place, const EventOptions& options, const std::string& top)
+    : home(place),
+      root(top),
+      events(home.threads, home.folders, home.log, options),
+      since((std::filesystem::create_directories(settledIn(root)), events.currentEventId())),
+      listener(events, root, since) {
+  EXPECT_TRUE(listener.waitForHistory()) << home.log.all();
+  history = listener.take();
+}
+
+Reported Follower::changes() {
+  std::filesystem::create_directories(settledIn(root));
+  Reported found = changesSettledIn(settledIn(root));
+  found.erase(settledIn(root));
+  return found;
+}
+
+Reported Follower::changesSettledIn(const std::string& folder) {
+  settle(events, root, listener, folder);
+  return listener.take();
+}
+
 RunningRecorder::RunningRecorder(EventHome& home, EventOptions options)
-    : recorder(home.folders, home.log, options) {
+    : recorder(home.threads, home.folders, home.log, options) {
   if (!recorder.tryBegin()) throw std::runtime_error("another recorder is at work");
-  thread = LinuxThreads().start("test-recorder", kStackBytes, [this] { recorder.run(); });
+  thread = home.threads.start("test-recorder", kStackBytes, [this] { recorder.run(); });
 }
 
 RunningRecorder::~RunningRecorder() {
@@ -121,16 +130,27 @@ RunningRecorder::~RunningRecorder() {
 
 void settle(EventService& events, const std::string& root, Listener& listener, const std::string& folder) {
   const std::uint64_t now = events.currentEventId();
-  {
-    Listener barrier(events, root, now);
-    ASSERT_TRUE(barrier.waitForHistory());
-  }
+  ASSERT_TRUE(Listener(events, root, now).waitForHistory());
   std::ofstream(folder + "/now", std::ios::app) << "x";
   ASSERT_TRUE(listener.waitForFolder(folder, now)) << "no event on " << folder;
 }
 
-void settle(EventService& events, const std::string& root, Listener& listener) {
-  settle(events, root, listener, root + "/.settled");
+Reported historySince(EventService& events, const std::string& root, std::uint64_t since) {
+  Listener listener(events, root, since);
+  EXPECT_TRUE(listener.waitForHistory());
+  return listener.take();
+}
+
+Reported historySince(EventHome& home, const EventOptions& options, std::uint64_t since) {
+  LinuxEvents events(home.threads, home.folders, home.log, options);
+  return historySince(events, home.root, since);
+}
+
+std::uint64_t coverRoot(EventHome& home, const EventOptions& options) {
+  LinuxEvents events(home.threads, home.folders, home.log, options);
+  const std::uint64_t since = events.currentEventId();
+  EXPECT_EQ(historySince(events, home.root, since)[home.root] & EventFlag::lostTrack, 0U);
+  return since;
 }
 
 bool mayUseFanotify() {
@@ -140,12 +160,14 @@ bool mayUseFanotify() {
                                            AT_FDCWD, temp.path.c_str()) == 0;
 }
 
-std::map<std::string, std::uint32_t> historySince(EventService& events, const std::string& root,
-                                                  std::uint64_t since) {
-  Listener listener(events, root, since);
-  EXPECT_TRUE(listener.begun());
-  EXPECT_TRUE(listener.waitForHistory());
-  return listener.take();
+void WithBackEnd::SetUp() {
+  if (GetParam() == EventBackEnd::fanotify && !mayUseFanotify()) {
+    GTEST_SKIP() << "fanotify takes root, or CAP_SYS_ADMIN and CAP_DAC_READ_SEARCH";
+  }
+}
+
+std::string backEndName(const testing::TestParamInfo<EventBackEnd>& tested) {
+  return tested.param == EventBackEnd::inotify ? "Inotify" : "Fanotify";
 }
 
 }  // namespace quon::test

@@ -1,11 +1,12 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
+#include <gtest/gtest.h>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,28 +14,31 @@
 #include "base/Log.h"
 #include "base/Mutex.h"
 #include "base/ThreadQueue.h"
+#include "events/EventClock.h"
+#include "events/EventRecorder.h"
+#include "events/LinuxEvents.h"
 #include "platform/Events.h"
 #include "platform/Folders.h"
-#include "platform_linux/EventClock.h"
-#include "platform_linux/EventRecorder.h"
-#include "platform_linux/LinuxEvents.h"
 #include "platform_linux/LinuxThreads.h"
 #include "support/TempFolder.h"
 
 namespace quon::test {
 
+/// So long that no load of the machine reaches it: only what never comes is given up.
+constexpr std::chrono::seconds kGiveUpAfter{240};
+
 /// Keeps lines. Threads: any.
 class KeptLog final : public Log {
  public:
   void line(std::string_view text) override;
-  /// Waits for a line that contains the text; false after half a minute.
+  /// Waits for a line that contains the text; false when it does not come.
   [[nodiscard]] bool waitFor(const std::string& text);
   [[nodiscard]] std::string all();
 
  private:
   Mutex lock;
   Condition changed;
-  std::vector<std::string> lines QUON_GUARDED_BY(lock);
+  std::string lines QUON_GUARDED_BY(lock);
 };
 
 /// A clock that a test sets. Threads: any.
@@ -51,35 +55,40 @@ class SetClock final : public EventClock {
 
 /// A user's home for one test: own folders, and a root to watch.
 struct EventHome {
-  /// On the file system of $TMPDIR, or below a folder of the test's.
+  /// On the file system of $TMPDIR.
   EventHome();
+
+  [[nodiscard]] std::string at(const std::string& name) const { return root + "/" + name; }
 
   TempFolder temp;
   std::string root;
   Folders folders;
+  LinuxThreads threads;
   KeptLog log;
 };
 
-/// A stream of a service and what it delivered. Waits give up after half a minute. Threads: the test's.
+/// The folders that were reported, with the flags of their events joined.
+using Reported = std::map<std::string, std::uint32_t>;
+
+/// A stream of a service and what it delivered. Threads: the test's.
 class Listener {
  public:
-  Listener(EventService& events, const std::string& root, std::uint64_t since, double latency = 0.0);
+  Listener(EventService& events, const std::string& root, std::uint64_t since);
   ~Listener();
 
   [[nodiscard]] bool begun() const { return started; }
-  [[nodiscard]] bool waitForHistory();
-  /// Waits for an event with all of these flags.
+  // These wait for an event: false when it does not come.
+  [[nodiscard]] bool waitUntil(const std::function<bool(const FolderEvent&)>& isExpected);
+  [[nodiscard]] bool waitForHistory() { return waitForFlags(EventFlag::historyDone); }
   [[nodiscard]] bool waitForFlags(std::uint32_t flags);
-  /// Waits for an event on the folder with an identifier above `after`.
+  /// On the folder, with an identifier above `after`.
   [[nodiscard]] bool waitForFolder(const std::string& path, std::uint64_t after);
-  /// What was delivered since the last call, flags joined; without historyDone.
-  [[nodiscard]] std::map<std::string, std::uint32_t> take();
+  /// What was delivered since the last call, without historyDone.
+  [[nodiscard]] Reported take();
   [[nodiscard]] std::vector<FolderEvent> all();
   void stop() { stream->stop(); }
 
  private:
-  [[nodiscard]] bool waitUntil(const std::function<bool(const std::vector<FolderEvent>&)>& reached);
-
   Mutex lock;
   Condition changed;
   std::vector<FolderEvent> delivered QUON_GUARDED_BY(lock);
@@ -89,10 +98,28 @@ class Listener {
   bool started = false;
 };
 
+/// A service whose stream of a root is live.
+struct Follower {
+  explicit Follower(EventHome& home, const EventOptions& options = {});
+  Follower(EventHome& home, const EventOptions& options, const std::string& root);
+
+  /// The folders of every change that was made since the last call. Makes a change in the folder (the root's
+  /// .settled, which is made when it is missing and not reported) and waits for that.
+  [[nodiscard]] Reported changes();
+  [[nodiscard]] Reported changesSettledIn(const std::string& folder);
+
+  EventHome& home;
+  const std::string root;
+  LinuxEvents events;
+  const std::uint64_t since;
+  Listener listener;
+  Reported history;
+};
+
 /// A recorder on a thread of its own, as the program quon-recorder runs it.
 class RunningRecorder {
  public:
-  RunningRecorder(EventHome& home, EventOptions options = {});
+  explicit RunningRecorder(EventHome& home, EventOptions options = {});
   ~RunningRecorder();
 
  private:
@@ -100,17 +127,31 @@ class RunningRecorder {
   std::unique_ptr<RunningThread> thread;
 };
 
-/// Waits until every change that was made before the call is in the journal, and until the listener has been
-/// told all of it: makes a change in a folder below the root, or the root itself, and waits for that.
+/// Waits until every change that was made before the call is in the journal, and until the listener has got
+/// all of it: makes a change in the folder and waits for that.
 void settle(EventService& events, const std::string& root, Listener& listener, const std::string& folder);
-/// The same with the folder .settled of the root, which is there.
-void settle(EventService& events, const std::string& root, Listener& listener);
+
+/// The history below the root since then, waited for.
+[[nodiscard]] Reported historySince(EventService& events, const std::string& root, std::uint64_t since);
+/// The same by a service that begins and ends with the call.
+[[nodiscard]] Reported historySince(EventHome& home, const EventOptions& options, std::uint64_t since);
+/// Lets the journal cover the root from the identifier on that is returned.
+std::uint64_t coverRoot(EventHome& home, const EventOptions& options = {});
 
 /// True when this process can mark a whole file system.
 [[nodiscard]] bool mayUseFanotify();
 
-/// The history below the root since then, waited for; the flags of each folder.
-[[nodiscard]] std::map<std::string, std::uint32_t> historySince(EventService& events, const std::string& root,
-                                                                std::uint64_t since);
+/// Tests that run once with each back end; fanotify is skipped where it takes privilege that is missing.
+class WithBackEnd : public testing::TestWithParam<EventBackEnd> {
+ protected:
+  void SetUp() override;
+  [[nodiscard]] static EventOptions options() { return {.backEnd = GetParam()}; }
+};
+
+/// For INSTANTIATE_TEST_SUITE_P.
+inline auto eachBackEnd() {
+  return testing::Values(EventBackEnd::inotify, EventBackEnd::fanotify);
+}
+[[nodiscard]] std::string backEndName(const testing::TestParamInfo<EventBackEnd>& tested);
 
 }  // namespace quon::test

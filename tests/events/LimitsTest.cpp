@@ -25,15 +25,15 @@ bool put(const std::string& file, const std::string& text) {
   return out.good();
 }
 
-/// Makes more events than the kernel's queue holds, and sees to it that it did. Events in a row that are
-/// alike count once.
+/// Makes more events than the kernel's queue can take, which a watch of its own confirms. Events in a row
+/// that are alike count once.
 void flood(const EventHome& home) {
   const Descriptor own(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
   ASSERT_GE(::inotify_add_watch(own.get(), home.root.c_str(), IN_MODIFY), 0);
   std::size_t length = 0;
   std::ifstream(kQueueLimit) >> length;
-  std::ofstream first(home.root + "/flood-1");
-  std::ofstream second(home.root + "/flood-2");
+  std::ofstream first(home.at("flood-1"));
+  std::ofstream second(home.at("flood-2"));
   for (std::size_t event = 0; event <= length; ++event)
     (event % 2 == 0 ? first : second) << 'x' << std::flush;
   bool overflowed = false;
@@ -48,27 +48,24 @@ void flood(const EventHome& home) {
   ASSERT_TRUE(overflowed);
 }
 
-TEST(Overflow, CostsASweepAndLosesNothing) {
+TEST(Overflow, OfTheKernelsQueueLosesNoRandomEdit) {
   EventHome home;
   TreeEditor editor(home.root, randomSeed());
   editor.populate(200);
   const RecorderProgram recorder(home, {"--backend", "inotify"});
   (void)recorder.line();
-  LinuxEvents events(home.folders, home.log, {.mayRecord = false});
-  Listener listener(events, home.root, events.currentEventId());
-  ASSERT_TRUE(listener.waitForHistory());
+  Follower follower(home, {.mayRecord = false});
   Snapshot before(home.root);
-  (void)listener.take();
+  (void)follower.listener.take();
   for (int round = 0; round < 5; ++round) {
     for (int edit = 0; edit < 10; ++edit) editor.edit();
-    recorder.hold();
+    recorder.pause();
     for (int edit = 0; edit < 10; ++edit) editor.edit();
     flood(home);
     for (int edit = 0; edit < 20; ++edit) editor.edit();
-    recorder.release();
-    settle(events, home.root, listener, home.root);
+    recorder.resume();
+    Reported reported = follower.changesSettledIn(home.root);
     const Snapshot after(home.root);
-    auto reported = listener.take();
     EXPECT_EQ(reported[home.root] & EventFlag::lostTrack, 0U);
     const auto missed = after.missedSince(before, reported, Snapshot::HardLinks::ofTheirFolder);
     ASSERT_TRUE(missed.empty()) << testing::PrintToString(missed);
@@ -76,50 +73,24 @@ TEST(Overflow, CostsASweepAndLosesNothing) {
   }
 }
 
-TEST(Overflow, OfTheDefaultQueueLosesNothing) {
-  EventHome home;
-  home.temp.folder("root/.settled");
-  for (int folder = 0; folder < 200; ++folder) home.temp.folder("root/f" + std::to_string(folder));
-  LinuxEvents events(home.folders, home.log, {.backEnd = EventBackEnd::inotify});
-  Listener listener(events, home.root, events.currentEventId());
-  ASSERT_TRUE(listener.waitForHistory());
-  (void)listener.take();
-  for (int file = 0; file < 20000; ++file) {
-    const std::string path = home.root + "/f" + std::to_string(file % 200) + "/" + std::to_string(file);
-    std::ofstream(path) << "x";
-  }
-  settle(events, home.root, listener);
-  EXPECT_GE(listener.take().size(), 201U);
-}
-
-TEST(WatchLimit, IsToldToTheStreamsAndTheLog) {
-  inChild([] {
-    if (::unshare(CLONE_NEWUSER) != 0) GTEST_SKIP() << "needs user namespaces";
-    if (!put("/proc/sys/user/max_inotify_watches", "50")) GTEST_SKIP() << "cannot lower the limit of watches";
-    EventHome home;
-    for (int folder = 0; folder < 100; ++folder) home.temp.folder("root/f" + std::to_string(folder));
-    LinuxEvents events(home.folders, home.log, {.backEnd = EventBackEnd::inotify});
-    Listener listener(events, home.root, events.currentEventId());
-    ASSERT_TRUE(listener.waitForHistory());
-    EXPECT_EQ(listener.take()[home.root], EventFlag::kernelDropped);
-    EXPECT_NE(home.log.all().find("/proc/sys/fs/inotify/max_user_watches"), std::string::npos)
-        << home.log.all();
-    EXPECT_NE(home.log.all().find("sysctl fs.inotify.max_user_watches="), std::string::npos);
-  });
-}
-
-TEST(WatchLimit, ReachedWhileLiveIsToldToo) {
+TEST(WatchLimit, IsReportedWithItsRemedyAtOnceAndWhileLive) {
   inChild([] {
     if (::unshare(CLONE_NEWUSER) != 0) GTEST_SKIP() << "needs user namespaces";
     if (!put("/proc/sys/user/max_inotify_watches", "50")) GTEST_SKIP() << "cannot lower the limit of watches";
     EventHome home;
     home.temp.folder("root/a");
-    LinuxEvents events(home.folders, home.log, {.backEnd = EventBackEnd::inotify});
-    Listener listener(events, home.root, events.currentEventId());
-    ASSERT_TRUE(listener.waitForHistory());
-    EXPECT_EQ(listener.take()[home.root] & EventFlag::lostTrack, 0U);
-    for (int folder = 0; folder < 100; ++folder) home.temp.folder("root/a/f" + std::to_string(folder));
-    EXPECT_TRUE(listener.waitForFlags(EventFlag::kernelDropped));
+    {
+      Follower follower(home, {.backEnd = EventBackEnd::inotify});
+      EXPECT_EQ(follower.history[home.root] & EventFlag::lostTrack, 0U) << home.log.all();
+      for (int folder = 0; folder < 100; ++folder) home.temp.folder("root/a/f" + std::to_string(folder));
+      EXPECT_TRUE(follower.listener.waitForFlags(EventFlag::kernelDropped));
+    }
+    EventHome crowded;
+    for (int folder = 0; folder < 100; ++folder) crowded.temp.folder("root/f" + std::to_string(folder));
+    Follower follower(crowded, {.backEnd = EventBackEnd::inotify});
+    EXPECT_EQ(follower.history[crowded.root], EventFlag::kernelDropped);
+    for (const char* part : {"/proc/sys/fs/inotify/max_user_watches", "sysctl fs.inotify.max_user_watches="})
+      EXPECT_NE(crowded.log.all().find(part), std::string::npos) << crowded.log.all();
   });
 }
 

@@ -1,15 +1,16 @@
-// Folders that appear, move, change places and vanish, with inotify: where the watches are must not matter.
+// Folders that appear, move, change places and vanish: where the watches are must not matter.
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <memory>
+#include <set>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "EventHome.h"
-#include "platform_linux/Descriptor.h"
-#include "support/ChildProcess.h"
+#include "linux_fs/Descriptor.h"
 
 namespace quon::test {
 namespace {
@@ -20,59 +21,31 @@ void write(const std::string& file) {
   std::ofstream(file, std::ios::app) << "more";
 }
 
-class Moves : public testing::TestWithParam<EventBackEnd> {
+class Moves : public WithBackEnd {
  protected:
-  void SetUp() override {
-    if (GetParam() == EventBackEnd::fanotify && !mayUseFanotify()) {
-      GTEST_SKIP() << "fanotify takes root, or CAP_SYS_ADMIN and CAP_DAC_READ_SEARCH";
-    }
-    home.temp.folder("root/.settled");
-  }
-  /// Begins to listen; the tree is as the test made it.
-  void listen() {
-    events = std::make_unique<LinuxEvents>(home.folders, home.log, EventOptions{.backEnd = GetParam()});
-    listener = std::make_unique<Listener>(*events, home.root, events->currentEventId());
-    ASSERT_TRUE(listener->waitForHistory()) << home.log.all();
-    (void)listener->take();
-  }
+  /// Begins to follow; the tree is as the test made it.
+  void follow() { follower = std::make_unique<Follower>(home, options()); }
   /// What was reported since the last call: path below the root, with "/*" behind it when deep.
   [[nodiscard]] std::set<std::string> reported() {
-    settle(*events, home.root, *listener);
     std::set<std::string> paths;
-    for (const auto& [path, flags] : listener->take()) {
-      if (path == home.root + "/.settled") continue;
+    for (const auto& [path, flags] : follower->changes()) {
       const bool deep = (flags & EventFlag::mustScanSubdirs) != 0;
       paths.insert((path == home.root ? "." : path.substr(home.root.size() + 1)) + (deep ? "/*" : ""));
     }
     return paths;
   }
-  [[nodiscard]] std::string at(const std::string& name) const { return home.root + "/" + name; }
+  [[nodiscard]] std::string at(const std::string& name) const { return home.at(name); }
 
   EventHome home;
-  std::unique_ptr<LinuxEvents> events;
-  std::unique_ptr<Listener> listener;
+  std::unique_ptr<Follower> follower;
 };
 
 using Paths = std::set<std::string>;
 
-TEST_P(Moves, AMovedFolderIsDeepAndIsWatchedUnderItsNewPath) {
-  home.temp.folder("root/a/b/c");
-  home.temp.folder("root/z");
-  listen();
-  fs::rename(at("a/b"), at("z/b"));
-  EXPECT_EQ(reported(), (Paths{"a", "z", "z/b/*"}));
-  write(at("z/b/c/file"));
-  EXPECT_EQ(reported(), (Paths{"z/b/c"}));
-  fs::rename(at("z/b"), at("a/b"));
-  EXPECT_EQ(reported(), (Paths{"a", "a/b/*", "z"}));
-  write(at("a/b/c/file"));
-  EXPECT_EQ(reported(), (Paths{"a/b/c"}));
-}
-
-TEST_P(Moves, ExchangedFoldersAreBothDeepAndChangePlaces) {
+TEST_P(Moves, ExchangedFoldersAreBothDeepAndKeepTheirWatches) {
   home.temp.folder("root/a/x/in-x");
   home.temp.folder("root/b/y/in-y");
-  listen();
+  follow();
   ASSERT_EQ(::renameat2(AT_FDCWD, at("a/x").c_str(), AT_FDCWD, at("b/y").c_str(), RENAME_EXCHANGE), 0);
   EXPECT_EQ(reported(), (Paths{"a", "a/x/*", "b", "b/y/*"}));
   write(at("a/x/in-y/file"));
@@ -80,10 +53,10 @@ TEST_P(Moves, ExchangedFoldersAreBothDeepAndChangePlaces) {
   EXPECT_EQ(reported(), (Paths{"a/x/in-y", "b/y/in-x"}));
 }
 
-TEST_P(Moves, WhatIsMovedOutIsForgottenAndWhatIsMovedInIsWatched) {
+TEST_P(Moves, FolderMovedOutIsForgottenAndOneMovedInIsWatched) {
   home.temp.folder("root/a/deep/deeper");
   home.temp.folder("elsewhere/other/deep");
-  listen();
+  follow();
   fs::rename(at("a"), home.temp.at("elsewhere/a"));
   EXPECT_EQ(reported(), (Paths{"."}));
   write(home.temp.at("elsewhere/a/deep/deeper/file"));
@@ -98,22 +71,8 @@ TEST_P(Moves, WhatIsMovedOutIsForgottenAndWhatIsMovedInIsWatched) {
   EXPECT_EQ(reported(), (Paths{"a/deep/deeper"}));
 }
 
-TEST_P(Moves, AFolderReplacedByAnotherOfTheSameNameIsDeep) {
-  home.temp.folder("root/a/old");
-  home.temp.folder("elsewhere/new/inner");
-  listen();
-  fs::remove_all(at("a"));
-  fs::create_directories(at("a"));
-  EXPECT_EQ(reported(), (Paths{".", "a/*"}));
-  fs::remove_all(at("a"));
-  fs::rename(home.temp.at("elsewhere/new"), at("a"));
-  EXPECT_EQ(reported(), (Paths{".", "a/*"}));
-  write(at("a/inner/file"));
-  EXPECT_EQ(reported(), (Paths{"a/inner"}));
-}
-
-TEST_P(Moves, TreesThatAppearAreWatchedToTheBottom) {
-  listen();
+TEST_P(Moves, TreeThatAppearsIsWatchedToTheBottom) {
+  follow();
   std::string path = "tree";
   for (int depth = 0; depth < 40; ++depth) path += "/d" + std::to_string(depth);
   fs::create_directories(at(path));
@@ -124,7 +83,7 @@ TEST_P(Moves, TreesThatAppearAreWatchedToTheBottom) {
   EXPECT_EQ(reported(), (Paths{path}));
 }
 
-TEST_P(Moves, APathLongerThanTheSystemsLimitIsReportedOrCovered) {
+TEST_P(Moves, ChangeAtAPathBeyondTheSystemsLimitIsReportedOrCovered) {
   const std::string name(200, 'n');
   std::string path = home.root;
   Descriptor folder(::open(path.c_str(), O_PATH | O_DIRECTORY));
@@ -133,10 +92,9 @@ TEST_P(Moves, APathLongerThanTheSystemsLimitIsReportedOrCovered) {
     folder = Descriptor(::openat(folder.get(), name.c_str(), O_PATH | O_DIRECTORY));
     path += "/" + name;
   }
-  listen();
+  follow();
   { const Descriptor file(::openat(folder.get(), "file", O_CREAT | O_WRONLY, 0644)); }
-  settle(*events, home.root, *listener);
-  const auto found = listener->take();
+  const Reported found = follower->changes();
   bool covered = found.contains(path);
   for (const auto& [each, flags] : found) {
     covered = covered || ((flags & EventFlag::mustScanSubdirs) != 0 && path.starts_with(each + "/"));
@@ -144,10 +102,10 @@ TEST_P(Moves, APathLongerThanTheSystemsLimitIsReportedOrCovered) {
   EXPECT_TRUE(covered);
 }
 
-TEST_P(Moves, FilesOfAllKindsMarkTheirFolder) {
+TEST_P(Moves, EveryKindOfChangeToAFileIsReportedOnItsFolder) {
   home.temp.file("root/a/file", 10);
   home.temp.folder("root/b");
-  listen();
+  follow();
   fs::rename(at("a/file"), at("b/file"));
   EXPECT_EQ(reported(), (Paths{"a", "b"}));
   ASSERT_EQ(::truncate(at("b/file").c_str(), 5), 0);
@@ -162,28 +120,7 @@ TEST_P(Moves, FilesOfAllKindsMarkTheirFolder) {
   EXPECT_EQ(reported(), (Paths{"a"}));
 }
 
-INSTANTIATE_TEST_SUITE_P(BackEnds, Moves, testing::Values(EventBackEnd::inotify, EventBackEnd::fanotify),
-                         [](const auto& tested) {
-                           return tested.param == EventBackEnd::inotify ? "Inotify" : "Fanotify";
-                         });
-
-TEST(Permissions, AFolderThatBecomesReadableIsWatched) {
-  asOrdinaryUser([] {
-    EventHome home;
-    home.temp.folder("root/.settled");
-    home.temp.folder("root/shut/inner");
-    ASSERT_EQ(::chmod((home.root + "/shut").c_str(), 0), 0);
-    LinuxEvents events(home.folders, home.log, {.backEnd = EventBackEnd::inotify});
-    Listener listener(events, home.root, events.currentEventId());
-    ASSERT_TRUE(listener.waitForHistory());
-    ASSERT_EQ(::chmod((home.root + "/shut").c_str(), 0755), 0);
-    settle(events, home.root, listener);
-    EXPECT_EQ(listener.take()[home.root + "/shut"], EventFlag::mustScanSubdirs);
-    write(home.root + "/shut/inner/file");
-    settle(events, home.root, listener);
-    EXPECT_TRUE(listener.take().contains(home.root + "/shut/inner"));
-  });
-}
+INSTANTIATE_TEST_SUITE_P(BackEnds, Moves, eachBackEnd(), backEndName);
 
 }  // namespace
 }  // namespace quon::test

@@ -4,6 +4,8 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "EventHome.h"
 #include "Snapshot.h"
@@ -18,7 +20,7 @@ namespace {
 constexpr int kFirstEdits = 200;
 constexpr int kRounds = 12;
 constexpr int kEditsARound = 40;
-constexpr std::size_t kEditsTold = 80;
+constexpr std::size_t kEditsShown = 80;
 
 std::string joined(const std::vector<std::string>& lines) {
   std::string all;
@@ -28,37 +30,34 @@ std::string joined(const std::vector<std::string>& lines) {
 
 std::string lastEdits(const TreeEditor& editor) {
   const auto& log = editor.log();
-  const std::size_t first = log.size() > kEditsTold ? log.size() - kEditsTold : 0;
+  const std::size_t first = log.size() > kEditsShown ? log.size() - kEditsShown : 0;
   return joined({log.begin() + static_cast<std::ptrdiff_t>(first), log.end()});
 }
 
-class RandomEdits : public testing::TestWithParam<EventBackEnd> {
- protected:
-  void SetUp() override {
-    if (GetParam() == EventBackEnd::fanotify && !mayUseFanotify()) {
-      GTEST_SKIP() << "fanotify takes root, or CAP_SYS_ADMIN and CAP_DAC_READ_SEARCH";
-    }
+class RandomEdits : public WithBackEnd {};
+
+/// Edits at random, round by round; each time `report` returns the folders that were reported for them.
+void expectReportsOfEdits(EventHome& home, TreeEditor& editor, Snapshot::HardLinks links,
+                          const std::function<Reported()>& report,
+                          const std::function<void(std::vector<std::string>&)>& leaveOut = {}) {
+  Snapshot before(home.root);
+  for (int round = 0; round < kRounds; ++round) {
+    for (int edit = 0; edit < kEditsARound; ++edit) editor.edit();
+    const Reported reported = report();
+    const Snapshot after(home.root);
+    auto missed = after.missedSince(before, reported, links);
+    if (leaveOut) leaveOut(missed);
+    ASSERT_EQ(joined(missed), "") << lastEdits(editor) << home.log.all();
+    before = after;
   }
-  [[nodiscard]] EventOptions options() const { return {.backEnd = GetParam()}; }
-};
+}
 
 void expectLiveEventsOfEdits(EventHome& home, const EventOptions& options, std::uint64_t seed) {
   TreeEditor editor(home.root, seed);
   editor.populate(kFirstEdits);
-  LinuxEvents events(home.folders, home.log, options);
-  Listener listener(events, home.root, events.currentEventId());
-  ASSERT_TRUE(listener.begun());
-  ASSERT_TRUE(listener.waitForHistory());
-  Snapshot before(home.root);
-  (void)listener.take();
-  for (int round = 0; round < kRounds; ++round) {
-    for (int edit = 0; edit < kEditsARound; ++edit) editor.edit();
-    settle(events, home.root, listener, home.root);
-    const Snapshot after(home.root);
-    ASSERT_EQ(joined(after.missedSince(before, listener.take(), Snapshot::HardLinks::ofTheirFolder)), "")
-        << lastEdits(editor) << home.log.all();
-    before = after;
-  }
+  Follower follower(home, options);
+  expectReportsOfEdits(home, editor, Snapshot::HardLinks::ofTheirFolder,
+                       [&] { return follower.changesSettledIn(home.root); });
 }
 
 TEST_P(RandomEdits, AreReportedLive) {
@@ -71,24 +70,12 @@ TEST_P(RandomEdits, AreInTheHistoryOfARecorderThatRan) {
   TreeEditor editor(home.root, randomSeed());
   editor.populate(kFirstEdits);
   const RunningRecorder recorder(home, options());
-  std::uint64_t since = 0;
-  {
-    LinuxEvents events(home.folders, home.log, options());
-    since = events.currentEventId();
-    (void)historySince(events, home.root, since);
-  }
-  Snapshot before(home.root);
-  for (int round = 0; round < kRounds; ++round) {
-    for (int edit = 0; edit < kEditsARound; ++edit) editor.edit();
-    const Snapshot after(home.root);
-    LinuxEvents events(home.folders, home.log, options());
+  std::uint64_t since = coverRoot(home, options());
+  expectReportsOfEdits(home, editor, Snapshot::HardLinks::ofTheirFolder, [&] {
+    LinuxEvents events(home.threads, home.folders, home.log, options());
     const std::uint64_t now = events.currentEventId();
-    const auto reported = historySince(events, home.root, since);
-    ASSERT_EQ(joined(after.missedSince(before, reported, Snapshot::HardLinks::ofTheirFolder)), "")
-        << lastEdits(editor) << home.log.all();
-    before = after;
-    since = now;
-  }
+    return historySince(events, home.root, std::exchange(since, now));
+  });
 }
 
 enum class Exchanges {
@@ -97,10 +84,8 @@ enum class Exchanges {
                             ///< places
 };
 
-/// What was missed, less what no sweep can see.
-std::vector<std::string> visible(std::vector<std::string> missed, const TreeEditor& editor,
-                                 Exchanges exchanges) {
-  if (exchanges == Exchanges::changeTimes) return missed;
+/// Takes out what no sweep can see.
+void leaveOutExchanged(std::vector<std::string>& missed, const TreeEditor& editor) {
   for (const std::string& line : editor.log()) {
     if (!line.starts_with("swap ")) continue;
     const std::size_t middle = line.find(" and ");
@@ -112,32 +97,29 @@ std::vector<std::string> visible(std::vector<std::string> missed, const TreeEdit
       return isInside(path, first) || isInside(path, second);
     });
   }
-  return missed;
 }
 
 /// Sweeps of a tree after random edits that no recorder saw.
 void expectSweepsToFindEdits(EventHome& home, EventOptions options, std::uint64_t seed,
                              Exchanges exchanges = Exchanges::changeTimes) {
-  // A sweep looks 3 seconds further back than it was asked to. This clock is so far ahead of the files' that
-  // it looks back a tenth of a second, and what changed before goes unreported.
+  // A sweep reaches 3 seconds further back than it was asked to. This clock is so far ahead of the files'
+  // that it reaches back a tenth of a second, and what changed before goes unreported.
   SetClock clock;
   clock.shift(2'900'000);
   options.clock = &clock;
   TreeEditor editor(home.root, seed);
   editor.populate(kFirstEdits);
-  std::uint64_t since = LinuxEvents(home.folders, home.log, options).currentEventId();
-  Snapshot before(home.root);
-  for (int round = 0; round < kRounds; ++round) {
-    for (int edit = 0; edit < kEditsARound; ++edit) editor.edit();
-    const Snapshot after(home.root);
-    LinuxEvents events(home.folders, home.log, options);
-    const std::uint64_t now = events.currentEventId();
-    const auto reported = historySince(events, home.root, since);
-    const auto missed = after.missedSince(before, reported, Snapshot::HardLinks::ofEveryFolder);
-    ASSERT_EQ(joined(visible(missed, editor, exchanges)), "") << lastEdits(editor) << home.log.all();
-    before = after;
-    since = now;
-  }
+  std::uint64_t since = LinuxEvents(home.threads, home.folders, home.log, options).currentEventId();
+  expectReportsOfEdits(
+      home, editor, Snapshot::HardLinks::ofEveryFolder,
+      [&] {
+        LinuxEvents events(home.threads, home.folders, home.log, options);
+        const std::uint64_t now = events.currentEventId();
+        return historySince(events, home.root, std::exchange(since, now));
+      },
+      [&](std::vector<std::string>& missed) {
+        if (exchanges == Exchanges::leaveTimesWithinAFolder) leaveOutExchanged(missed, editor);
+      });
 }
 
 TEST_P(RandomEdits, AreFoundByASweepWhenNoRecorderRan) {
@@ -145,11 +127,7 @@ TEST_P(RandomEdits, AreFoundByASweepWhenNoRecorderRan) {
   expectSweepsToFindEdits(home, options(), randomSeed());
 }
 
-INSTANTIATE_TEST_SUITE_P(BackEnds, RandomEdits,
-                         testing::Values(EventBackEnd::inotify, EventBackEnd::fanotify),
-                         [](const auto& tested) {
-                           return tested.param == EventBackEnd::inotify ? "Inotify" : "Fanotify";
-                         });
+INSTANTIATE_TEST_SUITE_P(BackEnds, RandomEdits, eachBackEnd(), backEndName);
 
 /// The random edits on a file system of its own, mounted by the command, with $1 for an image and $2 for the
 /// folder.

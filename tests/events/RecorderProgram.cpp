@@ -51,12 +51,12 @@ std::string RecorderProgram::line() const {
   return text;
 }
 
-void RecorderProgram::hold() const {
+void RecorderProgram::pause() const {
   ::kill(child, SIGSTOP);
   ::waitpid(child, nullptr, WUNTRACED);
 }
 
-void RecorderProgram::release() const {
+void RecorderProgram::resume() const {
   ::kill(child, SIGCONT);
 }
 

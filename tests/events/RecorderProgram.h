@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "EventHome.h"
-#include "platform_linux/Descriptor.h"
+#include "linux_fs/Descriptor.h"
 
 namespace quon::test {
 
@@ -19,9 +19,9 @@ class RecorderProgram {
 
   /// The next line of its output; "" at the end.
   [[nodiscard]] std::string line() const;
-  /// Holds the process, and waits until it is held.
-  void hold() const;
-  void release() const;
+  /// Stops the process, and waits until it has stopped.
+  void pause() const;
+  void resume() const;
   /// Sends the signal, if any, and waits: the exit status, or minus the signal that ended it.
   int end(int signal = 0);
 

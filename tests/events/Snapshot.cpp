@@ -1,30 +1,28 @@
 #include "Snapshot.h"
 
-#include <dirent.h>
 #include <fcntl.h>
-#include <memory>
+#include <filesystem>
+#include <optional>
 #include <sys/stat.h>
 
-#include "base/Path.h"
 #include "platform/Events.h"
 
 namespace quon::test {
 namespace {
 
-constexpr std::int64_t kNanos = 1'000'000'000;
-
 std::string parentOf(const std::string& path) {
   return path.substr(0, path.rfind('/'));
 }
 
-struct CloseListing {
-  void operator()(DIR* listing) const { ::closedir(listing); }
-};
+std::int64_t nanos(const statx_timestamp& time) {
+  return time.tv_sec * 1'000'000'000 + time.tv_nsec;
+}
 
-std::int64_t bornAt(const std::string& path) {
+std::optional<struct statx> read(const std::string& path) {
   struct statx found {};
-  ::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BTIME, &found);
-  return found.stx_btime.tv_sec * kNanos + found.stx_btime.tv_nsec;
+  if (::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS | STATX_BTIME, &found) != 0)
+    return std::nullopt;
+  return found;
 }
 
 }  // namespace
@@ -34,29 +32,23 @@ Snapshot::Snapshot(const std::string& top) : root(top) {
   while (!left.empty()) {
     const std::string path = left.back();
     left.pop_back();
-    struct stat found {};
-    if (::lstat(path.c_str(), &found) != 0) continue;
+    const auto itself = read(path);
+    if (!itself) continue;
     Folder& folder = folders[path];
-    folder.inode = found.st_ino;
-    folder.born = bornAt(path);
-    const std::unique_ptr<DIR, CloseListing> listing(::opendir(path.c_str()));
-    while (const dirent* entry =
-               listing ? ::readdir(listing.get()) : nullptr) {  // NOLINT(concurrency-mt-unsafe)
-      const std::string name = entry->d_name;
-      if (name == "." || name == "..") continue;
-      const std::string full = joinPath(path, name);
-      if (::lstat(full.c_str(), &found) != 0) continue;
-      const bool isFolder = S_ISDIR(found.st_mode);
-      Entry& kept = folder.entries[name];
-      kept.type = isFolder ? 'd' : 'f';
-      kept.inode = found.st_ino;
-      if (isFolder) {
-        left.push_back(full);
-        continue;
-      }
-      kept.links = found.st_nlink;
-      kept.bytes = static_cast<std::uint64_t>(found.st_size);
-      kept.modified = found.st_mtim.tv_sec * kNanos + found.st_mtim.tv_nsec;
+    folder.inode = itself->stx_ino;
+    folder.born = nanos(itself->stx_btime);
+    std::error_code unreadable;
+    for (const auto& item : std::filesystem::directory_iterator(path, unreadable)) {
+      const auto found = read(item.path());
+      if (!found) continue;
+      const bool isFolder = S_ISDIR(found->stx_mode);
+      if (isFolder) left.push_back(item.path());
+      // What changes in a folder is that folder's.
+      folder.entries[item.path().filename()] = isFolder ? Entry{.isFolder = true, .inode = found->stx_ino}
+                                                        : Entry{.inode = found->stx_ino,
+                                                                .links = found->stx_nlink,
+                                                                .bytes = found->stx_size,
+                                                                .modified = nanos(found->stx_mtime)};
     }
   }
 }
@@ -67,7 +59,7 @@ bool Snapshot::differ(const Folder& first, const Folder& second, HardLinks links
     const auto found = second.entries.find(name);
     if (found == second.entries.end()) return true;
     const Entry& b = found->second;
-    if (a.type != b.type || a.inode != b.inode) return true;
+    if (a.isFolder != b.isFolder || a.inode != b.inode) return true;
     const bool elsewhere = links == HardLinks::ofTheirFolder && (a.links > 1 || b.links > 1);
     if (!elsewhere && (a.bytes != b.bytes || a.modified != b.modified)) return true;
   }

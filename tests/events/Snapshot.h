@@ -7,12 +7,11 @@
 
 namespace quon::test {
 
-/// What a tree holds, taken with readdir and lstat: the reference that reported changes are held against.
+/// What a tree contains, read without the code under test: the reference for reported changes.
 class Snapshot {
  public:
   enum class HardLinks {
-    ofTheirFolder,  ///< a file with several names changes only where it is named anew: all that watches can
-                    ///< see
+    ofTheirFolder,  ///< a file with several names changes where it is named anew: all that watches see
     ofEveryFolder,  ///< it changes wherever it has a name
   };
 
@@ -28,7 +27,7 @@ class Snapshot {
 
  private:
   struct Entry {
-    char type = 0;
+    bool isFolder = false;
     std::uint64_t inode = 0;
     std::uint64_t links = 0;
     std::uint64_t bytes = 0;

@@ -1,4 +1,4 @@
-// Everything between the kernel and the index at once, with nothing made up: random edits, made while earlier
+// Everything between the kernel and the index at once, with nothing faked: random edits, made while earlier
 // ones are being read and written, by way of each back end and of the sweep when nothing was recorded. The
 // reference is a fresh scan.
 #include <algorithm>
@@ -17,10 +17,11 @@
 
 #include "EventHome.h"
 #include "base/LoopQueue.h"
+#include "linux_fs/Descriptor.h"
 #include "live/LiveWatcher.h"
 #include "live/Refresh.h"
-#include "platform_linux/Descriptor.h"
 #include "platform_linux/LinuxPlatform.h"
+#include "scan/KeptFiles.h"
 #include "store/FolderScan.h"
 #include "store/ScanStore.h"
 #include "support/ChildProcess.h"
@@ -35,7 +36,6 @@ using Seconds = std::chrono::duration<double>;
 
 constexpr int kFirstEdits = 150;
 constexpr Seconds kWindow{0.02};
-constexpr Seconds kPatience{60.0};
 
 /// From QUON_MODEL_BURSTS, for long runs by hand.
 int roundsPerRun(int usual) {
@@ -81,8 +81,8 @@ struct EditedHome {
   void edit(int count) {
     for (int done = 0; done < count; ++done) editor.edit();
   }
-  /// A change that is whole at once.
-  void mark() {
+  /// A change by one system call.
+  void makeMark() {
     const std::string path = home.root + "/.mark" + std::to_string(marksMade++);
     const Descriptor file(::open(path.c_str(), O_CREAT | O_EXCL | O_RDONLY | O_CLOEXEC, 0644));
     ASSERT_TRUE(file.isOpen());
@@ -91,17 +91,17 @@ struct EditedHome {
   /// "" when index and tree equal a fresh scan, else how they differ.
   std::string differencesOf(const DirNode& tree, const std::string& index) {
     (void)editor.takeEvents();
-    std::string told = differences(tree, *load(index).result.root);
-    told += differences(index, scan("fresh").index, soleNames);
-    if (told.empty()) return told;
+    std::string found = differences(tree, *load(index).result.root);
+    found += differences(index, scan("fresh").index, soleNames);
+    if (found.empty()) return found;
     const auto& log = editor.log();
     for (std::size_t at = log.size() - std::min<std::size_t>(log.size(), 100); at < log.size(); ++at) {
-      told += log[at] + "\n";
+      found += log[at] + "\n";
     }
-    return told + home.log.all();
+    return found + home.log.all();
   }
 
-  /// A name can go while its folder is closed; nothing tells then that the other name is the last.
+  /// A name can go while its folder is closed; then no event says that the other name is the last.
   const SoleNames soleNames;
   EventHome home;
   TreeEditor editor;
@@ -114,7 +114,7 @@ void expectLiveUpdatesToStayTrue(const EventOptions& options, TreeEditor::Permis
   EditedHome edited(seed, permissions);
   EventHome& home = edited.home;
   FolderScan::Outcome scanned = edited.scan("kept");
-  LinuxEvents events(home.folders, home.log, options);
+  LinuxEvents events(home.threads, home.folders, home.log, options);
   PromptEvents prompt(events);
   ThreadQueue callbacks;
   ThreadQueue work;
@@ -146,9 +146,9 @@ void expectLiveUpdatesToStayTrue(const EventOptions& options, TreeEditor::Permis
     editing.join();
     ASSERT_TRUE(Listener(events, home.root, events.currentEventId()).waitForHistory());
     const std::uint64_t now = events.currentEventId();
-    edited.mark();
+    edited.makeMark();
     bool tooLate = false;
-    WorkItem deadline = main.postAfter(kPatience, [&] { tooLate = true; });
+    WorkItem deadline = main.postAfter(kGiveUpAfter, [&] { tooLate = true; });
     (void)main.runUntil([&] { return newest > now || !failure.empty() || tooLate; });
     deadline.cancel();
     ASSERT_FALSE(tooLate) << home.log.all();
@@ -167,7 +167,7 @@ void expectLaunchesToBeTrue(const EventOptions& options) {
     std::optional<RunningRecorder> recorder;
     if (round % 2 == 0) recorder.emplace(edited.home, options);
     edited.edit(30);
-    LinuxEvents events(edited.home.folders, edited.home.log, options);
+    LinuxEvents events(edited.home.threads, edited.home.folders, edited.home.log, options);
     Loaded loaded = edited.load(index);
     const auto [result, outcome] =
         Refresh::catchUp(edited.platform.services(), events, loaded,
@@ -190,28 +190,17 @@ void inMemory(const std::function<void()>& body) {
   });
 }
 
-class StaysTrue : public testing::TestWithParam<EventBackEnd> {
- protected:
-  void SetUp() override {
-    if (GetParam() == EventBackEnd::fanotify && !mayUseFanotify()) {
-      GTEST_SKIP() << "fanotify takes root, or CAP_SYS_ADMIN and CAP_DAC_READ_SEARCH";
-    }
-  }
-  [[nodiscard]] EventOptions options() const { return {.backEnd = GetParam()}; }
-};
+class StaysTrue : public WithBackEnd {};
 
 TEST_P(StaysTrue, WhileFilesChange) {
-  inMemory([this] { expectLiveUpdatesToStayTrue(options(), TreeEditor::Permissions::kept); });
+  inMemory([] { expectLiveUpdatesToStayTrue(options(), TreeEditor::Permissions::kept); });
 }
 
 TEST_P(StaysTrue, FromLaunchToLaunchWithAndWithoutARecorder) {
-  inMemory([this] { expectLaunchesToBeTrue(options()); });
+  inMemory([] { expectLaunchesToBeTrue(options()); });
 }
 
-INSTANTIATE_TEST_SUITE_P(BackEnds, StaysTrue, testing::Values(EventBackEnd::inotify, EventBackEnd::fanotify),
-                         [](const auto& tested) {
-                           return tested.param == EventBackEnd::inotify ? "Inotify" : "Fanotify";
-                         });
+INSTANTIATE_TEST_SUITE_P(BackEnds, StaysTrue, eachBackEnd(), backEndName);
 
 TEST(StaysTrueForAnOrdinaryUser, WhilePermissionsAreTakenAwayAndGivenBack) {
   inMemory([] {

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "ScannedTree.h"
-#include "platform_linux/LinuxFiles.h"
+#include "linux_fs/LinuxFiles.h"
 #include "support/HookedDirectories.h"
 #include "support/IndexComparison.h"
 

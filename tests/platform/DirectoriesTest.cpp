@@ -7,13 +7,14 @@
 #include <set>
 #include <string>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 #include <vector>
 
+#include "linux_fs/Descriptor.h"
+#include "linux_fs/LinuxDirectories.h"
+#include "linux_fs/LinuxFiles.h"
 #include "platform/Directories.h"
-#include "platform_linux/Descriptor.h"
-#include "platform_linux/LinuxDirectories.h"
-#include "platform_linux/LinuxFiles.h"
 #include "support/ChildProcess.h"
 #include "support/TempFolder.h"
 
@@ -21,7 +22,7 @@ namespace quon::test {
 namespace {
 
 struct Listed {
-  std::map<std::string, DirEntry> entries;  // whose own names no longer hold
+  std::map<std::string, DirEntry> entries;  // whose own names are dangling
   std::size_t delivered = 0;
   std::size_t largestBatch = 0;
   bool refused = false;
@@ -54,7 +55,7 @@ class Directories : public testing::Test {
   std::unique_ptr<DirectoryReader> reader = LinuxDirectories().makeReader();
 };
 
-TEST_F(Directories, TellsWhatLstatTellsOfEveryEntry) {
+TEST_F(Directories, ListsEveryEntryAsLstatReportsIt) {
   std::set<std::string> names;
   for (int number = 0; number < 3000; ++number) {  // more than a buffer of long names holds
     std::string name = "file " + std::to_string(number);
@@ -77,10 +78,17 @@ TEST_F(Directories, TellsWhatLstatTellsOfEveryEntry) {
   EXPECT_EQ(listed.delivered, names.size());
   EXPECT_LE(listed.largestBatch, 500U);
   std::error_code error;
-  const std::uint32_t device = LinuxFiles().facts(temp.path, error).value().device;
+  const PathFacts folder = LinuxFiles().facts(temp.path, error).value();
+  const FolderFacts opened = reader->open(temp.path).directory->facts();
+  EXPECT_EQ(opened.device, folder.device);
+  EXPECT_EQ(opened.fileID, folder.fileID);
+  EXPECT_EQ(opened.mtime, folder.mtime);
+  const Listed identities = listAll(*reader, reader->open(temp.path).directory, Detail::identity);
   for (const std::string& name : names) {
     ASSERT_TRUE(listed.entries.contains(name)) << testing::PrintToString(name);
     const DirEntry& entry = listed.entries.at(name);
+    EXPECT_EQ(identities.entries.at(name).type, entry.type);
+    EXPECT_EQ(identities.entries.at(name).fileID, entry.fileID);
     struct stat truth {};
     ASSERT_EQ(::lstat(temp.at(name).c_str(), &truth), 0);
     EXPECT_EQ(entry.type, S_ISREG(truth.st_mode)   ? EntryType::regular
@@ -92,11 +100,11 @@ TEST_F(Directories, TellsWhatLstatTellsOfEveryEntry) {
     EXPECT_EQ(entry.logical, static_cast<std::uint64_t>(truth.st_size));
     EXPECT_EQ(entry.physical, static_cast<std::uint64_t>(truth.st_blocks) * 512);
     EXPECT_EQ(entry.mtime, truth.st_mtim.tv_sec);
-    EXPECT_EQ(entry.device, device);
+    EXPECT_EQ(entry.device, folder.device);
   }
 }
 
-TEST_F(Directories, OpensFoldersOnly) {
+TEST_F(Directories, NothingButAFolderIsOpened) {
   temp.file("file");
   temp.folder("folder");
   std::filesystem::create_directory_symlink("folder", temp.at("link"));
@@ -112,65 +120,22 @@ TEST_F(Directories, OpensFoldersOnly) {
   EXPECT_TRUE(list("").entries.contains("proc"));
 }
 
-TEST_F(Directories, IsNotLedAwayByALinkAnywhereInAPath) {
-  // A folder that was replaced by a link must not lead out of the tree, however long the path below it.
-  const std::string below = "/" + std::string(200, 'a');
-  std::string real = temp.folder("real");
-  std::filesystem::create_directory_symlink("real", temp.at("link"));
-  std::string linked = temp.at("link");
-  Descriptor at(::open(real.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  while (real.size() < 2 * PATH_MAX) {
-    ASSERT_EQ(::mkdirat(at.get(), below.c_str() + 1, S_IRWXU), 0);
-    at = Descriptor(::openat(at.get(), below.c_str() + 1, O_PATH | O_DIRECTORY | O_CLOEXEC));
-    real += below;
-    linked += below;
-    EXPECT_TRUE(reader->open(real).directory) << real.size();
-    EXPECT_EQ(reader->open(linked).error, std::errc::too_many_symbolic_link_levels) << linked.size();
-  }
-}
-
-TEST_F(Directories, TellsOfAnOpenFolderAndOfIdentitiesAlone) {
-  temp.file("file", 5000);
-  temp.folder("folder");
-  std::filesystem::create_symlink("file", temp.at("link"));
-  struct stat truth {};
-  ASSERT_EQ(::stat(temp.path.c_str(), &truth), 0);
-  const OpenedDirectory opened = reader->open(temp.path);
-  const FolderFacts facts = opened.directory->facts();
-  std::error_code error;
-  EXPECT_EQ(facts.device, LinuxFiles().facts(temp.path, error).value().device);
-  EXPECT_EQ(facts.fileID, truth.st_ino);
-  EXPECT_EQ(facts.mtime, truth.st_mtim.tv_sec);
-
-  const Listed full = listAll(*reader, opened.directory);
-  const Listed quick = listAll(*reader, reader->open(temp.path).directory, Detail::identity);
-  ASSERT_EQ(quick.entries.size(), 3U);
-  for (const auto& [name, entry] : quick.entries) {
-    EXPECT_EQ(entry.type, full.entries.at(name).type) << name;
-    EXPECT_EQ(entry.fileID, full.entries.at(name).fileID) << name;
-  }
-}
-
-TEST_F(Directories, SharesOneReaderAmongListingsAndAbandonsTheOneBefore) {
+TEST_F(Directories, OneReaderListsOneFolderAfterTheOther) {
   for (int number = 0; number < 1000; ++number) temp.file("many/" + std::to_string(number));
   temp.file("few/only");
-  const OpenedDirectory many = reader->open(temp.at("many"));
-  reader->start(many.directory);
+  reader->start(reader->open(temp.at("many")).directory);
   EXPECT_EQ(reader->next().status, ReadStatus::more);
   EXPECT_EQ(list(temp.at("few")).delivered, 1U);
   EXPECT_EQ(list(temp.at("many")).delivered, 1000U);
-}
 
-TEST_F(Directories, AFolderRemovedWhileOpenComesToItsEnd) {
-  temp.file("gone/file");
-  const OpenedDirectory opened = reader->open(temp.at("gone"));
-  removeTree(temp.at("gone"));
-  const Listed listed = listAll(*reader, opened.directory);
-  EXPECT_EQ(listed.end, ReadStatus::end);
+  const OpenedDirectory gone = reader->open(temp.at("few"));
+  removeTree(temp.at("few"));
+  const Listed listed = listAll(*reader, gone.directory);
+  EXPECT_EQ(listed.end, ReadStatus::end) << "a folder that was removed while it was open";
   EXPECT_EQ(listed.delivered, 0U);
 }
 
-TEST_F(Directories, LeavesAccessTimesAlone) {
+TEST_F(Directories, AccessTimesAreNotChanged) {
   temp.file("folder/file");
   const timespec longAgo{.tv_sec = 946684800, .tv_nsec = 0};
   const std::array<timespec, 2> times{longAgo, {.tv_sec = 0, .tv_nsec = UTIME_OMIT}};
@@ -181,7 +146,7 @@ TEST_F(Directories, LeavesAccessTimesAlone) {
   EXPECT_EQ(after.st_atim.tv_sec, longAgo.tv_sec);
 }
 
-TEST_F(Directories, TellsWhenAttributesAreRefused) {
+TEST_F(Directories, AttributesThatAreRefusedAreReported) {
   temp.file("half open/file", 5000);
   temp.folder("half open/below");
   ASSERT_EQ(::chmod(temp.at("half open").c_str(), S_IRUSR | S_IROTH), 0);
@@ -198,44 +163,69 @@ TEST_F(Directories, TellsWhenAttributesAreRefused) {
   });
 }
 
-TEST_F(Directories, ReachesPathsOfAnyLength) {
-  Descriptor at;
-  std::string path;
-  const auto descend = [&](const std::string& name) {
+/// Steps down through folders that it makes, and keeps their path.
+struct Descent {
+  explicit Descent(const std::string& top) : at(::open(top.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {}
+  void into(const std::string& name) {
     ASSERT_EQ(::mkdirat(at.get(), name.c_str(), S_IRWXU), 0);
     at = Descriptor(::openat(at.get(), name.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     path += "/" + name;
-  };
-  const auto expectReached = [&](const std::string& asked) {
-    const OpenedDirectory opened = reader->open(asked);
-    ASSERT_TRUE(opened.directory) << asked.size() << " bytes: " << opened.error.message();
+  }
+  [[nodiscard]] ino_t inode() const {
     struct stat truth {};
-    ASSERT_EQ(::fstat(at.get(), &truth), 0);
-    EXPECT_EQ(opened.directory->facts().fileID, truth.st_ino);
+    EXPECT_EQ(::fstat(at.get(), &truth), 0);
+    return truth.st_ino;
+  }
+
+  Descriptor at;
+  std::string path;
+};
+
+TEST_F(Directories, PathsOfAnyLengthAreReachedAndLedAwayByNoLink) {
+  const std::string real = temp.folder("real");
+  std::filesystem::create_directory_symlink("real", temp.at("link"));
+  const auto expectReached = [&](const Descent& descent) {
+    const OpenedDirectory opened = reader->open(real + descent.path);
+    ASSERT_TRUE(opened.directory) << descent.path.size() << " bytes: " << opened.error.message();
+    EXPECT_EQ(opened.directory->facts().fileID, descent.inode());
+    // A folder that was replaced by a link must not lead out of the tree, however long the path below it.
+    EXPECT_EQ(reader->open(temp.at("link") + descent.path).error, std::errc::too_many_symbolic_link_levels);
   };
   // Folders at every length around the system's limit, and slashes at every place around it.
   for (const std::size_t pad : {0U, 1U}) {
-    at = Descriptor(::open(temp.path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    path = temp.path;
-    while (path.size() < PATH_MAX - 300) descend(std::string(200 + pad, 'n'));
-    descend(std::string(PATH_MAX - 20 - pad - path.size() - 1, 'n'));
-    while (path.size() < PATH_MAX + 20) {
-      descend("x");
-      expectReached(path);
+    Descent descent(real);
+    while (real.size() + descent.path.size() < PATH_MAX - 300) descent.into(std::string(200 + pad, 'n'));
+    descent.into(std::string(PATH_MAX - 20 - pad - real.size() - descent.path.size() - 1, 'n'));
+    while (real.size() + descent.path.size() < PATH_MAX + 20) {
+      descent.into("x");
+      expectReached(descent);
     }
+    while (descent.path.size() < 2 * PATH_MAX + 100) {
+      descent.into("y" + std::string(30, 'n'));
+      expectReached(descent);
+    }
+    const std::string path = real + descent.path;
+    EXPECT_EQ(reader->open(path + "/missing").error, std::errc::no_such_file_or_directory);
+    EXPECT_EQ(reader->open(path + "/" + std::string(256, 'n')).error, std::errc::filename_too_long);
   }
-  while (path.size() < 2 * PATH_MAX + 100) {
-    descend("y" + std::string(30, 'n'));
-    expectReached(path);
-  }
-  EXPECT_EQ(reader->open(path + "/missing").error, std::errc::no_such_file_or_directory);
-  EXPECT_EQ(reader->open(path + "/" + std::string(256, 'n')).error, std::errc::filename_too_long);
+}
 
-  // Doubled slashes mean what one means, wherever the path is taken apart.
-  for (std::size_t lead = 1; lead < 40; ++lead) {
-    std::string doubled(lead, '/');
-    for (const char byte : path.substr(1)) doubled += byte == '/' ? "//" : std::string(1, byte);
-    expectReached(doubled);
+TEST_F(Directories, AreReachedInASandboxThatRefusesOpenat2) {
+  const std::string name = std::string(200, 'n');
+  std::string path = temp.path;
+  for (Descent descent(temp.path); path.size() < PATH_MAX + 300; path = temp.path + descent.path)
+    descent.into(name);
+  std::filesystem::create_directory_symlink(name, temp.at("link"));
+  std::filesystem::permissions(temp.path, std::filesystem::perms(0755));
+  for (const int error : {EPERM, ENOSYS}) {
+    inChild([&] {
+      refuseCall(SYS_openat2, error);
+      EXPECT_TRUE(reader->open(temp.at(name)).directory);
+      EXPECT_TRUE(reader->open(path).directory);
+      EXPECT_EQ(reader->open(temp.at("link")).error, std::errc::not_a_directory);
+      // Without the right to leave the access time alone.
+      asOrdinaryUser([&] { EXPECT_TRUE(reader->open(temp.path).directory); });
+    });
   }
 }
 

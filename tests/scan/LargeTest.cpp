@@ -12,8 +12,8 @@
 #include <unistd.h>
 
 #include "Reference.h"
+#include "linux_fs/Descriptor.h"
 #include "platform/Directories.h"
-#include "platform_linux/Descriptor.h"
 #include "scan/ScanSink.h"
 #include "support/ChildProcess.h"
 #include "support/SampleTree.h"

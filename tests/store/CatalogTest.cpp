@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "base/Path.h"
-#include "platform_linux/LinuxFiles.h"
+#include "linux_fs/LinuxFiles.h"
 #include "store/FolderScan.h"
 #include "store/IndexCatalog.h"
 #include "store/ScanStore.h"

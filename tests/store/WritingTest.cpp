@@ -16,8 +16,8 @@
 #include <thread>
 #include <unistd.h>
 
+#include "linux_fs/LinuxFiles.h"
 #include "platform/Threads.h"
-#include "platform_linux/LinuxFiles.h"
 #include "store/FolderScan.h"
 #include "store/ScanStore.h"
 #include "store/StoreError.h"

@@ -6,6 +6,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 
 namespace quon {
 
@@ -23,6 +24,7 @@ constexpr std::uint32_t mount = 0x40;
 constexpr std::uint32_t unmount = 0x80;
 /// Any of these means that changes may have been lost: the tree must be scanned again.
 constexpr std::uint32_t lostTrack = 0xEE;
+
 }  // namespace EventFlag
 
 /// Something changed directly in a folder, or, with mustScanSubdirs, anywhere below it.

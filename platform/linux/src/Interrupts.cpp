@@ -13,7 +13,7 @@
 #include <unistd.h>
 #include <utility>
 
-#include "platform_linux/Descriptor.h"
+#include "linux_fs/Descriptor.h"
 #include "platform_linux/LinuxThreads.h"
 
 namespace quon {

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "base/Text.h"
-#include "platform_linux/LinuxFiles.h"
+#include "linux_fs/LinuxFiles.h"
 
 namespace quon {
 namespace {

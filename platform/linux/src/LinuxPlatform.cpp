@@ -7,8 +7,8 @@
 #include <unistd.h>
 
 #include "base/Path.h"
-#include "platform_linux/LinuxDirectories.h"
-#include "platform_linux/LinuxFiles.h"
+#include "linux_fs/LinuxDirectories.h"
+#include "linux_fs/LinuxFiles.h"
 #include "platform_linux/LinuxThreads.h"
 
 namespace quon {

@@ -1,6 +1,9 @@
 #include "support/ChildProcess.h"
 
+#include <array>
 #include <cerrno>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <exception>
 #include <fcntl.h>
@@ -8,9 +11,12 @@
 #include <fstream>
 #include <grp.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <sched.h>
 #include <string>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
@@ -93,6 +99,17 @@ void asOrdinaryUser(const std::function<void()>& body) {
     }
     body();
   });
+}
+
+void refuseCall(long number, int error) {
+  std::array<sock_filter, 4> program{
+      {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+       BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<std::uint32_t>(number), 0, 1),
+       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<std::uint32_t>(error)),
+       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)}};
+  const sock_fprog filter{program.size(), program.data()};
+  must(::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), "cannot give up new privileges");
+  must(::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter), "cannot filter system calls");
 }
 
 void mountTmpfs(const std::string& folder) {

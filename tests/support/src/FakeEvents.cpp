@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "base/BackgroundQueue.h"
-#include "platform_linux/DeliveryGate.h"
+#include "base/DeliveryGate.h"
 
 namespace quon::test {
 namespace {

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <system_error>
 
+#include "linux_fs/Descriptor.h"
 #include "support/TreeEditor.h"
 
 namespace quon::test {

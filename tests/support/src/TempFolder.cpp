@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform_linux/Descriptor.h"
+#include "linux_fs/Descriptor.h"
 
 namespace quon::test {
 namespace {

@@ -12,7 +12,7 @@
 #include <unistd.h>
 #include <utility>
 
-#include "platform_linux/Descriptor.h"
+#include "linux_fs/Descriptor.h"
 #include "scan/DirNode.h"
 
 namespace quon::test {

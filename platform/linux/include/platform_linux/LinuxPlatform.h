@@ -16,7 +16,7 @@ class LinuxPlatform {
   [[nodiscard]] const Platform& services() const;
   /// From $HOME (else the user database) and the XDG variables; those that are not absolute are ignored.
   [[nodiscard]] static Folders folders();
-  /// Lets the process hold as many open folders as its hard limit allows. Called once by main.
+  /// Lets the process have as many open folders as its hard limit allows. Called once by main.
   static void raiseOpenFileLimit();
 
  private:

@@ -19,6 +19,9 @@ void inPrivateMounts(const std::function<void()>& body);
 /// In a child to which permissions apply: as the user nobody when the test runs as root.
 void asOrdinaryUser(const std::function<void()>& body);
 
+/// Only in a child. From here on the system call of that number fails with the error number, as in a sandbox.
+void refuseCall(long number, int error);
+
 /// Only in private mounts. An empty file system in memory, without limits of its own.
 void mountTmpfs(const std::string& folder);
 void bindMount(const std::string& from, const std::string& to);

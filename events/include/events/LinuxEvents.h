@@ -1,0 +1,34 @@
+#pragma once
+
+#include <memory>
+
+#include "events/EventOptions.h"
+#include "platform/Events.h"
+#include "platform/Folders.h"
+
+namespace quon {
+
+class Log;
+class ThreadService;
+
+/// The event journal of this user. What it delivers comes out of the journal's file; if no other process
+/// records, this one does, on a thread of its own, until the service is destroyed.
+///
+/// Threads: any. The thread service, the log and the streams' queues outlive the service; streams may outlive
+/// it, but deliver nothing more.
+class LinuxEvents final : public EventService {
+ public:
+  LinuxEvents(const ThreadService& threads, Folders folders, Log& log, EventOptions options = {});
+  /// Stops every stream and the recording.
+  ~LinuxEvents() override;
+
+  [[nodiscard]] std::unique_ptr<EventStream> create(const EventRequest& request, BackgroundQueue& queue,
+                                                    Callback callback) override;
+  [[nodiscard]] std::uint64_t currentEventId() override;
+
+ private:
+  struct Service;
+  std::unique_ptr<Service> service;
+};
+
+}  // namespace quon

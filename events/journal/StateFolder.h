@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+
+#include "linux_fs/Descriptor.h"
+
+namespace quon {
+
+/// Makes the folder of the program's state when it is missing, and closes it to everybody but its owner, who
+/// must be the user. Throws std::system_error.
+void ensureStateFolder(const std::string& path);
+
+/// Opens a file of the state folder for writing, made for the user alone when it is missing. Throws
+/// std::system_error.
+[[nodiscard]] Descriptor openStateFile(const std::string& path);
+
+/// An exclusive lock on a file of the state folder until destruction; waits for it.
+class StateFileLock {
+ public:
+  explicit StateFileLock(const std::string& path);
+
+ private:
+  Descriptor file;
+};
+
+}  // namespace quon

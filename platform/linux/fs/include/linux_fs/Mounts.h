@@ -1,0 +1,25 @@
+#pragma once
+
+#include <compare>
+#include <string>
+#include <vector>
+
+#include "linux_fs/Descriptor.h"
+
+namespace quon {
+
+struct Mount {
+  int id = 0;         ///< the kernel's; another mount at the same place has another one
+  std::string point;  ///< bytes, absolute
+
+  friend auto operator<=>(const Mount&, const Mount&) = default;
+};
+
+/// Opens the table of the mounts that this process sees; poll() reports POLLPRI on it when they change.
+/// Throws std::system_error, as does reading it. Threads: any.
+[[nodiscard]] Descriptor openMounts();
+
+/// The mounts, in the order of their mounting.
+[[nodiscard]] std::vector<Mount> readMounts(const Descriptor& table);
+
+}  // namespace quon
