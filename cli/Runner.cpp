@@ -25,21 +25,21 @@ Runner::Runner(const Platform& services, const Terminal& streams, LoopQueue& que
 
 void Runner::wait() {
   waiting = true;
-  (void)loop.runUntil([this] { return !model.isBusy() || model.lastRun.cancelled; });
+  (void)loop.runUntil([this] { return !model.isBusy() || model.lastRun.cancelled || graceOver; });
   waiting = false;
   clearProgress();
+  if (graceOver) {
+    const std::string building = model.buildingFile();
+    if (!building.empty()) platform.files.remove(building);
+    leaveNow(kInterrupted);
+  }
   if (model.lastRun.cancelled) throw Interrupted();
 }
 
 void Runner::onInterrupt() {
   if (!waiting) leaveNow(kInterrupted);
   model.cancel();
-  loop.postAfter(kGrace, [this] {
-    clearProgress();
-    const std::string building = model.buildingFile();
-    if (!building.empty()) platform.files.remove(building);
-    leaveNow(kInterrupted);
-  });
+  loop.postAfter(kGrace, [this] { graceOver = true; });
 }
 
 void Runner::showProgress() {

@@ -39,6 +39,7 @@ class Runner {
   LoopQueue& loop;
   AppModel& model;
   bool progressShown = false;
+  bool graceOver = false;  ///< an interrupted scan or load did not end in time
   std::atomic<bool> waiting{false};
   Observation place;
 };

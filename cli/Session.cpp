@@ -174,7 +174,8 @@ OpenedTree Session::open(const std::string& path) {
   OpenedTree tree = opened(path);
   // On another file system than the root, or made since when nothing was caught up.
   if (!tree.scope && tree.root != path) tree = scan(path);
-  if (!tree.scope) throw CommandFailure("cannot open " + displayText(path) + ": it was not found by the scan of " +
+  if (!tree.scope)
+    throw CommandFailure("cannot open " + displayText(path) + ": it was not found by the scan of " +
                          displayText(tree.root));
   driven->_scope.set(tree.scope);
   return tree;

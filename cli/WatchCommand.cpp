@@ -34,6 +34,7 @@ class Watch {
     if (tree.index.empty())
       throw CommandFailure("changes are kept in a saved index, and none could be saved");
     // Live updates that ended when they were to begin: a scan would end in the same way.
+    session.await([this] { return !session.model().isLiveStarting(); });
     if (!session.model()._isLive.get()) throw CommandFailure("changes cannot be watched: " + reason);
     paused = false;
     tellReady(tree);

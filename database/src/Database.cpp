@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <sqlite3.h>
 
+#include "base/MainThread.h"
 #include "base/Text.h"
 
 namespace quon {
@@ -35,6 +36,7 @@ void Database::fail() const {
 }
 
 Database Database::open(const std::string& path, Mode mode, RaiseFailure raise) {
+  requireBackground("Database::open");
   // Counting SQLite's own allocations takes a lock for each; nobody reads the counts. Refused, and harmless,
   // when another part of the program uses SQLite already.
   static const int kConfigured = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);

@@ -105,18 +105,18 @@ ManualBackgroundQueue& ModelHome::queue(std::string_view name) {
 
 void ModelHome::restart() {
   model.reset();
-  model = std::make_unique<AppModel>(ModelServices{
-      services, events, defaults, desktop,
-      Folders{.home = userHome,
-              .data = top.at("data"),
-              .config = top.at("config"),
-              .state = top.at("state"),
-              .cacheHome = userHome + "/.cache",
-              .configHome = userHome + "/.config",
-              .dataHome = userHome + "/.local/share"},
-      main, [this](std::string_view name) -> BackgroundQueue& { return queue(name); },
-      [this] { return std::chrono::duration<double>(queue(QueueName::liveWork).now()); },
-      [this] { return now; }});
+  model = std::make_unique<AppModel>(
+      ModelServices{services, events, defaults, desktop,
+                    Folders{.home = userHome,
+                            .data = top.at("data"),
+                            .config = top.at("config"),
+                            .state = top.at("state"),
+                            .cacheHome = userHome + "/.cache",
+                            .configHome = userHome + "/.config",
+                            .dataHome = userHome + "/.local/share"},
+                    main, [this](std::string_view name) -> BackgroundQueue& { return queue(name); },
+                    [this] { return std::chrono::duration<double>(queue(QueueName::liveWork).now()); },
+                    [this] { return now; }});
 }
 
 void ModelHome::finish() {
@@ -137,7 +137,7 @@ void ModelHome::settle(double seconds) {
 }
 
 void ModelHome::push(const std::vector<FolderEvent>& list) {
-  queue(QueueName::liveEvents).runPosted();
+  settle();
   events.push(list);
   queue(QueueName::liveEvents).runPosted();
   queue(QueueName::liveWork).advance(std::chrono::seconds(2));

@@ -143,7 +143,7 @@ TEST_F(Navigation, LosingTrackIsAProblemUntilTheNextScan) {
 }
 
 TEST_F(Navigation, ABatchThatAScanMadeVoidChangesNothing) {
-  home.queue(QueueName::liveEvents).runPosted();
+  home.settle();
   home.top.file("tree/a/more", 1000);
   home.events.push({{home.root + "/a", 0, 5}});
   home.queue(QueueName::liveEvents).runPosted();

@@ -41,7 +41,8 @@ TEST(RealQueues, SearchesAndLensesStayRightBesideBatches) {
   int searched = 0;
   for (int batch = 1; batch <= kBatches; ++batch) {
     const std::string changed = root + "/" + std::to_string(batch);
-    model._scope.set(std::get<RefPtr<DirNode>>(model.entryFor(changed + "/1" + std::to_string(batch))->payload));
+    model._scope.set(
+        std::get<RefPtr<DirNode>>(model.entryFor(changed + "/1" + std::to_string(batch))->payload));
     top.file("tree/" + std::to_string(batch) + "/new/film.mp4", kMiB);
     // The ancestor of the scope that is searched is replaced as a whole.
     events.push({{changed, EventFlag::mustScanSubdirs, static_cast<std::uint64_t>(batch)}});

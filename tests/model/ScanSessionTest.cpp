@@ -108,7 +108,7 @@ TEST_F(Scans, CancelledLeadBackToWhatWasShownAndFollowItAgain) {
   home.scan();
   model().jump(*model().entryFor(home.root + "/a"));
   // A batch is written to the index, and has not reached the tree when the next scan begins.
-  home.queue(QueueName::liveEvents).runPosted();
+  home.settle();
   home.top.file("tree/a/more", 1000);
   home.events.push({{home.root + "/a", 0, 5}});
   home.queue(QueueName::liveEvents).runPosted();
@@ -120,6 +120,7 @@ TEST_F(Scans, CancelledLeadBackToWhatWasShownAndFollowItAgain) {
   model().cancel();
   home.threads.resume();
   home.finish();
+  home.settle();
   EXPECT_TRUE(model().lastRun.cancelled || model().lastRun.wasLoaded);
   EXPECT_EQ(model()._phase.get(), Phase::ready);
   EXPECT_EQ(model()._rootPath.get(), home.root);
@@ -208,6 +209,7 @@ TEST_F(Scans, AnIndexThatCannotBeSavedIsAProblemThatStands) {
   EXPECT_FALSE(model()._isLive.get());
   std::filesystem::remove(home.top.at("data"));
   home.scan();
+  home.settle();
   EXPECT_THAT(model()._problems.get(), SizeIs(0));
   EXPECT_TRUE(model()._isLive.get());
 }

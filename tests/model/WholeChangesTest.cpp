@@ -110,6 +110,7 @@ class WholeChanges : public testing::Test {
     EXPECT_EQ(model._phase.get(), Phase::ready);
     ASSERT_TRUE(model._result.get());
     EXPECT_EQ(model._result.get()->root->totalLogical, 5 * kMiB);
+    home.settle();
     home.main.advance(std::chrono::seconds(1));
     EXPECT_EQ(model._scanStats.get(), "") << "the progress of an earlier scan goes on";
     EXPECT_EQ(home.events.requests().back().root, other);
@@ -205,6 +206,7 @@ TEST_F(WholeChanges, AnObserverMayCancelWhileAScanBegins) {
   EXPECT_EQ(model._rootPath.get(), home.root);
   EXPECT_EQ(model._phase.get(), Phase::ready);
   EXPECT_EQ(model._result.get()->root->totalLogical, 5 * kMiB);
+  home.settle();
   EXPECT_TRUE(model._isLive.get());
 }
 

@@ -69,13 +69,14 @@ void Job::launch(std::function<void(const IsVoid&)> work, std::function<void(con
                  std::chrono::duration<double> delay) {
   stop();
   running = true;
-  const auto flight = std::make_shared<Flight>(Flight{.tree = reads == Reads::tree ? state.shownTree() : nullptr,
-                                                      .work = std::move(work),
-                                                      .finish = std::move(finish),
-                                                      .failure = {},
-                                                      .job = self,
-                                                      .box = box,
-                                                      .generation = box->advance()});
+  const auto flight =
+      std::make_shared<Flight>(Flight{.tree = reads == Reads::tree ? state.shownTree() : nullptr,
+                                      .work = std::move(work),
+                                      .finish = std::move(finish),
+                                      .failure = {},
+                                      .job = self,
+                                      .box = box,
+                                      .generation = box->advance()});
   waiting = state.services.queue(queueName).postAfter(delay, [flight, &main = state.services.main]() mutable {
     flight->run();
     main.post([landed = std::move(flight)] {

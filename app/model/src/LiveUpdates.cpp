@@ -8,16 +8,27 @@
 
 namespace quon {
 
-LiveUpdates::LiveUpdates(ModelState& model) : _indexedAt(model), _isLive(model), state(model) {}
+LiveUpdates::LiveUpdates(ModelState& model)
+    : _indexedAt(model),
+      _isLive(model),
+      state(model),
+      starting(
+          model, QueueName::liveWork, Job::Reads::nothing,
+          [this](std::shared_ptr<LiveWatcher>&& watcher) {
+            liveWatcher = std::move(watcher);
+            _isLive.set(true);
+          },
+          [this](const std::string& reason) { take(LiveWatcher::NeedsRescan{reason}); }) {}
 
 void LiveUpdates::startLiveWatch(std::uint64_t sinceEventId, std::uint32_t rootDev) {
   stopLiveWatch();
   if (!state.options.liveUpdates) return;
   const ShownTreeRef& tree = state.shownTree();
   if (tree->indexURL.empty()) {
-    return state.raise(Problem::Kind::notWatched,
-                       "Changes are not followed, because the index of this folder could not be saved. Rescan "
-                       "once it can be.");
+    return state.raise(
+        Problem::Kind::notWatched,
+        "Changes are not followed, because the index of this folder could not be saved. Rescan "
+        "once it can be.");
   }
   if (sinceEventId == 0) {
     return state.raise(Problem::Kind::notWatched,
@@ -31,34 +42,38 @@ void LiveUpdates::startLiveWatch(std::uint64_t sinceEventId, std::uint32_t rootD
     if (const auto alive = weak.lock()) (*alive)->take(event);
   };
   const WalkResult& result = *tree->result;
-  _isLive.set(true);
-  liveWatcher = std::make_unique<LiveWatcher>(
-      LiveWatcher::Services{
-          state.services.platform, state.services.events, state.services.queue(QueueName::liveEvents),
-          state.services.queue(QueueName::liveWork),
-          [weak, &main](std::function<void()> commitToTree) {
-            main.post([weak, commitToTree = std::move(commitToTree)] {
-              if (const auto alive = weak.lock()) (*alive)->commit(commitToTree);
-            });
-          },
-          // Applied batches are reported from within the commit, and belong to its operation.
-          [onEvent, &main](const LiveWatcher::Event& event) {
-            if (std::holds_alternative<LiveWatcher::Update>(event)) return onEvent(event);
-            main.post([onEvent, event] { onEvent(event); });
-          },
-          state.services.steadyClock},
-      LiveWatcher::Options{
-          .index = {.root = tree->root,
-                    .indexURL = tree->indexURL,
-                    .rootDev = rootDev,
-                    .skipPaths = {result.skippedProtected.begin(), result.skippedProtected.end()}},
-          .tree = result.root,
-          .topFiles = result.topFiles,
-          .sinceEventId = sinceEventId});
+  const LiveWatcher::Services watcherServices{
+      state.services.platform, state.services.events, state.services.queue(QueueName::liveEvents),
+      state.services.queue(QueueName::liveWork),
+      [weak, &main](std::function<void()> commitToTree) {
+        main.post([weak, commitToTree = std::move(commitToTree)] {
+          if (const auto alive = weak.lock()) (*alive)->commit(commitToTree);
+        });
+      },
+      // Applied batches are reported from within the commit, and belong to its operation.
+      [onEvent, &main](const LiveWatcher::Event& event) {
+        if (std::holds_alternative<LiveWatcher::Update>(event)) return onEvent(event);
+        main.post([onEvent, event] { onEvent(event); });
+      },
+      state.services.steadyClock};
+  LiveWatcher::Options options{
+      .index = {.root = tree->root,
+                .indexURL = tree->indexURL,
+                .rootDev = rootDev,
+                .skipPaths = {result.skippedProtected.begin(), result.skippedProtected.end()}},
+      .tree = result.root,
+      .topFiles = result.topFiles,
+      .sinceEventId = sinceEventId};
+  // It opens the event journal.
+  starting.start([watcherServices, options = std::move(options)](
+                     const IsVoid&) -> std::optional<std::shared_ptr<LiveWatcher>> {
+    return std::make_shared<LiveWatcher>(watcherServices, options);
+  });
 }
 
 void LiveUpdates::stopLiveWatch() {
   watch.reset();
+  starting.stop();
   liveWatcher.reset();
   _isLive.set(false);
   state.clear(Problem::Kind::notWatched);
@@ -78,8 +93,8 @@ void LiveUpdates::take(const LiveWatcher::Event& event) {
       stopLiveWatch();
       _indexedAt.set(state.services.now());
       state._toast.set("live updates paused — " + rescan->reason);
-      state.raise(Problem::Kind::notWatched,
-                  "Changes are not followed any longer: " + rescan->reason + ". Rescan to follow them again.");
+      state.raise(Problem::Kind::notWatched, "Changes are not followed any longer: " + rescan->reason +
+                                                 ". Rescan to follow them again.");
     } else {
       liveBatchApplied(std::get<LiveWatcher::Update>(event));
     }

@@ -37,19 +37,19 @@ ScanSession::Run::Run(const ModelServices& given, Request asked, std::int64_t ow
     : generation(ownGeneration), purpose(asked.purpose), services(given), request(std::move(asked)) {}
 
 void ScanSession::Run::start(std::function<void(Step)> onStep,
-                         std::function<void(std::shared_ptr<Finished>)> onEnd) {
-  thread = services.platform.threads.start(
-      purpose == Purpose::scan ? "quon-scan" : "quon-load", kStackBytes,
-      [this, onStep = std::move(onStep), onEnd = std::move(onEnd)] {
-        const auto finished = std::make_shared<Finished>();
-        try {
-          work(onStep, *finished);
-        } catch (const std::exception& failure) {
-          finished->outcome.failure = failure.what();
-        }
-        if (cancelled && !finished->result) finished->outcome.cancelled = true;
-        onEnd(finished);
-      });
+                             std::function<void(std::shared_ptr<Finished>)> onEnd) {
+  thread = services.platform.threads.start(purpose == Purpose::scan ? "quon-scan" : "quon-load", kStackBytes,
+                                           [this, onStep = std::move(onStep), onEnd = std::move(onEnd)] {
+                                             const auto finished = std::make_shared<Finished>();
+                                             try {
+                                               work(onStep, *finished);
+                                             } catch (const std::exception& failure) {
+                                               finished->outcome.failure = failure.what();
+                                             }
+                                             if (cancelled && !finished->result)
+                                               finished->outcome.cancelled = true;
+                                             onEnd(finished);
+                                           });
 }
 
 void ScanSession::Run::work(const std::function<void(Step)>& onStep, Finished& finished) {
@@ -90,16 +90,14 @@ void ScanSession::Run::load(Finished& finished, const std::string& url) {
   finished.rootDev = loaded.rootDev;
   if (request.options.catchUp) {
     const std::vector<std::string>& skipped = loaded.result.skippedProtected;
-    auto [result, outcome] = Refresh::catchUp(services.platform, services.events, loaded,
-                                              {.index = {.root = finished.root,
-                                                         .indexURL = url,
-                                                         .skipPaths = {skipped.begin(), skipped.end()}},
-                                               .cancel = &catchUp});
+    auto [result, outcome] = Refresh::catchUp(
+        services.platform, services.events, loaded,
+        {.index = {.root = finished.root, .indexURL = url, .skipPaths = {skipped.begin(), skipped.end()}},
+         .cancel = &catchUp});
     const std::int64_t changed = outcome.refreshedDirs + outcome.walkedSubtrees + outcome.removedSubtrees;
     finished.outcome.message =
-        changed == 0
-            ? "index loaded — nothing changed since " + relativeDate(finished.trueAt, request.now)
-            : fmt::format("index loaded — {} changed folders caught up", changed);
+        changed == 0 ? "index loaded — nothing changed since " + relativeDate(finished.trueAt, request.now)
+                     : fmt::format("index loaded — {} changed folders caught up", changed);
     finished.outcome.caughtUp = changed;
     finished.eventId = outcome.newEventId;
     finished.trueAt = request.now;

@@ -21,8 +21,9 @@ constexpr std::chrono::duration<double> kProgressInterval{0.2};
 
 std::string unreadableText(const WalkResult& result) {
   const bool one = result.errorCount == 1;
-  const std::string example = result.errorSamples.empty() ? "" : ", " + displayText(result.errorSamples.front()) +
-                                                                     (one ? "" : " among them");
+  const std::string example = result.errorSamples.empty() ? ""
+                                                          : ", " + displayText(result.errorSamples.front()) +
+                                                                (one ? "" : " among them");
   return fmt::format("{} {} cannot be read and {} missing from the totals{}. Check {} permissions.",
                      grouped(result.errorCount), one ? "folder" : "folders", one ? "is" : "are", example,
                      one ? "its" : "their");
@@ -71,9 +72,10 @@ void ScanSession::scan(const std::string& path) {
 }
 
 void ScanSession::openFolder() {
-  state.services.desktop.chooseFolder(_rootPath.get(), [weak = std::weak_ptr(self)](const std::string& chosen) {
-    if (const auto alive = weak.lock()) (*alive)->scan(chosen);
-  });
+  state.services.desktop.chooseFolder(_rootPath.get(),
+                                      [weak = std::weak_ptr(self)](const std::string& chosen) {
+                                        if (const auto alive = weak.lock()) (*alive)->scan(chosen);
+                                      });
 }
 
 void ScanSession::openPrivacySettings() {
@@ -113,9 +115,8 @@ void ScanSession::begin(const std::string& path, Purpose purpose) {
       const auto alive = weak.lock();
       if (!alive) return;
       ScanSession& session = **alive;
-      std::erase_if(session.retired, [&](const auto& ended) {
-        return ended->generation == generation && report.isLast;
-      });
+      std::erase_if(session.retired,
+                    [&](const auto& ended) { return ended->generation == generation && report.isLast; });
       if (generation == session.scanGeneration) session.state.perform([&] { report.take(session); });
     });
   };
@@ -220,8 +221,9 @@ void ScanSession::install(const Finished& finished) {
   if (lastRun.notSaved.empty()) {
     state.clear(Problem::Kind::notSaved);
   } else {
-    state.raise(Problem::Kind::notSaved, "The index of " + root + " could not be saved, so the next launch scans: " +
-                                             lastRun.notSaved);
+    state.raise(
+        Problem::Kind::notSaved,
+        "The index of " + root + " could not be saved, so the next launch scans: " + lastRun.notSaved);
   }
   if (finished.result->errorCount == 0) {
     state.clear(Problem::Kind::unreadable);

@@ -30,7 +30,8 @@ Search::Search(ModelState& model)
       job(model, QueueName::search, Job::Reads::tree, _searching,
           {.prepare =
                [this] {
-                 return searchWork(state, effectiveQuery(), state.options.searchScope, state.options.searchCap);
+                 return searchWork(state, effectiveQuery(), state.options.searchScope,
+                                   state.options.searchCap);
                },
            .deliver =
                [this](SearchHits&& hits) {

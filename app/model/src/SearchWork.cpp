@@ -30,7 +30,8 @@ LatestJob<SearchHits>::Work searchWork(const ModelState& state, std::string text
     if (query.isEmpty() || !top) return SearchHits();
     return search(
         query, top, tree->root.prefix(), metric,
-        [&](const DirNode& folder, std::string_view name) { return kindOf(*tree, folder, name); }, isVoid, cap);
+        [&](const DirNode& folder, std::string_view name) { return kindOf(*tree, folder, name); }, isVoid,
+        cap);
   };
 }
 

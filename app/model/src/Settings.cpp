@@ -52,12 +52,13 @@ void Settings::rememberRoot(const std::string& root) {
   synchronise();
 }
 
-/// Stores what is not stored yet, into what other programs stored meanwhile, and reads the whole. A start that
-/// voids an earlier one carries what that had to store.
+/// Stores what is not stored yet, into what other programs stored meanwhile, and reads the whole. A start
+/// that voids an earlier one carries what that had to store.
 void Settings::synchronise() {
   job.start([&defaults = state.services.defaults, roots = unsavedRoots,
              onboarded = unsavedOnboarded](const IsVoid&) -> std::optional<Stored> {
-    Stored stored{.recentRoots = defaults.texts("recentRoots"), .hasOnboarded = defaults.flag("hasOnboarded")};
+    Stored stored{.recentRoots = defaults.texts("recentRoots"),
+                  .hasOnboarded = defaults.flag("hasOnboarded")};
     if (!roots.empty()) {
       for (const std::string& root : roots) moveToFront(stored.recentRoots, root);
       defaults.setTexts("recentRoots", stored.recentRoots);

@@ -12,10 +12,10 @@ namespace quon {
 /// Runs the operations of a model and, when the outermost one has ended, the observers of the fields that it
 /// really changed: no observer sees a change that is not whole.
 ///
-/// What an observer asks for, an operation or a new value of a field, takes effect after the running round, in
-/// the order it was asked for; all observers of a round see the same state. An exception from an operation or
-/// an observer is rethrown to the caller of the outermost operation when every round has ended; of several,
-/// the first. An observer may destroy the Notifications; the round ends then.
+/// What an observer asks for, an operation or a new value of a field, takes effect after the running round,
+/// in the order it was asked for; all observers of a round see the same state. An exception from an operation
+/// or an observer is rethrown to the caller of the outermost operation when every round has ended; of
+/// several, the first. An observer may destroy the Notifications; the round ends then.
 ///
 /// Threads: main only.
 class Notifications {
@@ -33,8 +33,8 @@ class Notifications {
   Notifications(const Notifications&) = delete;
   Notifications& operator=(const Notifications&) = delete;
 
-  /// Runs the operation: within one that runs already, as a part of it; within a round, after it; else at once,
-  /// followed by its observers.
+  /// Runs the operation: within one that runs already, as a part of it; within a round, after it; else at
+  /// once, followed by its observers.
   void perform(std::function<void()> operation);
   /// Runs at the end of every outermost operation, before the observers, as a part of it.
   void setDerivation(std::function<void()> derive);

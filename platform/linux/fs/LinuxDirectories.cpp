@@ -10,6 +10,7 @@
 #include <limits>
 
 #include "Statx.h"
+#include "base/MainThread.h"
 #include "linux_fs/Descriptor.h"
 #include "linux_fs/NameListing.h"
 #include "linux_fs/OpenFolder.h"
@@ -126,6 +127,7 @@ class LinuxDirectoryReader final : public DirectoryReader {
 }  // namespace
 
 std::unique_ptr<DirectoryReader> LinuxDirectories::makeReader() const {
+  requireBackground("DirectoryService::makeReader");
   return std::make_unique<LinuxDirectoryReader>();
 }
 

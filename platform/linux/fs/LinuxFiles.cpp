@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "DeviceNumber.h"
+#include "base/MainThread.h"
 #include "base/Text.h"
 #include "linux_fs/Descriptor.h"
 #include "linux_fs/Mounts.h"
@@ -45,14 +46,17 @@ std::optional<PathFacts> factsOf(const std::string& path, int flags, std::error_
 }  // namespace
 
 std::optional<PathFacts> LinuxFiles::facts(const std::string& path, std::error_code& error) const {
+  requireBackground("FileService::facts");
   return factsOf(path, 0, error);
 }
 
 std::optional<PathFacts> LinuxFiles::ownFacts(const std::string& path, std::error_code& error) const {
+  requireBackground("FileService::ownFacts");
   return factsOf(path, AT_SYMLINK_NOFOLLOW, error);
 }
 
 std::optional<std::string> LinuxFiles::canonical(const std::string& path, std::error_code& error) const {
+  requireBackground("FileService::canonical");
   const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr), &std::free);
   if (!resolved) {
     error = lastError();
@@ -62,17 +66,20 @@ std::optional<std::string> LinuxFiles::canonical(const std::string& path, std::e
 }
 
 std::error_code LinuxFiles::readable(const std::string& folder) const {
+  requireBackground("FileService::readable");
   const Descriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   return opened.isOpen() ? std::error_code() : lastError();
 }
 
 std::vector<std::string> LinuxFiles::mountPoints() const {
+  requireBackground("FileService::mountPoints");
   std::vector<std::string> points;
   for (Mount& mount : readMounts(openMounts())) points.push_back(std::move(mount.point));
   return points;
 }
 
 void LinuxFiles::makePrivateFolder(const std::string& path) const {
+  requireBackground("FileService::makePrivateFolder");
   for (std::size_t end = path.find('/', 1); true; end = path.find('/', end + 1)) {
     const std::string folder = path.substr(0, end);
     if (::mkdir(folder.c_str(), kFolderMode) != 0) {
@@ -89,21 +96,25 @@ void LinuxFiles::makePrivateFolder(const std::string& path) const {
 }
 
 void LinuxFiles::createPrivateFile(const std::string& path) const {
+  requireBackground("FileService::createPrivateFile");
   const Descriptor file(::open(path.c_str(), O_CREAT | O_EXCL | O_RDWR | O_NOFOLLOW | O_CLOEXEC, kFileMode));
   if (!file.isOpen()) raise("cannot create", path);
 }
 
 void LinuxFiles::replace(const std::string& from, const std::string& to) const {
+  requireBackground("FileService::replace");
   if (::rename(from.c_str(), to.c_str()) != 0) raise("cannot move into place", to);
 }
 
 bool LinuxFiles::remove(const std::string& path) const {
+  requireBackground("FileService::remove");
   if (::unlink(path.c_str()) == 0) return true;
   if (errno == ENOENT) return false;
   raise("cannot remove", path);
 }
 
 std::vector<FolderItem> LinuxFiles::list(const std::string& folder) const {
+  requireBackground("FileService::list");
   std::error_code error;
   std::vector<FolderItem> items;
   for (std::filesystem::directory_iterator at(folder, error), end; !error && at != end; at.increment(error)) {

@@ -5,6 +5,7 @@
 #include <system_error>
 #include <utility>
 
+#include "base/MainThread.h"
 #include "base/Text.h"
 #include "linux_fs/LinuxFiles.h"
 
@@ -16,6 +17,7 @@ constexpr const char* kGroup = "quon";
 using KeyFile = std::unique_ptr<GKeyFile, decltype(&g_key_file_free)>;
 
 KeyFile load(const std::string& file) {
+  requireBackground("UserDefaults");
   KeyFile keys(g_key_file_new(), &g_key_file_free);
   constexpr auto kEverything =
       static_cast<GKeyFileFlags>(G_KEY_FILE_KEEP_COMMENTS | G_KEY_FILE_KEEP_TRANSLATIONS);

@@ -5,8 +5,8 @@
 #include "model/LensList.h"
 #include "model/ModelState.h"
 #include "model/Navigator.h"
-#include "model/Search.h"
 #include "model/ScanSession.h"
+#include "model/Search.h"
 #include "model/Settings.h"
 
 namespace quon {
@@ -15,11 +15,11 @@ namespace quon {
 /// the fields with a leading underscore, set those marked "views set", and call the operations.
 ///
 /// Each base is one concern, with its fields and operations; here they are put together. Every operation, and
-/// every field that a view sets, is a change that observers see when it is whole: see Notifications. At its end
-/// each part brings up to date what depends on what changed, so views never ask for that.
+/// every field that a view sets, is a change that observers see when it is whole: see Notifications. At its
+/// end each part brings up to date what depends on what changed, so views never ask for that.
 ///
-/// Background work brings its results back to the main thread, where they count only if nothing newer was begun
-/// meanwhile. Nothing on the main thread waits for a disk.
+/// Background work brings its results back to the main thread, where they count only if nothing newer was
+/// begun meanwhile. Nothing on the main thread waits for a disk.
 ///
 /// Threads: main only, except `cancel` and `buildingFile`.
 class AppModel final : public ModelState,

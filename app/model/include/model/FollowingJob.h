@@ -12,7 +12,8 @@
 namespace quon {
 
 /// A result that follows what is shown: made anew, in the background, whenever what it depends on has changed
-/// and someone sees it. While it is made anew, the earlier one stays; with the tree that it is about, it goes.
+/// and someone sees it. While it is made anew, the earlier one stays; with the tree that it is about, it
+/// goes.
 ///
 /// Threads: main only, within operations.
 template <typename Result>

@@ -58,9 +58,9 @@ class Job {
   WorkItem waiting;
 };
 
-/// Background work of which only the latest start counts. It has its queue, knows whether it reads the tree (and
-/// keeps the shown one until its end), and delivers its result, or why there is none, to the main thread within
-/// an operation of the model. Starting it again voids the earlier start, whose result is dropped.
+/// Background work of which only the latest start counts. It has its queue, knows whether it reads the tree
+/// (and keeps the shown one until its end), and delivers its result, or why there is none, to the main thread
+/// within an operation of the model. Starting it again voids the earlier start, whose result is dropped.
 ///
 /// Threads: main only; work runs on the queue and refers to nothing of the model.
 template <typename Result>

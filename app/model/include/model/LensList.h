@@ -9,8 +9,9 @@
 
 namespace quon {
 
-/// Lenses as parts of the model. Each has its place in Lens (`kLens`), its observed fields and operations, and
-/// `deriveLens`, which is called at the end of each operation of the model and brings its results up to date.
+/// Lenses as parts of the model. Each has its place in Lens (`kLens`), its observed fields and operations,
+/// and `deriveLens`, which is called at the end of each operation of the model and brings its results up to
+/// date.
 template <typename... Each>
 class LensParts : public Each... {
  protected:

@@ -6,18 +6,21 @@
 #include <optional>
 
 #include "live/LiveWatcher.h"
+#include "model/LatestJob.h"
 #include "model/ModelState.h"
 
 namespace quon {
 
-/// Keeps the shown tree true while the program runs: the watcher prepares and writes batches on its own queues;
-/// here they enter the tree, on the main thread and through the gate. Threads: main only.
+/// Keeps the shown tree true while the program runs: the watcher prepares and writes batches on its own
+/// queues; here they enter the tree, on the main thread and through the gate. Threads: main only.
 class LiveUpdates {
  public:
   /// When the shown state was true, seconds since 1970.
   Observed<std::optional<std::int64_t>> _indexedAt;
   /// The shown tree follows the disk.
   Observed<bool> _isLive;
+  /// True until it has turned out whether the shown tree can be followed.
+  [[nodiscard]] bool isLiveStarting() const { return starting.isRunning(); }
   /// Called for each live event with the observers of the operation that took it in.
   std::function<void(const LiveWatcher::Event&)> onLiveEvent;
 
@@ -34,8 +37,10 @@ class LiveUpdates {
   void liveBatchApplied(const LiveWatcher::Update& update);
 
   ModelState& state;
-  std::shared_ptr<LiveUpdates*> watch;  // none while nothing is watched; what the watcher posts refers to it weakly
-  std::unique_ptr<LiveWatcher> liveWatcher;
+  std::shared_ptr<LiveUpdates*>
+      watch;  // none while nothing is watched; what the watcher posts refers to it weakly
+  LatestJob<std::shared_ptr<LiveWatcher>> starting;
+  std::shared_ptr<LiveWatcher> liveWatcher;
 };
 
 }  // namespace quon

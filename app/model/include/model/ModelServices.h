@@ -17,7 +17,8 @@ class EventService;
 class MainQueue;
 class UserDefaults;
 
-/// The serial queues of the model. What may take seconds has one of its own, so that it holds up nothing else.
+/// The serial queues of the model. What may take seconds has one of its own, so that it holds up nothing
+/// else.
 namespace QueueName {
 inline constexpr std::string_view search = "quon-search";
 inline constexpr std::string_view palette = "quon-palette";

@@ -62,16 +62,16 @@ class ModelState : public Notifications, public Problems {
   void showNothing();
   /// The shown tree was changed in place and has new figures. Within an operation.
   void showChanged(std::shared_ptr<const WalkResult> result);
-  /// A scope that the tree contains no longer gives way to what lies at its path now, else to the root. At the
-  /// end of each operation.
+  /// A scope that the tree contains no longer gives way to what lies at its path now, else to the root. At
+  /// the end of each operation.
   void deriveScope();
   [[nodiscard]] ViewKey viewKey(std::string further = {}) const;
 
   /// Jobs that read the tree enter and leave this list.
   void addReader(Job& job) { readers.push_back(&job); }
   void removeReader(Job& job) { std::erase(readers, &job); }
-  /// Voids every job that reads the tree, so that the gate is free for writing within 1,024 rows; the jobs are
-  /// started again by whoever follows them.
+  /// Voids every job that reads the tree, so that the gate is free for writing within 1,024 rows; the jobs
+  /// are started again by whoever follows them.
   void interruptReaders();
 
  private:

@@ -16,8 +16,9 @@
 namespace quon {
 
 /// Scans and loads. Each is a run on a thread of its own; what it brings back counts only while
-/// `scanGeneration` is the one it was begun with. A newer run cancels the older one, whose thread is joined once
-/// it says that it is done: the main thread waits for none. The tree before is shown until a run has another.
+/// `scanGeneration` is the one it was begun with. A newer run cancels the older one, whose thread is joined
+/// once it says that it is done: the main thread waits for none. The tree before is shown until a run has
+/// another.
 ///
 /// Threads: main only, except `cancel` and `buildingFile`.
 class ScanSession : public LiveUpdates {

@@ -13,8 +13,8 @@
 
 namespace quon {
 
-/// The search field: its text and chips, and what was found. Searches again whenever the query, the tree or the
-/// metric changes. Threads: main only.
+/// The search field: its text and chips, and what was found. Searches again whenever the query, the tree or
+/// the metric changes. Threads: main only.
 class Search {
  public:
   Observed<std::string> _query;  ///< views set

@@ -17,12 +17,12 @@
 
 namespace quon {
 
-/// The tree that is shown, with all that belongs to it. Replaced in one step, so that nobody reads the tree of
-/// one root with the paths of another; whoever needs a path asks it. A live batch, which changes the nodes in
-/// place, replaces it by one with the same `id` and gate.
+/// The tree that is shown, with all that belongs to it. Replaced in one step, so that nobody reads the tree
+/// of one root with the paths of another; whoever needs a path asks it. A live batch, which changes the nodes
+/// in place, replaces it by one with the same `id` and gate.
 ///
-/// Threads: the value never changes. The nodes are read on the main thread, or through the gate elsewhere; the
-/// last reference is dropped on the main thread.
+/// Threads: the value never changes. The nodes are read on the main thread, or through the gate elsewhere;
+/// the last reference is dropped on the main thread.
 struct ShownTree {
   std::uint64_t id = 0;  ///< grows with each tree that is shown; never 0
   RootPath root;

@@ -12,12 +12,13 @@ LargestLens::LargestLens(ModelState& model)
       job(model, QueueName::lenses, Job::Reads::tree, _largestScanning,
           {.prepare =
                [this] {
-                 return [tree = state.shownTree(), path = state.scopePath(), metric = state._metric.get(),
-                         cap = state.options.largestCap](const IsVoid& isVoid) -> std::optional<LargestFiles> {
-                   const RefPtr<DirNode> scope = tree->folderAt(path);
-                   if (!scope) return LargestFiles();
-                   return largestFiles(scope, tree->root.prefix(), metric, cap, isVoid);
-                 };
+                 return
+                     [tree = state.shownTree(), path = state.scopePath(), metric = state._metric.get(),
+                      cap = state.options.largestCap](const IsVoid& isVoid) -> std::optional<LargestFiles> {
+                       const RefPtr<DirNode> scope = tree->folderAt(path);
+                       if (!scope) return LargestFiles();
+                       return largestFiles(scope, tree->root.prefix(), metric, cap, isVoid);
+                     };
                },
            .deliver =
                [this](LargestFiles&& files) {

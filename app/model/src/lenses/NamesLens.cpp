@@ -9,7 +9,8 @@ namespace {
 
 void requireIndex(const std::string& url) {
   if (url.empty()) {
-    throw StoreError::missing("names are looked up in a saved index, and this scan could not be saved as one");
+    throw StoreError::missing(
+        "names are looked up in a saved index, and this scan could not be saved as one");
   }
 }
 

@@ -52,8 +52,8 @@ FollowingJob<ReclaimLens::Groups>::Work ReclaimLens::work(std::string path) cons
     const Reclaim::Surroundings surroundings = surroundingsOf(files, folders, tree->root.prefix());
     const DiskMarkers disk;
     KnownMarkers markers(disk);
-    // The tree is read again with what the disk said, until that raises no further question: a live batch never
-    // waits for the disk behind this reader.
+    // The tree is read again with what the disk said, until that raises no further question: a live batch
+    // never waits for the disk behind this reader.
     for (;;) {
       std::optional<Groups> groups;
       {

@@ -18,7 +18,8 @@ struct FilesOfName {
   std::vector<NamedFile> files;  ///< largest allocation first
 };
 
-/// File names that occur more than once, and the files of one of them, from the saved index. Threads: main only.
+/// File names that occur more than once, and the files of one of them, from the saved index. Threads: main
+/// only.
 class NamesLens {
  public:
   static constexpr Lens kLens = Lens::names;
