@@ -156,7 +156,7 @@ TEST(Writing, AnAbortFreesTheProducersThatWait) {
   EXPECT_EQ(namesIn(top.path), kNothing);
 }
 
-/// The index of a folder, seen through these services.
+/// A scan of the folder through these services, which outlive it.
 FolderScan scanOf(const std::string& root, const std::string& index,
                   const Platform& platform = linuxPlatform()) {
   return {platform, {.root = RootPath(root), .indexDirectory = index}};
@@ -206,7 +206,8 @@ TEST_F(CancelledScan, KeepsTheEarlierIndexWhicheverFolderItReached) {
     const HookedDirectories directories(linuxPlatform().directories, [&](const std::string&) {
       if (++opened == last) running.load()->cancel();
     });
-    FolderScan scan = scanOf(root, index, {directories, linuxPlatform().files, linuxPlatform().threads});
+    const Platform platform{directories, linuxPlatform().files, linuxPlatform().threads};
+    FolderScan scan = scanOf(root, index, platform);
     running = &scan;
     expectCancelled(scan.run(), "folder " + std::to_string(last));
     EXPECT_GE(opened, last);
@@ -217,7 +218,8 @@ TEST_F(CancelledScan, KeepsTheEarlierIndexWhenItsRowsAreWritten) {
   GatedThreads threads(linuxPlatform());
   threads.opening.set_value();
   threads.afterWriter = [&] { running.load()->cancel(); };
-  FolderScan scan = scanOf(root, index, {linuxPlatform().directories, linuxPlatform().files, threads});
+  const Platform platform{linuxPlatform().directories, linuxPlatform().files, threads};
+  FolderScan scan = scanOf(root, index, platform);
   running = &scan;
   expectCancelled(scan.run(), "rows written");
 }
@@ -235,7 +237,8 @@ TEST_F(CancelledScan, IsNotCancelledOnceItsIndexIsInPlace) {
     const std::atomic<FolderScan*>& scan;
   };
   const Files files(running);
-  FolderScan scan = scanOf(root, index, {linuxPlatform().directories, files, linuxPlatform().threads});
+  const Platform platform{linuxPlatform().directories, files, linuxPlatform().threads};
+  FolderScan scan = scanOf(root, index, platform);
   running = &scan;
   const FolderScan::Outcome outcome = scan.run();
   EXPECT_FALSE(outcome.cancelled);
