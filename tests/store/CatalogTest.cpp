@@ -287,17 +287,5 @@ TEST(NearestIndex, IsThatOfTheClosestFolderAboveAndAsksAboutNoOtherRoot) {
   EXPECT_GT(files.questions, 0) << "the test would not have seen a question";
 }
 
-TEST(Catalog, ATimeThatNoClockShowsMakesAnIndexUnusable) {
-  const TempFolder top;
-  const std::string index = top.folder("index");
-  const std::string root = top.folder("root");
-  const std::string saved = saveAt(index, root, "1");
-  for (const char* time : {"1e300", "-1e19", "9.3e18", "inf", "nan"}) {
-    RawIndex(saved).exec("UPDATE meta SET value = '" + std::string(time) + "' WHERE key = 'scannedAt'");
-    EXPECT_EQ(IndexCatalog::list(linuxPlatform(), index).at(0).status, Status::unusable) << time;
-    EXPECT_THROW((void)ScanStore::load(saved, RootPath(root), 1), StoreError) << time;
-  }
-}
-
 }  // namespace
 }  // namespace quon::test

@@ -156,7 +156,7 @@ TEST(Writing, AnAbortFreesTheProducersThatWait) {
   EXPECT_EQ(namesIn(top.path), kNothing);
 }
 
-/// The index of a folder, seen through these services.
+/// A scan of the folder through these services, which outlive it.
 FolderScan scanOf(const std::string& root, const std::string& index,
                   const Platform& platform = linuxPlatform()) {
   return {platform, {.root = RootPath(root), .indexDirectory = index}};
@@ -206,7 +206,8 @@ TEST_F(CancelledScan, KeepsTheEarlierIndexWhicheverFolderItReached) {
     const HookedDirectories directories(linuxPlatform().directories, [&](const std::string&) {
       if (++opened == last) running.load()->cancel();
     });
-    FolderScan scan = scanOf(root, index, {directories, linuxPlatform().files, linuxPlatform().threads});
+    const Platform platform{directories, linuxPlatform().files, linuxPlatform().threads};
+    FolderScan scan = scanOf(root, index, platform);
     running = &scan;
     expectCancelled(scan.run(), "folder " + std::to_string(last));
     EXPECT_GE(opened, last);
@@ -217,7 +218,8 @@ TEST_F(CancelledScan, KeepsTheEarlierIndexWhenItsRowsAreWritten) {
   GatedThreads threads(linuxPlatform());
   threads.opening.set_value();
   threads.afterWriter = [&] { running.load()->cancel(); };
-  FolderScan scan = scanOf(root, index, {linuxPlatform().directories, linuxPlatform().files, threads});
+  const Platform platform{linuxPlatform().directories, linuxPlatform().files, threads};
+  FolderScan scan = scanOf(root, index, platform);
   running = &scan;
   expectCancelled(scan.run(), "rows written");
 }
@@ -235,7 +237,8 @@ TEST_F(CancelledScan, IsNotCancelledOnceItsIndexIsInPlace) {
     const std::atomic<FolderScan*>& scan;
   };
   const Files files(running);
-  FolderScan scan = scanOf(root, index, {linuxPlatform().directories, files, linuxPlatform().threads});
+  const Platform platform{linuxPlatform().directories, files, linuxPlatform().threads};
+  FolderScan scan = scanOf(root, index, platform);
   running = &scan;
   const FolderScan::Outcome outcome = scan.run();
   EXPECT_FALSE(outcome.cancelled);
@@ -310,45 +313,44 @@ void killWhileChanging(const std::string& url, const std::string& script) {
   ASSERT_TRUE(WIFSIGNALED(status));
 }
 
-class Leftover : public testing::TestWithParam<std::pair<const char*, const char*>> {};
+struct Leftover {
+  const char* suffix;
+  const char* script;
+  std::uint64_t added;  ///< bytes: a journal's transaction was not committed, that of a log was
+};
+constexpr int kFiles = 20000;
+constexpr Leftover kLeftovers[]{{"-journal",
+                                 "PRAGMA cache_size = 5; PRAGMA cache_spill = 1; BEGIN IMMEDIATE;"
+                                 "UPDATE files SET logical = logical + 1",
+                                 0},
+                                {"-wal",
+                                 "PRAGMA journal_mode = WAL; PRAGMA wal_autocheckpoint = 0;"
+                                 "UPDATE files SET logical = logical + 1",
+                                 kFiles}};
 
-TEST_P(Leftover, OfAKilledWriterDoesNotReachTheNewIndex) {
-  const auto [suffix, script] = GetParam();
-  for (const bool oldIndexIsGone : {false, true}) {
+TEST(KilledWriter, DoesNotReachTheNextIndexAndIsSettledByReading) {
+  const SampleTree killed = treeOf(kFiles);
+  const SampleTree next = treeOf(kFiles + 1);
+  for (const auto& [suffix, script, added] : kLeftovers) {
+    for (const bool indexIsGone : {false, true}) {
+      const TempFolder top;
+      const std::string url = killed.save(top.path);
+      killWhileChanging(url, script);
+      ASSERT_GT(fs::file_size(url + suffix), 4096U)
+          << "nothing is left that could be applied to the next index";
+      if (indexIsGone) fs::remove(url);
+      ASSERT_EQ(next.save(top.path), url);
+      EXPECT_EQ(differences(*ScanStore::load(url, next.path, ~0ULL).result.root, next.root()), "") << suffix;
+      EXPECT_EQ(RawIndex(url).value("PRAGMA integrity_check"), "ok") << suffix;
+      EXPECT_EQ(namesIn(top.path).size(), 1U) << suffix;
+    }
     const TempFolder top;
-    const std::string url = treeOf(20000).save(top.path);
+    const std::string url = killed.save(top.path);
     killWhileChanging(url, script);
-    ASSERT_GT(fs::file_size(url + suffix), 4096U) << "nothing is left that could be applied to the new index";
-    if (oldIndexIsGone) fs::remove(url);
-    const SampleTree tree = treeOf(20001);
-    ASSERT_EQ(tree.save(top.path), url);
-    EXPECT_EQ(differences(*ScanStore::load(url, tree.path, ~0ULL).result.root, tree.root()), "");
-    EXPECT_EQ(RawIndex(url).value("PRAGMA integrity_check"), "ok");
-    EXPECT_EQ(namesIn(top.path).size(), 1U);
+    EXPECT_EQ(ScanStore::load(url, killed.path).result.root->totalLogical,
+              killed.root().totalLogical + added);
   }
 }
-
-TEST_P(Leftover, OfAKilledWriterIsSettledByReading) {
-  const TempFolder top;
-  const auto [suffix, script] = GetParam();
-  const SampleTree tree = treeOf(20000);
-  const std::string url = tree.save(top.path);
-  killWhileChanging(url, script);
-  const Loaded loaded = ScanStore::load(url, tree.path, ~0ULL);
-  // The journal's transaction was not committed, that of the log was.
-  const std::uint64_t added = suffix == std::string("-wal") ? 20000 : 0;
-  EXPECT_EQ(loaded.result.root->totalLogical, tree.root().totalLogical + added);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    , Leftover,
-    testing::Values(std::pair("-journal",
-                              "PRAGMA cache_size = 5; PRAGMA cache_spill = 1; BEGIN IMMEDIATE;"
-                              "UPDATE files SET logical = logical + 1"),
-                    std::pair("-wal",
-                              "PRAGMA journal_mode = WAL; PRAGMA wal_autocheckpoint = 0;"
-                              "UPDATE files SET logical = logical + 1")),
-    [](const auto& test) { return test.index == 0 ? "Journal" : "WriteAheadLog"; });
 
 }  // namespace
 }  // namespace quon::test

@@ -143,6 +143,7 @@ void rollupDirty(const std::vector<DirNode*>& nodes) {
     }
   }
   std::vector<std::pair<std::size_t, DirNode*>> deepestFirst;
+  deepestFirst.reserve(depths.size());
   for (const auto& [node, depth] : depths) deepestFirst.emplace_back(depth, node);
   std::ranges::sort(deepestFirst, std::greater<>(), &std::pair<std::size_t, DirNode*>::first);
   for (const auto& [depth, node] : deepestFirst) node->rollupShallow();
