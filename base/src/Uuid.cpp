@@ -20,7 +20,7 @@ std::string freshUuid() {
   std::string uuid = hexDigits({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
   std::ranges::transform(uuid, uuid.begin(),
                          [](char digit) { return digit >= 'a' ? static_cast<char>(digit - 32) : digit; });
-  for (const std::size_t dash : {8, 13, 18, 23}) uuid.insert(dash, 1, '-');
+  for (const std::size_t dash : {8U, 13U, 18U, 23U}) uuid.insert(dash, 1, '-');
   return uuid;
 }
 

@@ -13,8 +13,7 @@
 
 namespace quon {
 
-/// A queue for tests whose clock moves only when it is told to, so that every delay is tested without
-/// waiting.
+/// A queue for tests whose clock moves only on request, so that every delay is tested without waiting.
 ///
 /// Work runs inside advance(), runPosted() and runUntil(), outside the lock; what it throws comes out of
 /// them, and the rest stays queued. Work may post, and advance the clock itself. The destructor cancels what
@@ -36,14 +35,13 @@ class ManualQueueOf : public Queue {
   void runPosted();
 
   /// Runs what is due at the present time as other threads post it, waiting for them, until the predicate
-  /// holds. The predicate is asked before the first and after every piece of work: what makes it true posts
-  /// work.
+  /// is true. It is checked before the first and after every piece of work: what makes it true posts work.
   void runUntil(const std::function<bool()>& predicate);
 
   /// The time since construction.
   [[nodiscard]] std::chrono::nanoseconds now() const;
 
-  /// How many pieces of work wait, due or not; cancelled ones do not count.
+  /// The number of pieces of work that have not run, due or not; cancelled ones do not count.
   [[nodiscard]] std::size_t pendingCount() const;
 
  private:

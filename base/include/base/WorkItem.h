@@ -9,7 +9,7 @@
 
 namespace quon {
 
-/// Work that waits in a queue and can be called off. Copies are handles on the same work; dropping a handle
+/// Work that waits in a queue and can be cancelled. Copies are handles on the same work; dropping a handle
 /// does not cancel it. What the work captured is freed as soon as it has run or was cancelled, on that
 /// thread.
 ///
