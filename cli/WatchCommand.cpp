@@ -89,7 +89,7 @@ class Watch {
     flush();
   }
   static void flush() {
-    if (!flushOutput()) throw CommandFailure("nobody reads the changes any more");
+    if (!flushOutput()) throw CommandFailure("the changes cannot be written any more");
   }
 
   Session& session;
