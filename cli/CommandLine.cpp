@@ -174,7 +174,7 @@ void addVerbs(CLI::App& app, Command& command) {
 
 /// One line for the user.
 std::string reasonOf(const CLI::ParseError& error) {
-  const std::string text = error.what();
+  std::string text = error.what();
   if (text == "A subcommand is required") return "no command given";
   const std::size_t colon = text.find(": ");
   if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {

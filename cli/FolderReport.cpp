@@ -24,7 +24,7 @@ Json documentOf(const Command& command, const std::string& path, const OpenedTre
 }  // namespace
 
 void report(const Command& command, const std::string& path, const OpenedTree& tree, const RowTable& table,
-            const Listing& listing, Json more) {
+            const Listing& listing, const Json& more) {
   const std::size_t found = listing.found.value_or(listing.rows.size());
   if (command.json) {
     Json document = documentOf(command, path, tree, listing.rows);

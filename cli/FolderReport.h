@@ -27,7 +27,7 @@ struct Listing {
 /// Prints the listing as a table or a document, with the folder's totals, then what could not be read. A
 /// document also gets the members of `more`.
 void report(const Command& command, const std::string& path, const OpenedTree& tree, const RowTable& table,
-            const Listing& listing, Json more = Json::object());
+            const Listing& listing, const Json& more = Json::object());
 /// The line that ends a list which was cut; "" for one that is whole.
 [[nodiscard]] std::string lineForMore(std::size_t found, std::size_t listed);
 /// A line with the totals, and an empty one.

@@ -86,7 +86,7 @@ BENCHMARK(reclaimByName)->Unit(benchmark::kMillisecond);
 struct CountedMarkers final : MarkerFiles {
   mutable std::int64_t reads = 0;
 
-  [[nodiscard]] bool holds(const std::string& /*folder*/, std::string_view /*name*/) const override {
+  [[nodiscard]] bool contains(const std::string& /*folder*/, std::string_view /*name*/) const override {
     return ++reads % 4 == 0;
   }
   [[nodiscard]] std::optional<std::string> beginning(const std::string& /*folder*/, std::string_view /*name*/,

@@ -7,6 +7,7 @@
 
 #include "base/Text.h"
 #include "model/AppModel.h"
+#include "search/FoldedText.h"
 #include "search/Tokens.h"
 
 namespace quon {
@@ -76,10 +77,10 @@ std::vector<PaletteCommand> paletteCommands(AppModel& model) {
 }
 
 std::vector<PaletteCommand> matchedCommands(std::vector<PaletteCommand> commands, std::string_view text) {
-  const std::string wanted = lowerCase(text);
+  const std::string wanted = folded(text);
   const std::vector<std::string_view> words = tokensOf(wanted);
   std::erase_if(commands, [&](const PaletteCommand& command) {
-    const std::string searched = lowerCase(command.title + " " + command.keywords);
+    const std::string searched = folded(command.title + " " + command.keywords);
     return std::ranges::any_of(
         words, [&](std::string_view word) { return searched.find(word) == std::string::npos; });
   });

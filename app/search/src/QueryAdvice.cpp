@@ -86,8 +86,9 @@ std::string aboutPattern(std::string_view token) {
     if (!instead.empty()) instead += ' ';
     instead += word;
   }
-  const std::string about = quoted(token) + " is searched for with its asterisk, which matches nothing else";
-  return instead.empty() ? about : about + "; try " + displayText(instead);
+  std::string about = quoted(token) + " is searched for with its asterisk, which matches nothing else";
+  if (!instead.empty()) about += "; try " + displayText(instead);
+  return about;
 }
 
 std::optional<std::string> hintFor(std::string_view token, std::string_view next) {
@@ -99,7 +100,7 @@ std::optional<std::string> hintFor(std::string_view token, std::string_view next
   if (colon != std::string_view::npos) {
     const std::string_view value = token.substr(colon + 1);
     if (!categoryOf(key)) {
-      if (const auto about = aboutUnknownKey(key, value)) return about;
+      if (auto about = aboutUnknownKey(key, value)) return about;
     } else if (value.empty()) {
       return fmt::format("{} has no value; write {}{} without a space", displayText(token),
                          displayText(token), next.empty() ? "VALUE" : displayText(next));
