@@ -11,7 +11,7 @@ namespace quon {
 
 /// The main queue of a terminal command: a loop that its main() runs.
 ///
-/// What work throws comes out of run() or runUntil(), which GLib's main loop does not allow; the work after
+/// What work throws comes out of run() or runUntil(), which GLib does not promise for its loop; the work after
 /// it stays queued and the loop can be run again. The destructor cancels what is still queued.
 ///
 /// Threads: constructed, run and destroyed on one thread, which is the main thread to isCurrent(); post,

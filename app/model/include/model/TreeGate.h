@@ -6,7 +6,7 @@ namespace quon {
 
 /// Many readers or one writer at the scan tree. Background searches and lenses read; whoever changes the tree
 /// writes. A writer that waits keeps new readers out, so that it is not starved; a reader never enters twice.
-///
+/// Our own, as std::shared_mutex starves writers and absl::Mutex would be a package more for these lines.
 /// Threads: any.
 class TreeGate {
  public:
