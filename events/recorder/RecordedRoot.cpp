@@ -15,6 +15,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <iterator>
 #include <system_error>
 
 #include "base/Log.h"
@@ -127,7 +128,7 @@ void RecordedRoot::place(EventJournal& journal) {
   stored.identity = facts->identity;
   Gap gap;
   const auto since = beginOfGap(journal, gap);
-  startWatch(nullptr, since, std::move(gap));
+  startWatch(since, std::move(gap));
 }
 
 std::optional<std::uint64_t> RecordedRoot::beginOfGap(EventJournal& journal, Gap& gap) {
@@ -143,25 +144,23 @@ std::optional<std::uint64_t> RecordedRoot::beginOfGap(EventJournal& journal, Gap
   return gap.coversFrom;
 }
 
-void RecordedRoot::startWatch(std::unique_ptr<const WatchTree> known, std::optional<std::uint64_t> since,
-                              Gap gap) {
+void RecordedRoot::startWatch(std::optional<std::uint64_t> since, Gap gap) {
   try {
     std::unique_ptr<RootWatch> watch = makeWatch();
     RootWatch* const visitor = watch.get();
     phase = Placing{.watched = {.watch = std::move(watch)}, .gap = std::move(gap)};
-    startSweep(visitor, std::move(known), since);
+    startSweep(visitor, since);
   } catch (const std::system_error& failure) {
     lose(EventFlag::kernelDropped, failure.what());
   }
 }
 
-void RecordedRoot::startSweep(FolderVisitor* visitor, std::unique_ptr<const WatchTree> known,
-                              std::optional<std::uint64_t> since) {
+void RecordedRoot::startSweep(FolderVisitor* visitor, std::optional<std::uint64_t> since) {
   gap()->began = context.clock.wallMicros();
   std::unique_ptr<ChangeTimes> times;
   if (since) {
     const std::uint64_t from = *since - std::min(*since, kSweepMargin);
-    times = std::make_unique<ChangeTimes>(static_cast<std::int64_t>(from), std::move(known));
+    times = std::make_unique<ChangeTimes>(static_cast<std::int64_t>(from));
   }
   const Sweep::Settings settings{
       .threads = context.threads,
@@ -179,7 +178,8 @@ void RecordedRoot::drain(std::uint64_t turn) {
   if (present == nullptr) return;
   const std::uint64_t now = context.clock.wallMicros();
   present->drained = present->watch->drain();
-  if (!present->drained) return;
+  // A queue that overflowed is empty as well, but not everything before now was in it.
+  if (!present->drained || present->watch->problems().overflowed) return;
   present->drainedTurn = turn;
   if (!std::holds_alternative<Placing>(phase)) stored.goodUntil = now;
 }
@@ -224,16 +224,13 @@ void RecordedRoot::recover() {
     next.coversFrom = open->coversFrom;
     next.appeared = std::move(open->appeared);
   }
-  WatchRemains remains = watched()->watch->abandon();
-  next.appeared.insert(next.appeared.end(), std::make_move_iterator(remains.appeared.begin()),
-                       std::make_move_iterator(remains.appeared.end()));
-  if (wasPlacing) {
-    const auto since = next.coversFrom;
-    startWatch(nullptr, since, std::move(next));
-  } else {
+  std::ranges::move(watched()->watch->abandon(), std::back_inserter(next.appeared));
+  std::optional<std::uint64_t> since = next.coversFrom;
+  if (!wasPlacing) {
     next.coversFrom = std::exchange(stored.coveredSince, std::nullopt);
-    startWatch(std::move(remains.known), stored.goodUntil, std::move(next));
+    since = stored.goodUntil;
   }
+  startWatch(since, std::move(next));
 }
 
 void RecordedRoot::endSweep() {
@@ -317,7 +314,7 @@ void RecordedRoot::answerRequests(EventJournal& journal) {
   further.coversFrom = reach;
   try {
     phase = Reaching{.watched = std::move(present), .gap = std::move(further)};
-    startSweep(nullptr, nullptr, reach);
+    startSweep(nullptr, reach);
   } catch (const std::system_error& failure) {
     lose(EventFlag::kernelDropped, failure.what());
   }

@@ -121,9 +121,8 @@ class RecordedRoot {
   /// Since when a sweep has to find changes, of a root that was just opened; none: no sweep would help.
   [[nodiscard]] std::optional<std::uint64_t> beginOfGap(EventJournal& journal, Gap& gap);
   [[nodiscard]] std::unique_ptr<RootWatch> makeWatch() const;
-  void startWatch(std::unique_ptr<const WatchTree> known, std::optional<std::uint64_t> since, Gap gap);
-  void startSweep(FolderVisitor* visitor, std::unique_ptr<const WatchTree> known,
-                  std::optional<std::uint64_t> since);
+  void startWatch(std::optional<std::uint64_t> since, Gap gap);
+  void startSweep(FolderVisitor* visitor, std::optional<std::uint64_t> since);
   void followProblems();
   void recover();
   void endSweep();

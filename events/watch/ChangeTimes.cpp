@@ -27,22 +27,14 @@ bool keepsChangeTimes(int descriptor) {
          kTrustedFileSystems.end();
 }
 
-bool ChangeTimes::wasThere(const std::string& path, const InodeIdentity& identity) const {
-  if (!known || identity.bornMicros == 0 || identity.bornMicros >= since) return false;
-  const int watch = known->find(path);
-  return watch != WatchTree::kNone && known->inode(watch) == identity.inode;
-}
-
-ChangeTimes::Folder ChangeTimes::enter(const std::string& path, bool isFirst, const InodeFacts& facts,
-                                       const Folder& parent) const {
+ChangeTimes::Folder ChangeTimes::enter(bool isFirst, const InodeFacts& facts, const Folder& parent) const {
   Folder found;
   found.compared = !parent.coversBelow;
   found.coversBelow = parent.coversBelow;
   if (!found.compared) return found;
   found.modified = facts.modifiedMicros >= since;
   found.changed = facts.changedMicros >= since;
-  found.deep = found.changed && !isFirst && (parent.modified || !found.modified) &&
-               !wasThere(path, facts.identity);
+  found.deep = found.changed && !isFirst && (parent.modified || !found.modified);
   found.coversBelow = found.deep;
   return found;
 }

@@ -206,7 +206,7 @@ void FanotifyWatch::mountChanged(const std::string& path) {
   addChange(mounted, path, true);
 }
 
-WatchRemains FanotifyWatch::abandon() {
+std::vector<std::string> FanotifyWatch::abandon() {
   group = Descriptor();
   return {};
 }

@@ -25,7 +25,7 @@ class FanotifyWatch final : public RootWatch {
   void mountChanged(const std::string& path) override;
   [[nodiscard]] const WatchProblems& problems() const override { return found; }
   void rootIsInPlace() override { found.rootMoved = false; }
-  [[nodiscard]] WatchRemains abandon() override;
+  [[nodiscard]] std::vector<std::string> abandon() override;
 
   [[nodiscard]] std::optional<int> enter(int descriptor, int parentToken, std::string_view name,
                                          const InodeIdentity& identity) override;

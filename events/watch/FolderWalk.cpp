@@ -105,7 +105,7 @@ std::optional<FolderWalk::Opened> FolderWalk::enter(const Item& item) {
   if (settings.changeTimes != nullptr) {
     facts = factsOf(folder.get());
     if (!facts) return std::nullopt;
-    opened.times = settings.changeTimes->enter(item.path, item.isFirst, *facts, item.parentTimes);
+    opened.times = settings.changeTimes->enter(item.isFirst, *facts, item.parentTimes);
   }
   opened.facts = *facts;
   opened.folder = share(std::move(folder));

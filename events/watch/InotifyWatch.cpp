@@ -87,7 +87,7 @@ std::optional<int> InotifyWatch::enter(int descriptor, int parentToken, std::str
   std::array<char, 40> link{};
   *fmt::format_to_n(link.data(), link.size() - 1, "/proc/self/fd/{}", descriptor).out = '\0';
   MutexLock held(lock);
-  if (limitReached || (!isRoot && !tree->contains(parentToken))) return std::nullopt;
+  if (limitReached || (!isRoot && !tree.contains(parentToken))) return std::nullopt;
   const int watch = ::inotify_add_watch(notifier.get(), link.data(), isRoot ? kRootMask : kFolderMask);
   if (watch < 0) {
     limitReached = errno == ENOSPC || errno == ENOMEM;
@@ -96,12 +96,12 @@ std::optional<int> InotifyWatch::enter(int descriptor, int parentToken, std::str
     return std::nullopt;
   }
   if (isRoot) {
-    tree->setRoot(watch, settings.root, identity.inode);
+    tree.setRoot(watch, settings.root, identity.inode);
     return watch;
   }
   // The root again, mounted below itself, or a folder above it.
-  if (watch == tree->root() || above.contains(watch)) return std::nullopt;
-  const int before = tree->attach(watch, parentToken, name, identity.inode);
+  if (watch == tree.root() || above.contains(watch)) return std::nullopt;
+  const int before = tree.attach(watch, parentToken, name, identity.inode);
   if (before != WatchTree::kNone) displaced.insert(before);
   displaced.erase(watch);
   return watch;
@@ -114,11 +114,11 @@ void InotifyWatch::refuse(int parentToken, std::string_view name) {
 
 /// The attributes of a folder changed: those at and below it that were refused may be open now.
 void InotifyWatch::retryBelow(int watch) {
-  const auto path = tree->path(watch);
+  const auto path = tree.path(watch);
   if (!path) return;
   for (auto place = denied.begin(); place != denied.end();) {
-    const auto parent = tree->path(place->first);
-    const bool gone = !tree->contains(place->first);
+    const auto parent = tree.path(place->first);
+    const bool gone = !tree.contains(place->first);
     const bool below = parent && isInside(*parent, *path);
     if (below) checks.push_back({.parent = place->first, .name = place->second, .appeared = true});
     place = gone || below ? denied.erase(place) : std::next(place);
@@ -153,7 +153,7 @@ bool InotifyWatch::readEvents() {
 }
 
 void InotifyWatch::handle(const inotify_event& event, std::string_view name) {
-  const bool isRoot = event.wd == tree->root();
+  const bool isRoot = event.wd == tree.root();
   if ((event.mask & IN_Q_OVERFLOW) != 0) {
     found.overflowed = true;
   } else if (above.contains(event.wd)) {
@@ -165,10 +165,10 @@ void InotifyWatch::handle(const inotify_event& event, std::string_view name) {
     if (isRoot) found.unmounted = true;
   } else if ((event.mask & IN_IGNORED) != 0) {
     if (isRoot) found.rootMoved = true;
-    if (tree->contains(event.wd)) forget(event.wd);
+    if (tree.contains(event.wd)) forget(event.wd);
   } else if ((event.mask & (IN_MOVE_SELF | IN_DELETE_SELF)) != 0) {
     if (isRoot) found.rootMoved = true;
-  } else if (!tree->contains(event.wd)) {
+  } else if (!tree.contains(event.wd)) {
     return;  // left over from a watch that was taken away
   } else if ((event.mask & IN_ISDIR) != 0) {
     handleFolder(event, name);
@@ -185,7 +185,7 @@ void InotifyWatch::handleFolder(const inotify_event& event, std::string_view nam
     return;
   }
   if (settings.own.mayBeNamed(name)) {
-    const auto parent = tree->path(event.wd);
+    const auto parent = tree.path(event.wd);
     if (!parent || settings.own.containEntry(*parent, name)) return;
   }
   if ((event.mask & IN_ATTRIB) == 0) changed.insert(event.wd);
@@ -196,7 +196,7 @@ void InotifyWatch::handleFolder(const inotify_event& event, std::string_view nam
 }
 
 void InotifyWatch::forget(int watch) {
-  for (const int each : tree->remove(watch)) {
+  for (const int each : tree.remove(watch)) {
     displaced.erase(each);
     changed.erase(each);
     if (each != watch) ::inotify_rm_watch(notifier.get(), each);
@@ -205,8 +205,8 @@ void InotifyWatch::forget(int watch) {
 
 std::optional<std::string> InotifyWatch::pathOf(int parent, std::string_view name) {
   MutexLock held(lock);
-  if (!tree->contains(parent)) return std::nullopt;
-  const auto path = tree->path(parent);
+  if (!tree.contains(parent)) return std::nullopt;
+  const auto path = tree.path(parent);
   if (!path) return std::nullopt;
   return joinPath(pathPrefix(*path), name);
 }
@@ -219,15 +219,15 @@ void InotifyWatch::checkPlace(const Check& check) {
   const auto facts = folder.isOpen() ? factsOf(folder.get()) : std::nullopt;
   const auto parent = folder.isOpen() ? factsOfEntry(folder.get(), "..") : std::nullopt;
   MutexLock held(lock);
-  const int child = tree->childOf(check.parent, check.name);
+  const int child = tree.childOf(check.parent, check.name);
   if (!facts || !parent) return notOpened(check, *path, reason);
   if (facts->device != settings.device) {
     if (check.appeared) deepPaths.push_back(*path);
     return;
   }
   // A folder above was exchanged for another: an event about that is on its way, and it will be walked anew.
-  if (parent->identity.inode != tree->inode(check.parent)) return;
-  if (!check.appeared && child != WatchTree::kNone && tree->inode(child) == facts->identity.inode) {
+  if (parent->identity.inode != tree.inode(check.parent)) return;
+  if (!check.appeared && child != WatchTree::kNone && tree.inode(child) == facts->identity.inode) {
     changed.insert(child);
     retryBelow(child);
     return;
@@ -240,9 +240,9 @@ void InotifyWatch::checkPlace(const Check& check) {
 
 void InotifyWatch::notOpened(const Check& check, const std::string& path, int reason) {
   if (isGone(reason)) {
-    const int child = tree->childOf(check.parent, check.name);
+    const int child = tree.childOf(check.parent, check.name);
     if (child == WatchTree::kNone) return;
-    tree->detach(child);
+    tree.detach(child);
     displaced.insert(child);
     return;
   }
@@ -269,7 +269,7 @@ bool InotifyWatch::watchNewFolders() {
 void InotifyWatch::mountChanged(const std::string& path) {
   MutexLock held(lock);
   const std::size_t slash = path.rfind('/');
-  const int parent = tree->find(slash == 0 ? "/" : std::string_view(path).substr(0, slash));
+  const int parent = tree.find(slash == 0 ? "/" : std::string_view(path).substr(0, slash));
   if (parent == WatchTree::kNone) return;
   changed.insert(parent);
   checks.push_back({.parent = parent, .name = path.substr(slash + 1), .appeared = true});
@@ -280,36 +280,33 @@ void InotifyWatch::collect(FolderChanges& into) {
   if (queueEmpty) {
     const std::vector<int> gone(displaced.begin(), displaced.end());
     for (const int watch : gone) {
-      if (!tree->contains(watch)) continue;
+      if (!tree.contains(watch)) continue;
       ::inotify_rm_watch(notifier.get(), watch);
       forget(watch);
     }
     displaced.clear();
   }
   for (const int watch : changed) {
-    if (!tree->contains(watch)) continue;
-    if (auto path = tree->path(watch)) addChange(into, std::move(*path), false);
+    if (!tree.contains(watch)) continue;
+    if (auto path = tree.path(watch)) addChange(into, std::move(*path), false);
   }
   changed.clear();
   for (std::string& path : deepPaths) addChange(into, std::move(path), true);
   deepPaths.clear();
 }
 
-WatchRemains InotifyWatch::abandon() {
-  WatchRemains remains;
+std::vector<std::string> InotifyWatch::abandon() {
+  std::vector<std::string> appeared = std::move(deepPaths);
   for (const Check& check : checks) {
-    if (auto path = pathOf(check.parent, check.name)) remains.appeared.push_back(std::move(*path));
+    if (auto path = pathOf(check.parent, check.name)) appeared.push_back(std::move(*path));
   }
   for (const NewFolder& folder : newFolders) {
-    if (auto path = pathOf(folder.parent, folder.name)) remains.appeared.push_back(std::move(*path));
+    if (auto path = pathOf(folder.parent, folder.name)) appeared.push_back(std::move(*path));
   }
   checks.clear();
   newFolders.clear();
   notifier = Descriptor();
-  MutexLock held(lock);
-  remains.known = std::move(tree);
-  tree = std::make_unique<WatchTree>();
-  return remains;
+  return appeared;
 }
 
 }  // namespace quon

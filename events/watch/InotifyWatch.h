@@ -27,7 +27,7 @@ class InotifyWatch final : public RootWatch {
   void mountChanged(const std::string& path) override;
   [[nodiscard]] const WatchProblems& problems() const override { return found; }
   void rootIsInPlace() override { found.rootMoved = false; }
-  [[nodiscard]] WatchRemains abandon() override;
+  [[nodiscard]] std::vector<std::string> abandon() override;
 
   [[nodiscard]] std::optional<int> enter(int descriptor, int parentToken, std::string_view name,
                                          const InodeIdentity& identity) override;
@@ -71,7 +71,7 @@ class InotifyWatch final : public RootWatch {
   bool queueEmpty = false;
 
   Mutex lock;  // walks enter while events are read
-  std::unique_ptr<WatchTree> tree QUON_GUARDED_BY(lock) = std::make_unique<WatchTree>();
+  WatchTree tree QUON_GUARDED_BY(lock);
   boost::unordered_flat_set<int> changed QUON_GUARDED_BY(lock);
   /// Without a place: they are forgotten unless an event gives them another one.
   boost::unordered_flat_set<int> displaced QUON_GUARDED_BY(lock);

@@ -31,14 +31,6 @@ struct WatchProblems {
   bool rootMoved = false;     ///< the root or a folder above it was moved or removed, perhaps
 };
 
-/// What is kept of a watch that overflowed.
-struct WatchRemains {
-  /// Where each folder was when the last event was taken; none where that is not kept.
-  std::unique_ptr<const WatchTree> known;
-  /// Folders that appeared and were not reported yet.
-  std::vector<std::string> appeared;
-};
-
 /// A back end at work on one root: reads the kernel's events and gathers the folders that changed. A walk of
 /// the root with the watch as its visitor places what the back end needs on the folders that are there
 /// already.
@@ -58,8 +50,9 @@ class RootWatch : public FolderVisitor {
   [[nodiscard]] virtual const WatchProblems& problems() const = 0;
   /// Takes rootMoved back: the root was found in its place.
   virtual void rootIsInPlace() = 0;
-  /// Ends the watch; nothing but destruction follows.
-  [[nodiscard]] virtual WatchRemains abandon() = 0;
+  /// Ends the watch; nothing but destruction follows. Returns the folders that appeared and were not
+  /// collected.
+  [[nodiscard]] virtual std::vector<std::string> abandon() = 0;
 };
 
 /// What a watch begins with.

@@ -1,15 +1,17 @@
 // What the kernel grants no more of: room in its queue, and watches.
 #include <array>
+#include <csignal>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <string>
 #include <sys/inotify.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "EventHome.h"
-#include "RecorderProgram.h"
 #include "Snapshot.h"
+#include "linux_fs/Descriptor.h"
 #include "support/ChildProcess.h"
 #include "support/Seed.h"
 #include "support/TreeEditor.h"
@@ -48,12 +50,40 @@ void flood(const EventHome& home) {
   ASSERT_TRUE(overflowed);
 }
 
+/// A recorder in a process of its own, which can be paused. Its clock is so far ahead of the files' that a sweep
+/// reaches back a tenth of a second, not three.
+class PausableRecorder {
+ public:
+  explicit PausableRecorder(EventHome& home) : child(::fork()) {
+    if (child != 0) return;
+    SetClock ahead;
+    ahead.shift(2'900'000);
+    EventRecorder recorder(home.threads, home.folders, home.log,
+                           {.backEnd = EventBackEnd::inotify, .clock = &ahead});
+    if (recorder.waitToBegin()) recorder.run();
+    ::_exit(0);
+  }
+  ~PausableRecorder() {
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+  }
+  PausableRecorder(const PausableRecorder&) = delete;
+  PausableRecorder& operator=(const PausableRecorder&) = delete;
+  void pause() const {
+    ::kill(child, SIGSTOP);
+    ::waitpid(child, nullptr, WUNTRACED);
+  }
+  void resume() const { ::kill(child, SIGCONT); }
+
+ private:
+  const pid_t child;
+};
+
 TEST(Overflow, OfTheKernelsQueueLosesNoRandomEdit) {
   EventHome home;
   TreeEditor editor(home.root, randomSeed());
   editor.populate(200);
-  const RecorderProgram recorder(home, {"--backend", "inotify"});
-  (void)recorder.line();
+  const PausableRecorder recorder(home);
   Follower follower(home, {.mayRecord = false});
   Snapshot before(home.root);
   (void)follower.listener.take();

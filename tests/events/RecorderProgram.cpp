@@ -51,15 +51,6 @@ std::string RecorderProgram::line() const {
   return text;
 }
 
-void RecorderProgram::pause() const {
-  ::kill(child, SIGSTOP);
-  ::waitpid(child, nullptr, WUNTRACED);
-}
-
-void RecorderProgram::resume() const {
-  ::kill(child, SIGCONT);
-}
-
 int RecorderProgram::end(int signal) {
   if (signal != 0) ::kill(child, signal);
   int status = 0;

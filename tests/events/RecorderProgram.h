@@ -19,9 +19,6 @@ class RecorderProgram {
 
   /// The next line of its output; "" at the end.
   [[nodiscard]] std::string line() const;
-  /// Stops the process, and waits until it has stopped.
-  void pause() const;
-  void resume() const;
   /// Sends the signal, if any, and waits: the exit status, or minus the signal that ended it.
   int end(int signal = 0);
 
