@@ -107,6 +107,8 @@ Session::Session(const Platform& services, Folders places, const Terminal& strea
                 .count();
           }})) {
   driven->options.liveUpdates = false;
+  // A root on a disk that does not answer would hold up the end of the command: `indexes --collect` does it.
+  driven->options.collectsIndexes = false;
   starts = driven->_scanStats.observe([this](const std::string&) { tellWhyScanned(); });
   runs = std::make_unique<Runner>(platform, terminal, loop, *driven);
   const MutexLock held(lock);

@@ -69,6 +69,8 @@ class Session {
   void show(Lens lens, const Observed<bool>& running) {
     driven->_lens.set(lens);
     await([&running] { return !running.get(); });
+    const std::string failure = driven->problem(Problem::Kind::lens);
+    if (!failure.empty()) throw CommandFailure(failure);
   }
 
  private:

@@ -35,7 +35,9 @@ class Watch {
       throw CommandFailure("changes are kept in a saved index, and none could be saved");
     // Live updates that ended when they were to begin: a scan would end in the same way.
     session.await([this] { return !session.model().isLiveStarting(); });
-    if (!session.model()._isLive.get()) throw CommandFailure("changes cannot be watched: " + reason);
+    if (!session.model()._isLive.get())
+      throw CommandFailure("changes cannot be watched: " +
+                           (reason.empty() ? session.model().problem(Problem::Kind::notWatched) : reason));
     paused = false;
     tellReady(tree);
     session.runner().runUntil([this] { return paused; });

@@ -36,7 +36,8 @@ TEST(RealQueues, SearchesAndLensesStayRightBesideBatches) {
   model.options.searchScope = true;
   model._lens.set(Lens::largest);
   model.scan(root);
-  ASSERT_TRUE(main.runUntil([&] { return !model.isBusy(); }));
+  ASSERT_TRUE(main.runUntil([&] { return !model.isBusy() && !model.isLiveStarting(); }));
+  ASSERT_TRUE(model._isLive.get());
 
   int searched = 0;
   for (int batch = 1; batch <= kBatches; ++batch) {

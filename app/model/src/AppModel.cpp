@@ -22,7 +22,7 @@ AppModel::~AppModel() {
 
 void AppModel::scanIfNeeded(const std::string& path) {
   perform([this, path] {
-    if (!scanStarted) collectIndexGarbage();
+    if (!scanStarted && options.collectsIndexes) collectIndexGarbage();
     ScanSession::scanIfNeeded(path);
   });
 }

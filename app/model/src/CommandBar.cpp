@@ -40,7 +40,8 @@ void CommandBar::deriveCommandBar() {
   if (lastPaletteText.empty() || !state.shownTree()) return job.clear();
   ViewKey key = state.viewKey(lastPaletteText);
   key.scopePath.clear();
-  job.follow(key, true, state.options.typingPauses ? kTypingPause : std::chrono::duration<double>{});
+  job.follow(key, _showPalette.get(),
+             state.options.typingPauses ? kTypingPause : std::chrono::duration<double>{});
 }
 
 }  // namespace quon

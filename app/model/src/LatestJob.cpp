@@ -69,19 +69,18 @@ void Job::launch(std::function<void(const IsVoid&)> work, std::function<void(con
                  std::chrono::duration<double> delay) {
   stop();
   running = true;
-  const auto flight =
-      std::make_shared<Flight>(Flight{.tree = reads == Reads::tree ? state.shownTree() : nullptr,
-                                      .work = std::move(work),
-                                      .finish = std::move(finish),
-                                      .failure = {},
-                                      .job = self,
-                                      .box = box,
-                                      .generation = box->advance()});
+  auto flight = std::make_shared<Flight>(Flight{.tree = reads == Reads::tree ? state.shownTree() : nullptr,
+                                                .work = std::move(work),
+                                                .finish = std::move(finish),
+                                                .failure = {},
+                                                .job = self,
+                                                .box = box,
+                                                .generation = box->advance()});
   waiting = state.services.queue(queueName).postAfter(delay, [flight, &main = state.services.main]() mutable {
     flight->run();
     main.post([landed = std::move(flight)] {
       const auto alive = landed->job.lock();
-      if (alive) (*alive)->state.perform([&] { landed->deliver(); });
+      if (alive) (*alive)->state.perform([landed] { landed->deliver(); });
     });
   });
 }

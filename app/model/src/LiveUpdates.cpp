@@ -80,7 +80,8 @@ void LiveUpdates::stopLiveWatch() {
 }
 
 void LiveUpdates::commit(const std::function<void()>& commitToTree) {
-  state.perform([this, commitToTree] {
+  state.perform([this, watched = std::weak_ptr(watch), commitToTree] {
+    if (watched.expired()) return;  // its tree is no longer shown
     state.interruptReaders();
     const TreeGate::Writing writing(*state.shownTree()->gate);
     commitToTree();

@@ -83,6 +83,7 @@ void ScanSession::Run::work(const std::function<void(Step)>& onStep, Finished& f
 
 void ScanSession::Run::load(Finished& finished, const std::string& url) {
   Loaded loaded = ScanStore::load(url, finished.root);
+  if (cancelled) throw Refresh::Failure::cancelled();
   finished.outcome = {
       .elapsedMs = loaded.scanElapsedMs, .index = url, .wasLoaded = true, .message = "index loaded"};
   finished.trueAt = static_cast<std::int64_t>(loaded.scannedAt);

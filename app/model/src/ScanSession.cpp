@@ -46,7 +46,10 @@ ScanSession::~ScanSession() {
   self.reset();
   timer.cancel();
   stopLiveWatch();
-  cancel();
+  {
+    const MutexLock held(runLock);
+    if (run) run->cancel();
+  }
   // Their threads are joined here: they use the services, which the owner may end next.
   retired.clear();
   const MutexLock held(runLock);
@@ -115,9 +118,11 @@ void ScanSession::begin(const std::string& path, Purpose purpose) {
       const auto alive = weak.lock();
       if (!alive) return;
       ScanSession& session = **alive;
-      std::erase_if(session.retired,
-                    [&](const auto& ended) { return ended->generation == generation && report.isLast; });
-      if (generation == session.scanGeneration) session.state.perform([&] { report.take(session); });
+      session.state.perform([&session, generation, report] {
+        std::erase_if(session.retired,
+                      [&](const auto& ended) { return ended->generation == generation && report.isLast; });
+        if (generation == session.scanGeneration) report.take(session);
+      });
     });
   };
   struct StepReport {
@@ -134,8 +139,16 @@ void ScanSession::begin(const std::string& path, Purpose purpose) {
     begun.start([post](Step step) { post(StepReport{std::move(step)}); },
                 [post](std::shared_ptr<Finished> finished) { post(EndReport{std::move(finished)}); });
   } catch (const std::system_error& failure) {
-    fail(failure.what());
+    if (purpose != Purpose::reload) return fail(failure.what());
+    _busy.set(false);
+    raiseNotReloaded(failure.what());
   }
+}
+
+void ScanSession::raiseNotReloaded(const std::string& reason) {
+  state.raise(Problem::Kind::notWatched,
+              "Changes are not followed, because the saved index cannot be opened again: " + reason +
+                  ". Rescan to follow them.");
 }
 
 void ScanSession::take(const Step& step) {
@@ -161,13 +174,10 @@ void ScanSession::take(const Finished& finished) {
   if (finished.result) {
     install(finished);
   } else if (finished.outcome.cancelled) {
-    returnToShownTree(!isReload);
+    returnToShownTree();
     lastRun.cancelled = true;
   } else if (isReload) {
-    returnToShownTree(false);
-    state.raise(Problem::Kind::notWatched,
-                "Changes are not followed, because the saved index cannot be opened again: " +
-                    finished.outcome.failure + ". Rescan to follow them.");
+    raiseNotReloaded(finished.outcome.failure);
   } else {
     fail(finished.outcome.failure);
   }
@@ -197,9 +207,9 @@ void ScanSession::install(const Finished& finished) {
     const MutexLock held(runLock);
     isReload = run->purpose == Purpose::reload;
   }
-  lastRun = finished.outcome;
+  if (!isReload) lastRun = finished.outcome;
   state.show({.root = finished.root,
-              .indexURL = lastRun.index,
+              .indexURL = finished.outcome.index,
               .result = finished.result,
               .slots = finished.slots,
               .kindOverrides = {},
@@ -235,7 +245,7 @@ void ScanSession::install(const Finished& finished) {
 
 /// After a cancelled run. What is shown stays as it was; since nothing followed it meanwhile, and a batch may
 /// have reached its index but not the tree, it is loaded again.
-void ScanSession::returnToShownTree(bool mayReload) {
+void ScanSession::returnToShownTree() {
   const ShownTreeRef& shown = state.shownTree();
   _scanPath.set("");
   if (!shown) {
@@ -245,11 +255,9 @@ void ScanSession::returnToShownTree(bool mayReload) {
   _rootPath.set(shown->root.path());
   _scanStats.set("");
   state._phase.set(Phase::ready);
-  if (mayReload && state.options.liveUpdates && !shown->indexURL.empty()) {
-    begin(shown->root.path(), Purpose::reload);
-  } else {
-    startLiveWatch(0, 0);
-  }
+  if (!state.options.liveUpdates) return;
+  if (shown->indexURL.empty()) return startLiveWatch(0, 0);  // reports why it cannot
+  begin(shown->root.path(), Purpose::reload);
 }
 
 void ScanSession::scheduleProgress() {
@@ -274,7 +282,7 @@ void ScanSession::showProgress() {
 
 void ScanSession::cancel() {
   const MutexLock held(runLock);
-  if (run) run->cancel();
+  if (run && run->purpose != Purpose::reload) run->cancel();
 }
 
 std::string ScanSession::buildingFile() const {

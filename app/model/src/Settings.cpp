@@ -1,5 +1,6 @@
 #include "model/Settings.h"
 
+#include <system_error>
 #include <utility>
 
 #include "platform/UserDefaults.h"
@@ -24,16 +25,19 @@ Settings::Settings(ModelState& model)
       job(
           model, QueueName::settings, Job::Reads::nothing,
           [this](Stored&& stored) {
-            unsavedRoots.clear();
-            unsavedOnboarded = false;
             _recentRoots.set(std::move(stored.recentRoots));
             _showOnboarding.set(!stored.hasOnboarded);
+            if (!stored.failure.empty()) return raise(stored.failure);
+            unsavedRoots.clear();
+            unsavedOnboarded = false;
             state.clear(Problem::Kind::settings);
           },
-          [this](const std::string& reason) {
-            state.raise(Problem::Kind::settings, "Settings cannot be kept: " + reason);
-          }) {
+          [this](const std::string& reason) { raise(reason); }) {
   synchronise();
+}
+
+void Settings::raise(const std::string& reason) {
+  state.raise(Problem::Kind::settings, "Settings cannot be kept: " + reason);
 }
 
 void Settings::finishOnboarding() {
@@ -59,13 +63,14 @@ void Settings::synchronise() {
              onboarded = unsavedOnboarded](const IsVoid&) -> std::optional<Stored> {
     Stored stored{.recentRoots = defaults.texts("recentRoots"),
                   .hasOnboarded = defaults.flag("hasOnboarded")};
-    if (!roots.empty()) {
-      for (const std::string& root : roots) moveToFront(stored.recentRoots, root);
-      defaults.setTexts("recentRoots", stored.recentRoots);
-    }
-    if (onboarded && !stored.hasOnboarded) {
-      defaults.setFlag("hasOnboarded", true);
-      stored.hasOnboarded = true;
+    for (const std::string& root : roots) moveToFront(stored.recentRoots, root);
+    const bool isNewlyOnboarded = onboarded && !stored.hasOnboarded;
+    stored.hasOnboarded = stored.hasOnboarded || onboarded;
+    try {
+      if (!roots.empty()) defaults.setTexts("recentRoots", stored.recentRoots);
+      if (isNewlyOnboarded) defaults.setFlag("hasOnboarded", true);
+    } catch (const std::system_error& failure) {
+      stored.failure = failure.what();
     }
     return stored;
   });

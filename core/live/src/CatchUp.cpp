@@ -141,9 +141,15 @@ std::pair<WalkResult, Outcome> catchUp(const Platform& platform, EventService& e
   const bool rootIsDeep = rootChange != changes.end() && rootChange->second == Depth::deep;
   if (changes.size() > options.maxChanges || rootIsDeep) throw Failure::tooManyChanges(changes.size());
 
+  const auto stopIfCancelled = [&cancel] {
+    if (cancel.isCancelled()) throw Failure::cancelled();
+  };
+  stopIfCancelled();
   ScanPatcher patcher(index.indexURL, index.root);
   Batch batch = prepare(platform, changes, patcher, index);
+  stopIfCancelled();
   commitStore(batch, patcher);
+  stopIfCancelled();
   WalkResult result = loaded.result;
   (void)commitTree(result.root, index.root, index.minKeep, batch);
   result.root->rollup();

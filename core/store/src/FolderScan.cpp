@@ -24,6 +24,9 @@ std::uint64_t currentEventId() {
   return static_cast<std::uint64_t>(secondsSince1970() * kMicroseconds);
 }
 
+/// A disk that does not answer must not keep an interrupted program from leaving.
+constexpr std::chrono::seconds kLongestOpening{2};
+
 }  // namespace
 
 FolderScan::FolderScan(const Platform& services, Options chosen)
@@ -56,14 +59,21 @@ FolderScan::Outcome FolderScan::run() {
 }
 
 void FolderScan::openStore(Outcome& outcome) {
-  try {
-    auto opened =
-        std::make_unique<ScanStore>(platform, ScanStore::canonicalURL(options.indexDirectory, options.root));
+  {
     const MutexLock held(lock);
-    store = std::move(opened);
+    if (cancelled) return;
+    isOpening = true;
+  }
+  std::unique_ptr<ScanStore> made;
+  try {
+    made = std::make_unique<ScanStore>(platform, ScanStore::canonicalURL(options.indexDirectory, options.root));
   } catch (const StoreError& reason) {
     outcome.notSaved = reason.what();
   }
+  const MutexLock held(lock);
+  store = std::move(made);
+  isOpening = false;
+  opened.broadcast();
 }
 
 WalkResult FolderScan::walk(std::uint32_t rootDev) {
@@ -111,7 +121,9 @@ Progress::Snapshot FolderScan::progress() const {
 }
 
 std::string FolderScan::buildingFile() const {
+  const auto deadline = steady_clock::now() + kLongestOpening;
   const MutexLock held(lock);
+  while (isOpening && steady_clock::now() < deadline) opened.waitUntil(lock, deadline);
   return store ? store->buildingURL() : std::string();
 }
 

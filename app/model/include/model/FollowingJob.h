@@ -25,31 +25,37 @@ class FollowingJob {
     std::function<Work()> prepare;  ///< takes from the model what the work needs
     std::function<void(Result&&)> deliver;
     std::function<void()> clear;  ///< the result is about what is shown no longer
-    std::function<void(const std::string& reason)> fail = [](const std::string&) {};
+    std::function<void(const std::string& reason)> fail = nullptr;  ///< none: a problem that stands
   };
 
   /// `running` is set while the result is on its way.
   FollowingJob(ModelState& model, std::string_view queueName, Job::Reads what, Observed<bool>& running,
                Hooks given)
-      : hooks(std::move(given)),
+      : state(model),
+        hooks(std::move(given)),
         isRunning(running),
         job(
             model, queueName, what,
             [this](Result&& result) {
               isRunning.set(false);
+              state.clear(Problem::Kind::lens);
               hooks.deliver(std::move(result));
             },
             [this](const std::string& reason) {
               isRunning.set(false);
-              hooks.fail(reason);
+              if (hooks.fail) return hooks.fail(reason);
+              hooks.clear();
+              state.raise(Problem::Kind::lens, "This could not be worked out: " + reason);
             }) {}
 
   /// Called at the end of each operation with what the result depends on now; `key.tree` is 0 when there is
   /// nothing that it could be about.
   void follow(const ViewKey& key, bool isSeen, std::chrono::duration<double> delay = {}) {
-    if (madeOf && madeOf->tree != key.tree) clear();
-    const bool isWanted = std::exchange(requested, false) || job.wasInterrupted();
-    if (key.tree == 0 || !(isWanted || (isSeen && madeOf != key))) return;
+    if (madeOf && madeOf->tree != key.tree) drop();
+    if (key.tree == 0) return;
+    const bool isWanted = requested || job.wasInterrupted();
+    if (!isWanted && !(isSeen && madeOf != key)) return;
+    requested = false;
     madeOf = key;
     isRunning.set(true);
     job.start(hooks.prepare(), delay);
@@ -57,14 +63,19 @@ class FollowingJob {
   /// Makes it anew with the next `follow`, seen or not.
   void request() { requested = true; }
   void clear() {
+    requested = false;
+    drop();
+  }
+
+ private:
+  void drop() {
     job.stop();
     madeOf.reset();
-    requested = false;
     isRunning.set(false);
     hooks.clear();
   }
 
- private:
+  ModelState& state;
   Hooks hooks;
   Observed<bool>& isRunning;
   std::optional<ViewKey> madeOf;  // or being made of

@@ -48,7 +48,8 @@ struct ModelServices {
 /// How this program uses the model. Set before the first scan.
 struct ModelOptions {
   bool liveUpdates = true;
-  bool catchUp = true;  ///< a loaded index is brought up to date
+  bool catchUp = true;          ///< a loaded index is brought up to date
+  bool collectsIndexes = true;  ///< at launch; visits every saved root
   bool saveIndex = true;
   bool typingPauses = true;        ///< searches wait a moment for the next key
   bool searchScope = false;        ///< the search and the Names lens cover the scope instead of the root

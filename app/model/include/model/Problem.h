@@ -17,6 +17,7 @@ struct Problem {
     notWatched,  ///< live updates are paused
     unreadable,  ///< folders are missing from the totals
     settings,    ///< settings could not be read or kept
+    lens,        ///< what is shown could not be worked out
     catalogue,   ///< saved indexes could not be listed or collected
   };
   Kind kind = Kind::notScanned;

@@ -83,7 +83,8 @@ class ScanSession : public LiveUpdates {
   void take(const Finished& finished);
   void install(const Finished& finished);
   void fail(const std::string& reason);
-  void returnToShownTree(bool mayReload);
+  void returnToShownTree();
+  void raiseNotReloaded(const std::string& reason);
   void scheduleProgress();
   void showProgress();
 

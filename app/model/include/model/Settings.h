@@ -32,9 +32,11 @@ class Settings {
   struct Stored {
     std::vector<std::string> recentRoots;
     bool hasOnboarded = false;
+    std::string failure;  ///< why they could not be kept; "" when they were
   };
 
   void synchronise();
+  void raise(const std::string& reason);
 
   ModelState& state;
   std::vector<std::string> unsavedRoots;  // scanned first first

@@ -62,8 +62,9 @@ FollowingJob<ReclaimLens::Groups>::Work ReclaimLens::work(std::string path) cons
         const RefPtr<DirNode> scope = tree->folderAt(path);
         if (!scope) return Groups();
         groups = Reclaim::groups(scope, metric, surroundings, markers, isVoid);
+        if (!groups || !markers.hasNewQuestions()) return groups;
+        groups.reset();  // its nodes may leave the tree while the disk is read
       }
-      if (!groups || !markers.hasNewQuestions()) return groups;
       if (!markers.findOut(isVoid)) return std::nullopt;
     }
   };

@@ -101,7 +101,7 @@ void rollupDirty(const std::vector<DirNode*>& nodes);
 /// With more changed folders a scan is cheaper.
 inline constexpr std::size_t kMaxChanges = 20000;
 
-/// Ends the wait of a catch-up for the journal. Once set it stays set. Threads: any.
+/// Ends a catch-up before its next step, and its wait for the journal. Once set it stays set. Threads: any.
 class CatchUpCancel {
  public:
   void cancel() QUON_EXCLUDES(lock) {
@@ -109,10 +109,14 @@ class CatchUpCancel {
     cancelled = true;
     changed.broadcast();
   }
+  [[nodiscard]] bool isCancelled() const QUON_EXCLUDES(lock) {
+    const MutexLock held(lock);
+    return cancelled;
+  }
 
  private:
   friend class HistoryCollector;
-  Mutex lock;
+  mutable Mutex lock;
   Condition changed;
   bool cancelled QUON_GUARDED_BY(lock) = false;
 };

@@ -50,7 +50,7 @@ class FolderScan {
   [[nodiscard]] Outcome run();
   void cancel();
   [[nodiscard]] Progress::Snapshot progress() const;
-  /// The file that is being built; "" when there is none.
+  /// The file that is being built; "" when there is none. Waits while it is being made, at most 2 seconds.
   [[nodiscard]] std::string buildingFile() const;
 
  private:
@@ -63,6 +63,8 @@ class FolderScan {
   mutable Mutex lock;
   std::unique_ptr<ScanStore> store QUON_GUARDED_BY(lock);
   std::unique_ptr<Walker> walker QUON_GUARDED_BY(lock);
+  bool isOpening QUON_GUARDED_BY(lock) = false;  // the store is being made
+  mutable Condition opened;
   std::atomic<bool> cancelled{false};
 };
 
