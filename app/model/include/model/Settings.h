@@ -32,7 +32,7 @@ class Settings {
   struct Stored {
     std::vector<std::string> recentRoots;
     bool hasOnboarded = false;
-    std::string failure;  ///< why they could not be kept; "" when they were
+    std::string failure = {};  ///< why they could not be kept; "" when they were
   };
 
   void synchronise();
