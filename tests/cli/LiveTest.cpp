@@ -59,24 +59,6 @@ std::vector<std::string> foldersOf(const Json& applied) {
   return folders;
 }
 
-TEST(CatchUp, ACommandFindsWhatChangedWhileNothingRan) {
-  const Quon quon;
-  quon.folder.file("tree/a/one", 5000);
-  quon.folder.file("tree/b/two", 7000);
-  (void)quon.document({"scan", quon.tree});
-  quon.folder.file("tree/a/deeper/three", 11000);
-  quon.folder.file("tree/b/two", 100);
-  std::filesystem::rename(quon.folder.at("tree/a"), quon.folder.at("tree/c"));
-
-  EXPECT_EQ(quon.document({"ls", quon.tree, "--no-catch-up"}).at("logical"), 12000);
-  const Json now = quon.document({"ls", quon.tree});
-  EXPECT_EQ(now.at("logical"), 16100);
-  EXPECT_EQ(now.at("files"), 3);
-  EXPECT_EQ(quon.document({"ls", quon.folder.at("tree/c/deeper")}).at("logical"), 11000);
-  // And it was saved.
-  EXPECT_EQ(quon.document({"ls", quon.tree, "--no-catch-up"}).at("logical"), 16100);
-}
-
 TEST(Watch, ReportsEachBatchAndKeepsTheIndexCurrent) {
   Quon quon;
   quon.folder.file("tree/a/one", 5000);
