@@ -19,7 +19,6 @@ TEST(Path, JoinsAndTakesApart) {
   EXPECT_EQ(takeComponent(rest), "home");
   EXPECT_EQ(takeComponent(rest), "a b");
   EXPECT_EQ(withoutTrailingSlashes("///"), "/");
-  EXPECT_EQ(withoutTrailingSlashes(""), "");
 }
 
 TEST(Path, ExpandsOnlyTheTildeOfTheHomeFolder) {
