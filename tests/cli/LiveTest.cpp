@@ -154,21 +154,5 @@ TEST(Watch, AFullDiskEndsItAndLeavesTheIndexReadable) {
   });
 }
 
-TEST(Record, CommandsBesideAndAfterARecorderAreExact) {
-  const Quon quon;
-  quon.folder.file("tree/a/one", 5000);
-  (void)quon.document({"scan", quon.tree});
-  Running recorder = quon.start({"record"});
-  // The first command registers the root; its answer is exact whether the recorder is ready by then or not.
-  EXPECT_EQ(quon.document({"ls", quon.tree}).at("logical"), 5000);
-  quon.folder.file("tree/a/two", 20);
-  EXPECT_EQ(quon.document({"ls", quon.tree}).at("logical"), 5020);
-  recorder.signal(SIGTERM);
-  const Finished done = recorder.wait();
-  EXPECT_EQ(done.status, 130);
-  quon.folder.file("tree/a/three", 3);
-  EXPECT_EQ(quon.document({"ls", quon.tree}).at("logical"), 5023);
-}
-
 }  // namespace
 }  // namespace quon::test

@@ -124,7 +124,6 @@ TEST_F(Results, ScanCountsTheTree) {
   EXPECT_EQ(scan.at("hardlinksDeduped"), counted.furtherNames);
   EXPECT_EQ(scan.at("errors"), 0);
   EXPECT_EQ(scan.at("index"), quon.onlyIndex());
-  expectTotals(quon.document({"scan", quon.tree, "--threads", "1"}));
   std::filesystem::remove_all(quon.indexFolder());
   const Json unsaved = quon.document({"scan", quon.tree, "--no-index", "--threads", "9"});
   expectTotals(unsaved);
@@ -170,13 +169,6 @@ TEST_F(Results, LargestListsTheLargestFilesAndCountsTheRest) {
               testing::EndsWith("\n… and " + std::to_string(kept - 3) + " more\n"));
 }
 
-TEST_F(Results, NamesThatRepeatAreTotalled) {
-  const TopFile one = factsOf(quon.folder.at("tree/a/same.dat"));
-  EXPECT_EQ(quon.document({"names", quon.tree}),
-            Json::parse(R"({"rows":[{"name":"same.dat","count":2,"logical":12582712,"physical":)" +
-                        std::to_string(2 * one.physical) + R"(}],"more":0})"));
-}
-
 TEST_F(Results, BytesThatAreNoTextAreKeptInJson) {
   const std::string document = quon.run({"ls", quon.tree, "--json"}).out;
   EXPECT_THAT(document, HasSubstr(R"("name":"caf\u0000e9 \u0000ff.bin")"));
@@ -184,9 +176,6 @@ TEST_F(Results, BytesThatAreNoTextAreKeptInJson) {
   const Json below = quon.document({"ls", quon.folder.at("tree/dir\xfe")});
   EXPECT_EQ(below.at("path"), encodeBytes(quon.folder.at("tree/dir\xfe")));
   EXPECT_EQ(below.at("files"), 1);
-  const Json named = quon.document({"names", quon.tree, "--name", "caf\xe9 \xff.bin"});
-  ASSERT_THAT(named.at("files"), SizeIs(1));
-  EXPECT_EQ(named.at("files")[0].at("path"), encodeBytes(quon.folder.at("tree/caf\xe9 \xff.bin")));
 }
 
 TEST_F(Results, SavedIndexesAreListedWithTheirStateAndCollected) {
@@ -201,8 +190,8 @@ TEST_F(Results, SavedIndexesAreListedWithTheirStateAndCollected) {
     EXPECT_EQ(row.at("bytes"), std::filesystem::file_size(row.at("url").get<std::string>()));
     found[row.at("root")] = row.at("status");
   }
-  EXPECT_EQ(found, (std::map<std::string, std::string>{{quon.tree, "live"},
-                                                       {quon.folder.at("gone"), "orphaned"}}));
+  EXPECT_EQ(found,
+            (std::map<std::string, std::string>{{quon.tree, "live"}, {quon.folder.at("gone"), "orphaned"}}));
   EXPECT_THAT(quon.document({"indexes", "--collect"}).at("rows"), SizeIs(1));
   EXPECT_FALSE(std::filesystem::exists(orphan));
 }

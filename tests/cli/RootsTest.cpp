@@ -4,18 +4,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
-#include <sys/mount.h>
 
 #include "QuonProcess.h"
-#include "support/ChildProcess.h"
 #include "support/RawIndex.h"
 
 namespace quon::test {
 namespace {
 
-using testing::AllOf;
 using testing::HasSubstr;
-using testing::Not;
 using testing::SizeIs;
 
 class Roots : public testing::Test {
@@ -57,9 +53,6 @@ TEST_F(Roots, WithoutAPathTheConfiguredRootIsOpenedElseTheHome) {
   const std::string config = quon.environment.at("XDG_CONFIG_HOME") + "/quon/defaults.ini";
   writeFile(config, "[quon]\nroot=" + quon.tree + "\n");
   EXPECT_EQ(quon.document({"ls"}).at("path"), quon.tree);
-  writeFile(config, "[quon]\nroot=~/below\n");
-  quon.folder.folder("home/below");
-  EXPECT_EQ(quon.document({"ls"}).at("path"), quon.home + "/below");
   writeFile(config, "[quon]\nroot=/no/such/place\n");
   const Finished done = quon.run({"ls"});
   EXPECT_EQ(done.status, 1);
@@ -75,35 +68,6 @@ TEST_F(Roots, APathIsResolvedBeforeItNamesARoot) {
     EXPECT_EQ(scan.at("root"), quon.tree) << typed;
     EXPECT_EQ(scan.at("index"), quon.onlyIndex()) << typed;
   }
-}
-
-/// The program's "/" is a small file system of its own, with the libraries that it needs mounted below.
-TEST_F(Roots, PathsBelowTheFileSystemsRootHaveSingleSlashes) {
-  inPrivateMounts([&] {
-    mountTmpfs(quon.tree);
-    for (const char* mounted : {"usr", "proc", "lib", "lib64"}) {
-      const std::string at = quon.folder.folder("tree/" + std::string(mounted));
-      ASSERT_EQ(::mount(("/" + std::string(mounted)).c_str(), at.c_str(), nullptr, MS_BIND | MS_REC, nullptr),
-                0);
-    }
-    quon.folder.file("tree/top.bin", 2000000);
-    quon.folder.file("tree/home/me/deep.bin", 4000000);
-    quon.newRoot = quon.tree;
-    quon.workingFolder = "/";
-    quon.environment["HOME"] = "/home/me";
-    quon.environment["XDG_DATA_HOME"] = "/data";
-    quon.environment["XDG_CONFIG_HOME"] = "/config";
-    const Json scan = quon.document({"scan", "/"});
-    EXPECT_EQ(scan.at("root"), "/");
-    EXPECT_THAT(scan.at("index").get<std::string>(), testing::StartsWith("/data/quon/index/root-"));
-    const Finished listed = quon.run({"ls", "/", "--json"});
-    EXPECT_EQ(listed.document().at("path"), "/");
-    EXPECT_THAT(listed.out, AllOf(HasSubstr("\"/top.bin\""), HasSubstr("\"/home\""), Not(HasSubstr("//"))));
-    EXPECT_EQ(quon.document({"ls", "/home"}).at("rows")[0].at("path"), "/home/me");
-    EXPECT_EQ(quon.document({"largest", "/"}).at("rows")[0].at("path"), "/home/me/deep.bin");
-    EXPECT_EQ(quon.document({"indexes"}).at("rows")[0].at("root"), "/");
-    ASSERT_EQ(::umount2(quon.tree.c_str(), MNT_DETACH), 0);
-  });
 }
 
 }  // namespace
