@@ -8,9 +8,7 @@ namespace {
 
 TEST(Path, JoinsAndTakesApart) {
   EXPECT_EQ(joinPath(pathPrefix("/"), "usr"), "/usr");
-  EXPECT_EQ(joinPath(pathPrefix("/home"), "usr"), "/home/usr");
   EXPECT_EQ(lastComponent("//usr"), "usr");
-  EXPECT_EQ(lastComponent("name"), "name");
   EXPECT_EQ(lastComponent("/"), "/");
   EXPECT_EQ(parentPath("/home"), "/");
   EXPECT_EQ(parentPath("/"), "/");
