@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 #include <memory>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -99,13 +98,6 @@ TEST_F(ObservedFields, AFailingObserverOrOperationHidesNothingFromTheOthers) {
   }),
                std::logic_error);
   EXPECT_EQ(values, (Values{2, 3}));
-}
-
-TEST_F(ObservedFields, FreeWhatAnEndedObserverCaptured) {
-  const auto captured = std::make_shared<int>();
-  std::optional<Observation> observation = first.observe([captured](int) {});
-  observation.reset();
-  EXPECT_EQ(captured.use_count(), 1);
 }
 
 TEST(Observed, MayEndWithItsNotificationsWithinARound) {

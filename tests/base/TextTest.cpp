@@ -47,15 +47,6 @@ TEST(Utf8, AcceptsExactlyTheWellFormedSequences) {
   }
 }
 
-TEST(Utf8, FindsTheFirstBadByteWhereverItStands) {
-  for (std::size_t before = 0; before < 20; ++before) {
-    const std::string good = std::string(before, 'a') + "é";
-    EXPECT_EQ(validUtf8Prefix(good + "\xff" + std::string(20, 'b')), good.size());
-    EXPECT_EQ(validUtf8Prefix(std::string(before, 'a') + "\xc3"), before);
-    EXPECT_TRUE(isValidUtf8(good + good));
-  }
-}
-
 TEST(DisplayText, MakesTheUnshowableVisible) {
   EXPECT_EQ(displayText("été 日本 😀"), "été 日本 😀");
   EXPECT_EQ(displayText(std::string_view("\0\n\x1b\x7f", 4)), "␀␊␛␡");
@@ -94,17 +85,6 @@ TEST(DisplayWidth, CountsColumns) {
   EXPECT_EQ(displayWidth("😀"), 2U);
   EXPECT_EQ(displayWidth(displayText("\n\xff")), 2U);
   EXPECT_EQ(displayWidth("\xff"), 1U);
-}
-
-TEST(FitToWidth, CutsInTheMiddle) {
-  EXPECT_EQ(fitToWidth("holiday.jpeg", 12), "holiday.jpeg");
-  EXPECT_EQ(fitToWidth("holiday.jpeg", 11), "holid….jpeg");
-  EXPECT_EQ(fitToWidth("holiday.jpeg", 8), "holi…peg");
-  EXPECT_EQ(fitToWidth("holiday.jpeg", 2), "h…");
-  EXPECT_EQ(fitToWidth("holiday.jpeg", 1), "…");
-  EXPECT_EQ(fitToWidth("holiday.jpeg", 0), "");
-  EXPECT_EQ(fitToWidth("日本日本日本", 7), "日…日本");  // the front leaves a column over, the end takes it
-  EXPECT_EQ(fitToWidth("日本日本日本", 8), "日本…本");
 }
 
 TEST(FitToWidth, KeepsCharactersWholeAtEveryWidth) {

@@ -53,10 +53,5 @@ TEST(WorkItem, IsNeverBothCancelledAndRun) {
     ASSERT_EQ(runs[round] + cancels[round], 1) << round;
 }
 
-TEST(WorkItemDeathTest, RefusesAnEmptyFunction) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_DEATH(WorkItem(std::function<void()>()), "empty function");
-}
-
 }  // namespace
 }  // namespace quon

@@ -24,7 +24,6 @@ namespace quon::test {
 namespace {
 
 using std::chrono::microseconds;
-using testing::HasSubstr;
 
 constexpr int kFolders = 400;
 constexpr int kFilesInFolder = 25;
@@ -56,11 +55,9 @@ class Interrupted : public testing::Test {
   }
 
   /// Starts scans until one could be stopped after it began to build its index.
-  std::unique_ptr<Running> pausedScan(Descriptor* terminal = nullptr) {
+  std::unique_ptr<Running> pausedScan() {
     for (int round = 0; round < kMostRounds; ++round) {
-      const Arguments arguments{"scan", quon.tree};
-      std::unique_ptr<Running> scan(new Running(
-          terminal == nullptr ? quon.start(arguments) : quon.startOnTerminal(arguments, 100, *terminal)));
+      std::unique_ptr<Running> scan(new Running(quon.start({"scan", quon.tree})));
       alignas(inotify_event) std::array<char, 4096> made{};
       EXPECT_GT(::read(watch.get(), made.data(), made.size()), 0);
       if (scan->pause()) return scan;
@@ -150,34 +147,6 @@ TEST_F(Interrupted, AnIgnoredSignalEndsNothingAndNoProgressGoesToAFile) {
   const Finished done = scan->wait();
   EXPECT_EQ(done.status, 0);
   EXPECT_EQ(done.err, "");
-}
-
-class InterruptedOnATerminal : public Interrupted {
- protected:
-  void SetUp() override {
-    if (!canMakeTerminals()) GTEST_SKIP() << "no pseudo-terminals here";
-    Interrupted::SetUp();
-  }
-};
-
-TEST_F(InterruptedOnATerminal, ProgressIsShownAndClearedBeforeTheResult) {
-  std::mt19937_64 random(randomSeed());
-  std::string shown;
-  for (int round = 0; round < kMostRounds && shown.find("dirs ·") == std::string::npos; ++round) {
-    Descriptor terminal;
-    const auto scan = pausedScan(&terminal);
-    scan->signal(SIGCONT);
-    waitFor(microseconds(random() % 20000));  // so that there is some progress
-    if (!scan->pause()) continue;
-    waitFor(std::chrono::milliseconds(250));  // until it is due
-    scan->signal(SIGCONT);
-    shown = everythingFrom(terminal);
-    EXPECT_EQ(scan->wait().status, 0);
-  }
-  ASSERT_THAT(shown, HasSubstr("dirs ·"));
-  const std::size_t cleared = shown.rfind("\r\033[K");
-  EXPECT_GT(cleared, shown.rfind("dirs ·")) << "the last progress is still there";
-  EXPECT_LT(cleared, shown.find(" on disk)")) << "the result is cleared";
 }
 
 }  // namespace

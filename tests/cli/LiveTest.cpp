@@ -59,24 +59,6 @@ std::vector<std::string> foldersOf(const Json& applied) {
   return folders;
 }
 
-TEST(CatchUp, ACommandFindsWhatChangedWhileNothingRan) {
-  const Quon quon;
-  quon.folder.file("tree/a/one", 5000);
-  quon.folder.file("tree/b/two", 7000);
-  (void)quon.document({"scan", quon.tree});
-  quon.folder.file("tree/a/deeper/three", 11000);
-  quon.folder.file("tree/b/two", 100);
-  std::filesystem::rename(quon.folder.at("tree/a"), quon.folder.at("tree/c"));
-
-  EXPECT_EQ(quon.document({"ls", quon.tree, "--no-catch-up"}).at("logical"), 12000);
-  const Json now = quon.document({"ls", quon.tree});
-  EXPECT_EQ(now.at("logical"), 16100);
-  EXPECT_EQ(now.at("files"), 3);
-  EXPECT_EQ(quon.document({"ls", quon.folder.at("tree/c/deeper")}).at("logical"), 11000);
-  // And it was saved.
-  EXPECT_EQ(quon.document({"ls", quon.tree, "--no-catch-up"}).at("logical"), 16100);
-}
-
 TEST(Watch, ReportsEachBatchAndKeepsTheIndexCurrent) {
   Quon quon;
   quon.folder.file("tree/a/one", 5000);
@@ -170,22 +152,6 @@ TEST(Watch, AFullDiskEndsItAndLeavesTheIndexReadable) {
     EXPECT_EQ(documentBeside(quon, {"ls", quon.tree, "--no-catch-up"}).at("files"), 1);
     ASSERT_EQ(::umount2(data.c_str(), MNT_DETACH), 0);
   });
-}
-
-TEST(Record, CommandsBesideAndAfterARecorderAreExact) {
-  const Quon quon;
-  quon.folder.file("tree/a/one", 5000);
-  (void)quon.document({"scan", quon.tree});
-  Running recorder = quon.start({"record"});
-  // The first command registers the root; its answer is exact whether the recorder is ready by then or not.
-  EXPECT_EQ(quon.document({"ls", quon.tree}).at("logical"), 5000);
-  quon.folder.file("tree/a/two", 20);
-  EXPECT_EQ(quon.document({"ls", quon.tree}).at("logical"), 5020);
-  recorder.signal(SIGTERM);
-  const Finished done = recorder.wait();
-  EXPECT_EQ(done.status, 130);
-  quon.folder.file("tree/a/three", 3);
-  EXPECT_EQ(quon.document({"ls", quon.tree}).at("logical"), 5023);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
-// The program is started by descriptor, so that it can be run by a user who may not reach the build folder
-// and below another root. Its standard output and standard error are files in memory: they never fill up, so
-// nothing need be read before the program has ended.
+// The program is started by descriptor, so that it can be run by a user who may not reach the build folder.
+// Its standard output and standard error are files in memory: they never fill up, so nothing need be read
+// before the program has ended.
 #include "QuonProcess.h"
 
 #include <algorithm>
@@ -104,8 +104,7 @@ void Quon::become(const Arguments& arguments, int out, int err) const {
   // Whoever runs the tests may ignore interrupts, and what is ignored stays so in the program.
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) std::signal(number, SIG_DFL);
   if (ignoresHangups) std::signal(SIGHUP, SIG_IGN);
-  const bool ready = (newRoot.empty() || ::chroot(newRoot.c_str()) == 0) &&
-                     ::chdir(workingFolder.c_str()) == 0 && ::dup2(out, STDOUT_FILENO) >= 0 &&
+  const bool ready = ::chdir(workingFolder.c_str()) == 0 && ::dup2(out, STDOUT_FILENO) >= 0 &&
                      ::dup2(err, STDERR_FILENO) >= 0;
   if (ready) ::fexecve(kProgram.get(), pointersTo(words).data(), pointersTo(variables).data());
   ::_exit(kCannotStart);

@@ -58,7 +58,6 @@ class Quon {
   const std::string home;
   std::map<std::string, std::string> environment;
   std::string workingFolder;
-  std::string newRoot;          ///< where the program's "/" lies, when not at "/"
   bool ignoresHangups = false;  ///< as under nohup
   std::string output;           ///< the file that takes standard output, when it is to be another than ours
 

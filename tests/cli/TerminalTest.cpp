@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -49,7 +48,7 @@ class OnTerminal : public testing::Test {
 TEST_F(OnTerminal, RowsFitItsWidth) {
   quon.environment["NO_COLOR"] = "1";
   ASSERT_EQ(quon.run({"scan", quon.tree}).status, 0);
-  for (const std::uint16_t width : std::array<std::uint16_t, 7>{40, 59, 60, 61, 80, 133, 300}) {
+  for (const std::uint16_t width : {std::uint16_t{40}, std::uint16_t{80}}) {
     for (const Arguments& arguments : {Arguments{"ls", quon.tree}, Arguments{"largest", quon.tree},
                                        Arguments{"names", quon.tree, "--name", "film.bin"}}) {
       const std::vector<std::string> lines = shown(arguments, width);

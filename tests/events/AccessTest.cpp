@@ -1,4 +1,4 @@
-// What the recorder may see: with the rights of its user, with two capabilities, and in a sandbox.
+// What the recorder may see: with the rights of its user, and with two capabilities.
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -140,23 +140,6 @@ TEST(AsOrdinaryUser, FanotifyIsRefusedWithAReason) {
     EXPECT_EQ(follower.history[home.root], EventFlag::kernelDropped);
     EXPECT_NE(home.log.all().find("cannot watch the file system of"), std::string::npos) << home.log.all();
   });
-}
-
-TEST(InASandbox, ThatRefusesOpenat2FoldersAreStillWatched) {
-  for (const int reason : {EPERM, ENOSYS}) {
-    inChild([&] {
-      refuseCall(SYS_openat2, reason);
-      EventHome home;
-      home.temp.folder("root/a/b");
-      Follower follower(home, {.backEnd = EventBackEnd::inotify});
-      EXPECT_EQ(follower.history[home.root] & EventFlag::lostTrack, 0U) << home.log.all();
-      home.temp.file("root/a/b/file");
-      fs::rename(home.at("a/b"), home.at("b"));
-      home.temp.file("root/b/file");
-      const Reported found = follower.changes();
-      for (const char* name : {"a", "b"}) EXPECT_TRUE(found.contains(home.at(name))) << name;
-    });
-  }
 }
 
 }  // namespace

@@ -88,11 +88,6 @@ Reported Listener::take() {
   return folders;
 }
 
-std::vector<FolderEvent> Listener::all() {
-  const MutexLock held(lock);
-  return delivered;
-}
-
 Follower::Follower(EventHome& place, const EventOptions& options) : Follower(place, options, place.root) {}
 
 Follower::Follower(EventHome& place, const EventOptions& options, const std::string& top)

@@ -85,8 +85,6 @@ class Listener {
   [[nodiscard]] bool waitForFolder(const std::string& path, std::uint64_t after);
   /// What was delivered since the last call, without historyDone.
   [[nodiscard]] Reported take();
-  [[nodiscard]] std::vector<FolderEvent> all();
-  void stop() { stream->stop(); }
 
  private:
   Mutex lock;

@@ -45,15 +45,6 @@ TEST(Journal, IsClosedToOtherUsers) {
     EXPECT_EQ(modeOf(entry.path()), 0600U) << entry.path();
 }
 
-TEST(Journal, ContainsNamesAsBytes) {
-  EventHome home;
-  const std::string name = "\xff\n\x01 ' \" %";
-  home.temp.folder("root/" + name);
-  Follower follower(home);
-  home.temp.file("root/" + name + "/file");
-  EXPECT_TRUE(follower.changes().contains(home.at(name)));
-}
-
 TEST(Journal, LostUnderALiveStreamIsBegunAnewAndLosesNothing) {
   const std::vector<std::pair<const char*, std::function<void(const EventHome&)>>> losses{
       {"file removed", [](const EventHome& home) { fs::remove(journalOf(home)); }},
@@ -150,20 +141,6 @@ TEST(Journal, OfAnotherUserIsRefused) {
   LinuxEvents events(home.threads, home.folders, home.log);
   EXPECT_FALSE(Listener(events, home.root, events.currentEventId()).begun());
   EXPECT_NE(home.log.all().find("another user owns"), std::string::npos) << home.log.all();
-}
-
-TEST(Journal, DropsRootsThatNobodyAskedForInALongTime) {
-  EventHome home;
-  SetClock clock;
-  constexpr std::int64_t kDay = 86'400'000'000;
-  clock.shift(-200 * kDay);
-  (void)historySince(home, {.clock = &clock}, clock.wallMicros());
-  clock.shift(200 * kDay);
-  home.root = home.temp.folder("other");
-  (void)historySince(home, {.clock = &clock}, clock.wallMicros());
-  const auto roots = EventJournal::open(home.folders.state, home.log).roots();
-  ASSERT_EQ(roots.size(), 1U);
-  EXPECT_EQ(roots.front().path, home.root);
 }
 
 }  // namespace

@@ -42,17 +42,6 @@ class Moves : public WithBackEnd {
 
 using Paths = std::set<std::string>;
 
-TEST_P(Moves, ExchangedFoldersAreBothDeepAndKeepTheirWatches) {
-  home.temp.folder("root/a/x/in-x");
-  home.temp.folder("root/b/y/in-y");
-  follow();
-  ASSERT_EQ(::renameat2(AT_FDCWD, at("a/x").c_str(), AT_FDCWD, at("b/y").c_str(), RENAME_EXCHANGE), 0);
-  EXPECT_EQ(reported(), (Paths{"a", "a/x/*", "b", "b/y/*"}));
-  write(at("a/x/in-y/file"));
-  write(at("b/y/in-x/file"));
-  EXPECT_EQ(reported(), (Paths{"a/x/in-y", "b/y/in-x"}));
-}
-
 TEST_P(Moves, FolderMovedOutIsForgottenAndOneMovedInIsWatched) {
   home.temp.folder("root/a/deep/deeper");
   home.temp.folder("elsewhere/other/deep");
@@ -69,18 +58,6 @@ TEST_P(Moves, FolderMovedOutIsForgottenAndOneMovedInIsWatched) {
   EXPECT_EQ(reported(), (Paths{".", "a/*"}));
   write(at("a/deep/deeper/file"));
   EXPECT_EQ(reported(), (Paths{"a/deep/deeper"}));
-}
-
-TEST_P(Moves, TreeThatAppearsIsWatchedToTheBottom) {
-  follow();
-  std::string path = "tree";
-  for (int depth = 0; depth < 40; ++depth) path += "/d" + std::to_string(depth);
-  fs::create_directories(at(path));
-  const Paths found = reported();
-  EXPECT_TRUE(found.contains(".")) << testing::PrintToString(found);
-  EXPECT_TRUE(found.contains("tree/*")) << testing::PrintToString(found);
-  write(at(path + "/file"));
-  EXPECT_EQ(reported(), (Paths{path}));
 }
 
 TEST_P(Moves, ChangeAtAPathBeyondTheSystemsLimitIsReportedOrCovered) {
@@ -100,24 +77,6 @@ TEST_P(Moves, ChangeAtAPathBeyondTheSystemsLimitIsReportedOrCovered) {
     covered = covered || ((flags & EventFlag::mustScanSubdirs) != 0 && path.starts_with(each + "/"));
   }
   EXPECT_TRUE(covered);
-}
-
-TEST_P(Moves, EveryKindOfChangeToAFileIsReportedOnItsFolder) {
-  home.temp.file("root/a/file", 10);
-  home.temp.folder("root/b");
-  follow();
-  fs::rename(at("a/file"), at("b/file"));
-  EXPECT_EQ(reported(), (Paths{"a", "b"}));
-  ASSERT_EQ(::truncate(at("b/file").c_str(), 5), 0);
-  EXPECT_EQ(reported(), (Paths{"b"}));
-  ASSERT_EQ(::chmod(at("b/file").c_str(), 0600), 0);
-  EXPECT_EQ(reported(), (Paths{"b"}));
-  ASSERT_EQ(::symlink("nowhere", at("a/link").c_str()), 0);
-  EXPECT_EQ(reported(), (Paths{"a"}));
-  ASSERT_EQ(::link(at("b/file").c_str(), at("a/hard").c_str()), 0);
-  EXPECT_TRUE(reported().contains("a"));
-  ASSERT_EQ(::unlink(at("a/link").c_str()), 0);
-  EXPECT_EQ(reported(), (Paths{"a"}));
 }
 
 INSTANTIATE_TEST_SUITE_P(BackEnds, Moves, eachBackEnd(), backEndName);

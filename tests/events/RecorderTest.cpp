@@ -39,13 +39,6 @@ TEST(Program, FailsOrWaitsWhileAnotherIsAtWork) {
   EXPECT_EQ(next.end(SIGINT), 0);
 }
 
-TEST(Program, RefusesUnknownArguments) {
-  EventHome home;
-  EXPECT_EQ(RecorderProgram(home, {"--backend", "pigeons"}).end(), 2);
-  EXPECT_EQ(RecorderProgram(home, {"--help"}).end(), 0);
-  EXPECT_EQ(RecorderProgram(home, {"--version"}).end(), 0);
-}
-
 TEST(Recorder, KilledIsReplacedByAWaitingClientThatClosesTheGap) {
   EventHome home;
   home.temp.folder("root/before");
@@ -78,21 +71,6 @@ TEST(Recorder, KilledLosesNothingForTheNext) {
     EXPECT_TRUE(found.contains(home.at(name))) << name;
 }
 
-TEST(Recorder, ServesSeveralClientsEachFromItsOwnTime) {
-  EventHome home;
-  home.temp.folder("root/a");
-  home.temp.folder("root/b");
-  Follower early(home);
-  home.temp.file("root/a/file");
-  EXPECT_TRUE(early.changes().contains(home.at("a")));
-  Follower late(home);
-  EXPECT_FALSE(late.history.contains(home.at("a")));
-  EXPECT_TRUE(historySince(late.events, home.root, early.since).contains(home.at("a")));
-  home.temp.file("root/b/file");
-  EXPECT_TRUE(early.changes().contains(home.at("b")));
-  EXPECT_TRUE(late.changes().contains(home.at("b")));
-}
-
 TEST(Recorder, ServesAClientThatAsksFurtherBackWithoutReportingToOthers) {
   EventHome home;
   home.temp.folder("root/.settled");
@@ -102,19 +80,6 @@ TEST(Recorder, ServesAClientThatAsksFurtherBackWithoutReportingToOthers) {
   (void)late.changes();
   EXPECT_TRUE(historySince(late.events, home.root, early).contains(home.at("a")));
   EXPECT_EQ(late.changes(), Reported());
-}
-
-TEST(Stream, DeliversNothingAfterItWasStoppedTwice) {
-  EventHome home;
-  Follower follower(home);
-  Listener stopped(follower.events, home.root, follower.since);
-  ASSERT_TRUE(stopped.waitForHistory());
-  stopped.stop();
-  stopped.stop();
-  const std::size_t before = stopped.all().size();
-  home.temp.file("root/file");
-  EXPECT_TRUE(follower.changes().contains(home.root));
-  EXPECT_EQ(stopped.all().size(), before);
 }
 
 TEST(Stream, MayBeStoppedByItsOwnDelivery) {

@@ -1,5 +1,4 @@
-// The root itself: renamed, removed, mounted over, on a file system whose times say nothing; and the
-// program's own folders below it.
+// The root itself: renamed, removed, mounted over; and the program's own folders below it.
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
@@ -95,22 +94,6 @@ TEST_P(Root, FolderMountedBelowItIsDeepAndNotEntered) {
 }
 
 INSTANTIATE_TEST_SUITE_P(BackEnds, Root, eachBackEnd(), backEndName);
-
-TEST(RootWithoutChangeTimes, IsScannedAfreshOnceAndFollowedFromThenOn) {
-  inPrivateMounts([] {
-    EventHome home;
-    // One that keeps good times, but is not known to.
-    if (::mount("none", home.root.c_str(), "hugetlbfs", 0, nullptr) != 0) {
-      GTEST_SKIP() << "needs a kernel with hugetlbfs";
-    }
-    Follower first(home);
-    EXPECT_EQ(first.history[home.root], EventFlag::userDropped);
-    Follower second(home);
-    EXPECT_EQ(second.history[home.root] & EventFlag::lostTrack, 0U);
-    home.temp.folder("root/new");
-    EXPECT_TRUE(second.changes().contains(home.root));
-  });
-}
 
 class OwnFolders : public WithBackEnd {};
 

@@ -23,7 +23,6 @@ class Snapshot {
   [[nodiscard]] std::vector<std::string> missedSince(const Snapshot& before,
                                                      const std::map<std::string, std::uint32_t>& reported,
                                                      HardLinks links) const;
-  [[nodiscard]] std::size_t size() const { return folders.size(); }
 
  private:
   struct Entry {

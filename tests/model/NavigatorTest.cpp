@@ -60,35 +60,6 @@ TEST_F(Navigation, GoesToFoldersAndFilesAndUpToTheRoot) {
   EXPECT_EQ(model._scope.get(), root());
 }
 
-TEST_F(Navigation, ColoursGoByTheFoldersBelowTheRoot) {
-  std::filesystem::remove_all(home.root + "/a");
-  for (int folder = 0; folder < 11; ++folder) {
-    home.top.file("tree/" + std::to_string(folder) + "/deep/file", 1000 - static_cast<std::size_t>(folder));
-  }
-  home.scan();
-  const auto slotAt = [&](const std::string& path) {
-    return home.model->topSlot(*folderAt(home.model->_result.get()->root, path));
-  };
-  EXPECT_EQ(slotAt(""), std::nullopt);
-  for (int folder = 0; folder < 11; ++folder) {
-    EXPECT_EQ(slotAt(std::to_string(folder)), folder % 9);
-    EXPECT_EQ(slotAt(std::to_string(folder) + "/deep"), folder % 9);
-  }
-  home.restart();
-  home.model->scanIfNeeded(home.root);
-  home.finish();
-  EXPECT_EQ(slotAt("8/deep"), 8) << "an opened index has other colours than the scan that made it";
-}
-
-TEST_F(Navigation, BatchesEnterTheTree) {
-  const std::uint64_t version = model._version.get();
-  home.top.file("tree/a/more", 1000);
-  home.push({{home.root + "/a", 0, 5}});
-  EXPECT_EQ(model._version.get(), version + 1);
-  EXPECT_EQ(root()->totalLogical, 3 * kMiB + 1005);
-  EXPECT_EQ(model.entries().front().logical, 3 * kMiB + 1005);
-}
-
 TEST_F(Navigation, AViewedFolderThatWasRemovedGivesWayToTheRoot) {
   model.jump(*model.entryFor(home.root + "/a/b"));
   std::filesystem::rename(home.root + "/a", home.top.at("away"));

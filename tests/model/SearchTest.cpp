@@ -9,7 +9,6 @@ namespace quon::test {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::SizeIs;
 
 constexpr std::uint64_t kMiB = 1048576;
@@ -29,24 +28,10 @@ class Searches : public testing::Test {
     home.top.file("tree/notes/summer.txt", 3 * kMiB);
     home.scan();
   }
-  void type(const std::string& text) {
-    home.model->_query.set(text);
-    home.queue(QueueName::search).advance(std::chrono::milliseconds(120));
-    home.main.runPosted();
-  }
 
   ModelHome home;
   AppModel& model = *home.model;
 };
-
-TEST_F(Searches, ShowsTheLargestAndCountsAll) {
-  model.options.searchCap = 1;
-  type("summer");
-  EXPECT_THAT(found(model), ElementsAre("summer.mp4"));
-  EXPECT_EQ(model._searchFound.get(), 2U);
-  model.clearQuery();
-  EXPECT_EQ(model._searchFound.get(), 0U);
-}
 
 TEST_F(Searches, WaitsForAPauseInTyping) {
   model._query.set("sum");
@@ -97,31 +82,6 @@ TEST_F(Searches, AResultOfTheTreeBeforeIsDropped) {
   home.queue(QueueName::search).advance(std::chrono::milliseconds(120));
   home.main.runPosted();
   EXPECT_THAT(found(model), ElementsAre("winter.raw", "winter.mp4"));
-}
-
-TEST_F(Searches, ChipsNarrowTheSearch) {
-  type("kind:video sum");
-  EXPECT_THAT(found(model), ElementsAre("summer.mp4"));
-  model.absorbChips(/*includePartial=*/false);
-  ASSERT_THAT(model._chips.get(), SizeIs(1));
-  EXPECT_EQ(model._chips.get().front().label, "Media");
-  EXPECT_EQ(model._query.get(), "sum");
-  EXPECT_EQ(model.effectiveQuery(), "kind:video sum");
-  model.removeChip(model._chips.get().front());
-  home.queue(QueueName::search).advance(std::chrono::milliseconds(120));
-  home.main.runPosted();
-  EXPECT_THAT(found(model), ElementsAre("summer.mp4", "summer.txt"));
-  type("  ");
-  EXPECT_FALSE(model.hasQuery());
-}
-
-TEST_F(Searches, TheMetricDecidesTheOrderAndTheBounds) {
-  type("size:>1mb .mp4");
-  EXPECT_THAT(found(model), ElementsAre("summer.mp4", "winter.mp4"));
-  model._metric.set(Metric::physical);  // the files are sparse
-  home.queue(QueueName::search).advance(std::chrono::milliseconds(120));
-  home.main.runPosted();
-  EXPECT_THAT(found(model), IsEmpty());
 }
 
 }  // namespace

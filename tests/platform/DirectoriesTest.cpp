@@ -25,7 +25,6 @@ struct Listed {
   std::map<std::string, DirEntry> entries;  // whose own names are dangling
   std::size_t delivered = 0;
   std::size_t largestBatch = 0;
-  bool refused = false;
   ReadStatus end = ReadStatus::more;
 };
 
@@ -37,7 +36,6 @@ Listed listAll(DirectoryReader& reader, const OpenDirectoryRef& folder, Detail d
     for (const DirEntry& entry : batch.entries) all.entries[std::string(entry.name)] = entry;
     all.delivered += batch.entries.size();
     all.largestBatch = std::max(all.largestBatch, batch.entries.size());
-    all.refused |= batch.attributesRefused;
     all.end = batch.status;
   }
   return all;
@@ -74,7 +72,6 @@ TEST_F(Directories, ListsEveryEntryAsLstatReportsIt) {
 
   const Listed listed = list(temp.path);
   EXPECT_EQ(listed.end, ReadStatus::end);
-  EXPECT_FALSE(listed.refused);
   EXPECT_EQ(listed.delivered, names.size());
   EXPECT_LE(listed.largestBatch, 500U);
   std::error_code error;
@@ -120,21 +117,6 @@ TEST_F(Directories, NothingButAFolderIsOpened) {
   EXPECT_TRUE(list("").entries.contains("proc"));
 }
 
-TEST_F(Directories, OneReaderListsOneFolderAfterTheOther) {
-  for (int number = 0; number < 1000; ++number) temp.file("many/" + std::to_string(number));
-  temp.file("few/only");
-  reader->start(reader->open(temp.at("many")).directory);
-  EXPECT_EQ(reader->next().status, ReadStatus::more);
-  EXPECT_EQ(list(temp.at("few")).delivered, 1U);
-  EXPECT_EQ(list(temp.at("many")).delivered, 1000U);
-
-  const OpenedDirectory gone = reader->open(temp.at("few"));
-  removeTree(temp.at("few"));
-  const Listed listed = listAll(*reader, gone.directory);
-  EXPECT_EQ(listed.end, ReadStatus::end) << "a folder that was removed while it was open";
-  EXPECT_EQ(listed.delivered, 0U);
-}
-
 TEST_F(Directories, AccessTimesAreNotChanged) {
   temp.file("folder/file");
   const timespec longAgo{.tv_sec = 946684800, .tv_nsec = 0};
@@ -144,23 +126,6 @@ TEST_F(Directories, AccessTimesAreNotChanged) {
   struct stat after {};
   ASSERT_EQ(::stat(temp.at("folder").c_str(), &after), 0);
   EXPECT_EQ(after.st_atim.tv_sec, longAgo.tv_sec);
-}
-
-TEST_F(Directories, AttributesThatAreRefusedAreReported) {
-  temp.file("half open/file", 5000);
-  temp.folder("half open/below");
-  ASSERT_EQ(::chmod(temp.at("half open").c_str(), S_IRUSR | S_IROTH), 0);
-  ASSERT_EQ(::chmod(temp.path.c_str(), S_IRWXU | S_IROTH | S_IXOTH), 0);
-  asOrdinaryUser([&] {
-    const Listed listed = list(temp.at("half open"));
-    EXPECT_EQ(listed.end, ReadStatus::end);
-    EXPECT_TRUE(listed.refused);
-    ASSERT_EQ(listed.delivered, 2U);
-    EXPECT_EQ(listed.entries.at("file").type, EntryType::regular);
-    EXPECT_EQ(listed.entries.at("file").logical, 0U);
-    EXPECT_EQ(listed.entries.at("below").type, EntryType::directory);
-    EXPECT_EQ(reader->open(temp.at("half open/below")).error, std::errc::permission_denied);
-  });
 }
 
 /// Steps down through folders that it makes, and keeps their path.

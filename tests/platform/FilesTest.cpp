@@ -68,21 +68,6 @@ TEST_F(Files, WhatIsThereIsNeverOverwritten) {
               HasSubstr(temp.at("taken")));
 }
 
-TEST_F(Files, AFileIsReplacedAndRemoved) {
-  std::ofstream(temp.at("old")) << "old";
-  std::ofstream(temp.at("new")) << "newer";
-  files.replace(temp.at("new"), temp.at("old"));
-  std::string content;
-  std::ifstream(temp.at("old")) >> content;
-  EXPECT_EQ(content, "newer");
-  EXPECT_FALSE(fs::exists(temp.at("new")));
-  EXPECT_THAT(failureOf([&] { files.replace(temp.at("new"), temp.at("old")); }), HasSubstr(temp.at("old")));
-
-  EXPECT_TRUE(files.remove(temp.at("old")));
-  EXPECT_FALSE(files.remove(temp.at("old")));
-  EXPECT_THAT(failureOf([&] { files.remove(temp.path); }), HasSubstr("cannot remove " + temp.path));
-}
-
 TEST_F(Files, FactsArePassedThroughLinksAndFailuresSayWhy) {
   temp.file("folder/file", 1234);
   fs::create_symlink("folder/file", temp.at("link"));

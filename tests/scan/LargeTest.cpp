@@ -105,26 +105,6 @@ TEST_F(Large, NestedFoldersAreWalkedToTheBottomWithFewDescriptors) {
   });
 }
 
-TEST_F(Large, MillionFilesInOneFolderAreCounted) {
-  constexpr std::uint64_t files = 1'000'000;
-  inMemory([&] {
-    {
-      const Descriptor folder = openFolder(AT_FDCWD, temp.path.c_str());
-      for (std::uint64_t number = 0; number < files; ++number) {
-        makeFile(folder.get(), std::to_string(number).c_str(), number % 1000 == 0 ? 1 << 20 : 0);
-      }
-    }
-    CountingSink sink;
-    Walker walker(linuxPlatform(), optionsFor(temp.path), &sink);
-    const Walker::Result result = walk(walker, temp.path, 2);
-    EXPECT_EQ(result.root->totalFiles, files);
-    EXPECT_EQ(result.root->totalLogical, files / 1000 << 20U);
-    EXPECT_EQ(result.root->keptFiles.size(), files / 1000);
-    EXPECT_EQ(sink.files, files);
-    EXPECT_EQ(result.errorCount, 0U);
-  });
-}
-
 TEST_F(Large, FoldersWithSiblingsOnEveryLevelKeepABoundedNumberOpen) {
   // Each folder on the way down has a sibling on either side, so that in whatever order the file system lists
   // them, some wait while the walk goes deeper, and share a parent that is kept open for them.

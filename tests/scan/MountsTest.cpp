@@ -1,13 +1,8 @@
-#include <algorithm>
-#include <array>
-#include <fcntl.h>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <limits>
 #include <string>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <vector>
 
 #include "Reference.h"
@@ -93,33 +88,6 @@ TEST(Mounts, EqualInodeNumbersOfTwoFileSystemsAreTwoFiles) {
     ASSERT_EQ(linkIDs.size(), 3U);
     EXPECT_EQ(linkIDs.at("linked"), linkIDs.at("second name"));
     EXPECT_NE(linkIDs.at("linked"), linkIDs.at("borrowed"));
-  });
-}
-
-TEST(Mounts, LargestSizesAndFarthestTimesAreExact) {
-  const TempFolder temp;
-  inPrivateMounts([&] {
-    mountTmpfs(temp.path);
-    constexpr std::uint64_t largest = std::numeric_limits<std::int64_t>::max();
-    temp.file("in/a", largest);
-    temp.file("in/b", largest);
-    const auto setTime = [&](const std::string& path, const timespec& time) {
-      const std::array<timespec, 2> both{time, time};
-      ASSERT_EQ(::utimensat(AT_FDCWD, temp.at(path).c_str(), both.data(), 0), 0);
-    };
-    temp.file("past/file");
-    setTime("past/file", {-62'135'596'801, 500'000'000});  // half a second before the year 1
-    setTime("past", {-1, 999'999'999});
-    setTime("in/a", {253'402'300'800, 0});  // the year 10000
-    const auto root = expectWalkMatches(ReferenceTree::of(temp.path), optionsFor(temp.path), 2);
-    EXPECT_EQ(root->totalLogical, 2 * largest);
-    EXPECT_EQ(root->totalPhysical, 0U);
-    EXPECT_EQ(root->newest, 253'402'300'800);
-    const DirListing past = DirListing::read(linuxPlatform(), temp.at("past"), 0, false);
-    EXPECT_THAT(past.files, testing::ElementsAre(FileEntry{"file", 0, 0, -62'135'596'801}));
-    const auto node = std::ranges::find(root->subdirs, "past", [](const auto& child) { return child->name; });
-    EXPECT_EQ((*node)->mtime, -1);
-    EXPECT_EQ((*node)->newest, 0);  // a folder's files are never older than no files
   });
 }
 

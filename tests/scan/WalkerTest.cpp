@@ -1,6 +1,5 @@
 #include <cstdio>
 #include <filesystem>
-#include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
@@ -149,21 +148,6 @@ TEST(Walker, CancelledStopsWithinTheFoldersBeingListed) {
     EXPECT_EQ(progress.dirs, sink.folders.size());
     EXPECT_TRUE(sink.folders.contains(progress.currentPath)) << progress.currentPath;
   }
-}
-
-TEST(Walker, WithoutThreadsWaitsUntilCancelled) {
-  const TempFolder temp;
-  temp.file("file", 10);
-  Walker walker(linuxPlatform(), optionsFor(temp.path), nullptr);
-  auto run = std::async(std::launch::async, [&] {
-    const Walker::Result result = walk(walker, temp.path, 0);
-    return std::pair(result.root->totalFiles, walker.cancel->isCancelled());
-  });
-  Walker other(linuxPlatform(), optionsFor(temp.path), nullptr);
-  EXPECT_EQ(walk(other, temp.path, 4).root->totalFiles, 1U);
-  EXPECT_EQ(run.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
-  walker.cancelRun();
-  EXPECT_EQ(run.get(), std::pair(std::uint64_t{0}, true));
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // What the search field's language means, token by token.
 #include <gtest/gtest.h>
 #include <limits>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -59,14 +58,6 @@ TEST(TokenQuery, AFilterThatCannotBeReadIsLeftOut) {
   EXPECT_EQ(parsed("kind:code kind:font size:1 size:>2"), parsed("kind:fonts size:2"));
 }
 
-TEST(TokenQuery, EachFieldAloneIsNotEmpty) {
-  for (const char* text : {"x", "in:x", "name:x", "kind:other", "size:0", "size:<0", "age:1d", "age:<1d"}) {
-    EXPECT_FALSE(parsed(text).isEmpty()) << text;
-  }
-  EXPECT_TRUE(parsed(" ").isEmpty());
-  EXPECT_TRUE(TokenQuery().isEmpty());
-}
-
 TEST(TokenQuery, ReadsAmounts) {
   const std::vector<std::pair<std::string, std::uint64_t>> amounts{
       {"1.5gb", 1610612736},
@@ -111,25 +102,6 @@ TEST(TokenQuery, TimesStayWithinTheirRange) {
   EXPECT_EQ(TokenQuery::parse("age:292471208677y", -kDay * 365).olderThan, kLeast);
   EXPECT_EQ(TokenQuery::parse("age:<1d", kLeast).newerThan, kLeast);
   EXPECT_EQ(TokenQuery::parse("age:1d", 0).olderThan, -kDay);
-}
-
-TEST(TokenQuery, ReadsKinds) {
-  const std::map<std::string_view, std::string> kinds{{"code", "code source"},
-                                                      {"images", "image images photo photos Photo"},
-                                                      {"archives", "archive archives compressed arc"},
-                                                      {"docs", "docs document documents doc"},
-                                                      {"media", "media video videos audio music movie"},
-                                                      {"disk", "disk vm img"},
-                                                      {"data", "data database logs"},
-                                                      {"bins", "bin bins binary binaries"},
-                                                      {"fonts", "font fonts typeface"},
-                                                      {"other", "other misc"}};
-  for (const auto& [id, names] : kinds) {
-    for (const std::string& name : words(names)) EXPECT_EQ(TokenQuery::kindNamed(name), id) << name;
-  }
-  for (const char* name : {"", "vid", "images ", "log", "Other!"}) {
-    EXPECT_EQ(TokenQuery::kindNamed(name), std::nullopt) << name;
-  }
 }
 
 }  // namespace

@@ -117,14 +117,5 @@ TEST(ConcurrentLoad, WaitsForAWriterThatWaitsForAnEarlierReader) {
   EXPECT_EQ(oneValueOf(ScanStore::load(url, kRoot, 1000)), 2U);
 }
 
-TEST(ConcurrentLoad, IsNotDisturbedByAWriterThatHasNotCommitted) {
-  const TempFolder top;
-  const std::string url = saveSmall(top.path);
-  RawIndex(url).exec(settingAllTo(1));
-  RawIndex writer(url);
-  writer.exec("BEGIN IMMEDIATE; UPDATE files SET logical = 0; DELETE FROM dirs WHERE id > 1");
-  EXPECT_EQ(oneValueOf(ScanStore::load(url, kRoot, 1000)), 1U);
-}
-
 }  // namespace
 }  // namespace quon::test

@@ -1,11 +1,8 @@
 // How an index is made, or not: with many producers, cancelled, on a full disk, beside what killed programs
 // left.
 #include <algorithm>
-#include <array>
 #include <atomic>
-#include <chrono>
 #include <csignal>
-#include <fcntl.h>
 #include <filesystem>
 #include <functional>
 #include <future>
@@ -80,20 +77,6 @@ class GatedThreads final : public ThreadService {
   const ThreadService& real;
   std::shared_future<void> opened = opening.get_future().share();
 };
-
-TEST(Writing, LeavesNothingWhenItIsAbortedOrDropped) {
-  const TempFolder top;
-  const SampleTree tree = treeOf(1000);
-  for (const bool abort : {true, false}) {
-    {
-      ScanStore store(linuxPlatform(), ScanStore::canonicalURL(top.path, tree.path));
-      tree.record(store);
-      ASSERT_EQ(namesIn(top.path).size(), 1U);
-      if (abort) store.abort();
-    }
-    EXPECT_EQ(namesIn(top.path), kNothing);
-  }
-}
 
 TEST(Writing, ManyProducersWaitForASlowWriterAndLoseNothing) {
   constexpr std::size_t kMostWaiting = 32768;
@@ -275,28 +258,6 @@ TEST(Failure, OfTheMoveIntoPlaceLeavesNoBuild) {
   tree.record(store);
   EXPECT_THROW(store.finish(tree.path, 1, figuresOf(tree), 0, 0), StoreError);
   EXPECT_EQ(namesIn(top.path).size(), 1U);
-}
-
-TEST(StaleBuilds, AreSweptAfterAnHourAndOnlyThoseOfTheSameIndex) {
-  const TempFolder top;
-  const std::string own = ScanStore::canonicalURL("", RootPath("/x")).substr(1);
-  const std::string other = ScanStore::canonicalURL("", RootPath("/y")).substr(1);
-  const std::int64_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
-  const auto leave = [&](const std::string& name, std::int64_t age) {
-    const std::array<timespec, 2> times{{{now - age, 0}, {now - age, 0}}};
-    ASSERT_EQ(::utimensat(AT_FDCWD, top.file(name, 1).c_str(), times.data(), 0), 0);
-  };
-  leave(own + ".building-old", 3700);
-  leave(own + ".building-older", 400000000);
-  leave(own + ".building-young", 3500);
-  leave(own + ".building-of the future", -7200);
-  leave(other + ".building-old", 90000);
-  leave(own, 90000);
-  ScanStore(linuxPlatform(), top.at(own)).abort();
-  std::vector<std::string> expected{own, own + ".building-young", own + ".building-of the future",
-                                    other + ".building-old"};
-  std::ranges::sort(expected);
-  EXPECT_EQ(namesIn(top.path), expected);
 }
 
 /// Changes the index in a child that is killed while its changes are in the file and the journal beside it.

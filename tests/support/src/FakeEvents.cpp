@@ -28,7 +28,6 @@ struct FakeEvents::Shared {
   mutable Mutex lock;
   std::vector<std::shared_ptr<Listener>> listeners QUON_GUARDED_BY(lock);
   std::vector<EventRequest> requests QUON_GUARDED_BY(lock);
-  int stopped QUON_GUARDED_BY(lock) = 0;
 };
 
 class FakeEvents::Stream final : public EventStream {
@@ -53,7 +52,7 @@ class FakeEvents::Stream final : public EventStream {
   void stop() override {
     {
       MutexLock held(shared->lock);
-      if (std::erase(shared->listeners, listener) > 0) ++shared->stopped;
+      std::erase(shared->listeners, listener);
     }
     listener->gate.close();
   }
@@ -74,10 +73,6 @@ void FakeEvents::push(const std::vector<FolderEvent>& events) {
   for (const auto& listener : shared->listeners) deliver(listener, events);
 }
 
-int FakeEvents::stoppedStreams() const {
-  MutexLock held(shared->lock);
-  return shared->stopped;
-}
 std::vector<EventRequest> FakeEvents::requests() const {
   MutexLock held(shared->lock);
   return shared->requests;

@@ -30,7 +30,6 @@ class FakeEvents final : public EventService {
   /// One delivery to every stream that is started and not stopped.
   void push(const std::vector<FolderEvent>& events);
 
-  [[nodiscard]] int stoppedStreams() const;  ///< ever, of those that were started
   /// What was asked of create(), in order.
   [[nodiscard]] std::vector<EventRequest> requests() const;
 
