@@ -57,7 +57,7 @@ void dropGuards(std::string& text) {
 }
 
 /// Reads the value of an option; `read` returns false for a value that is none, and `wanted` is what the user
-/// is told then.
+/// reads then.
 CLI::Option* addValue(CLI::App& verb, const std::string& name, const std::string& type,
                       const std::string& about, const std::string& wanted,
                       std::function<bool(const std::string&)> read) {

@@ -36,7 +36,7 @@ void report(const Command& command, const std::string& path, const OpenedTree& t
     if (found == 0) print(listing.whenNone + "\n");
     if (found > 0 && !listing.footer.empty()) print("\n" + listing.footer + "\n");
   }
-  tellUnreadable(tree);
+  reportUnreadable(tree);
 }
 
 std::string lineForMore(std::size_t found, std::size_t listed) {

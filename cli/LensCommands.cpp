@@ -80,7 +80,7 @@ int runKinds(Session& session, const Command& command) {
     print(table.line(kinds.small, "unindexed", "small files < " + keep, RowTable::Style::dim));
     print(fmt::format("\nby extension · only files ≥ {} are indexed\n", keep));
   }
-  tellUnreadable(tree);
+  reportUnreadable(tree);
   return 0;
 }
 
@@ -126,7 +126,7 @@ int runReclaim(Session& session, const Command& command) {
                       {"folders", toJson(folderRows(group, prefix))}});
     }
     printDocument(Json{{"groups", std::move(list)}, {"total", total}});
-    tellUnreadable(tree);
+    reportUnreadable(tree);
     return 0;
   }
   RowTable table = tableOf(session, command, tree);
@@ -136,7 +136,7 @@ int runReclaim(Session& session, const Command& command) {
   print(groups.empty()
             ? "No folder here is known to be made again by itself.\n"
             : fmt::format("\n{:>10}  ≈ reclaimable under {}\n", humanBytes(total), table.shown(path)));
-  tellUnreadable(tree);
+  reportUnreadable(tree);
   return 0;
 }
 

@@ -128,7 +128,7 @@ int runNames(Session& session, const Command& command) {
   } else {
     printFilesOfName(session, command);
   }
-  tellUnreadable(tree);
+  reportUnreadable(tree);
   return 0;
 }
 

@@ -23,11 +23,11 @@ class Runner {
   /// `loop` is the model's main queue.
   Runner(const Platform& platform, const Terminal& terminal, LoopQueue& loop, AppModel& model);
 
-  /// Until the model is done with what it was told to do. Throws Interrupted.
+  /// Until the model is done with its scan or load. Throws Interrupted.
   void wait();
   /// Threads: any.
   void onInterrupt();
-  /// Until the predicate holds, which an interrupt does not wait for.
+  /// Until the predicate is true, which an interrupt does not wait for.
   void runUntil(const std::function<bool()>& predicate) { (void)loop.runUntil(predicate); }
 
  private:

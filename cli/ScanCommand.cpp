@@ -64,7 +64,7 @@ int runScan(Session& session, const Command& command) {
           tableOf(session, command, tree)
               .text(scopeEntries(tree.scope, pathPrefix(tree.root), command.metric, kRowsShown)));
   }
-  tellUnreadable(tree);
+  reportUnreadable(tree);
   const bool notSaved = command.saveIndex && tree.index.empty();
   return notSaved ? 1 : 0;
 }

@@ -48,19 +48,19 @@ void warn(const std::string& line) {
   fmt::print(stderr, "quon: {}\n", line);
 }
 
-void tellUnreadable(const OpenedTree& tree) {
-  constexpr std::size_t kTold = 5;
+void reportUnreadable(const OpenedTree& tree) {
+  constexpr std::size_t kListed = 5;
   const std::vector<const DirNode*> unreadable = unreadableBelow(*tree.scope);
   if (unreadable.empty()) return;
   const bool one = unreadable.size() == 1;
   warn(fmt::format("{} {} could not be read and {} missing from the totals:", grouped(unreadable.size()),
                    one ? "folder" : "folders", one ? "is" : "are"));
-  const std::size_t told = std::min(kTold, unreadable.size());
-  for (std::size_t index = 0; index < told; ++index) {
+  const std::size_t listed = std::min(kListed, unreadable.size());
+  for (std::size_t index = 0; index < listed; ++index) {
     const std::string path = unreadable[index]->path(pathPrefix(tree.root));
     fmt::print(stderr, "  {}\n", displayText(path.empty() ? "/" : path));
   }
-  if (unreadable.size() > told) fmt::print(stderr, "  and {} more\n", grouped(unreadable.size() - told));
+  if (unreadable.size() > listed) fmt::print(stderr, "  and {} more\n", grouped(unreadable.size() - listed));
 }
 
 /// Each made when it is first asked for: most commands need two or three.
@@ -109,7 +109,7 @@ Session::Session(const Platform& services, Folders places, const Terminal& strea
   driven->options.liveUpdates = false;
   // A root on a disk that does not answer would hold up the end of the command: `indexes --collect` does it.
   driven->options.collectsIndexes = false;
-  starts = driven->_scanStats.observe([this](const std::string&) { tellWhyScanned(); });
+  starts = driven->_scanStats.observe([this](const std::string&) { reportWhyScanned(); });
   runs = std::make_unique<Runner>(platform, terminal, loop, *driven);
   const MutexLock held(lock);
   interrupted = runs.get();
@@ -144,14 +144,14 @@ std::string Session::resolve(const std::string& typed) const {
   return *canonical;
 }
 
-void Session::tellWhyScanned() {
+void Session::reportWhyScanned() {
   const std::string& reason = driven->lastRun.notLoaded;
-  if (reason.empty() || reason == toldReason) return;
-  toldReason = reason;
+  if (reason.empty() || reason == reportedReason) return;
+  reportedReason = reason;
   warn(fmt::format("{}; scanning {} afresh", reason, displayText(driven->_rootPath.get())));
 }
 
-/// What the model holds now, with the folder at the path; no scope when the tree does not hold that.
+/// What the model shows now, with the folder at the path; no scope when the tree does not contain that.
 OpenedTree Session::opened(const std::string& path) {
   runs->wait();
   await([this] { return driven->areSettingsStored(); });

@@ -21,7 +21,7 @@
 
 namespace quon::cli {
 
-/// A command cannot be carried out: what() is the one line to tell, without the program's name.
+/// A command cannot be carried out: what() is the one line to print, without the program's name.
 class CommandFailure : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -50,9 +50,9 @@ class Session {
   /// The folder that was asked for as an absolute path without links. CommandFailure when it is missing, no
   /// folder, or not allowed.
   [[nodiscard]] std::string resolve(const std::string& typed) const;
-  /// The nearest saved root that holds the path, brought up to date from the journal of events; when that
-  /// cannot be, the reason is told and the root scanned. Without a saved root, the path scanned as a root of
-  /// its own.
+  /// The nearest saved root that contains the path, brought up to date from the journal of events; when that
+  /// cannot be, the reason is printed and the root scanned. Without a saved root, the path scanned as a root
+  /// of its own.
   [[nodiscard]] OpenedTree open(const std::string& path);
   [[nodiscard]] OpenedTree scan(const std::string& root);
 
@@ -63,7 +63,7 @@ class Session {
 
   [[nodiscard]] AppModel& model() { return *driven; }
   [[nodiscard]] Runner& runner() { return *runs; }
-  /// Runs the main loop until the predicate holds.
+  /// Runs the main loop until the predicate is true.
   void await(const std::function<bool()>& predicate) { runs->runUntil(predicate); }
   /// Shows the lens and runs the main loop until its results are there.
   void show(Lens lens, const Observed<bool>& running) {
@@ -79,11 +79,11 @@ class Session {
 
   [[nodiscard]] OpenedTree opened(const std::string& path);
   void onInterrupt() QUON_EXCLUDES(lock);
-  void tellWhyScanned();
+  void reportWhyScanned();
 
   Mutex lock;
   Runner* interrupted QUON_GUARDED_BY(lock) =
-      nullptr;            ///< who is told of an interrupt; none: the process leaves
+      nullptr;            ///< who ends what runs at an interrupt; none: the process leaves
   Interrupts interrupts;  // before all that starts threads
   StandardErrorLog log;
   KeyFileDefaults defaults;
@@ -93,15 +93,15 @@ class Session {
   std::unique_ptr<NoDesktop> desktop;
   std::unique_ptr<AppModel> driven;
   Observation starts;
-  std::string toldReason;
+  std::string reportedReason;
   std::unique_ptr<Runner> runs;
 };
 
 /// A line on standard error that does not end the command.
 void warn(const std::string& line);
 
-/// Unreadable folders make totals too small: tells how many lie at and below the tree's scope, and the first
+/// Unreadable folders make totals too small: prints how many are at and below the tree's scope, and the first
 /// few.
-void tellUnreadable(const OpenedTree& tree);
+void reportUnreadable(const OpenedTree& tree);
 
 }  // namespace quon::cli

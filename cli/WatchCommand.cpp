@@ -24,7 +24,7 @@ std::string clockTime() {
 class Watch {
  public:
   Watch(Session& owner, const Command& what) : session(owner), command(what) {
-    session.model().onLiveEvent = [this](const LiveWatcher::Event& event) { tell(event); };
+    session.model().onLiveEvent = [this](const LiveWatcher::Event& event) { showEvent(event); };
   }
   ~Watch() { session.model().onLiveEvent = nullptr; }
   Watch(const Watch&) = delete;
@@ -39,12 +39,12 @@ class Watch {
       throw CommandFailure("changes cannot be watched: " +
                            (reason.empty() ? session.model().problem(Problem::Kind::notWatched) : reason));
     paused = false;
-    tellReady(tree);
+    showReady(tree);
     session.runner().runUntil([this] { return paused; });
   }
 
  private:
-  void tellReady(const OpenedTree& tree) {
+  void showReady(const OpenedTree& tree) {
     const AppModel::LastRun& run = session.model().lastRun;
     const std::string message = run.wasLoaded ? run.message : "scanned";
     if (command.json) return line(Json{{"event", "ready"}, {"message", message}});
@@ -53,7 +53,7 @@ class Watch {
                      humanBytes(root.totalLogical)));
   }
 
-  void tell(const LiveWatcher::Event& event) {
+  void showEvent(const LiveWatcher::Event& event) {
     if (const auto* rescan = std::get_if<LiveWatcher::NeedsRescan>(&event)) {
       paused = true;
       reason = rescan->reason;

@@ -108,37 +108,35 @@ void ScanSession::begin(const std::string& path, Purpose purpose) {
     const MutexLock held(runLock);
     std::swap(run, next);
   }
-  if (next) {
+  if (next) {  // the run before, which is under way
     next->cancel();
     retired.push_back(std::move(next));
   }
-  const auto post = [weak = std::weak_ptr(self), generation = scanGeneration,
-                     &main = state.services.main](auto&& report) {
-    main.post([weak, generation, report] {
+  const auto post = [weak = std::weak_ptr(self),
+                     &main = state.services.main](std::function<void(ScanSession&)> report) {
+    main.post([weak, report = std::move(report)] {
       const auto alive = weak.lock();
       if (!alive) return;
       ScanSession& session = **alive;
-      session.state.perform([&session, generation, report] {
-        std::erase_if(session.retired,
-                      [&](const auto& ended) { return ended->generation == generation && report.isLast; });
-        if (generation == session.scanGeneration) report.take(session);
-      });
+      session.state.perform([&session, report] { report(session); });
     });
   };
-  struct StepReport {
-    Step step;
-    bool isLast = false;
-    void take(ScanSession& session) const { session.take(step); }
-  };
-  struct EndReport {
-    std::shared_ptr<Finished> finished;
-    bool isLast = true;
-    void take(ScanSession& session) const { session.take(*finished); }
-  };
+  const std::int64_t generation = scanGeneration;
   try {
-    begun.start([post](Step step) { post(StepReport{std::move(step)}); },
-                [post](std::shared_ptr<Finished> finished) { post(EndReport{std::move(finished)}); });
+    begun.start(
+        [post, generation](const Step& step) {
+          post([step, generation](ScanSession& session) {
+            if (generation == session.scanGeneration) session.take(step);
+          });
+        },
+        [post, generation](const std::shared_ptr<Finished>& finished) {
+          post([finished, generation](ScanSession& session) { session.endRun(generation, *finished); });
+        });
   } catch (const std::system_error& failure) {
+    {
+      const MutexLock held(runLock);
+      std::swap(run, next);  // it never began
+    }
     if (purpose != Purpose::reload) return fail(failure.what());
     _busy.set(false);
     raiseNotReloaded(failure.what());
@@ -162,17 +160,21 @@ void ScanSession::take(const Step& step) {
   scheduleProgress();
 }
 
-void ScanSession::take(const Finished& finished) {
-  timer.cancel();
-  _busy.set(false);
-  bool isReload = false;
+/// The last report of a run, whose thread ends now.
+void ScanSession::endRun(std::int64_t generation, const Finished& finished) {
+  std::erase_if(retired, [&](const auto& ended) { return ended->generation == generation; });
+  if (generation != scanGeneration) return;
+  std::unique_ptr<Run> ended;
   {
     const MutexLock held(runLock);
-    isReload = run->purpose == Purpose::reload;
+    ended = std::move(run);
   }
+  const bool isReload = ended->purpose == Purpose::reload;
+  timer.cancel();
+  _busy.set(false);
   if (!finished.root.isEmpty()) _rootPath.set(finished.root.path());
   if (finished.result) {
-    install(finished);
+    install(finished, isReload);
   } else if (finished.outcome.cancelled) {
     returnToShownTree();
     lastRun.cancelled = true;
@@ -199,17 +201,12 @@ void ScanSession::fail(const std::string& reason) {
   state.raise(Problem::Kind::notScanned, "Cannot scan " + root + ": " + reason);
 }
 
-void ScanSession::install(const Finished& finished) {
-  const ShownTreeRef before = state.shownTree();
+void ScanSession::install(const Finished& finished, bool isReload) {
+  const LastRun& outcome = finished.outcome;
   const std::string scopeBefore = state.scopePath();
-  bool isReload = false;
-  {
-    const MutexLock held(runLock);
-    isReload = run->purpose == Purpose::reload;
-  }
-  if (!isReload) lastRun = finished.outcome;
+  if (!isReload) lastRun = outcome;
   state.show({.root = finished.root,
-              .indexURL = finished.outcome.index,
+              .indexURL = outcome.index,
               .result = finished.result,
               .slots = finished.slots,
               .kindOverrides = {},
@@ -220,20 +217,20 @@ void ScanSession::install(const Finished& finished) {
   state._phase.set(Phase::ready);
   if (isReload) {
     if (const RefPtr<DirNode> scope = state.shownTree()->folderAt(scopeBefore)) state._scope.set(scope);
-  } else if (!lastRun.message.empty()) {
-    state._toast.set(lastRun.message);
+  } else if (!outcome.message.empty()) {
+    state._toast.set(outcome.message);
   }
   const std::string root = displayText(finished.root.path());
-  if (!lastRun.notLoaded.empty()) {
+  if (!outcome.notLoaded.empty()) {
     state.raise(Problem::Kind::notLoaded,
-                "The saved index of " + root + " could not be used, so it was scanned: " + lastRun.notLoaded);
+                "The saved index of " + root + " could not be used, so it was scanned: " + outcome.notLoaded);
   }
-  if (lastRun.notSaved.empty()) {
+  if (outcome.notSaved.empty()) {
     state.clear(Problem::Kind::notSaved);
   } else {
     state.raise(
         Problem::Kind::notSaved,
-        "The index of " + root + " could not be saved, so the next launch scans: " + lastRun.notSaved);
+        "The index of " + root + " could not be saved, so the next launch scans: " + outcome.notSaved);
   }
   if (finished.result->errorCount == 0) {
     state.clear(Problem::Kind::unreadable);

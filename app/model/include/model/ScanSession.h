@@ -80,8 +80,8 @@ class ScanSession : public LiveUpdates {
 
   void begin(const std::string& path, Purpose purpose);
   void take(const Step& step);
-  void take(const Finished& finished);
-  void install(const Finished& finished);
+  void endRun(std::int64_t generation, const Finished& finished);
+  void install(const Finished& finished, bool isReload);
   void fail(const std::string& reason);
   void returnToShownTree();
   void raiseNotReloaded(const std::string& reason);
@@ -93,8 +93,8 @@ class ScanSession : public LiveUpdates {
   std::shared_ptr<ScanSession*> self;  // what posted work refers to weakly
   WorkItem timer;
   mutable Mutex runLock;
-  std::unique_ptr<Run> run QUON_GUARDED_BY(runLock);
-  std::vector<std::unique_ptr<Run>> retired;  // cancelled ones whose threads may not have ended
+  std::unique_ptr<Run> run QUON_GUARDED_BY(runLock);  // the one under way
+  std::vector<std::unique_ptr<Run>> retired;          // cancelled ones whose threads may not have ended
 };
 
 }  // namespace quon
