@@ -58,6 +58,9 @@ class PromptEvents final : public EventService {
     return events.create(prompt, queue, std::move(callback));
   }
   std::uint64_t currentEventId() override { return events.currentEventId(); }
+  Coverage cover(const std::string& root, CoverMode mode, std::stop_token stopped) override {
+    return events.cover(root, mode, std::move(stopped));
+  }
 
  private:
   EventService& events;

@@ -25,6 +25,7 @@ class LinuxEvents final : public EventService {
   [[nodiscard]] std::unique_ptr<EventStream> create(const EventRequest& request, BackgroundQueue& queue,
                                                     Callback callback) override;
   [[nodiscard]] std::uint64_t currentEventId() override;
+  [[nodiscard]] Coverage cover(const std::string& root, CoverMode mode, std::stop_token stopped) override;
 
  private:
   struct Service;

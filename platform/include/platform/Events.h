@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <span>
+#include <stop_token>
 #include <string>
 #include <string_view>
 
@@ -32,6 +33,7 @@ struct FolderEvent {
   std::string path;  ///< bytes, absolute
   std::uint32_t flags = 0;
   std::uint64_t id = 0;  ///< microseconds since 1970 made strictly increasing, so that ids only grow
+  std::string reason = {};  ///< of lostTrack: what happened, and what to do about it; "" when unknown
 };
 
 /// Events of one folder tree from an identifier on: first, as history, the folders that changed since then,
@@ -55,6 +57,12 @@ struct EventRequest {
   bool watchRoot = true;  ///< report with rootChanged that the root itself was moved or removed
 };
 
+/// Whether changes below a root are recorded.
+struct Coverage {
+  std::uint64_t since = 0;  ///< from this identifier on no change is missed; 0 when changes are missed
+  std::string reason = {};  ///< why they are, and what to do about it; "" when nobody records, or not yet
+};
+
 /// The desktop's journal of file-system events, with identifiers that can be resumed. Threads: any.
 class EventService {
  public:
@@ -68,6 +76,14 @@ class EventService {
                                                             BackgroundQueue& queue, Callback callback) = 0;
   /// The identifier of this moment: no event that happened before has a larger one.
   [[nodiscard]] virtual std::uint64_t currentEventId() = 0;
+
+  enum class CoverMode : std::uint8_t {
+    ask,   ///< whoever records begins with the root soon; returns at once
+    wait,  ///< returns when the root is covered, cannot be, or the wait was stopped
+  };
+  /// Has the root recorded from now on. What is read from the disk after it has returned, together with the
+  /// changes since the identifier that it returns, is the whole truth.
+  [[nodiscard]] virtual Coverage cover(const std::string& root, CoverMode mode, std::stop_token stopped) = 0;
 };
 
 }  // namespace quon

@@ -26,6 +26,7 @@ class FakeEvents final : public EventService {
   bool failCreate = false;  ///< create() yields nullptr
   bool failStart = false;   ///< start() yields false
   std::atomic<std::uint64_t> current{1};
+  Coverage coverage;  ///< the answer of cover()
 
   /// One delivery to every stream that is started and not stopped.
   void push(const std::vector<FolderEvent>& events);
@@ -36,6 +37,10 @@ class FakeEvents final : public EventService {
   [[nodiscard]] std::unique_ptr<EventStream> create(const EventRequest& request, BackgroundQueue& queue,
                                                     Callback callback) override;
   [[nodiscard]] std::uint64_t currentEventId() override { return current; }
+  [[nodiscard]] Coverage cover(const std::string& /*root*/, CoverMode /*mode*/,
+                               std::stop_token /*stopped*/) override {
+    return coverage;
+  }
 
  private:
   class Stream;
