@@ -88,13 +88,13 @@ class Session::NoDesktop final : public DesktopService {
   void openPrivacySettings() override {}
 };
 
-Session::Session(const Platform& services, Folders places, const Terminal& streams)
+Session::Session(const Platform& services, Folders places, const Terminal& streams, Stay stay)
     : platform(services),
       folders(std::move(places)),
       terminal(streams),
       interrupts([this] { onInterrupt(); }),
       defaults(folders.config),
-      events(platform.threads, folders, log),
+      events(platform.threads, folders, log, {.mayRecord = stay == Stay::stays}),
       queues(std::make_unique<Queues>()),
       desktop(std::make_unique<NoDesktop>()),
       driven(std::make_unique<AppModel>(AppModel::Services{
@@ -106,7 +106,7 @@ Session::Session(const Platform& services, Folders places, const Terminal& strea
                        std::chrono::system_clock::now().time_since_epoch())
                 .count();
           }})) {
-  driven->options.liveUpdates = false;
+  driven->options.liveUpdates = stay == Stay::stays;
   // A root on a disk that does not answer would hold up the end of the command: `indexes --collect` does it.
   driven->options.collectsIndexes = false;
   starts = driven->_scanStats.observe([this](const std::string&) { reportWhyScanned(); });

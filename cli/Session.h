@@ -40,7 +40,9 @@ struct OpenedTree {
 /// What every command works with: the model and what drives it. Threads: main only.
 class Session {
  public:
-  Session(const Platform& platform, Folders folders, const Terminal& terminal);
+  /// Whether the command stays: then this process records what changes below the root, when no other does.
+  enum class Stay : std::uint8_t { ends, stays };
+  Session(const Platform& platform, Folders folders, const Terminal& terminal, Stay stay);
   ~Session();
 
   const Platform& platform;

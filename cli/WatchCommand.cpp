@@ -20,7 +20,7 @@ std::string clockTime() {
       std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count());
 }
 
-/// Tells each event of the model, until live updates end.
+/// Prints each event of the model.
 class Watch {
  public:
   Watch(Session& owner, const Command& what) : session(owner), command(what) {
@@ -30,31 +30,41 @@ class Watch {
   Watch(const Watch&) = delete;
   Watch& operator=(const Watch&) = delete;
 
-  void run(const OpenedTree& tree) {
-    if (tree.index.empty())
-      throw CommandFailure("changes are kept in a saved index, and none could be saved");
-    // Live updates that ended when they were to begin: a scan would end in the same way.
-    session.await([this] { return !session.model().isLiveStarting(); });
-    if (!session.model()._isLive.get())
-      throw CommandFailure("changes cannot be watched: " +
-                           (reason.empty() ? session.model().problem(Problem::Kind::notWatched) : reason));
-    paused = false;
-    showReady(tree);
-    session.runner().runUntil([this] { return paused; });
+  /// Until changes can no longer be watched.
+  void run() {
+    const AppModel& model = session.model();
+    while (true) {
+      session.await([&] { return model._isLive.get() || hasEnded(); });
+      if (!model._isLive.get()) {
+        const std::string& why = model.problem(Problem::Kind::notWatched);
+        throw CommandFailure("changes cannot be watched: " + (why.empty() ? reason : why));
+      }
+      paused = false;
+      showReady();
+      session.runner().runUntil([&] { return paused; });
+    }
   }
 
  private:
-  void showReady(const OpenedTree& tree) {
+  /// Nothing is watched, and nothing will be by itself.
+  [[nodiscard]] bool hasEnded() const {
+    const AppModel& model = session.model();
+    return !model._isLive.get() && !model.isLiveStarting() && !model.isRecovering() && !model.isBusy();
+  }
+
+  void showReady() {
     const AppModel::LastRun& run = session.model().lastRun;
     const std::string message = run.wasLoaded ? run.message : "scanned";
     if (command.json) return line(Json{{"event", "ready"}, {"message", message}});
-    const DirNode& root = *tree.result->root;
-    line(fmt::format("{}  {}: {}, {}", message, displayText(tree.root), counted(root.totalFiles, "file"),
+    const DirNode& root = *session.model()._result.get()->root;
+    line(fmt::format("{}  {}: {}, {}", message, displayText(session.model().shownTree()->root.path()), counted(root.totalFiles, "file"),
                      humanBytes(root.totalLogical)));
   }
 
   void showEvent(const LiveWatcher::Event& event) {
     if (const auto* rescan = std::get_if<LiveWatcher::NeedsRescan>(&event)) {
+      // It goes on from what the other program has done, and says what that was.
+      if (rescan->cause == LiveWatcher::Cause::superseded) return;
       paused = true;
       reason = rescan->reason;
       if (command.json) return line(Json{{"event", "needsRescan"}, {"reason", rescan->reason}});
@@ -104,11 +114,10 @@ class Watch {
 }  // namespace
 
 int runWatch(Session& session, const Command& command) {
-  session.model().options.liveUpdates = true;
   Watch watch(session, command);
-  for (OpenedTree tree = session.open(session.resolve(command.path));; tree = session.scan(tree.root)) {
-    watch.run(tree);
-  }
+  (void)session.open(session.resolve(command.path));
+  watch.run();
+  return 0;
 }
 
 }  // namespace quon::cli

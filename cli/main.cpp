@@ -54,7 +54,8 @@ int main(int count, char** arguments) {
     LinuxPlatform::raiseOpenFileLimit();
     const LinuxPlatform platform;
     const Command& command = std::get<Command>(parsed);
-    Session session(platform.services(), LinuxPlatform::folders(), Terminal::detect());
+    const auto stay = command.verb == Command::Verb::watch ? Session::Stay::stays : Session::Stay::ends;
+    Session session(platform.services(), LinuxPlatform::folders(), Terminal::detect(), stay);
     AppModel& model = session.model();
     model.options.catchUp = command.catchUp;
     model.options.typingPauses = false;

@@ -18,9 +18,18 @@ DatabaseError::Kind kindOf(int status) {
       return DatabaseError::Kind::damaged;
     case SQLITE_INTERRUPT:
       return DatabaseError::Kind::stopped;
-    default:
+    case SQLITE_READONLY:
+      return status == SQLITE_READONLY_DBMOVED ? DatabaseError::Kind::moved : DatabaseError::Kind::unwritable;
+    case SQLITE_IOERR:
       // A file that ends before a page that it claims to have.
-      return status == SQLITE_IOERR_SHORT_READ ? DatabaseError::Kind::damaged : DatabaseError::Kind::other;
+      return status == SQLITE_IOERR_SHORT_READ ? DatabaseError::Kind::damaged
+                                               : DatabaseError::Kind::unwritable;
+    case SQLITE_FULL:
+    case SQLITE_CANTOPEN:
+    case SQLITE_PERM:
+      return DatabaseError::Kind::unwritable;
+    default:
+      return DatabaseError::Kind::other;
   }
 }
 

@@ -14,6 +14,7 @@
 #include "platform/Events.h"
 #include "support/ChildProcess.h"
 #include "support/FakeEvents.h"
+#include "support/RawIndex.h"
 
 namespace quon::test {
 namespace {
@@ -39,6 +40,7 @@ class LiveWatcherTest : public ScannedTree {
                              .tree = loaded->result.root,
                              .topFiles = loaded->result.topFiles,
                              .sinceEventId = loaded->lastEventId,
+                             .revision = loaded->revision,
                              .maxChanges = maxChanges});
   }
 
@@ -176,6 +178,7 @@ TEST_F(LiveWatcherTest, AFullDiskKeepsTheBatchBeforeInIndexAndTree) {
   inPrivateMounts([&] {
     ASSERT_EQ(::mount("tmpfs", work.path.c_str(), "tmpfs", 0, "size=256k,mode=0700"), 0);
     index = scan("watched");
+    loaded.emplace(load(index));
     watch();
     tree.file("a/new", 1);
     deliver({{root + "/a", 0, 2}});
@@ -188,11 +191,46 @@ TEST_F(LiveWatcherTest, AFullDiskKeepsTheBatchBeforeInIndexAndTree) {
     pass(2);
     ASSERT_EQ(reported.size(), 2U);
     EXPECT_EQ(std::get<LiveWatcher::Update>(reported[0]).changedDirs, std::vector<std::string>{root + "/a"});
-    EXPECT_THAT(std::get<LiveWatcher::NeedsRescan>(reported[1]).reason, testing::HasSubstr("full"));
+    EXPECT_THAT(rescanReason(), testing::HasSubstr("full"));
+    EXPECT_EQ(std::get<LiveWatcher::NeedsRescan>(reported[1]).cause, LiveWatcher::Cause::unwritable);
     EXPECT_EQ(loaded->result.root->totalFiles, 3U);
     EXPECT_EQ(load(index).result.root->totalFiles, 3U);
     EXPECT_EQ(load(index).lastEventId, 2U);
   });
+}
+
+/// Two programs follow one root. Whatever the faster one has written, the other does not patch on top of.
+TEST_F(LiveWatcherTest, AnotherProgramsCommitIsNotPatchedOver) {
+  watch();
+  tree.file("a/new", 1);
+  patch(platform, index, {{root + "/a", Refresh::Depth::shallow}}, 2);
+  const std::string before = readBytes(index);
+  tree.file("b/new", 1);
+  deliver({{root + "/b", 0, 3}});
+  pass(2);
+  ASSERT_EQ(reported.size(), 1U);
+  EXPECT_EQ(std::get<LiveWatcher::NeedsRescan>(reported[0]).cause, LiveWatcher::Cause::superseded);
+  EXPECT_EQ(loaded->result.root->totalFiles, 2U);
+  EXPECT_EQ(readBytes(index), before);
+}
+
+TEST_F(LiveWatcherTest, AnotherProgramsLockPutsABatchOff) {
+  watch();
+  tree.file("a/new", 1);
+  deliver({{root + "/a", 0, 2}});
+  {
+    RawIndex other(index);
+    other.exec("BEGIN IMMEDIATE");
+    workQueue.advance(Seconds(1.5));  // waits for the lock, and gives up
+    tree.file("b/new", 1);
+    deliver({{root + "/b", 0, 3}});
+    EXPECT_TRUE(reported.empty());
+  }
+  pass(2);
+  ASSERT_EQ(reported.size(), 1U);
+  EXPECT_EQ(std::get<LiveWatcher::Update>(reported[0]).changedDirs,
+            (std::vector<std::string>{root + "/a", root + "/b"}));
+  EXPECT_EQ(loaded->result.root->totalFiles, 4U);
 }
 
 TEST_F(LiveWatcherTest, WorkLeftBehindByADestroyedWatcherDoesNothing) {

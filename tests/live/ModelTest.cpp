@@ -1,10 +1,16 @@
 // The reference of everything live: after any sequence of edits, the patched index and tree equal those of a
 // fresh scan. Edits come from a seeded editor, with the events that an ideal service would report.
 #include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
 #include <gtest/gtest.h>
+#include <random>
 #include <string>
+#include <sys/stat.h>
+#include <vector>
 
 #include "ScannedTree.h"
+#include "live/Reconciliation.h"
 #include "support/FakeEvents.h"
 #include "support/IndexComparison.h"
 #include "support/Seed.h"
@@ -17,6 +23,14 @@ namespace {
 int burstsPerRun(int usual) {
   const char* wanted = std::getenv("QUON_MODEL_BURSTS");  // NOLINT(concurrency-mt-unsafe)
   return wanted == nullptr ? usual : std::atoi(wanted);
+}
+
+std::vector<std::string> foldersBelow(const std::string& root) {
+  std::vector<std::string> folders{root};
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
+    if (entry.is_directory() && !entry.is_symlink()) folders.push_back(entry.path().string());
+  }
+  return folders;
 }
 
 class Model : public ScannedTree {
@@ -45,6 +59,7 @@ TEST_F(Model, PatchedTreeAndIndexEqualAFreshScan) {
       ScanPatcher patcher(index, rootPath);
       Refresh::Batch batch = Refresh::prepare(platform, Refresh::coalesce(editor.takeEvents(), rootPath, {}),
                                               patcher, indexed(index));
+      patcher.begin(patcher.revision());
       Refresh::commitStore(batch, patcher);
       top = Refresh::patchTop(std::move(top), batch, kMinKeep, 1000);
       patcher.updateTopFiles(top);
@@ -75,6 +90,35 @@ TEST_F(Model, CatchUpEqualsAFreshScan) {
   }
 }
 
+/// Nothing is known of what happened: not by a journal, and not from times, which are set back at random. The
+/// edits follow the scan at once, within the second that its times are stored in.
+TEST_F(Model, ReconcilingEqualsAFreshScan) {
+  const std::uint64_t seed = randomSeed();
+  std::mt19937_64 random(seed);
+  TreeEditor editor(root, seed);
+  editor.populate(120);
+  const std::string index = scan("patched");
+  for (int round = 0; round < burstsPerRun(30); ++round) {
+    const auto folders = foldersBelow(root);
+    for (int count = 0; count < 15; ++count) editor.edit();
+    for (int count = 0; count < 3; ++count) {
+      const std::string& folder = folders[random() % folders.size()];
+      const timespec past[2]{{0, UTIME_OMIT}, {1'000'000'000, 0}};
+      (void)::utimensat(AT_FDCWD, folder.c_str(), past, AT_SYMLINK_NOFOLLOW);
+    }
+    (void)editor.takeEvents();
+    Refresh::Reconciliation walk(platform, indexed(index), 2);
+    Loaded loaded = load(index);
+    const Refresh::Changes changes = walk.changes(loaded);
+    const auto [result, outcome] = Refresh::applyChanges(
+        platform, changes, 7, loaded, {.index = {.root = rootPath, .indexURL = index}});
+    ASSERT_EQ(differences(*result.root, *load(index).result.root), "");
+    ASSERT_EQ(differences(index, scan("fresh")), "") << "round " << round << ":\n" << lastEdits(editor, 15);
+    Refresh::Reconciliation again(platform, indexed(index), 2);
+    ASSERT_TRUE(again.changes(load(index)).empty()) << "what did not change was taken for changed";
+  }
+}
+
 TEST_F(Model, CatchUpReportsWhyItCannotKnow) {
   tree.file("a/b", 100);
   const std::string index = scan("patched");
@@ -99,8 +143,9 @@ TEST_F(Model, CatchUpReportsWhyItCannotKnow) {
             "journal replay unavailable: index predates the hardlink registry");
   EXPECT_EQ(with([](Loaded& loaded) { loaded.lastEventId = 0; }),
             "journal replay unavailable: index predates event tracking");
-  EXPECT_EQ(with([](Loaded& loaded) { loaded.rootDev += 1; }),
+  EXPECT_EQ(with([](Loaded& loaded) { loaded.disk.volume += "x"; }),
             "root is on a different device than the index");
+  EXPECT_EQ(with([](Loaded& loaded) { loaded.rootDev += 1; }), "caught up") << "the same disk, renumbered";
   events.history = {{root + "/a", 0x04, 5}};
   EXPECT_EQ(with(unchanged),
             "journal replay unavailable: some changes were not recorded (journal flags 0x4)");

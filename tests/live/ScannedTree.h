@@ -38,6 +38,7 @@ class ScannedTree : public testing::Test {
              std::uint64_t eventId) {
     ScanPatcher patcher(index, rootPath);
     const Refresh::Batch batch = Refresh::prepare(seen, changes, patcher, indexed(index));
+    patcher.begin(patcher.revision());
     Refresh::commitStore(batch, patcher);
     patcher.commit(eventId, 1.5);
   }

@@ -57,6 +57,10 @@ std::error_code BackgroundFiles::readable(const std::string& folder) const {
   expectBackground("readable");
   return real.readable(folder);
 }
+DiskIdentity BackgroundFiles::disk(const std::string& folder) const {
+  expectBackground("disk");
+  return real.disk(folder);
+}
 std::vector<std::string> BackgroundFiles::mountPoints() const {
   expectBackground("mountPoints");
   return real.mountPoints();

@@ -101,13 +101,31 @@ TEST_F(Navigation, AnOldRowLeadsToWhatIsThereNow) {
   EXPECT_EQ(model._query.get(), "kept");
 }
 
-TEST_F(Navigation, LosingTrackIsAProblemUntilTheNextScan) {
+/// The tree is compared with the disk, at once the first time, then after ever longer breaks.
+TEST_F(Navigation, LostTrackIsFoundAgainWithoutKeepingTheDiskBusy) {
+  home.top.file("tree/unnoticed", 40);
   home.push({{home.root, EventFlag::mustScanSubdirs, 5}});
   EXPECT_EQ(model._toast.get(), "live updates paused — deep rescan flagged at the root");
-  EXPECT_FALSE(model._isLive.get());
-  EXPECT_NE(model.problem(Problem::Kind::notWatched), "");
+  home.events.history = {{home.root, EventFlag::userDropped, 4}};
+  home.main.advance(std::chrono::duration<double>(0));
+  home.finish();
+  home.events.history.clear();
+  EXPECT_EQ(root()->totalLogical, 3 * kMiB + 45);
+  for (const double wait : {1.0, 2.0, 4.0, 8.0, 16.0, 32.0, 60.0, 60.0}) {
+    home.push({{home.root, EventFlag::kernelDropped, 5}});
+    EXPECT_FALSE(model._isLive.get());
+    EXPECT_TRUE(model.isRecovering());
+    home.main.advance(std::chrono::duration<double>(wait - 0.1));
+    EXPECT_FALSE(model.isBusy()) << "before " << wait << " seconds are over";
+    home.main.advance(std::chrono::duration<double>(0.2));
+    EXPECT_TRUE(model.isBusy()) << "after " << wait << " seconds";
+    home.finish();
+    home.settle();
+    EXPECT_TRUE(model._isLive.get());
+  }
+  std::filesystem::remove(home.root + "/unnoticed");
   home.scan();
-  EXPECT_EQ(model.problem(Problem::Kind::notWatched), "");
+  home.settle();
   home.top.file("tree/a/more", 1000);
   home.push({{home.root + "/a", 0, 9}});
   EXPECT_EQ(root()->totalLogical, 3 * kMiB + 1005) << "updates did not go on after the scan";

@@ -194,10 +194,23 @@ TEST_F(Scans, AnIndexThatCannotBeUsedIsReplacedAndTheReasonIsOfThisRootOnly) {
   EXPECT_EQ(model().lastRun.notLoaded, "");
   EXPECT_EQ(model().problem(Problem::Kind::notLoaded), "");
 
+}
+
+TEST_F(Scans, WhatTheJournalDoesNotKnowIsFoundOnTheDisk) {
+  home.scan();
+  home.top.file("tree/new", 50);
   home.events.history = {{home.root, EventFlag::kernelDropped, 7}};
   open(home.root);
-  EXPECT_THAT(model().lastRun.notLoaded, StartsWith("journal replay unavailable: "));
-  EXPECT_EQ(model()._phase.get(), Phase::ready);
+  EXPECT_EQ(model().lastRun.notLoaded, "");
+  EXPECT_EQ(model()._toast.get(), "index loaded — 1 changed folders caught up");
+  EXPECT_EQ(shownBytes(), 3 * kMiB + 60);
+
+  home.events.coverage = {.since = 0, .reason = "the limit of watches is reached"};
+  open(home.root);
+  home.settle();
+  EXPECT_FALSE(model()._isLive.get());
+  EXPECT_THAT(model().problem(Problem::Kind::notWatched), HasSubstr("the limit of watches is reached"));
+  EXPECT_FALSE(model().isRecovering()) << "what cannot be watched is tried again and again";
 }
 
 TEST_F(Scans, AnIndexThatCannotBeSavedIsAProblemThatStands) {

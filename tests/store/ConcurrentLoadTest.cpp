@@ -65,6 +65,7 @@ void reportWhenBusy(RawIndex& index, std::atomic<bool>& busy) {
 TEST(ConcurrentLoad, SeesOneStateWheneverAWriterCommits) {
   const TempFolder top;
   const std::string url = saveSmall(top.path);
+  RawIndex(url).dropTotals();
   RawIndex(url).exec(settingAllTo(0));
   RawIndex index(url);
   int value = 0;
@@ -99,6 +100,7 @@ TEST(ConcurrentLoad, SeesOneStateWheneverAWriterCommits) {
 TEST(ConcurrentLoad, WaitsForAWriterThatWaitsForAnEarlierReader) {
   const TempFolder top;
   const std::string url = saveSmall(top.path);
+  RawIndex(url).dropTotals();
   RawIndex(url).exec(settingAllTo(1));
   RawIndex reader(url);
   reader.exec("BEGIN");

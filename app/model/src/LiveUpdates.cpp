@@ -1,5 +1,6 @@
 #include "model/LiveUpdates.h"
 
+#include <algorithm>
 #include <utility>
 #include <variant>
 
@@ -7,6 +8,17 @@
 #include "scan/KeptFiles.h"
 
 namespace quon {
+namespace {
+
+using Seconds = std::chrono::duration<double>;
+constexpr Seconds kFirstDelay{1};
+constexpr Seconds kLongestDelay{60};
+/// Two programs that follow one root overtake each other all the time.
+constexpr Seconds kLongestWhenShared{1};
+/// After so long without a recovery the next one does not wait.
+constexpr Seconds kCalm{120};
+
+}  // namespace
 
 LiveUpdates::LiveUpdates(ModelState& model)
     : _indexedAt(model),
@@ -20,7 +32,7 @@ LiveUpdates::LiveUpdates(ModelState& model)
           },
           [this](const std::string& reason) { take(LiveWatcher::NeedsRescan{reason}); }) {}
 
-void LiveUpdates::startLiveWatch(std::uint64_t sinceEventId, std::uint32_t rootDev) {
+void LiveUpdates::startLiveWatch(const LiveStart& start) {
   stopLiveWatch();
   if (!state.options.liveUpdates) return;
   const ShownTreeRef& tree = state.shownTree();
@@ -30,7 +42,10 @@ void LiveUpdates::startLiveWatch(std::uint64_t sinceEventId, std::uint32_t rootD
         "Changes are not followed, because the index of this folder could not be saved. Rescan "
         "once it can be.");
   }
-  if (sinceEventId == 0) {
+  if (!start.notRecorded.empty()) {
+    return state.raise(Problem::Kind::notWatched, "Changes are not followed: " + start.notRecorded + ".");
+  }
+  if (start.eventId == 0) {
     return state.raise(Problem::Kind::notWatched,
                        "Changes are not followed, because file-system events were not available when this "
                        "folder was scanned. Rescan to follow them.");
@@ -59,11 +74,12 @@ void LiveUpdates::startLiveWatch(std::uint64_t sinceEventId, std::uint32_t rootD
   LiveWatcher::Options options{
       .index = {.root = tree->root,
                 .indexURL = tree->indexURL,
-                .rootDev = rootDev,
+                .rootDev = start.rootDev,
                 .skipPaths = {result.skippedProtected.begin(), result.skippedProtected.end()}},
       .tree = result.root,
       .topFiles = result.topFiles,
-      .sinceEventId = sinceEventId};
+      .sinceEventId = start.eventId,
+      .revision = start.revision};
   // It opens the event journal.
   starting.start([watcherServices, options = std::move(options)](
                      const IsVoid&) -> std::optional<std::shared_ptr<LiveWatcher>> {
@@ -73,6 +89,8 @@ void LiveUpdates::startLiveWatch(std::uint64_t sinceEventId, std::uint32_t rootD
 
 void LiveUpdates::stopLiveWatch() {
   watch.reset();
+  recovery.cancel();
+  recovering = false;
   starting.stop();
   liveWatcher.reset();
   _isLive.set(false);
@@ -92,18 +110,40 @@ void LiveUpdates::take(const LiveWatcher::Event& event) {
   state.perform([this, event] {
     if (const auto* rescan = std::get_if<LiveWatcher::NeedsRescan>(&event)) {
       stopLiveWatch();
-      _indexedAt.set(state.services.now());
-      state._toast.set("live updates paused — " + rescan->reason);
-      state.raise(Problem::Kind::notWatched, "Changes are not followed any longer: " + rescan->reason +
-                                                 ". Rescan to follow them again.");
+      // That another program was faster is nobody's concern: its work is taken over.
+      if (rescan->cause != LiveWatcher::Cause::superseded) {
+        _indexedAt.set(state.services.now());
+        state._toast.set("live updates paused — " + rescan->reason);
+      }
+      scheduleRecovery(rescan->cause);
     } else {
       liveBatchApplied(std::get<LiveWatcher::Update>(event));
     }
-    if (onLiveEvent) {
-      state.announce([this, event] {
-        if (onLiveEvent) onLiveEvent(event);
-      });
-    }
+    report(event);
+  });
+}
+
+void LiveUpdates::report(const LiveWatcher::Event& event) {
+  if (!onLiveEvent) return;
+  state.announce([this, event] {
+    if (onLiveEvent) onLiveEvent(event);
+  });
+}
+
+/// At once, unless the one before was a moment ago: what goes wrong each time must not keep the disk busy.
+void LiveUpdates::scheduleRecovery(LiveWatcher::Cause cause) {
+  const Seconds now = state.services.steadyClock();
+  if (now - lastRecovery > kCalm) nextDelay = Seconds(0);
+  const Seconds longest = cause == LiveWatcher::Cause::superseded ? kLongestWhenShared : kLongestDelay;
+  const Seconds delay = std::min(nextDelay, longest);
+  nextDelay = std::max(kFirstDelay, nextDelay * 2);
+  lastRecovery = now + delay;
+  recovering = true;
+  recovery = state.services.main.postAfter(delay, [this] {
+    state.perform([this] {
+      recovering = false;
+      recover();
+    });
   });
 }
 

@@ -9,8 +9,11 @@
 #include "base/Path.h"
 #include "base/RelativeDate.h"
 #include "base/Text.h"
+#include "live/Reconciliation.h"
 #include "platform/Desktop.h"
+#include "platform/Events.h"
 #include "platform/Files.h"
+#include "scan/Walker.h"
 #include "store/ScanStore.h"
 #include "store/StoreError.h"
 
@@ -81,31 +84,99 @@ void ScanSession::Run::work(const std::function<void(Step)>& onStep, Finished& f
   scan(finished, step.hasFullDiskAccess);
 }
 
+/// Another program may change the index while it is caught up; then from the beginning.
 void ScanSession::Run::load(Finished& finished, const std::string& url) {
-  Loaded loaded = ScanStore::load(url, finished.root);
-  if (cancelled) throw Refresh::Failure::cancelled();
-  finished.outcome = {
-      .elapsedMs = loaded.scanElapsedMs, .index = url, .wasLoaded = true, .message = "index loaded"};
-  finished.trueAt = static_cast<std::int64_t>(loaded.scannedAt);
-  finished.eventId = loaded.lastEventId;
-  finished.rootDev = loaded.rootDev;
-  if (request.options.catchUp) {
-    const std::vector<std::string>& skipped = loaded.result.skippedProtected;
-    auto [result, outcome] = Refresh::catchUp(
-        services.platform, services.events, loaded,
-        {.index = {.root = finished.root, .indexURL = url, .skipPaths = {skipped.begin(), skipped.end()}},
-         .cancel = &catchUp});
-    const std::int64_t changed = outcome.refreshedDirs + outcome.walkedSubtrees + outcome.removedSubtrees;
-    finished.outcome.message =
-        changed == 0 ? "index loaded — nothing changed since " + relativeDate(finished.trueAt, request.now)
-                     : fmt::format("index loaded — {} changed folders caught up", changed);
-    finished.outcome.caughtUp = changed;
-    finished.eventId = outcome.newEventId;
-    finished.trueAt = request.now;
-    loaded.result = std::move(result);
+  constexpr int kTries = 10;
+  for (int left = kTries; true; --left) {
+    try {
+      return loadOnce(finished, url);
+    } catch (const StoreError& failure) {
+      const bool isPassing =
+          failure.kind == StoreError::Kind::superseded || failure.kind == StoreError::Kind::busy;
+      if (!isPassing || left == 0 || cancelled) throw;
+    }
   }
-  finished.result = std::make_shared<WalkResult>(std::move(loaded.result));
+}
+
+void ScanSession::Run::loadOnce(Finished& finished, const std::string& url) {
+  finished.outcome = {.index = url, .wasLoaded = true, .message = "index loaded"};
+  const IndexSummary summary = ScanStore::summary(url);
+  if (request.options.catchUp) {
+    catchUp(finished, url, summary);
+  } else {
+    std::error_code absent;
+    const bool isThere = services.platform.files.facts(finished.root.path(), absent).has_value();
+    if (isThere) {
+      (void)Refresh::presentRoot(services.platform, {.root = finished.root, .indexURL = url}, summary.disk,
+                                 summary.rootDev);
+    }
+    Loaded loaded = ScanStore::load(url, finished.root);
+    finished.outcome.elapsedMs = loaded.scanElapsedMs;
+    finished.trueAt = static_cast<std::int64_t>(loaded.scannedAt);
+    finished.eventId = loaded.lastEventId;
+    finished.rootDev = loaded.rootDev;
+    finished.revision = loaded.revision;
+    finished.result = std::make_shared<WalkResult>(std::move(loaded.result));
+  }
+  if (cancelled) throw Refresh::Failure::cancelled();
   finished.slots = colourSlots(*finished.result->root);
+}
+
+std::uint64_t ScanSession::Run::beginRecording(Finished& finished) {
+  const bool stays = request.options.liveUpdates;
+  const Coverage coverage = services.events.cover(
+      finished.root.path(), stays ? EventService::CoverMode::wait : EventService::CoverMode::ask,
+      stopping.get_token());
+  finished.notRecorded = coverage.since != 0 ? "" : coverage.reason;
+  if (coverage.since == 0 && finished.notRecorded.empty()) finished.notRecorded = "no program records them";
+  return services.events.currentEventId();
+}
+
+/// By the journal where that knows all that has changed, else by a walk, which runs beside the load.
+void ScanSession::Run::catchUp(Finished& finished, const std::string& url, const IndexSummary& summary) {
+  using Refresh::Failure;
+  if (!summary.hasLinkRegistry) throw Failure::journalUnavailable("index predates the hardlink registry");
+  if (summary.lastEventId == 0) throw Failure::journalUnavailable("index predates event tracking");
+  const std::vector<std::string>& skipped = summary.skippedProtected;
+  const Refresh::CatchUpOptions options{
+      .index = Refresh::presentRoot(
+          services.platform,
+          {.root = finished.root, .indexURL = url, .skipPaths = {skipped.begin(), skipped.end()}},
+          summary.disk, summary.rootDev),
+      .stopped = stopping.get_token()};
+  finished.eventId = services.events.currentEventId();
+  std::optional<Refresh::Reconciliation> walk;
+  Refresh::Changes changes;
+  try {
+    changes = Refresh::changesSince(services.events, summary.lastEventId, options);
+  } catch (const Failure& failure) {
+    if (!failure.wantsReconciling) throw;
+    finished.eventId = beginRecording(finished);
+    const unsigned threads = request.options.threads;
+    walk.emplace(services.platform, options.index,
+                 threads != 0 ? threads : Walker::defaultThreads(services.platform));
+  }
+  Loaded loaded = ScanStore::load(url, finished.root);
+  if (walk) {
+    const std::stop_callback ending(stopping.get_token(), [&] { walk->cancel(); });
+    changes = walk->changes(loaded);
+    walk.reset();
+    if (changes.size() > options.maxChanges) throw Failure::tooManyChanges(changes.size());
+  }
+  const auto trueAt = static_cast<std::int64_t>(loaded.scannedAt);
+  auto [result, outcome] =
+      Refresh::applyChanges(services.platform, changes, finished.eventId, loaded, options);
+  const std::int64_t changed = outcome.refreshedDirs + outcome.walkedSubtrees + outcome.removedSubtrees;
+  finished.outcome.elapsedMs = loaded.scanElapsedMs;
+  finished.outcome.message =
+      changed == 0 ? "index loaded — nothing changed since " + relativeDate(trueAt, request.now)
+                   : fmt::format("index loaded — {} changed folders caught up", changed);
+  finished.outcome.caughtUp = changed;
+  finished.caughtUp = outcome;
+  finished.trueAt = request.now;
+  finished.rootDev = options.index.rootDev;
+  finished.revision = outcome.revision;
+  finished.result = std::make_shared<WalkResult>(std::move(result));
 }
 
 void ScanSession::Run::scan(Finished& finished, bool hasFullDiskAccess) {
@@ -114,6 +185,7 @@ void ScanSession::Run::scan(Finished& finished, bool hasFullDiskAccess) {
                               .oneFileSystem = request.options.oneFileSystem,
                               .saveIndex = request.options.saveIndex,
                               .indexDirectory = services.folders.index()};
+  if (request.options.oneFileSystem) options.eventId = beginRecording(finished);
   if (!hasFullDiskAccess) options.skipPaths = protectedFolders(services.folders.home);
   FolderScan* scanning = nullptr;
   {
@@ -131,6 +203,7 @@ void ScanSession::Run::scan(Finished& finished, bool hasFullDiskAccess) {
   finished.trueAt = static_cast<std::int64_t>(outcome.scannedAt);
   finished.eventId = outcome.eventId;
   finished.rootDev = outcome.rootDev;
+  finished.revision = outcome.revision;
   finished.result = std::make_shared<WalkResult>(std::move(outcome.result));
   finished.slots = colourSlots(*finished.result->root);
 }
@@ -138,7 +211,7 @@ void ScanSession::Run::scan(Finished& finished, bool hasFullDiskAccess) {
 void ScanSession::Run::cancel() {
   const MutexLock held(lock);
   cancelled = true;
-  catchUp.cancel();
+  stopping.request_stop();
   if (folderScan) folderScan->cancel();
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <stop_token>
 #include <string>
 
 #include "base/Mutex.h"
@@ -13,6 +14,7 @@
 #include "platform/Threads.h"
 #include "scan/Progress.h"
 #include "store/FolderScan.h"
+#include "store/ScanStore.h"
 
 namespace quon {
 
@@ -25,6 +27,9 @@ struct ScanSession::Finished {
   std::int64_t trueAt = 0;  ///< seconds since 1970
   std::uint64_t eventId = 0;
   std::uint32_t rootDev = 0;
+  std::uint64_t revision = 0;  ///< of the saved index
+  Refresh::Outcome caughtUp;   ///< of a load
+  std::string notRecorded;     ///< why changes cannot be followed, and what to do about it; "" when they can
 };
 
 /// Where a run has got to.
@@ -63,11 +68,15 @@ class ScanSession::Run {
  private:
   void work(const std::function<void(Step)>& onStep, Finished& finished);
   void load(Finished& finished, const std::string& url);
+  void loadOnce(Finished& finished, const std::string& url);
+  void catchUp(Finished& finished, const std::string& url, const IndexSummary& summary);
+  /// Has the root recorded; returns the event from which the disk, as it is read from now on, is true.
+  [[nodiscard]] std::uint64_t beginRecording(Finished& finished);
   void scan(Finished& finished, bool hasFullDiskAccess);
 
   const ModelServices services;
   const Request request;
-  Refresh::CatchUpCancel catchUp;
+  std::stop_source stopping;
   std::atomic<bool> cancelled{false};
   mutable Mutex lock;
   std::unique_ptr<FolderScan> folderScan QUON_GUARDED_BY(lock);

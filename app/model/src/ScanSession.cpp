@@ -85,13 +85,19 @@ void ScanSession::openPrivacySettings() {
   state.services.desktop.openPrivacySettings();
 }
 
+void ScanSession::recover() {
+  const ShownTreeRef& shown = state.shownTree();
+  // What runs brings a tree of its own, or leads back to this one.
+  if (shown && !_busy.get()) begin(shown->root.path(), Purpose::recover);
+}
+
 /// Cancels the run before, if there is one, and makes its result void.
 void ScanSession::begin(const std::string& path, Purpose purpose) {
   QUON_CHECK(scanGeneration < std::numeric_limits<std::int64_t>::max(), "the scan counter overflows");
   ++scanGeneration;
   timer.cancel();
   const std::string root = withoutTrailingSlashes(expandTilde(path, state.services.folders.home));
-  if (purpose != Purpose::reload) {
+  if (purpose != Purpose::reload && purpose != Purpose::recover) {
     lastRun = {};
     state.clear(Problem::Kind::notScanned);
     state.clear(Problem::Kind::notLoaded);
@@ -137,7 +143,7 @@ void ScanSession::begin(const std::string& path, Purpose purpose) {
       const MutexLock held(runLock);
       std::swap(run, next);  // it never began
     }
-    if (purpose != Purpose::reload) return fail(failure.what());
+    if (purpose != Purpose::reload && purpose != Purpose::recover) return fail(failure.what());
     _busy.set(false);
     raiseNotReloaded(failure.what());
   }
@@ -169,16 +175,16 @@ void ScanSession::endRun(std::int64_t generation, const Finished& finished) {
     const MutexLock held(runLock);
     ended = std::move(run);
   }
-  const bool isReload = ended->purpose == Purpose::reload;
+  const Purpose purpose = ended->purpose;
   timer.cancel();
   _busy.set(false);
   if (!finished.root.isEmpty()) _rootPath.set(finished.root.path());
   if (finished.result) {
-    install(finished, isReload);
+    install(finished, purpose);
   } else if (finished.outcome.cancelled) {
     returnToShownTree();
     lastRun.cancelled = true;
-  } else if (isReload) {
+  } else if (purpose == Purpose::reload || purpose == Purpose::recover) {
     raiseNotReloaded(finished.outcome.failure);
   } else {
     fail(finished.outcome.failure);
@@ -201,7 +207,8 @@ void ScanSession::fail(const std::string& reason) {
   state.raise(Problem::Kind::notScanned, "Cannot scan " + root + ": " + reason);
 }
 
-void ScanSession::install(const Finished& finished, bool isReload) {
+void ScanSession::install(const Finished& finished, Purpose purpose) {
+  const bool isReload = purpose == Purpose::reload || purpose == Purpose::recover;
   const LastRun& outcome = finished.outcome;
   const std::string scopeBefore = state.scopePath();
   if (!isReload) lastRun = outcome;
@@ -237,7 +244,21 @@ void ScanSession::install(const Finished& finished, bool isReload) {
   } else {
     state.raise(Problem::Kind::unreadable, unreadableText(*finished.result));
   }
-  startLiveWatch(finished.eventId, finished.rootDev);
+  if (purpose == Purpose::recover) reportCaughtUp(finished);
+  startLiveWatch({.eventId = finished.eventId,
+                  .rootDev = finished.rootDev,
+                  .revision = finished.revision,
+                  .notRecorded = state.options.liveUpdates ? finished.notRecorded : ""});
+}
+
+/// What a recovery found changed is as good as a batch to whoever follows the changes.
+void ScanSession::reportCaughtUp(const Finished& finished) {
+  if (finished.outcome.caughtUp == 0) return;
+  report(LiveWatcher::Update{.topFiles = finished.result->topFiles,
+                             .outcome = finished.caughtUp,
+                             .changedDirs = {},
+                             .replacedPrefixes = {},
+                             .hardlinksDeduped = finished.result->hardlinksDeduped});
 }
 
 /// After a cancelled run. What is shown stays as it was; since nothing followed it meanwhile, and a batch may
@@ -253,7 +274,7 @@ void ScanSession::returnToShownTree() {
   _scanStats.set("");
   state._phase.set(Phase::ready);
   if (!state.options.liveUpdates) return;
-  if (shown->indexURL.empty()) return startLiveWatch(0, 0);  // reports why it cannot
+  if (shown->indexURL.empty()) return startLiveWatch({});  // reports why it cannot
   begin(shown->root.path(), Purpose::reload);
 }
 
@@ -279,7 +300,8 @@ void ScanSession::showProgress() {
 
 void ScanSession::cancel() {
   const MutexLock held(runLock);
-  if (run && run->purpose != Purpose::reload) run->cancel();
+  const bool isAsked = run && run->purpose != Purpose::reload && run->purpose != Purpose::recover;
+  if (isAsked) run->cancel();
 }
 
 std::string ScanSession::buildingFile() const {

@@ -15,6 +15,7 @@
 
 #include "LinkResolver.h"
 #include "base/Path.h"
+#include "base/PathRange.h"
 #include "platform/Files.h"
 
 namespace quon::Refresh {
@@ -24,6 +25,12 @@ namespace {
 bool meansGone(const std::error_code& refusal) {
   return refusal == std::errc::no_such_file_or_directory || refusal == std::errc::not_a_directory ||
          refusal == std::errc::too_many_symbolic_link_levels;
+}
+
+/// True for a failure that passes: it says nothing about the folder.
+bool isPassing(const std::error_code& refusal) {
+  return refusal == std::errc::too_many_files_open || refusal == std::errc::too_many_files_open_in_system ||
+         refusal == std::errc::not_enough_memory || refusal == std::errc::interrupted;
 }
 
 }  // namespace
@@ -64,12 +71,13 @@ void BatchBuilder::handle(std::string path, Depth depth) {
 void BatchBuilder::handleKnown(const std::string& path, std::int64_t id, Depth depth) {
   DirListing listing =
       DirListing::read(platform, std::string(pathPrefix(path)), index.rootDev, /*oneFileSystem=*/true);
+  if (isPassing(listing.refusal)) throw Failure::notRead(path, listing.refusal);
   const bool isRoot = path == index.root.path();
   const bool elsewhere = !listing.refusal && listing.self.device != index.rootDev;
   if (meansGone(listing.refusal) || elsewhere || index.skipPaths.contains(path)) {
     if (isRoot) throw Failure::deviceChanged();
     remove(path, id);
-    want(std::string(parentPath(path)));
+    addFolder(std::string(parentPath(path)));
     return;
   }
   if (depth == Depth::deep && !isRoot) {
@@ -91,7 +99,6 @@ void BatchBuilder::refresh(const std::string& path, std::int64_t id, DirListing 
   }
   compareChildren(folder);
   for (const LinkSighting& former : folder.formerLinks) releasedLinks.insert(former.fileID);
-  order.push_back({Step::listed, path});
   listed.emplace(path, std::move(folder));
 }
 
@@ -111,7 +118,7 @@ void BatchBuilder::compareChildren(ListedFolder& folder) {
       folder.children.push_back({child.name, walked.at(path).node});
       continue;
     }
-    if (known->second.mtime != child.mtime) want(path);
+    if (known->second.mtime != child.mtime) addFolder(path);
     gone.erase(known);
   }
   for (const auto& [name, child] : gone) {
@@ -130,13 +137,12 @@ void BatchBuilder::walk(const std::string& path) {
     walked.erase(before);
   }
   walked.emplace(path, std::move(subtree));
-  if (deepWalks.contains(path)) order.push_back({Step::walked, path});
 }
 
 void BatchBuilder::remove(const std::string& path, std::int64_t id) {
   releaseLinksUnder(id);
   cover(path);
-  order.push_back({Step::removed, path});
+  removed.insert(path);
 }
 
 void BatchBuilder::releaseLinksUnder(std::int64_t id) {
@@ -146,19 +152,19 @@ void BatchBuilder::releaseLinksUnder(std::int64_t id) {
 
 /// What was read below before is superseded: it was read as part of the subtree, or is gone.
 void BatchBuilder::cover(const std::string& path) {
-  const auto below = [&](const std::string& other) { return isInside(other, path); };
-  std::erase_if(order, [&](const Done& done) { return below(done.path); });
-  std::erase_if(listed, [&](const auto& item) { return below(item.first); });
-  std::erase_if(walked, [&](const auto& item) {
-    if (!below(item.first)) return false;
-    superseded.push_back(item.second.node);
-    return true;
-  });
-  std::erase_if(deepWalks, below);
+  const auto supersede = [&](const auto& item) { superseded.push_back(item.second.node); };
+  const auto [first, last] = rangeBelow(walked, path);
+  std::for_each(first, last, supersede);
+  if (const auto itself = walked.find(path); itself != walked.end()) supersede(*itself);
+  eraseInside(walked, path);
+  eraseInside(listed, path);
+  eraseInside(deepWalks, path);
+  eraseInside(removed, path);
+  eraseInside(todo, path);
   covered.insert(path);
 }
 
-void BatchBuilder::want(const std::string& path) {
+void BatchBuilder::addFolder(const std::string& path) {
   if (!handled.contains(path) && !isCovered(path)) todo.emplace(path, Depth::shallow);
 }
 
@@ -170,31 +176,31 @@ bool BatchBuilder::isCovered(const std::string& path) const {
   return false;
 }
 
+/// The ops in the order of their paths: a parent's comes before those of what lies below it.
 Batch BatchBuilder::assemble() {
   for (auto& [path, subtree] : walked) subtree.node->rollup();
-  for (const Done& done : order) {
-    Batch::Op op;
-    op.path = done.path;
-    switch (done.step) {
-      case Step::listed: {
-        ListedFolder& folder = listed.at(done.path);
-        op.kind = Batch::Op::Kind::refresh;
-        op.mtime = folder.listing.self.mtime;
-        op.error = folder.listing.error;
-        op.files = std::move(folder.listing.files);
-        op.children = std::move(folder.children);
-        break;
-      }
-      case Step::walked:
-        op.kind = Batch::Op::Kind::deep;
-        op.node = walked.at(done.path).node;
-        break;
-      case Step::removed:
-        op.kind = Batch::Op::Kind::remove;
-        break;
-    }
-    batch.ops.push_back(std::move(op));
+  std::map<std::string_view, Batch::Op> ops;
+  for (auto& [path, folder] : listed) {
+    ops[path] = {.kind = Batch::Op::Kind::refresh,
+                 .path = path,
+                 .mtime = folder.listing.self.mtime,
+                 .error = folder.listing.error,
+                 .files = std::move(folder.listing.files),
+                 .children = std::move(folder.children),
+                 .node = nullptr};
   }
+  for (const std::string& path : deepWalks) {
+    Batch::Op& op = ops[path];
+    op.kind = Batch::Op::Kind::deep;
+    op.path = path;
+    op.node = walked.at(path).node;
+  }
+  for (const std::string& path : removed) {
+    Batch::Op& op = ops[path];
+    op.kind = Batch::Op::Kind::remove;
+    op.path = path;
+  }
+  for (auto& [path, op] : ops) batch.ops.push_back(std::move(op));
   return std::move(batch);
 }
 

@@ -41,7 +41,7 @@ class BatchBuilder {
   /// Hands the links below a folder that goes to the resolver.
   void releaseLinksUnder(std::int64_t id);
   /// Adds the folder to those that are still to be read.
-  void want(const std::string& path);
+  void addFolder(const std::string& path);
   [[nodiscard]] bool isCovered(const std::string& path) const;
   [[nodiscard]] Batch assemble();
 
@@ -53,18 +53,14 @@ class BatchBuilder {
   std::set<std::string> handled;
   std::set<std::string, std::less<>> covered;  ///< subtrees walked or removed as a whole
 
-  enum class Step { listed, walked, removed };
-  struct Done {
-    Step step;
-    std::string path;
-  };
-  std::vector<Done> order;  ///< of what was done, which is the order it is written in
-  std::map<std::string, ListedFolder> listed;
-  std::map<std::string, WalkedSubtree> walked;
+  // By path, so that what a subtree covers is a range.
+  std::map<std::string, ListedFolder, std::less<>> listed;
+  std::map<std::string, WalkedSubtree, std::less<>> walked;
+  std::set<std::string, std::less<>> removed;
   /// Nodes of walks that a later one took in. Listings are found by the addresses of nodes: as long as any is
   /// added, no node may be freed and its address used again.
   std::vector<RefPtr<DirNode>> superseded;
-  std::set<std::string> deepWalks;        ///< those of `walked` that replace a folder of the index
+  std::set<std::string, std::less<>> deepWalks;  ///< those of `walked` that replace a folder of the index
   std::set<std::uint64_t> releasedLinks;  ///< files that may have lost a sighting
   Batch batch;
 };

@@ -17,57 +17,60 @@
 
 namespace quon::Refresh {
 
+namespace {
+
 /// Gathers what the journal replays. Threads: filled on the stream's queue, awaited on the caller's.
 class HistoryCollector {
  public:
-  explicit HistoryCollector(CatchUpCancel& ending) : shared(ending) {}
-
-  void take(std::span<const FolderEvent> events) {
-    const MutexLock held(shared.lock);
+  void take(std::span<const FolderEvent> events) QUON_EXCLUDES(lock) {
+    const MutexLock held(lock);
     for (const FolderEvent& event : events) {
       if ((event.flags & EventFlag::historyDone) != 0) {
         done = true;
       } else if ((event.flags & EventFlag::lostTrack) != 0) {
-        dropped = fmt::format("{} (journal flags 0x{:X})", lostTrackReason(event.flags), event.flags);
+        dropped = fmt::format("{} (journal flags 0x{:X})", lostTrackReason(event), event.flags);
         done = true;
       } else {
         paths.push_back(event);
       }
     }
-    if (done) shared.changed.broadcast();
+    if (done) changed.broadcast();
   }
 
   /// Throws Failure when the time is up, or the wait was cancelled.
-  void wait(std::chrono::seconds longest) {
+  void wait(std::chrono::seconds longest, const std::stop_token& stopped) QUON_EXCLUDES(lock) {
     const auto deadline = std::chrono::steady_clock::now() + longest;
-    const MutexLock held(shared.lock);
-    while (!done && !shared.cancelled && std::chrono::steady_clock::now() < deadline) {
-      shared.changed.waitUntil(shared.lock, deadline);
+    const std::stop_callback wake(stopped, [this] {
+      const MutexLock held(lock);
+      changed.broadcast();
+    });
+    const MutexLock held(lock);
+    while (!done && !stopped.stop_requested() && std::chrono::steady_clock::now() < deadline) {
+      changed.waitUntil(lock, deadline);
     }
-    if (shared.cancelled) throw Failure::cancelled();
+    if (stopped.stop_requested()) throw Failure::cancelled();
     if (!done) throw Failure::journalUnavailable("replay timed out");
   }
 
-  [[nodiscard]] std::vector<FolderEvent> result() {
-    const MutexLock held(shared.lock);
+  [[nodiscard]] std::vector<FolderEvent> result() QUON_EXCLUDES(lock) {
+    const MutexLock held(lock);
     if (dropped) throw Failure::journalUnavailable(*dropped);
     return std::move(paths);
   }
 
  private:
-  CatchUpCancel& shared;  // whose lock guards all below
-  std::vector<FolderEvent> paths;
-  std::optional<std::string> dropped;
-  bool done = false;
+  Mutex lock;
+  Condition changed;
+  std::vector<FolderEvent> paths QUON_GUARDED_BY(lock);
+  std::optional<std::string> dropped QUON_GUARDED_BY(lock);
+  bool done QUON_GUARDED_BY(lock) = false;
 };
-
-namespace {
 
 constexpr std::chrono::seconds kReplayTimeout{30};
 
 std::vector<FolderEvent> changedPaths(EventService& events, const std::string& root, std::uint64_t since,
-                                      CatchUpCancel& cancel) {
-  HistoryCollector collector(cancel);
+                                      const std::stop_token& stopped) {
+  HistoryCollector collector;
   ThreadQueue queue([] {});
   const std::unique_ptr<EventStream> stream = events.create(
       {.root = root, .since = since, .latency = std::chrono::duration<double>(0.0), .watchRoot = true}, queue,
@@ -75,19 +78,13 @@ std::vector<FolderEvent> changedPaths(EventService& events, const std::string& r
   if (!stream) throw Failure::journalUnavailable("stream creation failed");
   if (!stream->start()) throw Failure::journalUnavailable("stream start failed");
   try {
-    collector.wait(kReplayTimeout);
+    collector.wait(kReplayTimeout, stopped);
   } catch (const Failure&) {
     stream->stop();
     throw;
   }
   stream->stop();
   return collector.result();
-}
-
-void checkDevice(const Platform& platform, const IndexedRoot& index) {
-  std::error_code gone;
-  const auto facts = platform.files.facts(index.root.path(), gone);
-  if (!facts || index.rootDev == 0 || facts->device != index.rootDev) throw Failure::deviceChanged();
 }
 
 std::vector<TopFile> topFilesOf(const RefPtr<DirNode>& root, std::string_view rootPath) {
@@ -107,15 +104,22 @@ std::vector<TopFile> topFilesOf(const RefPtr<DirNode>& root, std::string_view ro
 
 }  // namespace
 
-Failure::Failure(Kind which, const std::string& message) : std::runtime_error(message), kind(which) {}
+Failure::Failure(Kind which, const std::string& message, bool reconciling)
+    : std::runtime_error(message), kind(which), wantsReconciling(reconciling) {}
 Failure Failure::journalUnavailable(const std::string& reason) {
-  return {Kind::journalUnavailable, "journal replay unavailable: " + reason};
+  return {Kind::journalUnavailable, "journal replay unavailable: " + reason, /*reconciling=*/true};
 }
 Failure Failure::tooManyChanges(std::size_t count) {
   return {Kind::tooManyChanges, fmt::format("{} changed dirs — a rescan is cheaper", count)};
 }
+Failure Failure::rootIsDeep(std::size_t count) {
+  return {Kind::tooManyChanges, tooManyChanges(count).what(), /*reconciling=*/true};
+}
 Failure Failure::treeDiffers(const std::string& path) {
   return {Kind::treeDiffers, "the tree does not contain " + displayText(path) + ", which its index contains"};
+}
+Failure Failure::notRead(const std::string& path, const std::error_code& reason) {
+  return {Kind::notRead, "cannot read " + displayText(path) + ": " + reason.message()};
 }
 Failure Failure::cancelled() {
   return {Kind::cancelled, "cancelled"};
@@ -124,30 +128,43 @@ Failure Failure::deviceChanged() {
   return {Kind::deviceChanged, "root is on a different device than the index"};
 }
 
-std::pair<WalkResult, Outcome> catchUp(const Platform& platform, EventService& events, Loaded& loaded,
-                                       const CatchUpOptions& options) {
-  IndexedRoot index = options.index;
-  index.rootDev = loaded.rootDev;
-  if (!loaded.hasLinkRegistry) throw Failure::journalUnavailable("index predates the hardlink registry");
-  if (loaded.lastEventId == 0) throw Failure::journalUnavailable("index predates event tracking");
-  checkDevice(platform, index);
-  // Taken before the replay: what happens meanwhile is replayed once more by whoever continues from here.
-  const std::uint64_t newEventId = events.currentEventId();
-  CatchUpCancel nobody;
-  CatchUpCancel& cancel = options.cancel == nullptr ? nobody : *options.cancel;
-  const Changes changes = coalesce(changedPaths(events, index.root.path(), loaded.lastEventId, cancel),
-                                   index.root, index.skipPaths);
+IndexedRoot presentRoot(const Platform& platform, IndexedRoot index, const DiskIdentity& disk,
+                        std::uint32_t storedDevice) {
+  std::error_code gone;
+  const auto facts = platform.files.facts(index.root.path(), gone);
+  if (!facts || storedDevice == 0) throw Failure::deviceChanged();
+  // Device numbers are handed out anew by every boot and mount; they count only where nothing else is known.
+  const DiskIdentity present = platform.files.disk(index.root.path());
+  const bool isSame = disk.isKnown() && present.isKnown() ? disk.isSameDisk(present)
+                                                          : facts->device == storedDevice;
+  if (!isSame) throw Failure::deviceChanged();
+  index.rootDev = facts->device;
+  return index;
+}
+
+Changes changesSince(EventService& events, std::uint64_t eventId, const CatchUpOptions& options) {
+  const IndexedRoot& index = options.index;
+  Changes changes = coalesce(changedPaths(events, index.root.path(), eventId, options.stopped), index.root,
+                             index.skipPaths);
   const auto rootChange = changes.find(index.root.path());
   const bool rootIsDeep = rootChange != changes.end() && rootChange->second == Depth::deep;
-  if (changes.size() > options.maxChanges || rootIsDeep) throw Failure::tooManyChanges(changes.size());
+  if (changes.size() > options.maxChanges) throw Failure::tooManyChanges(changes.size());
+  if (rootIsDeep) throw Failure::rootIsDeep(changes.size());
+  return changes;
+}
 
-  const auto stopIfCancelled = [&cancel] {
-    if (cancel.isCancelled()) throw Failure::cancelled();
+std::pair<WalkResult, Outcome> applyChanges(const Platform& platform, const Changes& changes,
+                                            std::uint64_t newEventId, Loaded& loaded,
+                                            const CatchUpOptions& options) {
+  const auto stopIfCancelled = [&] {
+    if (options.stopped.stop_requested()) throw Failure::cancelled();
   };
+  const IndexedRoot index = presentRoot(platform, options.index, loaded.disk, loaded.rootDev);
   stopIfCancelled();
   ScanPatcher patcher(index.indexURL, index.root);
   Batch batch = prepare(platform, changes, patcher, index);
   stopIfCancelled();
+  patcher.begin(loaded.revision);
   commitStore(batch, patcher);
   stopIfCancelled();
   WalkResult result = loaded.result;
@@ -155,9 +172,22 @@ std::pair<WalkResult, Outcome> catchUp(const Platform& platform, EventService& e
   result.root->rollup();
   result.topFiles = topFilesOf(result.root, index.root.prefix());
   patcher.updateTopFiles(result.topFiles);
-  patcher.commit(newEventId, secondsSince1970());
+  if (index.rootDev != loaded.rootDev) patcher.setRootDev(index.rootDev);
+  Outcome outcome = outcomeOf(batch, newEventId);
+  outcome.revision = patcher.commit(newEventId, secondsSince1970());
   result.hardlinksDeduped = patcher.linkDupeCount();
-  return {std::move(result), outcomeOf(batch, newEventId)};
+  return {std::move(result), outcome};
+}
+
+std::pair<WalkResult, Outcome> catchUp(const Platform& platform, EventService& events, Loaded& loaded,
+                                       const CatchUpOptions& options) {
+  if (!loaded.hasLinkRegistry) throw Failure::journalUnavailable("index predates the hardlink registry");
+  if (loaded.lastEventId == 0) throw Failure::journalUnavailable("index predates event tracking");
+  (void)presentRoot(platform, options.index, loaded.disk, loaded.rootDev);
+  // Taken before the replay: what happens meanwhile is replayed once more by whoever continues from here.
+  const std::uint64_t newEventId = events.currentEventId();
+  const Changes changes = changesSince(events, loaded.lastEventId, options);
+  return applyChanges(platform, changes, newEventId, loaded, options);
 }
 
 }  // namespace quon::Refresh

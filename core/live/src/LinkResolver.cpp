@@ -13,7 +13,7 @@
 //   there
 //
 // A file that is not in the registry may have had one name until now, counted like any file: the folder of
-// that name is searched for by inode number and read as well. When all fresh names have vanished meanwhile,
+// that name is searched for (NameSearch) and read as well. When all fresh names have vanished meanwhile,
 // their folders will be read again; until then the file is kept out of the registry, so that it is searched
 // for then.
 #include "LinkResolver.h"
@@ -21,9 +21,10 @@
 #include <algorithm>
 #include <optional>
 
-#include "InodeSearch.h"
+#include "NameSearch.h"
 #include "base/Path.h"
 #include "platform/Files.h"
+#include "store/StoreError.h"
 
 namespace quon::Refresh {
 namespace {
@@ -94,13 +95,13 @@ LinkResolver::Linked LinkResolver::gather(std::uint64_t fileID) {
   return linked;
 }
 
-std::uint64_t LinkResolver::presentLinkCount(std::uint64_t fileID, const Linked& linked) const {
+std::optional<PathFacts> LinkResolver::presentFacts(std::uint64_t fileID, const Linked& linked) const {
   for (const Fresh& fresh : linked.fresh) {
     std::error_code gone;
     const auto facts = builder.platform.files.ownFacts(joinPath(pathPrefix(fresh.folder), fresh.name), gone);
-    if (facts && facts->fileID == fileID) return facts->linkCount;
+    if (facts && facts->fileID == fileID) return facts;
   }
-  return 0;
+  return std::nullopt;
 }
 
 bool LinkResolver::isStale(const LinkSighting& counted, const Linked& linked) const {
@@ -114,7 +115,7 @@ bool LinkResolver::isStale(const LinkSighting& counted, const Linked& linked) co
 
 void LinkResolver::settle() {
   collectFresh();
-  std::set<std::uint64_t> unknown;
+  std::map<std::uint64_t, WantedNames> unknown;
   for (const std::uint64_t fileID : affected()) {
     const Linked linked = gather(fileID);
     const LinkSighting* counted = countedOf(linked.untouched);
@@ -123,20 +124,35 @@ void LinkResolver::settle() {
       needed = &linked.untouched.front();
     if (!linked.fresh.empty() && counted != nullptr && isStale(*counted, linked)) needed = counted;
     if (needed != nullptr) {
-      const std::string folder = *builder.patcher.path(needed->dirId);
-      builder.want(folder);
-      builder.batch.promotedDirs.push_back(folder);
+      const std::optional<std::string> folder = builder.patcher.path(needed->dirId);
+      if (!folder) throw StoreError::superseded();  // the registry contained it a moment ago
+      builder.addFolder(*folder);
+      builder.batch.promotedDirs.push_back(*folder);
     }
     if (linked.wasKnown || linked.fresh.empty() || searched.contains(fileID)) continue;
-    const std::uint64_t names = presentLinkCount(fileID, linked);
+    const std::optional<PathFacts> present = presentFacts(fileID, linked);
     vanished.erase(fileID);
-    if (names == 0) vanished.insert(fileID);
+    if (!present) vanished.insert(fileID);
     // Some of the others may be in the tree.
-    if (names > linked.fresh.size()) unknown.insert(fileID);
+    if (present && present->linkCount > linked.fresh.size()) {
+      unknown.emplace(fileID, WantedNames{*present, present->linkCount - linked.fresh.size()});
+      searched.insert(fileID);
+    }
   }
   if (unknown.empty()) return;
-  searched.insert(unknown.begin(), unknown.end());
-  for (const FoundName& found : namesOf(unknown, builder.platform, builder.index)) addName(found);
+  for (const FoundName& found : findNames(std::move(unknown), builder.platform, builder.patcher, builder.index)) {
+    addName(found);
+  }
+}
+
+/// The walked subtree that contains the folder.
+std::map<std::string, WalkedSubtree, std::less<>>::iterator LinkResolver::walkAround(std::string_view folder) {
+  auto found = builder.walked.find(folder);
+  while (found == builder.walked.end() && folder.size() > 1) {
+    folder = parentPath(folder);
+    found = builder.walked.find(folder);
+  }
+  return found;
 }
 
 /// A name that the search found. Its folder is read, or, when the batch has read it before the file got its
@@ -149,9 +165,8 @@ void LinkResolver::addName(const FoundName& found) {
     }
     return;
   }
-  const auto walked = std::ranges::find_if(
-      builder.walked, [&](const auto& item) { return isInside(found.folder, item.first); });
-  if (walked == builder.walked.end()) return builder.want(found.folder);
+  const auto walked = walkAround(found.folder);
+  if (walked == builder.walked.end()) return builder.addFolder(found.folder);
   WalkedSubtree& subtree = walked->second;
   const RefPtr<DirNode> node = folderAt(subtree.node, *relativeTo(found.folder, subtree.path));
   const auto files = node ? builder.batch.listings.find(node.get()) : builder.batch.listings.end();
@@ -201,7 +216,9 @@ void LinkResolver::decideOne(std::uint64_t fileID) {
 bool LinkResolver::isLastName(std::uint64_t fileID, const Linked& linked) const {
   if (linked.fresh.size() != 1 || !linked.untouched.empty()) return false;
   const Fresh& last = linked.fresh.front();
-  return (last.node == nullptr || last.walkCounted) && presentLinkCount(fileID, linked) == 1;
+  if (last.node != nullptr && !last.walkCounted) return false;
+  const std::optional<PathFacts> present = presentFacts(fileID, linked);
+  return present && present->linkCount == 1;
 }
 
 void LinkResolver::drop(const Fresh& fresh) {

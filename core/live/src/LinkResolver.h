@@ -2,12 +2,14 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "BatchBuilder.h"
-#include "InodeSearch.h"
+#include "NameSearch.h"
+#include "platform/Files.h"
 
 namespace quon::Refresh {
 
@@ -45,9 +47,11 @@ class LinkResolver {
   void collectWalked(const WalkedSubtree& subtree);
   [[nodiscard]] std::set<std::uint64_t> affected() const;
   [[nodiscard]] Linked gather(std::uint64_t fileID);
-  /// The links that a name of the file shows now; 0 when every name has vanished since it was read.
-  [[nodiscard]] std::uint64_t presentLinkCount(std::uint64_t fileID, const Linked& linked) const;
+  /// What a name of the file shows now; none when every name has vanished since it was read.
+  [[nodiscard]] std::optional<PathFacts> presentFacts(std::uint64_t fileID, const Linked& linked) const;
   [[nodiscard]] bool isStale(const LinkSighting& counted, const Linked& linked) const;
+  [[nodiscard]] std::map<std::string, WalkedSubtree, std::less<>>::iterator walkAround(
+      std::string_view folder);
   void addName(const FoundName& found);
   void decideOne(std::uint64_t fileID);
   [[nodiscard]] bool isLastName(std::uint64_t fileID, const Linked& linked) const;

@@ -59,10 +59,11 @@ class LiveWatcher::State : public std::enable_shared_from_this<LiveWatcher::Stat
   [[nodiscard]] Update write(const Taken& taken, Refresh::Batch& batch);
   void refreshTop(ScanPatcher& patcher, const Refresh::Batch& batch) QUON_EXCLUDES(lock);
   void commitToTree(const std::shared_ptr<Refresh::Batch>& batch, const Update& update) QUON_EXCLUDES(lock);
-  void fail(const std::string& reason) QUON_EXCLUDES(lock);
+  void putBack(const Taken& taken) QUON_EXCLUDES(lock);
+  void fail(const std::string& reason, Cause cause) QUON_EXCLUDES(lock);
 
   const Services services;
-  Options options;
+  Options options;  // its revision: the work queue's
 
   Mutex lock;
   std::unique_ptr<EventStream> stream QUON_GUARDED_BY(lock);
@@ -125,8 +126,8 @@ void LiveWatcher::State::onEvents(std::span<const FolderEvent> events) {
   for (const FolderEvent& event : events) {
     if ((event.flags & EventFlag::historyDone) != 0) continue;
     if ((event.flags & EventFlag::lostTrack) != 0) {
-      return fail(
-          fmt::format("{} (stream flags 0x{:X})", Refresh::lostTrackReason(event.flags), event.flags));
+      return fail(fmt::format("{} (stream flags 0x{:X})", Refresh::lostTrackReason(event), event.flags),
+                  Cause::lostTrack);
     }
     if (!event.path.empty()) buffer(event);
   }
@@ -182,21 +183,30 @@ std::optional<LiveWatcher::State::Taken> LiveWatcher::State::takePending() {
     }
   }
   if (retry) schedule(*retry);
-  if (failure) fail(*failure);
+  if (failure) fail(*failure, Cause::tooMany);
   return std::nullopt;
 }
 
 void LiveWatcher::State::apply(const Taken& taken) {
   const auto rootChange = taken.changes.find(options.index.root.path());
   if (rootChange != taken.changes.end() && rootChange->second == Refresh::Depth::deep) {
-    return fail("deep rescan flagged at the root");
+    return fail("deep rescan flagged at the root", Cause::tooMany);
   }
   const auto batch = std::make_shared<Refresh::Batch>();
   std::optional<Update> update;
   std::string reason;
+  Cause cause = Cause::failed;
   try {
     update = write(taken, *batch);
-  } catch (const std::runtime_error& failure) {  // StoreError, Refresh::Failure, std::system_error
+  } catch (const StoreError& failure) {
+    if (failure.kind == StoreError::Kind::busy) return putBack(taken);
+    if (failure.kind == StoreError::Kind::superseded) cause = Cause::superseded;
+    if (failure.kind == StoreError::Kind::unwritable) cause = Cause::unwritable;
+    reason = failure.what();
+  } catch (const Refresh::Failure& failure) {
+    if (failure.kind == Refresh::Failure::Kind::notRead) return putBack(taken);
+    reason = failure.what();
+  } catch (const std::runtime_error& failure) {  // std::system_error among them
     reason = failure.what();
   }
   if (!update) {
@@ -204,25 +214,43 @@ void LiveWatcher::State::apply(const Taken& taken) {
       const MutexLock held(lock);
       applying = false;
     }
-    return fail("index patch failed: " + reason);
+    return fail("index patch failed: " + reason, cause);
   }
   services.commitExecutor([weak = weak_from_this(), batch, done = *std::move(update)] {
     if (const auto alive = weak.lock()) alive->commitToTree(batch, done);
   });
 }
 
+/// The batch is tried again later: another program has the index locked, or descriptors ran out.
+void LiveWatcher::State::putBack(const Taken& taken) {
+  bool schedules = false;
+  {
+    const MutexLock held(lock);
+    applying = false;
+    for (const auto& [path, depth] : taken.changes) {
+      Refresh::Depth& now = pending.try_emplace(path, depth).first->second;
+      if (depth == Refresh::Depth::deep) now = depth;
+    }
+    schedules = !armed;
+    armed = true;
+  }
+  if (schedules) schedule(kWhileApplying);
+}
+
 LiveWatcher::Update LiveWatcher::State::write(const Taken& taken, Refresh::Batch& batch) {
   ScanPatcher patcher(options.index.indexURL, options.index.root);
   batch = Refresh::prepare(services.platform, taken.changes, patcher, options.index);
+  patcher.begin(options.revision);
   Refresh::commitStore(batch, patcher);
   refreshTop(patcher, batch);
-  patcher.commit(taken.maxId, secondsSince1970());
+  options.revision = patcher.commit(taken.maxId, secondsSince1970());
   Update update;
   {
     const MutexLock held(lock);
     update.topFiles = topFiles;
   }
   update.outcome = Refresh::outcomeOf(batch, taken.maxId);
+  update.outcome.revision = options.revision;
   update.changedDirs = batch.changedDirs();
   update.replacedPrefixes = batch.replacedPrefixes();
   update.hardlinksDeduped = patcher.linkDupeCount();
@@ -252,7 +280,7 @@ void LiveWatcher::State::commitToTree(const std::shared_ptr<Refresh::Batch>& bat
     Refresh::rollupDirty(
         Refresh::commitTree(options.tree, options.index.root, options.index.minKeep, *batch));
   } catch (const Refresh::Failure& failure) {
-    return fail(std::string("index patch failed: ") + failure.what());
+    return fail(std::string("index patch failed: ") + failure.what(), Cause::superseded);
   }
   bool again = false;
   {
@@ -265,7 +293,7 @@ void LiveWatcher::State::commitToTree(const std::shared_ptr<Refresh::Batch>& bat
   services.onEvent(update);
 }
 
-void LiveWatcher::State::fail(const std::string& reason) {
+void LiveWatcher::State::fail(const std::string& reason, Cause cause) {
   std::shared_ptr<EventStream> ending;
   {
     const MutexLock held(lock);
@@ -277,7 +305,7 @@ void LiveWatcher::State::fail(const std::string& reason) {
   }
   // Not here: this may be the stream's own delivery, which its stop waits for.
   if (ending) services.workQueue.post([ending] { ending->stop(); });
-  services.onEvent(NeedsRescan{reason});
+  services.onEvent(NeedsRescan{reason, cause});
 }
 
 }  // namespace quon

@@ -23,10 +23,11 @@ constexpr std::array<Reason, 5> kReasons{{
 
 }  // namespace
 
-std::string lostTrackReason(std::uint32_t flags) {
+std::string lostTrackReason(const FolderEvent& event) {
+  if (!event.reason.empty()) return event.reason;
   std::string all;
   for (const Reason& reason : kReasons) {
-    if ((flags & reason.flags) == 0) continue;
+    if ((event.flags & reason.flags) == 0) continue;
     if (!all.empty()) all += "; ";
     all += reason.words;
   }

@@ -1,11 +1,14 @@
 #pragma once
 
-#include <cstdint>
 #include <string>
+
+namespace quon {
+struct FolderEvent;
+}
 
 namespace quon::Refresh {
 
-/// In words why a stream can no longer say what changed, from the flags of its event (EventFlag::lostTrack).
-[[nodiscard]] std::string lostTrackReason(std::uint32_t flags);
+/// In words why a stream can no longer say what changed, from its event (EventFlag::lostTrack).
+[[nodiscard]] std::string lostTrackReason(const FolderEvent& event);
 
 }  // namespace quon::Refresh

@@ -1,9 +1,14 @@
 #include <algorithm>
+#include <map>
 #include <unordered_map>
 #include <utility>
 
+#include <boost/unordered/unordered_flat_map.hpp>
+#include <boost/unordered/unordered_flat_set.hpp>
+
 #include "base/Checked.h"
 #include "base/Path.h"
+#include "base/PathRange.h"
 #include "live/Refresh.h"
 #include "scan/DirNode.h"
 
@@ -12,16 +17,22 @@ namespace {
 
 using Kind = Batch::Op::Kind;
 
-DirNode* childOf(DirNode& node, std::string_view name) {
-  const auto found =
-      std::ranges::find_if(node.subdirs, [&](const RefPtr<DirNode>& child) { return child->name == name; });
-  return found == node.subdirs.end() ? nullptr : found->get();
-}
+/// The children of a folder by name. Built when one is looked for in a folder with many: a batch names many
+/// folders of few parents.
+using ChildIndex = boost::unordered_flat_map<std::string_view, DirNode*>;
+constexpr std::size_t kMostUnindexed = 16;
 
-/// Finds nodes by path. Remembers them: a batch names many folders of few parents.
-class NodeFinder {
+/// Takes nodes out of the tree and puts others in, without touching totals, which are rolled up afterwards.
+class TreePatch {
  public:
-  NodeFinder(const RefPtr<DirNode>& rootNode, const RootPath& root) : tree(rootNode), rootPath(root) {}
+  TreePatch(const RefPtr<DirNode>& rootNode, const RootPath& root) : tree(rootNode), rootPath(root) {}
+  ~TreePatch() {
+    for (auto& [parent, gone] : taken) {
+      std::erase_if(parent->subdirs, [&](const RefPtr<DirNode>& child) { return gone.contains(child.get()); });
+    }
+  }
+  TreePatch(const TreePatch&) = delete;
+  TreePatch& operator=(const TreePatch&) = delete;
 
   DirNode& at(const std::string& path) {
     DirNode* node = find(path);
@@ -30,34 +41,67 @@ class NodeFinder {
   }
 
   DirNode* find(const std::string& path) {
-    if (const auto hit = known.find(path); hit != known.end()) return hit->second;
-    const std::optional<std::string_view> below = rootPath.relative(path);
-    DirNode* const node = below ? folderAt(tree, *below).get() : nullptr;
-    if (node != nullptr) known.emplace(path, node);
+    if (!rootPath.contains(path)) return nullptr;
+    // From the nearest folder above that is known, down again.
+    std::vector<std::string_view> below;
+    DirNode* node = tree.get();
+    for (std::string_view at = path; at != rootPath.path(); at = parentPath(at)) {
+      if (const auto hit = known.find(at); hit != known.end()) {
+        node = hit->second;
+        break;
+      }
+      below.push_back(at);
+    }
+    for (auto next = below.rbegin(); next != below.rend() && node != nullptr; ++next) {
+      node = child(*node, lastComponent(*next));
+    }
+    if (node != nullptr && !below.empty()) known.emplace(path, node);
     return node;
   }
 
-  void forgetBelow(const std::string& path) {
-    std::erase_if(known, [&](const auto& item) { return isInside(item.first, path); });
+  DirNode* child(DirNode& parent, std::string_view name) {
+    if (parent.subdirs.size() <= kMostUnindexed) {
+      for (const RefPtr<DirNode>& node : parent.subdirs) {
+        if (node->parent == &parent && node->name == name) return node.get();
+      }
+      return nullptr;
+    }
+    const auto [index, isNew] = children.try_emplace(&parent);
+    if (isNew) {
+      for (const RefPtr<DirNode>& node : parent.subdirs) {
+        if (node->parent == &parent) index->second.emplace(node->name, node.get());
+      }
+    }
+    const auto found = index->second.find(name);
+    return found == index->second.end() ? nullptr : found->second;
+  }
+
+  /// Takes out the folder at the path.
+  void take(DirNode& node, const std::string& path) {
+    eraseInside(known, path);
+    DirNode& parent = *node.parent;
+    node.parent = nullptr;
+    taken[&parent].emplace(&node);
+    if (const auto index = children.find(&parent); index != children.end()) index->second.erase(node.name);
+  }
+
+  void put(DirNode& parent, const RefPtr<DirNode>& child) {
+    child->parent = &parent;
+    parent.subdirs.push_back(child);
+    if (const auto index = children.find(&parent); index != children.end()) {
+      index->second.insert_or_assign(child->name, child.get());
+    }
   }
 
  private:
   const RefPtr<DirNode>& tree;
   const RootPath& rootPath;
-  std::unordered_map<std::string, DirNode*> known;
+  std::map<std::string, DirNode*, std::less<>> known;
+  std::unordered_map<DirNode*, ChildIndex> children;
+  /// By parent; erased from it together: each by itself would take time by the number of its siblings. A
+  /// parent that is itself taken out stays alive until then.
+  std::map<RefPtr<DirNode>, boost::unordered_flat_set<const DirNode*>> taken;
 };
-
-/// Takes a subtree out of its parent without touching totals, which are rolled up afterwards.
-void detach(DirNode& node) {
-  DirNode* const parent = std::exchange(node.parent, nullptr);
-  if (parent != nullptr)
-    std::erase_if(parent->subdirs, [&](const RefPtr<DirNode>& child) { return child == &node; });
-}
-
-void attach(DirNode& parent, const RefPtr<DirNode>& child) {
-  child->parent = &parent;
-  parent.subdirs.push_back(child);
-}
 
 void setFiles(DirNode& node, const Batch::Op& op, std::uint64_t minKeep) {
   node.mtime = op.mtime;
@@ -77,20 +121,19 @@ void setFiles(DirNode& node, const Batch::Op& op, std::uint64_t minKeep) {
   }
 }
 
-void applyRefresh(NodeFinder& nodes, const Batch::Op& op, std::uint64_t minKeep) {
+void applyRefresh(TreePatch& nodes, const Batch::Op& op, std::uint64_t minKeep) {
   DirNode& node = nodes.at(op.path);
   setFiles(node, op, minKeep);
   for (const Batch::Op::Child& child : op.children) {
-    if (DirNode* former = childOf(node, child.name)) {
-      nodes.forgetBelow(joinPath(pathPrefix(op.path), child.name));
-      detach(*former);
+    if (DirNode* former = nodes.child(node, child.name)) {
+      nodes.take(*former, joinPath(pathPrefix(op.path), child.name));
     }
-    if (child.node) attach(node, child.node);
+    if (child.node) nodes.put(node, child.node);
   }
 }
 
 /// The node whose totals change.
-DirNode* apply(NodeFinder& nodes, const Batch::Op& op, std::uint64_t minKeep) {
+DirNode* apply(TreePatch& nodes, const Batch::Op& op, std::uint64_t minKeep) {
   if (op.kind == Kind::refresh) {
     applyRefresh(nodes, op, minKeep);
     return &nodes.at(op.path);
@@ -101,9 +144,8 @@ DirNode* apply(NodeFinder& nodes, const Batch::Op& op, std::uint64_t minKeep) {
     throw Failure::treeDiffers(op.path);
   }
   DirNode* const parent = former->parent;
-  nodes.forgetBelow(op.path);
-  detach(*former);
-  if (op.node) attach(*parent, op.node);
+  nodes.take(*former, op.path);
+  if (op.node) nodes.put(*parent, op.node);
   return parent;
 }
 
@@ -122,10 +164,12 @@ std::size_t depthOf(const DirNode* node) {
 
 std::vector<DirNode*> commitTree(const RefPtr<DirNode>& root, const RootPath& rootPath, std::uint64_t minKeep,
                                  Batch& batch) {
-  NodeFinder nodes(root, rootPath);
   std::vector<RefPtr<DirNode>> changed;  // counted, since a later op may take one out of the tree
-  for (const Batch::Op& op : batch.ops) {
-    if (DirNode* node = apply(nodes, op, minKeep)) changed.emplace_back(node);
+  {
+    TreePatch nodes(root, rootPath);
+    for (const Batch::Op& op : batch.ops) {
+      if (DirNode* node = apply(nodes, op, minKeep)) changed.emplace_back(node);
+    }
   }
   std::vector<DirNode*> dirty;
   for (const RefPtr<DirNode>& node : changed) {

@@ -24,28 +24,26 @@ bool isBuild(std::string_view name) {
   return at != std::string_view::npos && name.substr(at + kEnding.size()).starts_with(".building");
 }
 
-/// Rolls back what a patch of the earlier index left unfinished when it was killed, and writes what another
-/// program left in a write-ahead log. Either would otherwise be taken for one of the new file, which is about
-/// to get its name.
-void settleEarlier(const FileService& files, const std::string& finalURL) {
-  const std::array<std::string, 2> leftovers{finalURL + "-journal", finalURL + "-wal"};
+}  // namespace
+
+/// What is left would otherwise be taken for a part of whatever gets its name next.
+void settle(const FileService& files, const std::string& url) {
+  const std::array<std::string, 2> leftovers{url + "-journal", url + "-wal"};
   const auto isThere = [&](const std::string& path) {
     std::error_code absent;
     return files.facts(path, absent).has_value();
   };
   if (std::ranges::none_of(leftovers, isThere)) return;
   try {
-    Database earlier = IndexDatabase::openWrite(finalURL, " for patching");
+    Database earlier = IndexDatabase::openWrite(url, " for patching");
     earlier.exec("BEGIN IMMEDIATE");
     earlier.exec("ROLLBACK");
   } catch (const StoreError&) {
     // Not an index any more; it is about to be replaced.
   }
   for (const std::string& leftover : leftovers) files.remove(leftover);
-  files.remove(finalURL + "-shm");
+  files.remove(url + "-shm");
 }
-
-}  // namespace
 
 BuildingFile::BuildingFile(const FileService& service, std::string final)
     : finalURL(std::move(final)), url(finalURL + ".building-" + freshUuid()), files(service) {
@@ -65,7 +63,7 @@ BuildingFile::~BuildingFile() {
 }
 
 void BuildingFile::moveIntoPlace() {
-  settleEarlier(files, finalURL);
+  settle(files, finalURL);
   files.replace(url, finalURL);
   exists = false;
 }

@@ -33,6 +33,10 @@ class BuildingFile {
   bool exists = false;
 };
 
+/// Makes an index ready to be moved or replaced: rolls back what a patch left unfinished when it was killed, and
+/// writes what another program left in a write-ahead log. std::system_error.
+void settle(const FileService& files, const std::string& url);
+
 /// Removes the builds in the folder of the indexes whose names begin with `prefix` and that no scan has
 /// written to for an hour: a younger one may belong to a scan that runs. Returns the bytes that were freed.
 /// std::system_error.

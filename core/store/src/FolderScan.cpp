@@ -19,7 +19,7 @@ using std::chrono::steady_clock;
 
 /// Identifiers of file-system events are times, in microseconds since 1970; so the present one needs no
 /// journal.
-std::uint64_t currentEventId() {
+std::uint64_t clockEventId() {
   constexpr double kMicroseconds = 1e6;
   return static_cast<std::uint64_t>(secondsSince1970() * kMicroseconds);
 }
@@ -43,7 +43,7 @@ FolderScan::Outcome FolderScan::run() {
   if (options.saveIndex) openStore(outcome);
   outcome.rootDev = facts->device;
   // Live updates do not leave the root's file system: what was found on others cannot be kept current.
-  if (options.oneFileSystem) outcome.eventId = currentEventId();
+  if (options.oneFileSystem) outcome.eventId = options.eventId.value_or(clockEventId());
   const auto begin = steady_clock::now();
   outcome.result = walk(facts->device);
   if (!cancelled) {
@@ -103,6 +103,7 @@ void FolderScan::save(Outcome& outcome) {
   try {
     finishing->finish(options.root, outcome.elapsedMs, outcome.result, outcome.eventId, outcome.rootDev);
     outcome.index = finishing->finalURL();
+    outcome.revision = finishing->revision();
   } catch (const StoreError& reason) {
     outcome.notSaved = reason.what();
   }

@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "BuildingFile.h"
+#include "DiskIndexes.h"
 #include "IndexMeta.h"
 #include "base/Path.h"
 #include "base/RootPath.h"
@@ -39,12 +40,14 @@ bool isUnplugged(const std::string& root, const std::vector<std::string>& mounte
   return false;
 }
 
-/// True when the file system that the root was scanned on is not mounted there now, or another is. A device
-/// with another number than then counts as another: what is kept in vain costs some space.
+/// True when the file system that the root was scanned on is not mounted there now, or another is.
 bool lostItsVolume(const Platform& platform, const MetaMap& meta, const std::vector<std::string>& mounted) {
   const auto point = meta.find("mountPoint");
   if (point == meta.end() || point->second == "/") return false;
   if (std::ranges::find(mounted, point->second) == mounted.end()) return true;
+  const DiskIdentity stored = decodeDisk(meta);
+  const DiskIdentity present = platform.files.disk(point->second);
+  if (stored.isKnown() && present.isKnown()) return stored.volume != present.volume;
   std::error_code error;
   const auto volume = platform.files.facts(point->second, error);
   try {
@@ -59,7 +62,10 @@ IndexEntry::Status statusOf(const Platform& platform, const MetaMap& meta,
   const std::string& root = meta.at("root");
   std::error_code error;
   const auto facts = platform.files.facts(root, error);
-  if (facts && facts->isDirectory) return IndexEntry::Status::live;
+  if (facts && facts->isDirectory) {
+    const bool isIts = DiskIndexes::mayBeSame(decodeDisk(meta), platform.files.disk(root));
+    return isIts ? IndexEntry::Status::live : IndexEntry::Status::offline;
+  }
   if (!facts && error != std::errc::no_such_file_or_directory) return IndexEntry::Status::offline;
   return lostItsVolume(platform, meta, mounted) || isUnplugged(root, mounted) ? IndexEntry::Status::offline
                                                                               : IndexEntry::Status::orphaned;
@@ -83,15 +89,6 @@ IndexEntry describe(const FileService& files, const std::string& url, const Meta
     // A damaged figure.
   }
   return entry;
-}
-
-/// No metadata when the file cannot be read as an index.
-MetaMap metaOrNone(const std::string& url) {
-  try {
-    return ScanStore::meta(url);
-  } catch (const StoreError&) {
-    return {};
-  }
 }
 
 IndexEntry readEntry(const Platform& platform, const std::string& url,
@@ -160,10 +157,17 @@ std::optional<IndexEntry> IndexCatalog::nearest(const Platform& platform, const 
                                                 std::string_view path) {
   for (std::string_view at = path; !at.empty(); at = at == "/" ? std::string_view() : parentPath(at)) {
     const RootPath root(at);
-    const std::string url = ScanStore::canonicalURL(indexDirectory, root);
+    const std::string usual = ScanStore::canonicalURL(indexDirectory, root);
+    const DiskIdentity disk = platform.files.disk(root.path());
     std::error_code error;
-    if (!platform.files.facts(url, error)) continue;
-    IndexEntry entry = describe(platform.files, url, metaOrNone(url));
+    std::string url = usual;
+    MetaMap meta = metaOrNone(url);
+    if (!platform.files.facts(url, error) || !DiskIndexes::mayBeSame(decodeDisk(meta), disk)) {
+      url = DiskIndexes::waitingURL(usual, disk);
+      if (!disk.isKnown() || !platform.files.facts(url, error)) continue;
+      meta = metaOrNone(url);
+    }
+    IndexEntry entry = describe(platform.files, url, meta);
     const bool isSound = entry.root == root.path();
     const auto facts = platform.files.facts(root.path(), error);
     if (!facts || !facts->isDirectory) continue;

@@ -16,7 +16,20 @@ constexpr std::uint64_t kMostStepsPerByte = 64;
 constexpr std::uint64_t kMostStepsOfAnyFile = 5'000'000;
 
 [[noreturn]] void raise(const DatabaseError& failure) {
-  if (failure.kind == DatabaseError::Kind::foreign) throw StoreError::incompatible(failure.what());
+  switch (failure.kind) {
+    case DatabaseError::Kind::foreign:
+      throw StoreError::incompatible(failure.what());
+    case DatabaseError::Kind::busy:
+      throw StoreError::busy(failure.what());
+    case DatabaseError::Kind::moved:
+      throw StoreError::superseded();
+    case DatabaseError::Kind::unwritable:
+      throw StoreError::unwritable(failure.what());
+    case DatabaseError::Kind::damaged:
+    case DatabaseError::Kind::stopped:
+    case DatabaseError::Kind::other:
+      break;
+  }
   throw StoreError::sqlite(failure.what());
 }
 

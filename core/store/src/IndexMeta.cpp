@@ -4,6 +4,7 @@
 #include <cmath>
 #include <fmt/format.h>
 #include <optional>
+#include <random>
 #include <stdexcept>
 
 #include <nlohmann/json.hpp>
@@ -83,7 +84,32 @@ std::vector<std::pair<std::string, std::string>> metaRows(const ScanFigures& sca
           {"lastEventId", std::to_string(scan.lastEventId)},
           {"rootDev", std::to_string(scan.rootDev)},
           {"mountPoint", std::string(scan.mountPoint)},
+          {"volume", encodeBytes(scan.disk.volume)},
+          {"volumeLasts", scan.disk.isForBoot ? "boot" : "always"},
+          {"rootInode", std::to_string(scan.disk.rootInode)},
+          {"rootBorn", std::to_string(scan.disk.rootBorn)},
+          {"totals", scan.totals.encode()},
+          {"revision", std::to_string(scan.revision)},
           {"complete", "1"}};
+}
+
+std::uint64_t readRevision(Database& database) {
+  // An index of an early version has none.
+  return static_cast<std::uint64_t>(
+      database.number("SELECT CAST(value AS INTEGER) FROM meta WHERE key = 'revision'"));
+}
+
+std::uint64_t raiseRevision(Database& database) {
+  const std::uint64_t revision = readRevision(database) + 1;
+  writeMeta(database, "revision", std::to_string(revision));
+  return revision;
+}
+
+std::uint64_t freshRevision() {
+  std::random_device random;
+  // Leaves room to count up.
+  constexpr std::uint64_t kMost = (1ULL << 62U) - 1;
+  return ((std::uint64_t{random()} << 32U) | random()) & kMost;
 }
 
 std::string encodeSeconds(double seconds) {
@@ -132,6 +158,19 @@ double decodeSeconds(const MetaMap& meta, const std::string& key) {
   constexpr double kMostSeconds = 1e15;
   if (!(std::abs(seconds) <= kMostSeconds)) throw std::invalid_argument(key);
   return seconds;
+}
+
+DiskIdentity decodeDisk(const MetaMap& meta) {
+  try {
+    DiskIdentity disk;
+    disk.volume = decodeBytes(valueOf(meta, "volume")).value_or("");
+    disk.isForBoot = valueOf(meta, "volumeLasts") == "boot";
+    disk.rootInode = decodeCount(meta, "rootInode");
+    disk.rootBorn = parsed<std::int64_t>(valueOf(meta, "rootBorn"), "rootBorn");
+    return disk;
+  } catch (const std::invalid_argument&) {
+    return {};
+  }
 }
 
 std::uint64_t decodeCountOr(const MetaMap& meta, const std::string& key, std::uint64_t fallback) {

@@ -38,7 +38,9 @@ void RowWriter::write(const QueuedRows& rows) {
     if (folder.node->error) {
       markError.bind(1, id);
       markError.run();
+      sums.markError(id);
     }
+    sumUp(id, folder.files);
     if (folder.files.size() > 0) batchFolders.push_back({id, &folder.files});
     rowsInTransaction += static_cast<std::int64_t>(folder.files.size()) + 1;
   }
@@ -47,6 +49,14 @@ void RowWriter::write(const QueuedRows& rows) {
   if (rowsInTransaction < kRowsPerTransaction) return;
   commit();
   begin();
+}
+
+void RowWriter::sumUp(std::int64_t folder, const FileBatch& files) {
+  for (std::size_t index = 0; index < files.size(); ++index) {
+    const FileBatch::File file = files[index];
+    sums.add(IndexTotals::File{folder, file.logical, file.physical,
+                               fileDigest(file.name, file.logical, file.physical, file.mtime)});
+  }
 }
 
 void RowWriter::writeLinks(const std::vector<LinkRow>& links) {
@@ -80,8 +90,10 @@ std::int64_t RowWriter::dirId(const DirNode& node) {
     insertDir.bind(2, (*next)->name);
     insertDir.bind(3, (*next)->mtime);
     insertDir.run();
-    parentId = database.lastInsertRowId();
-    dirIds.emplace(*next, *parentId);
+    const std::int64_t id = database.lastInsertRowId();
+    sums.add(IndexTotals::Folder{id, parentId.value_or(0), (*next)->name, (*next)->mtime});
+    parentId = id;
+    dirIds.emplace(*next, id);
   }
   return *parentId;
 }

@@ -6,6 +6,7 @@
 #include <boost/unordered/unordered_flat_map.hpp>
 
 #include "BatchTable.h"
+#include "IndexTotals.h"
 #include "RowQueue.h"
 #include "database/Database.h"
 
@@ -22,8 +23,11 @@ class RowWriter {
   void begin();
   void write(const QueuedRows& rows);
   void commit();
+  /// Of all rows that were written.
+  [[nodiscard]] const IndexTotals& totals() const { return sums; }
 
  private:
+  void sumUp(std::int64_t folder, const FileBatch& files);
   void writeLinks(const std::vector<LinkRow>& links);
   [[nodiscard]] std::int64_t dirId(const DirNode& node);
 
@@ -36,6 +40,7 @@ class RowWriter {
   Statement markError;
   boost::unordered_flat_map<const DirNode*, std::int64_t> dirIds;
   std::int64_t rowsInTransaction = 0;
+  IndexTotals sums;
 };
 
 }  // namespace quon

@@ -4,14 +4,19 @@
 #include <limits>
 #include <utility>
 
+#include <boost/unordered/unordered_flat_map.hpp>
+
 #include "DirPathResolver.h"
 #include "FolderIds.h"
 #include "IndexDatabase.h"
 #include "IndexMeta.h"
 #include "IndexSchema.h"
+#include "IndexTotals.h"
 #include "RowSQL.h"
 #include "Subtree.h"
 #include "base/Path.h"
+#include "base/PathRange.h"
+#include "store/StoreError.h"
 
 namespace quon {
 namespace {
@@ -35,7 +40,6 @@ auto all(Statement& rows, Make make) {
 Database openForPatching(const std::string& indexURL) {
   Database database = IndexDatabase::openWrite(indexURL, " for patching");
   database.exec(patchIndexScript().c_str());
-  database.exec("BEGIN IMMEDIATE");
   return database;
 }
 
@@ -49,6 +53,8 @@ struct ScanPatcher::Statements {
 
   void addFile(std::int64_t dir, std::string_view name, std::uint64_t logical, std::uint64_t physical,
                std::int64_t mtime) {
+    changed = true;
+    totals.add(IndexTotals::File{dir, logical, physical, fileDigest(name, logical, physical, mtime)});
     insertFile.bind(1, dir);
     insertFile.bind(2, name);
     insertFile.bind(3, asRow(logical));
@@ -57,13 +63,28 @@ struct ScanPatcher::Statements {
     insertFile.run();
   }
 
+  /// Takes the rows that a deletion returns out of the totals.
+  void subtractFiles(Statement& deletion) {
+    while (deletion.step()) {
+      changed = true;
+      totals.subtract(fileOf(deletion));
+    }
+    deletion.reset();
+  }
+
   Database db;
+  IndexTotals totals;
+  std::uint64_t revision = 0;
+  bool isWriting = false;
+  bool changed = false;  // any row but those of the metadata
   FolderIds folders;
   DirPathResolver paths;
   Statement childNames = db.prepare("SELECT name FROM dirs WHERE parent = ?");
   Statement children = db.prepare("SELECT id, name, mtime FROM dirs WHERE parent = ?");
   Statement file = db.prepare("SELECT logical, physical, mtime FROM files WHERE dir = ? AND name = ?");
-  Statement deleteFiles = db.prepare("DELETE FROM files WHERE dir = ?");
+  Statement deleteFiles =
+      db.prepare("DELETE FROM files WHERE dir = ? RETURNING dir, name, logical, physical, mtime");
+  Statement storedDir = db.prepare("SELECT id, parent, name, mtime, error FROM dirs WHERE id = ?");
   Statement insertFile =
       db.prepare("INSERT INTO files (dir, name, logical, physical, mtime) VALUES (?, ?, ?, ?, ?)");
   Statement updateDir = db.prepare("UPDATE dirs SET mtime = ?, error = ? WHERE id = ?");
@@ -74,6 +95,7 @@ struct ScanPatcher::Statements {
   Statement setLink = db.prepare(kInsertLink);
   Statement deleteLink = db.prepare("DELETE FROM links WHERE fileid = ? AND dir = ? AND name = ?");
   Statement deleteLinks = db.prepare("DELETE FROM links WHERE dir = ?");
+  SubtreeDeletion deleteSubtree{db};
 };
 
 ScanPatcher::ScanPatcher(const std::string& indexURL, RootPath rootPath)
@@ -95,6 +117,48 @@ std::optional<std::int64_t> ScanPatcher::dirId(const std::string& path) {
   }
   if (id) idByPath.emplace(path, *id);
   return id;
+}
+
+std::uint64_t ScanPatcher::revision() {
+  return readRevision(statements->db);
+}
+
+void ScanPatcher::begin(std::uint64_t expectedRevision) {
+  statements->db.exec("BEGIN IMMEDIATE");
+  statements->isWriting = true;
+  statements->revision = revision();
+  if (statements->revision != expectedRevision) throw StoreError::superseded();
+  statements->totals = readTotals(statements->db);
+}
+
+std::vector<StoredFile> ScanPatcher::filesLike(const std::set<SizeAndTime>& wanted) {
+  // Of the size of an empty file, or a block, there may be any number.
+  constexpr std::size_t kMostOfSize = 4096;
+  constexpr std::size_t kMostOfOtherTimes = 256;
+  struct Left {
+    std::size_t ofTimes = kMostOfSize;
+    std::size_t ofOthers = kMostOfOtherTimes;
+  };
+  boost::unordered_flat_map<std::uint64_t, Left> left;
+  for (const SizeAndTime& file : wanted) left.try_emplace(file.first);
+  std::vector<std::pair<std::int64_t, std::string>> found;
+  {
+    Statement rows = statements->db.prepare("SELECT logical, mtime, dir, name FROM files");
+    while (rows.step()) {
+      const auto ofSize = left.find(rows.size(0));
+      if (ofSize == left.end()) continue;
+      const bool isExact = wanted.contains({ofSize->first, rows.integer(1)});
+      std::size_t& more = isExact ? ofSize->second.ofTimes : ofSize->second.ofOthers;
+      if (more == 0) continue;
+      --more;
+      found.emplace_back(rows.integer(2), std::string(rows.text(3)));
+    }
+  }
+  std::vector<StoredFile> files;
+  for (auto& [dir, name] : found) {
+    if (std::optional<std::string> folder = path(dir)) files.push_back({*std::move(folder), std::move(name)});
+  }
+  return files;
 }
 
 std::optional<std::string> ScanPatcher::path(std::int64_t dir) {
@@ -132,10 +196,21 @@ std::optional<FileEntry> ScanPatcher::file(std::int64_t dir, std::string_view na
 void ScanPatcher::replaceFiles(std::int64_t dir, const std::vector<FileEntry>& files, std::int64_t mtime,
                                bool error) {
   statements->deleteFiles.bind(1, dir);
-  statements->deleteFiles.run();
+  statements->subtractFiles(statements->deleteFiles);
   for (const FileEntry& entry : files) {
     statements->addFile(dir, entry.name, entry.logical, entry.physical, entry.mtime);
   }
+  Statement& row = statements->storedDir;
+  row.bind(1, dir);
+  if (row.step()) {
+    IndexTotals::Folder folder = folderOf(row);
+    statements->totals.subtract(folder);
+    folder.mtime = mtime;
+    folder.error = error;
+    statements->totals.add(folder);
+  }
+  row.reset();
+  statements->changed = true;
   statements->updateDir.bind(1, mtime);
   statements->updateDir.bind(2, std::int64_t{error ? 1 : 0});
   statements->updateDir.bind(3, dir);
@@ -143,8 +218,9 @@ void ScanPatcher::replaceFiles(std::int64_t dir, const std::vector<FileEntry>& f
 }
 
 void ScanPatcher::deleteSubtree(std::int64_t dir, const std::string& path) {
-  quon::deleteSubtree(statements->db, dir);
-  std::erase_if(idByPath, [&](const auto& known) { return isInside(known.first, path); });
+  statements->changed = true;
+  statements->deleteSubtree.run(dir, statements->totals);
+  eraseInside(idByPath, path);
   statements->paths.forget();
 }
 
@@ -167,6 +243,8 @@ std::int64_t ScanPatcher::insertFolder(std::int64_t parent, const DirNode& node,
   statements->insertDir.bind(3, node.mtime);
   statements->insertDir.run();
   const std::int64_t id = statements->db.lastInsertRowId();
+  statements->changed = true;
+  statements->totals.add(IndexTotals::Folder{id, parent, node.name, node.mtime, node.error});
   if (node.error) {
     statements->markError.bind(1, id);
     statements->markError.run();
@@ -217,6 +295,7 @@ void ScanPatcher::setLink(std::uint64_t fileID, std::int64_t dir, std::string_vi
   statements->setLink.bind(3, name);
   statements->setLink.bind(4, std::int64_t{counted ? 1 : 0});
   statements->setLink.run();
+  statements->changed = true;
 }
 
 void ScanPatcher::deleteLink(std::uint64_t fileID, std::int64_t dir, std::string_view name) {
@@ -224,11 +303,13 @@ void ScanPatcher::deleteLink(std::uint64_t fileID, std::int64_t dir, std::string
   statements->deleteLink.bind(2, dir);
   statements->deleteLink.bind(3, name);
   statements->deleteLink.run();
+  statements->changed = true;
 }
 
 void ScanPatcher::deleteLinks(std::int64_t dir) {
   statements->deleteLinks.bind(1, dir);
   statements->deleteLinks.run();
+  statements->changed = true;
 }
 
 std::uint64_t ScanPatcher::linkDupeCount() {
@@ -251,11 +332,20 @@ void ScanPatcher::updateTopFiles(const std::vector<TopFile>& topFiles) {
   setMeta("topFiles", encodeTopFiles(topFiles));
 }
 
-void ScanPatcher::commit(std::uint64_t lastEventId, double scannedAt) {
+std::uint64_t ScanPatcher::commit(std::uint64_t lastEventId, double scannedAt) {
   setMeta("lastEventId", std::to_string(lastEventId));
   setMeta("scannedAt", encodeSeconds(scannedAt));
   setMeta("hardlinksDeduped", std::to_string(linkDupeCount()));
+  if (statements->changed) {
+    setMeta("totals", statements->totals.encode());
+    statements->revision = raiseRevision(statements->db);
+  }
   statements->db.exec("COMMIT");
+  return statements->revision;
+}
+
+void ScanPatcher::setRootDev(std::uint32_t device) {
+  setMeta("rootDev", std::to_string(device));
 }
 
 void ScanPatcher::setMeta(std::string_view key, std::string_view value) {

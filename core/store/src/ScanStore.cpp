@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "BuildingFile.h"
+#include "DiskIndexes.h"
 #include "IndexDatabase.h"
 #include "IndexMeta.h"
 #include "IndexSchema.h"
@@ -29,10 +30,10 @@ namespace quon {
 namespace {
 
 constexpr std::size_t kWriterStack = std::size_t{1024} * 1024;
-/// What file systems allow (NAME_MAX), and what is added to the last component: "-" + digest + ".sqlite" +
-/// ".building-" + UUID, the longest name built from it.
+/// What file systems allow (NAME_MAX), and what is added to the last component: "-" + digest + "@" + disk +
+/// ".sqlite" + ".building-" + UUID, the longest name built from it.
 constexpr std::size_t kLongestName = 255;
-constexpr std::size_t kAddedToName = 1 + 64 + 7 + 10 + 36;
+constexpr std::size_t kAddedToName = 1 + 64 + 17 + 7 + 10 + 36;
 
 }  // namespace
 
@@ -46,6 +47,7 @@ class ScanStore::Writer {
   void abort();
   void interrupt() { interrupted.store(true); }
 
+  const std::uint64_t revision = freshRevision();
   BuildingFile file;
   RowQueue queue;
 
@@ -62,6 +64,8 @@ class ScanStore::Writer {
   Database database;
   std::optional<RowWriter> rows;
   std::optional<StoreError> failure;
+  IndexTotals totals;
+  DiskIdentity disk;
 
   std::unique_ptr<RunningThread> thread;
 };
@@ -98,6 +102,9 @@ const std::string& ScanStore::finalURL() const {
 }
 const std::string& ScanStore::buildingURL() const {
   return writer->file.url;
+}
+std::uint64_t ScanStore::revision() const {
+  return writer->revision;
 }
 const char* ScanStore::patchIndexSQL() {
   return patchIndexScript().c_str();
@@ -136,18 +143,21 @@ void ScanStore::Writer::drain() {
   queue.close();
   if (thread) thread->join();
   thread.reset();
+  if (rows) totals = rows->totals();
   rows.reset();
 }
 
 void ScanStore::Writer::finish(const RootPath& root, std::int64_t elapsedMs, const WalkResult& result,
                                std::uint64_t lastEventId, std::uint32_t rootDev) {
   drain();
+  disk = platform.files.disk(root.path());
   try {
     if (failure) throw StoreError(*failure);
     writeFigures(root, elapsedMs, result, lastEventId, rootDev);
     database.close();
     // A small index is complete before SQLite has checked the flag once.
     if (interrupted) throw StoreError::sqlite("interrupted");
+    DiskIndexes::makeRoom(platform, file.finalURL, disk);
     file.moveIntoPlace();
   } catch (const std::system_error& reason) {
     abort();
@@ -170,7 +180,10 @@ void ScanStore::Writer::writeFigures(const RootPath& root, std::int64_t elapsedM
                             .elapsedMs = elapsedMs,
                             .lastEventId = lastEventId,
                             .rootDev = rootDev,
-                            .scannedAt = secondsSince1970()};
+                            .scannedAt = secondsSince1970(),
+                            .disk = disk,
+                            .totals = totals,
+                            .revision = revision};
   for (const auto& [key, value] : metaRows(figures, result)) writeMeta(database, key, value);
 }
 

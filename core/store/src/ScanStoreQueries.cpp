@@ -2,12 +2,15 @@
 // of one call.
 #include <algorithm>
 #include <limits>
+#include <map>
 #include <optional>
+#include <stdexcept>
 
 #include "DirPathResolver.h"
 #include "FolderIds.h"
 #include "IndexDatabase.h"
 #include "IndexMeta.h"
+#include "IndexSchema.h"
 #include "Subtree.h"
 #include "base/Text.h"
 #include "store/ScanStore.h"
@@ -50,6 +53,58 @@ struct Within {
 std::map<std::string, std::string> ScanStore::meta(const std::string& url) {
   Database database = IndexDatabase::openRead(url);
   return readMeta(database);
+}
+
+IndexSummary ScanStore::summary(const std::string& url) {
+  MetaMap figures = meta(url);
+  try {
+    if (figures["complete"] != "1" || figures["format"] != std::to_string(formatVersion)) {
+      throw std::invalid_argument("complete");
+    }
+    return {.root = figures["root"],
+            .scannedAt = decodeSeconds(figures, "scannedAt"),
+            .lastEventId = decodeCountOr(figures, "lastEventId", 0),
+            .hasLinkRegistry = figures["linksVersion"] == "1",
+            .rootDev = static_cast<std::uint32_t>(decodeCountOr(figures, "rootDev", 0)),
+            .disk = decodeDisk(figures),
+            .skippedProtected = decodePaths(figures, "skippedProtected")};
+  } catch (const std::invalid_argument&) {
+    throw StoreError::incompatible(incompleteMessage(url));
+  }
+}
+
+std::vector<RegisteredLink> ScanStore::links(const std::string& url) {
+  Database database = IndexDatabase::openRead(url);
+  std::vector<RegisteredLink> links;
+  {
+    Statement rows = database.prepare("SELECT fileid, dir, name, counted FROM links ORDER BY dir");
+    while (rows.step()) {
+      links.push_back({.fileID = static_cast<std::uint64_t>(rows.integer(0)),
+                       .folder = rows.integer(1),
+                       .name = std::string(rows.text(2)),
+                       .counted = rows.integer(3) != 0});
+    }
+  }
+  // The files of a folder are read once for all its links: one look-up a link would read each again and again.
+  Statement files = database.prepare("SELECT name, logical, physical, mtime FROM files WHERE dir = ?");
+  for (std::size_t first = 0; first < links.size();) {
+    std::size_t end = first;
+    std::map<std::string_view, RegisteredLink*> counted;
+    for (; end < links.size() && links[end].folder == links[first].folder; ++end) {
+      if (links[end].counted) counted.emplace(links[end].name, &links[end]);
+    }
+    if (!counted.empty()) {
+      files.bind(1, links[first].folder);
+      while (files.step()) {
+        const auto link = counted.find(files.text(0));
+        if (link == counted.end()) continue;
+        link->second->file = {std::string(files.text(0)), files.size(1), files.size(2), files.integer(3)};
+      }
+      files.reset();
+    }
+    first = end;
+  }
+  return links;
 }
 
 std::vector<RepeatedName> ScanStore::repeatedNames(const std::string& url, std::int64_t limit,

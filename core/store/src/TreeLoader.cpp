@@ -1,6 +1,6 @@
-// Loading runs three flat queries: the folders by ascending id, so that a parent comes before its children;
-// the files' sums by folder; the files large enough to be kept. Their results are checked: an index may be
-// damaged or forged, and a wrong tree is worse than none.
+// Loading is one pass over the folders, by ascending id, so that a parent comes before its children, and one
+// over the files, which are summed up by folder; those large enough are kept. The results are checked: an
+// index may be damaged or forged, and a wrong tree is worse than none.
 #include "TreeLoader.h"
 
 #include <algorithm>
@@ -36,16 +36,7 @@ Loaded TreeLoader::load() {
   try {
     acceptMeta();
     probe.mark("meta");
-    std::future<std::vector<FolderSums>> sums =
-        // On this thread, when the system has no other to give.
-        std::async(std::launch::async | std::launch::deferred, [this] { return readAggregates(); });
-    readDirs();
-    probe.mark("dirs");
-    readKeptFiles();
-    probe.mark("keptFiles");
-    applyAggregates(sums.get());
-    checkKeptFiles();
-    probe.mark("aggregates");
+    readFiles();
     loaded.result.root->rollup();
     probe.mark("rollup");
     readFigures();
@@ -100,6 +91,8 @@ void TreeLoader::addDir(const Statement& row) {
   node->mtime = row.integer(3);
   node->error = row.integer(4) != 0;
   const std::int64_t id = row.integer(0);
+  totals.add(IndexTotals::Folder{id, row.isNull(1) ? 0 : row.integer(1), node->name, node->mtime, node->error});
+  loaded.folderDigests.push_back(0);
   if (row.isNull(1)) {
     // A root that comes later would have children before it, which are refused below for want of a parent.
     if (loaded.result.root) refuse();
@@ -116,73 +109,63 @@ void TreeLoader::addDir(const Statement& row) {
   above.subdirs.push_back(std::move(node));
 }
 
-DirNode& TreeLoader::folderOf(std::int64_t id) const {
+std::uint32_t TreeLoader::indexOf(std::int64_t id) const {
   const auto index = loaded.idByPath.indexOf(id);
   if (!index) refuse();
-  return loaded.idByPath.node(*index);
+  return *index;
 }
 
-/// On a thread of its own: uses nothing but the second connection.
-std::vector<TreeLoader::FolderSums> TreeLoader::readAggregates() {
-  Statement rows =
-      second.prepare("SELECT dir, COUNT(*), SUM(logical), SUM(physical), MAX(mtime) FROM files GROUP BY dir");
-  std::vector<FolderSums> sums;
-  while (rows.step()) {
-    // sum() yields the bits of an unsigned total.
-    sums.push_back({rows.integer(0), rows.size(1), static_cast<std::uint64_t>(rows.integer(2)),
-                    static_cast<std::uint64_t>(rows.integer(3)), rows.integer(4)});
-  }
-  return sums;
+/// Another thread begins with the files while this one reads the folders; then both read files.
+void TreeLoader::readFiles() {
+  FileRowsReader files(second, minKeep);
+  std::future<void> reading =
+      // On this thread, when the system has no other to give.
+      std::async(std::launch::async | std::launch::deferred, [&] { files.read(second); });
+  readDirs();
+  probe.mark("dirs");
+  files.read(database);
+  reading.get();
+  applyRuns(files);
+  probe.mark("aggregates");
+  applyKept(files);
+  probe.mark("keptFiles");
+  checkTotals(files);
 }
 
-void TreeLoader::applyAggregates(const std::vector<FolderSums>& sums) {
+void TreeLoader::applyRuns(const FileRowsReader& files) {
   std::uint64_t allLogical = 0;
   std::uint64_t allPhysical = 0;
-  std::optional<std::int64_t> before;
-  for (const FolderSums& sum : sums) {
-    if (before && sum.folder <= *before)
-      refuse();  // one group a folder, unless the file's own index is damaged
-    before = sum.folder;
-    DirNode& node = folderOf(sum.folder);
-    node.directFiles = sum.files;
-    node.directLogical = sum.logical;
-    node.directPhysical = sum.physical;
-    node.directNewest = std::max<std::int64_t>(0, sum.newest);  // as the walk counts, from 0 upwards
-    // The root's totals are these sums: if they fit, every total does.
-    if (addOverflows(allLogical, sum.logical) || addOverflows(allPhysical, sum.physical)) refuse();
-  }
-}
-
-void TreeLoader::readKeptFiles() {
-  Statement rows = database.prepare(
-      "SELECT dir, name, logical, physical, mtime FROM files WHERE logical >= ? OR name = ?");
-  const auto leastKept =
-      static_cast<std::int64_t>(std::min<std::uint64_t>(minKeep, std::numeric_limits<std::int64_t>::max()));
-  rows.bind(1, leastKept);
-  rows.bind(2, DirNode::kCacheTag);
-  while (rows.step()) {
-    if (!isEntryName(rows.text(1))) refuse();
-    DirNode& node = folderOf(rows.integer(0));
-    if (rows.text(1) == DirNode::kCacheTag) node.cacheTagged = true;
-    if (rows.integer(2) < leastKept) continue;
-    if (node.keptFiles.empty()) keeping.push_back(&node);
-    node.keptFiles.push_back({std::string(rows.text(1)), rows.size(2), rows.size(3), rows.integer(4)});
-  }
-}
-
-/// The sums may have been read through the file's own index, the kept files were not: a file in which the two
-/// disagree is damaged.
-void TreeLoader::checkKeptFiles() const {
-  for (const DirNode* node : keeping) {
-    std::uint64_t logical = 0;
-    std::uint64_t physical = 0;
-    for (const FileEntry& file : node->keptFiles) {
-      if (addOverflows(logical, file.logical) || addOverflows(physical, file.physical)) refuse();
+  for (const FileRows& rows : files.stretches()) {
+    for (const FileRows::Run& run : rows.runs) {
+      const std::uint32_t index = indexOf(run.folder);
+      DirNode& node = loaded.idByPath.node(index);
+      node.directFiles += run.files;
+      // The root's totals are the sums of all: if they fit, every total does.
+      if (addOverflows(allLogical, run.logical) || addOverflows(allPhysical, run.physical)) refuse();
+      node.directLogical += run.logical;
+      node.directPhysical += run.physical;
+      node.directNewest = std::max(node.directNewest, run.newest);
+      if (run.cacheTagged) node.cacheTagged = true;
+      loaded.folderDigests[index] += run.digest;
     }
-    const bool fits = logical <= node->directLogical && physical <= node->directPhysical &&
-                      node->keptFiles.size() <= node->directFiles;
-    if (!fits) refuse();
   }
+}
+
+void TreeLoader::applyKept(const FileRowsReader& files) {
+  for (const FileRows& rows : files.stretches()) {
+    for (const FileRows::Kept& kept : rows.kept) {
+      if (!isEntryName(kept.file.name)) refuse();
+      loaded.idByPath.node(indexOf(kept.folder)).keptFiles.push_back(kept.file);
+    }
+  }
+}
+
+/// Whatever damage has left a readable file behind, its rows no longer add up to what was written.
+void TreeLoader::checkTotals(const FileRowsReader& files) {
+  for (const FileRows& rows : files.stretches()) totals.add(rows.totals);
+  const auto stored = meta.find("totals");
+  if (stored == meta.end()) return;  // an index of an early version
+  if (IndexTotals::decode(stored->second) != totals) refuse();
 }
 
 void TreeLoader::readFigures() {
@@ -199,6 +182,8 @@ void TreeLoader::readFigures() {
   // Absent from an index that cannot be caught up; the catch-up reports it.
   loaded.lastEventId = decodeCountOr(meta, "lastEventId", 0);
   loaded.hasLinkRegistry = meta.contains("linksVersion") && meta["linksVersion"] == "1";
+  loaded.revision = decodeCountOr(meta, "revision", 0);
+  loaded.disk = decodeDisk(meta);
   const std::uint64_t device = decodeCountOr(meta, "rootDev", 0);
   if (device > std::numeric_limits<std::uint32_t>::max()) refuse();
   loaded.rootDev = static_cast<std::uint32_t>(device);

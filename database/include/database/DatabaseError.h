@@ -14,6 +14,8 @@ class DatabaseError : public std::runtime_error {
     damaged,  ///< not a database, or a torn one
     foreign,  ///< a value of another type than was asked for: not a file of quon
     stopped,  ///< the flag of Database::stopWhen was set
+    moved,    ///< another file has the name of the one that is open
+    unwritable,  ///< the disk is full or fails, or the file may not be written
     other,
   };
 

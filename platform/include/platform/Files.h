@@ -6,6 +6,8 @@
 #include <system_error>
 #include <vector>
 
+#include "platform/DiskIdentity.h"
+
 namespace quon {
 
 /// What stat returns for a path.
@@ -15,7 +17,9 @@ struct PathFacts {
   std::uint64_t fileID = 0;
   std::uint64_t linkCount = 1;
   std::uint64_t logical = 0;
-  std::int64_t mtime = 0;  ///< whole seconds since 1970
+  std::int64_t mtime = 0;       ///< whole seconds since 1970
+  std::int64_t modifiedNs = 0;  ///< the same in nanoseconds
+  std::int64_t changedNs = 0;   ///< of the last change of any kind, also of attributes and links
 };
 
 struct FolderItem {
@@ -42,6 +46,9 @@ class FileService {
                                                              std::error_code& error) const = 0;
   /// The reason why the folder cannot be listed, or none.
   [[nodiscard]] virtual std::error_code readable(const std::string& folder) const = 0;
+
+  /// Which disk the folder is on. Unknown when it cannot be opened.
+  [[nodiscard]] virtual DiskIdentity disk(const std::string& folder) const = 0;
 
   /// Where file systems are mounted now, in the order of their mounting.
   [[nodiscard]] virtual std::vector<std::string> mountPoints() const = 0;

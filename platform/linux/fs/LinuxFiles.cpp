@@ -13,6 +13,7 @@
 #include "base/MainThread.h"
 #include "base/Text.h"
 #include "linux_fs/Descriptor.h"
+#include "linux_fs/DiskIdentity.h"
 #include "linux_fs/Mounts.h"
 
 namespace quon {
@@ -29,6 +30,11 @@ std::error_code lastError() {
   throw std::system_error(lastError(), operation + (" " + displayText(path)));
 }
 
+std::int64_t nanoseconds(const timespec& time) {
+  constexpr std::int64_t kNanosPerSecond = 1'000'000'000;
+  return time.tv_sec * kNanosPerSecond + time.tv_nsec;
+}
+
 std::optional<PathFacts> factsOf(const std::string& path, int flags, std::error_code& error) {
   struct stat found {};
   if (::fstatat(AT_FDCWD, path.c_str(), &found, flags) != 0) {
@@ -40,7 +46,9 @@ std::optional<PathFacts> factsOf(const std::string& path, int flags, std::error_
                    .fileID = found.st_ino,
                    .linkCount = found.st_nlink,
                    .logical = static_cast<std::uint64_t>(found.st_size),
-                   .mtime = found.st_mtim.tv_sec};
+                   .mtime = found.st_mtim.tv_sec,
+                   .modifiedNs = nanoseconds(found.st_mtim),
+                   .changedNs = nanoseconds(found.st_ctim)};
 }
 
 }  // namespace
@@ -69,6 +77,11 @@ std::error_code LinuxFiles::readable(const std::string& folder) const {
   requireBackground("FileService::readable");
   const Descriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   return opened.isOpen() ? std::error_code() : lastError();
+}
+
+DiskIdentity LinuxFiles::disk(const std::string& folder) const {
+  requireBackground("FileService::disk");
+  return diskOf(folder);
 }
 
 std::vector<std::string> LinuxFiles::mountPoints() const {

@@ -13,7 +13,6 @@ namespace quon {
 namespace {
 
 constexpr const char* kTable = "/proc/self/mountinfo";
-constexpr std::size_t kMountPointField = 4;
 constexpr std::size_t kEscapeBytes = 4;  // a backslash and three octal digits
 constexpr std::size_t kPieceBytes = 16384;
 
@@ -36,6 +35,12 @@ std::string unescaped(std::string_view text) {
     plain += text[at];
   }
   return plain;
+}
+
+std::string_view takeField(std::string_view& line) {
+  const std::string_view field = line.substr(0, line.find(' '));
+  line.remove_prefix(std::min(field.size() + 1, line.size()));
+  return field;
 }
 
 std::string readAll(const Descriptor& table) {
@@ -66,10 +71,15 @@ std::vector<Mount> readMounts(const Descriptor& table) {
     rest.remove_prefix(end + 1);
     Mount& mount = mounts.emplace_back();
     std::from_chars(line.data(), line.data() + line.size(), mount.id);
-    for (std::size_t field = 0; field < kMountPointField; ++field) {
-      line.remove_prefix(std::min(line.find(' ') + 1, line.size()));
-    }
-    mount.point = unescaped(line.substr(0, line.find(' ')));
+    (void)takeField(line);  // the id
+    (void)takeField(line);  // of the mount above
+    mount.device = takeField(line);
+    (void)takeField(line);  // what of the file system is mounted
+    mount.point = unescaped(takeField(line));
+    // Options, of which there may be any number, up to a lone "-".
+    for (std::string_view field = takeField(line); !line.empty() && field != "-";) field = takeField(line);
+    mount.type = unescaped(takeField(line));
+    mount.source = unescaped(takeField(line));
   }
   return mounts;
 }

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 
+#include "base/WorkItem.h"
 #include "live/LiveWatcher.h"
 #include "model/LatestJob.h"
 #include "model/ModelState.h"
@@ -21,22 +24,43 @@ class LiveUpdates {
   Observed<bool> _isLive;
   /// True until it has turned out whether the shown tree can be followed.
   [[nodiscard]] bool isLiveStarting() const { return starting.isRunning(); }
+  /// The shown tree is not followed now, and will be brought up to date by itself.
+  [[nodiscard]] bool isRecovering() const { return recovering; }
   /// Called for each live event with the observers of the operation that took it in.
   std::function<void(const LiveWatcher::Event&)> onLiveEvent;
 
  protected:
   explicit LiveUpdates(ModelState& model);
-  /// Follows the shown tree, which is true as of the event. When it cannot be followed, or should not be, the
-  /// problem says why.
-  void startLiveWatch(std::uint64_t sinceEventId, std::uint32_t rootDev);
+  virtual ~LiveUpdates() = default;
+
+  /// Where live updates continue.
+  struct LiveStart {
+    std::uint64_t eventId = 0;  ///< the shown tree is true as of it; 0 when there are none
+    std::uint32_t rootDev = 0;
+    std::uint64_t revision = 0;   ///< of the index, that the shown tree stands for
+    std::string notRecorded = {}; ///< why changes cannot be followed; "" when they can
+  };
+  /// Follows the shown tree. When it cannot be followed, or should not be, the problem says why.
+  void startLiveWatch(const LiveStart& start);
   void stopLiveWatch();
+
+  /// Brings the shown tree up to date and follows it again: from its index, by comparing it with the disk where
+  /// the journal does not help, by a scan where more changed than that is good for.
+  virtual void recover() = 0;
+  /// A live event, for whoever listens.
+  void report(const LiveWatcher::Event& event);
 
  private:
   void commit(const std::function<void()>& commitToTree);
   void take(const LiveWatcher::Event& event);
   void liveBatchApplied(const LiveWatcher::Update& update);
+  void scheduleRecovery(LiveWatcher::Cause cause);
 
   ModelState& state;
+  bool recovering = false;
+  std::chrono::duration<double> nextDelay{0};  // of a recovery, when it soon follows another
+  std::chrono::duration<double> lastRecovery{-1e9};
+  WorkItem recovery;
   std::shared_ptr<LiveUpdates*>
       watch;  // none while nothing is watched; what the watcher posts refers to it weakly
   LatestJob<std::shared_ptr<LiveWatcher>> starting;

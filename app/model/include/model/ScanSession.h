@@ -75,13 +75,16 @@ class ScanSession : public LiveUpdates {
   enum class Purpose : std::uint8_t {
     open,    ///< the saved index, brought up to date, else a scan
     scan,    ///< afresh
-    reload,  ///< the index of the shown tree, nothing else
+    reload,   ///< the index of the shown tree, nothing else
+    recover,  ///< the same, else a scan of its root
   };
 
+  void recover() override;
   void begin(const std::string& path, Purpose purpose);
   void take(const Step& step);
   void endRun(std::int64_t generation, const Finished& finished);
-  void install(const Finished& finished, bool isReload);
+  void install(const Finished& finished, Purpose purpose);
+  void reportCaughtUp(const Finished& finished);
   void fail(const std::string& reason);
   void returnToShownTree();
   void raiseNotReloaded(const std::string& reason);

@@ -37,8 +37,17 @@ class LiveWatcher {
     std::vector<std::string> replacedPrefixes;  ///< what was cached below these is void
     std::uint64_t hardlinksDeduped = 0;
   };
+  /// Why the tree can no longer be patched.
+  enum class Cause {
+    lostTrack,   ///< the journal cannot say what changed
+    tooMany,     ///< more changed than a patch may take
+    superseded,  ///< another program has changed the index, which the tree is therefore no longer in step with
+    unwritable,  ///< the index cannot be written
+    failed,      ///< anything else
+  };
   struct NeedsRescan {
     std::string reason;
+    Cause cause = Cause::failed;
   };
   using Event = std::variant<Update, NeedsRescan>;
   using Clock = std::function<std::chrono::duration<double>()>;
@@ -48,6 +57,7 @@ class LiveWatcher {
     RefPtr<DirNode> tree;
     std::vector<TopFile> topFiles = {};  ///< no more than topCapacity are kept
     std::uint64_t sinceEventId = 0;
+    std::uint64_t revision = 0;  ///< of the index, that the tree stands for
     std::chrono::duration<double> coalesceWindow{1.5};
     std::size_t maxChanges = Refresh::kMaxChanges;
     std::size_t topCapacity = static_cast<std::size_t>(kTopFiles);

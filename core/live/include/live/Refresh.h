@@ -5,13 +5,15 @@
 #include <memory>
 #include <set>
 #include <stdexcept>
+#include <stop_token>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
-#include "base/Mutex.h"
 #include "base/RootPath.h"
 #include "live/Batch.h"
+#include "platform/DiskIdentity.h"
 #include "platform/Platform.h"
 #include "scan/WalkResult.h"
 #include "store/IndexedRoot.h"
@@ -37,17 +39,23 @@ class Failure : public std::runtime_error {
     tooManyChanges,
     deviceChanged,
     treeDiffers,  ///< the tree lacks a folder that the index contains
+    notRead,      ///< a folder that is there could not be read now, for want of descriptors or memory
     cancelled,
   };
   [[nodiscard]] static Failure journalUnavailable(const std::string& reason);
   [[nodiscard]] static Failure tooManyChanges(std::size_t count);
+  /// The journal says that anything below the root may have changed.
+  [[nodiscard]] static Failure rootIsDeep(std::size_t count);
   [[nodiscard]] static Failure deviceChanged();
   [[nodiscard]] static Failure treeDiffers(const std::string& path);
+  [[nodiscard]] static Failure notRead(const std::string& path, const std::error_code& reason);
   [[nodiscard]] static Failure cancelled();
   const Kind kind;
+  /// A walk that compares finds out what changed.
+  const bool wantsReconciling;
 
  private:
-  Failure(Kind which, const std::string& message);
+  Failure(Kind which, const std::string& message, bool reconciling = false);
 };
 
 /// Counts of what a batch did.
@@ -56,6 +64,7 @@ struct Outcome {
   std::int64_t walkedSubtrees = 0;
   std::int64_t removedSubtrees = 0;
   std::uint64_t newEventId = 0;  ///< what the index is current to
+  std::uint64_t revision = 0;    ///< of the index from then on
 };
 
 /// How far below a changed folder things may have changed.
@@ -65,7 +74,7 @@ enum class Depth {
 };
 
 /// Changed folders by full path.
-using Changes = std::map<std::string, Depth>;
+using Changes = std::map<std::string, Depth, std::less<>>;
 
 /// The rules for the path of every event: trailing slashes dropped, paths outside the root or below a skipped
 /// one dropped, a folder deep once one of its events was.
@@ -75,9 +84,11 @@ using Changes = std::map<std::string, Depth>;
 void addChange(Changes& changes, const FolderEvent& event, const RootPath& root,
                const std::set<std::string>& skipPaths);
 
-/// Reads the changed folders from the disk and compares them with the patcher's index. Folders whose
-/// modification time differs from the stored one are read even when no event named them. Throws Failure when
-/// the root has gone or lies on another device. Threads: any; starts walker threads.
+/// Reads the changed folders from the disk and compares them with the patcher's index, without a lock on that.
+/// Folders whose modification time differs from the stored one are read even when no event named them. Throws
+/// Failure when the root has gone or lies on another device, or a folder cannot be read now; StoreError
+/// (superseded) when the index changed meanwhile, which may also turn out only when the patcher begins to
+/// write. Threads: any; starts walker threads.
 [[nodiscard]] Batch prepare(const Platform& platform, const Changes& changes, ScanPatcher& patcher,
                             const IndexedRoot& index);
 
@@ -101,35 +112,30 @@ void rollupDirty(const std::vector<DirNode*>& nodes);
 /// With more changed folders a scan is cheaper.
 inline constexpr std::size_t kMaxChanges = 20000;
 
-/// Ends a catch-up before its next step, and its wait for the journal. Once set it stays set. Threads: any.
-class CatchUpCancel {
- public:
-  void cancel() QUON_EXCLUDES(lock) {
-    const MutexLock held(lock);
-    cancelled = true;
-    changed.broadcast();
-  }
-  [[nodiscard]] bool isCancelled() const QUON_EXCLUDES(lock) {
-    const MutexLock held(lock);
-    return cancelled;
-  }
-
- private:
-  friend class HistoryCollector;
-  mutable Mutex lock;
-  Condition changed;
-  bool cancelled QUON_GUARDED_BY(lock) = false;
-};
-
 struct CatchUpOptions {
-  IndexedRoot index;  ///< its device is the one in the loaded index, whatever is given here
+  IndexedRoot index;  ///< its device is found out, whatever is given here
   std::size_t maxChanges = kMaxChanges;
-  CatchUpCancel* cancel = nullptr;  ///< outlives the call
+  std::stop_token stopped = {};  ///< ends it before its next step, and its wait for the journal
 };
 
-/// Replays the journal from the loaded index's event on and patches tree and index. The tree in `loaded` is
-/// changed in place and returned. Throws Failure and StoreError; the index is unchanged then, the tree
-/// perhaps not. Threads: any but the main one: waits up to 30 seconds for the journal.
+/// The root as it is on the disk that is there now. Throws Failure (deviceChanged) when that is another disk
+/// than the one the index was made of.
+[[nodiscard]] IndexedRoot presentRoot(const Platform& platform, IndexedRoot index, const DiskIdentity& disk,
+                                      std::uint32_t storedDevice);
+
+/// What the journal says has changed since the event. Throws Failure: journalUnavailable when it cannot say,
+/// tooManyChanges, cancelled. Threads: any but the main one: waits up to 30 seconds for the journal.
+[[nodiscard]] Changes changesSince(EventService& events, std::uint64_t eventId,
+                                   const CatchUpOptions& options);
+
+/// Patches index and tree with these changes. The tree in `loaded` is changed in place and returned. Throws
+/// Failure and StoreError (superseded when the index is no longer the one that was loaded); the index is
+/// unchanged then, the tree perhaps not. Threads: any but the main one.
+[[nodiscard]] std::pair<WalkResult, Outcome> applyChanges(const Platform& platform, const Changes& changes,
+                                                          std::uint64_t newEventId, Loaded& loaded,
+                                                          const CatchUpOptions& options);
+
+/// The two of them, from the loaded index's event on.
 [[nodiscard]] std::pair<WalkResult, Outcome> catchUp(const Platform& platform, EventService& events,
                                                      Loaded& loaded, const CatchUpOptions& options);
 

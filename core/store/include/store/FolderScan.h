@@ -30,6 +30,8 @@ class FolderScan {
     bool saveIndex = true;
     std::string indexDirectory = {};  ///< where the index is saved
     std::set<std::string> skipPaths = {};
+    /// Taken before: live updates continue from it. None: the present time by the clock.
+    std::optional<std::uint64_t> eventId = {};
   };
 
   struct Outcome {
@@ -40,6 +42,7 @@ class FolderScan {
     std::string notSaved;        ///< why an index that was asked for was not saved; "" when it was
     std::uint64_t eventId = 0;   ///< live updates start from it; 0 when they cannot
     std::uint32_t rootDev = 0;
+    std::uint64_t revision = 0;  ///< of the saved index
     bool cancelled = false;  ///< nothing was saved, and nothing else here is valid
   };
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/RootPath.h"
+#include "platform/DiskIdentity.h"
 #include "platform/Platform.h"
 #include "scan/KeptFiles.h"
 #include "scan/ScanSink.h"
@@ -24,7 +25,31 @@ struct Loaded {
   std::uint64_t lastEventId = 0;  ///< 0 when the index does not say
   bool hasLinkRegistry = false;   ///< the registry of links is present and complete
   std::uint32_t rootDev = 0;      ///< 0 when the index does not say
+  DiskIdentity disk;              ///< that the index was made of
+  std::uint64_t revision = 0;     ///< of the index
   DirIds idByPath;                ///< folder path to row id
+  /// Of each folder, by its index in `idByPath`: the sum of the fileDigest of its files.
+  std::vector<std::uint64_t> folderDigests;
+};
+
+/// What an index says of itself, without its tree.
+struct IndexSummary {
+  std::string root;
+  double scannedAt = 0;  ///< seconds since 1970
+  std::uint64_t lastEventId = 0;
+  bool hasLinkRegistry = false;
+  std::uint32_t rootDev = 0;
+  DiskIdentity disk;
+  std::vector<std::string> skippedProtected;
+};
+
+/// A sighting of a multiply-linked file in an index, by the row of its folder.
+struct RegisteredLink {
+  std::uint64_t fileID = 0;
+  std::int64_t folder = 0;
+  std::string name;
+  bool counted = false;
+  FileEntry file = {};  ///< of a counted one: the row of its file; without a name when there is none
 };
 
 /// A file name that occurs more than once, with the totals over all files of that name.
@@ -92,6 +117,8 @@ class ScanStore final : public ScanSink {
 
   [[nodiscard]] const std::string& finalURL() const;
   [[nodiscard]] const std::string& buildingURL() const;
+  /// That the finished index has. Every commit of a patch raises it by one.
+  [[nodiscard]] std::uint64_t revision() const;
 
   /// All metadata. StoreError as openRead.
   [[nodiscard]] static std::map<std::string, std::string> meta(const std::string& url);
@@ -99,6 +126,10 @@ class ScanStore final : public ScanSink {
   /// another format or root, or damaged.
   [[nodiscard]] static Loaded load(const std::string& url, const RootPath& root,
                                    std::uint64_t minKeep = kMinKeep);
+  /// StoreError as `load`, for what it reads.
+  [[nodiscard]] static IndexSummary summary(const std::string& url);
+  /// The whole registry of links. StoreError as openRead.
+  [[nodiscard]] static std::vector<RegisteredLink> links(const std::string& url);
   /// Names that occur more than once with at least so many allocated bytes in all, largest first. With
   /// `below`, a folder's path below the root, only files in or below it count.
   [[nodiscard]] static std::vector<RepeatedName> repeatedNames(const std::string& url, std::int64_t limit,

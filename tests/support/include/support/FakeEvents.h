@@ -26,7 +26,7 @@ class FakeEvents final : public EventService {
   bool failCreate = false;  ///< create() yields nullptr
   bool failStart = false;   ///< start() yields false
   std::atomic<std::uint64_t> current{1};
-  Coverage coverage;  ///< the answer of cover()
+  Coverage coverage{.since = 1};  ///< the answer of cover()
 
   /// One delivery to every stream that is started and not stopped.
   void push(const std::vector<FolderEvent>& events);

@@ -11,6 +11,9 @@ namespace quon {
 struct Mount {
   int id = 0;         ///< the kernel's; another mount at the same place has another one
   std::string point;  ///< bytes, absolute
+  std::string device = {};  ///< "major:minor"
+  std::string type = {};    ///< of the file system
+  std::string source = {};  ///< bytes: a device, or what else it was mounted from
 
   friend auto operator<=>(const Mount&, const Mount&) = default;
 };

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+
+#include "platform/DiskIdentity.h"
+
+namespace quon {
+
+/// Which file system the folder is on. Unknown when it cannot be opened. Threads: any.
+[[nodiscard]] DiskIdentity diskOf(const std::string& path);
+
+}  // namespace quon
