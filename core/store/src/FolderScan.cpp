@@ -66,7 +66,8 @@ void FolderScan::openStore(Outcome& outcome) {
   }
   std::unique_ptr<ScanStore> made;
   try {
-    made = std::make_unique<ScanStore>(platform, ScanStore::canonicalURL(options.indexDirectory, options.root));
+    made =
+        std::make_unique<ScanStore>(platform, ScanStore::canonicalURL(options.indexDirectory, options.root));
   } catch (const StoreError& reason) {
     outcome.notSaved = reason.what();
   }
@@ -82,8 +83,10 @@ WalkResult FolderScan::walk(std::uint32_t rootDev) {
     const MutexLock held(lock);
     walker = std::make_unique<Walker>(
         platform,
-        Walker::Options{
-            .rootDev = rootDev, .oneFileSystem = options.oneFileSystem, .skipPaths = options.skipPaths},
+        Walker::Options{.rootDev = rootDev,
+                        .oneFileSystem = options.oneFileSystem,
+                        .skipPaths = options.skipPaths,
+                        .mostThreads = options.threads != 0 ? 0 : Walker::kMostThreads},
         store.get());
     running = walker.get();
     if (cancelled) running->cancelRun();

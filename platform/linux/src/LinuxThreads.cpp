@@ -3,6 +3,7 @@
 #include <exception>
 #include <pthread.h>
 #include <sched.h>
+#include <sys/resource.h>
 #include <system_error>
 
 #include "base/Fatal.h"
@@ -74,6 +75,16 @@ std::unique_ptr<RunningThread> LinuxThreads::start(const std::string& name, std:
 
 void LinuxThreads::nameThisThread(const std::string& name) {
   pthread_setname_np(pthread_self(), name.substr(0, kLongestName).c_str());
+}
+
+ThreadUse LinuxThreads::used() const {
+  rusage usage{};
+  if (::getrusage(RUSAGE_THREAD, &usage) != 0) return {};
+  const auto time = [](const timeval& value) {
+    return std::chrono::seconds(value.tv_sec) + std::chrono::microseconds(value.tv_usec);
+  };
+  return {.processor = time(usage.ru_utime) + time(usage.ru_stime),
+          .waits = static_cast<std::uint64_t>(usage.ru_nvcsw)};
 }
 
 unsigned LinuxThreads::activeProcessors() const {
