@@ -68,6 +68,7 @@ int main(int count, char** arguments) {
   try {
     Options options;
     if (const int status = parse(count, arguments, options); status >= 0) return status;
+    LinuxPlatform::ignoreFileSizeSignal();
     LinuxPlatform::raiseOpenFileLimit();
     const Folders folders = LinuxPlatform::folders();
     SystemLog log;

@@ -211,6 +211,19 @@ TEST_F(CancelledScan, KeepsTheEarlierIndexWhicheverFolderItReached) {
   }
 }
 
+TEST_F(CancelledScan, KeepsTheEarlierIndexWhicheverFolderItRanOutOfMemoryAt) {
+  for (int last = 1; last <= kFolders + 1; ++last) {
+    std::atomic<int> opened{0};
+    const HookedDirectories directories(linuxPlatform().directories, [&](const std::string&) {
+      if (++opened == last) throw std::bad_alloc();
+    });
+    const Platform platform{directories, linuxPlatform().files, linuxPlatform().threads};
+    EXPECT_THROW((void)scanOf(root, index, platform).run(), std::bad_alloc);
+    EXPECT_EQ(namesIn(index), std::vector<std::string>{fs::path(earlier).filename()}) << last;
+    EXPECT_EQ(readBytes(earlier), before) << last;
+  }
+}
+
 TEST_F(CancelledScan, KeepsTheEarlierIndexWhenItsRowsAreWritten) {
   GatedThreads threads(linuxPlatform());
   threads.opening.set_value();

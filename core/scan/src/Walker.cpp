@@ -73,7 +73,7 @@ class Walker::Run {
   };
   using Workers = std::vector<std::unique_ptr<Worker>>;
 
-  void employ(Crew& crew, Workers& workers);
+  void employ(Crew& crew);
   void runWorker(Crew& crew, Worker& worker);
   void work(Crew& crew, Worker& worker);
   [[nodiscard]] bool scanDir(Work& work, Crew& crew, Worker& worker);
@@ -85,7 +85,7 @@ class Walker::Run {
   void takeFile(const DirEntry& entry, DirNode& node, Worker& worker);
   void recordError(DirNode& node);
   void recordRefusal(DirNode& node, const std::error_code& error);
-  [[nodiscard]] Result merge(const RefPtr<DirNode>& rootNode, const Workers& workers);
+  [[nodiscard]] Result merge();
 
   Walker& walker;
   const Options& options;
@@ -93,6 +93,9 @@ class Walker::Run {
   OpenParents parents;  // outlives the stack, whose work closes them
   WorkStack stack;
   HardLinks links;
+  // After a failure these own all nodes, of which a sink may still know.
+  RefPtr<DirNode> tree;
+  Workers workers;
 
   Mutex skipLock;
   std::vector<std::string> skippedPaths QUON_GUARDED_BY(skipLock);
@@ -128,6 +131,7 @@ unsigned Walker::defaultThreads(const Platform& platform) {
 
 Walker::Result Walker::Run::walk(const std::string& root, const RefPtr<DirNode>& rootNode, unsigned threads) {
   rootPath = root;
+  tree = rootNode;
   walker.progress->begin(root);
   std::error_code ignored;  // a root without attributes fails to open as well, and is reported then
   if (const auto facts = walker.platform.files.facts(root.empty() ? "/" : root, ignored)) {
@@ -138,19 +142,18 @@ Walker::Result Walker::Run::walk(const std::string& root, const RefPtr<DirNode>&
 
   const std::size_t affordable = walker.platform.directories.openFileLimit() / kFilesPerWorker;
   Crew crew(threads, static_cast<unsigned>(std::min<std::size_t>(options.mostThreads, affordable)));
-  Workers workers;
-  employ(crew, workers);
+  employ(crew);
   stack.waitUntilDone();
   walker.progress->end();
   {
     const MutexLock held(errLock);
     if (failure) std::rethrow_exception(failure);
   }
-  return merge(rootNode, workers);
+  return merge();
 }
 
 /// Starts workers as long as more are wanted, and returns when all have ended.
-void Walker::Run::employ(Crew& crew, Workers& workers) {
+void Walker::Run::employ(Crew& crew) {
   std::vector<std::unique_ptr<RunningThread>> running;
   try {
     while (crew.waitForVacancy()) {
@@ -336,13 +339,14 @@ void Walker::Run::recordError(DirNode& node) {
   walker.progress->folderFailed();
 }
 
-Walker::Result Walker::Run::merge(const RefPtr<DirNode>& rootNode, const Workers& workers) {
+Walker::Result Walker::Run::merge() {
   TopHeap merged(options.topN);
   for (const auto& worker : workers) {
     for (TopFile& file : worker->heap.items) merged.offer(std::move(file));
   }
+  workers.clear();
   Result result;
-  result.root = rootNode;
+  result.root = std::move(tree);
   result.topFiles = sortedLargestFirst(std::move(merged.items));
   result.hardlinksDeduped = links.deduplicated();
   {

@@ -7,6 +7,7 @@
 #include "store/ScanStore.h"
 
 #include <atomic>
+#include <new>
 #include <optional>
 #include <system_error>
 #include <utility>
@@ -124,6 +125,8 @@ void ScanStore::Writer::write() {
       step();
     } catch (const StoreError& error) {
       failure.emplace(error);
+    } catch (const std::bad_alloc&) {
+      failure.emplace(StoreError::sqlite("out of memory"));
     }
   };
   unlessFailed([this] { rows->begin(); });

@@ -1,6 +1,7 @@
 #include "platform_linux/LinuxThreads.h"
 
 #include <exception>
+#include <new>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/resource.h>
@@ -23,6 +24,8 @@ void* runBody(void* argument) {
   pthread_setname_np(pthread_self(), start->name.c_str());
   try {
     start->body();
+  } catch (const std::bad_alloc&) {
+    endOutOfMemory();
   } catch (const std::exception& failure) {
     fatal(start->name + ": " + failure.what());
   }

@@ -45,7 +45,8 @@ class Walker {
 
   /// Walks the root and returns when all workers have stopped; a cancelled run returns what was counted. Does
   /// not roll up. With 0 threads it waits until cancelled. `rootPath` is absolute, "" for "/".
-  /// Throws std::system_error when not a single thread can be started, and std::bad_alloc.
+  /// Throws std::system_error when not a single thread can be started, and std::bad_alloc. Then
+  /// the nodes live as long as the walker does.
   [[nodiscard]] Result run(const std::string& rootPath, const RefPtr<DirNode>& rootNode, unsigned threads);
   void cancelRun();
 
