@@ -70,8 +70,8 @@ class Session::Queues {
   BackgroundQueue& queue(std::string_view name) {
     std::unique_ptr<ThreadQueue>& queue = byName[std::string(name)];
     if (!queue) {
-      queue = std::make_unique<ThreadQueue>(
-          [name = std::string(name)] { LinuxThreads::nameThisThread(name.c_str()); });
+      queue =
+          std::make_unique<ThreadQueue>([name = std::string(name)] { LinuxThreads().nameThisThread(name); });
     }
     return *queue;
   }

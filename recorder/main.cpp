@@ -71,7 +71,7 @@ int main(int count, char** arguments) {
     LinuxPlatform::ignoreFileSizeSignal();
     LinuxPlatform::raiseOpenFileLimit();
     const Folders folders = LinuxPlatform::folders();
-    SystemLog log;
+    SystemLog log(SystemLog::Echo::onTerminal);
     const LinuxThreads threads;
     EventRecorder recorder(threads, folders, log, {.backEnd = backEndNamed(options.backEnd)});
     bool interrupted = false;

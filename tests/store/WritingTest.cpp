@@ -17,6 +17,7 @@
 #include "linux_fs/LinuxFiles.h"
 #include "platform/Threads.h"
 #include "store/FolderScan.h"
+#include "store/IndexCatalog.h"
 #include "store/ScanStore.h"
 #include "store/StoreError.h"
 #include "support/ChildProcess.h"
@@ -254,6 +255,20 @@ TEST_F(CancelledScan, IsNotCancelledOnceItsIndexIsInPlace) {
   EXPECT_FALSE(outcome.cancelled);
   EXPECT_EQ(outcome.notSaved, "");
   EXPECT_EQ(ScanStore::load(outcome.index, RootPath(root)).result.root->totalFiles, kFolders + 1U);
+}
+
+TEST(Writing, ASandboxWithoutProcessInformationLosesOnlyTheMountPoint) {
+  const TempFolder top;
+  (void)top.file("tree/file", 500);
+  inPrivateMounts([&] {
+    mountTmpfs("/proc");
+    const FolderScan::Outcome outcome = scanOf(top.at("tree"), top.at("index")).run();
+    ASSERT_EQ(outcome.notSaved, "");
+    const RootPath root(top.at("tree"));
+    EXPECT_EQ(ScanStore::load(outcome.index, root).result.root->totalLogical, 500U);
+    EXPECT_FALSE(ScanStore::meta(outcome.index).contains("mountPoint"));
+    EXPECT_EQ(IndexCatalog::nearest(linuxPlatform(), top.at("index"), root.path())->root, root.path());
+  });
 }
 
 /// A full disk, as seen from the program, is tested with the commands.

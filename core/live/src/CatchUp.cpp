@@ -11,6 +11,7 @@
 #include "live/Refresh.h"
 #include "platform/Events.h"
 #include "platform/Files.h"
+#include "platform/Threads.h"
 #include "scan/KeptFiles.h"
 #include "scan/TopHeap.h"
 #include "store/ScanStore.h"
@@ -65,10 +66,10 @@ namespace {
 
 constexpr std::chrono::seconds kReplayTimeout{30};
 
-std::vector<FolderEvent> changedPaths(EventService& events, const std::string& root, std::uint64_t since,
-                                      CatchUpCancel& cancel) {
+std::vector<FolderEvent> changedPaths(const ThreadService& threads, EventService& events,
+                                      const std::string& root, std::uint64_t since, CatchUpCancel& cancel) {
   HistoryCollector collector(cancel);
-  ThreadQueue queue([] {});
+  ThreadQueue queue([&] { threads.nameThisThread("quon.fsevents.catchup"); });
   const std::unique_ptr<EventStream> stream = events.create(
       {.root = root, .since = since, .latency = std::chrono::duration<double>(0.0), .watchRoot = true}, queue,
       [&](std::span<const FolderEvent> batch) { collector.take(batch); });
@@ -135,8 +136,9 @@ std::pair<WalkResult, Outcome> catchUp(const Platform& platform, EventService& e
   const std::uint64_t newEventId = events.currentEventId();
   CatchUpCancel nobody;
   CatchUpCancel& cancel = options.cancel == nullptr ? nobody : *options.cancel;
-  const Changes changes = coalesce(changedPaths(events, index.root.path(), loaded.lastEventId, cancel),
-                                   index.root, index.skipPaths);
+  const Changes changes =
+      coalesce(changedPaths(platform.threads, events, index.root.path(), loaded.lastEventId, cancel),
+               index.root, index.skipPaths);
   const auto rootChange = changes.find(index.root.path());
   const bool rootIsDeep = rootChange != changes.end() && rootChange->second == Depth::deep;
   if (changes.size() > options.maxChanges || rootIsDeep) throw Failure::tooManyChanges(changes.size());

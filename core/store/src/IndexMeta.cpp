@@ -70,20 +70,22 @@ void writeMeta(Database& database, std::string_view key, std::string_view value)
 }
 
 std::vector<std::pair<std::string, std::string>> metaRows(const ScanFigures& scan, const WalkResult& result) {
-  return {{"format", std::to_string(ScanStore::formatVersion)},
-          {"root", std::string(scan.rootPath)},
-          {"scannedAt", encodeSeconds(scan.scannedAt)},
-          {"elapsedMs", std::to_string(scan.elapsedMs)},
-          {"errorCount", std::to_string(result.errorCount)},
-          {"errorSamples", encodePaths(result.errorSamples)},
-          {"hardlinksDeduped", std::to_string(result.hardlinksDeduped)},
-          {"linksVersion", "1"},
-          {"skippedProtected", encodePaths(result.skippedProtected)},
-          {"topFiles", encodeTopFiles(result.topFiles)},
-          {"lastEventId", std::to_string(scan.lastEventId)},
-          {"rootDev", std::to_string(scan.rootDev)},
-          {"mountPoint", std::string(scan.mountPoint)},
-          {"complete", "1"}};
+  std::vector<std::pair<std::string, std::string>> rows{
+      {"format", std::to_string(ScanStore::formatVersion)},
+      {"root", std::string(scan.rootPath)},
+      {"scannedAt", encodeSeconds(scan.scannedAt)},
+      {"elapsedMs", std::to_string(scan.elapsedMs)},
+      {"errorCount", std::to_string(result.errorCount)},
+      {"errorSamples", encodePaths(result.errorSamples)},
+      {"hardlinksDeduped", std::to_string(result.hardlinksDeduped)},
+      {"linksVersion", "1"},
+      {"skippedProtected", encodePaths(result.skippedProtected)},
+      {"topFiles", encodeTopFiles(result.topFiles)},
+      {"lastEventId", std::to_string(scan.lastEventId)},
+      {"rootDev", std::to_string(scan.rootDev)}};
+  if (!scan.mountPoint.empty()) rows.emplace_back("mountPoint", scan.mountPoint);
+  rows.emplace_back("complete", "1");
+  return rows;
 }
 
 std::string encodeSeconds(double seconds) {

@@ -31,6 +31,8 @@ class ThreadService {
   /// fatal. Throws std::system_error when the system cannot start one.
   [[nodiscard]] virtual std::unique_ptr<RunningThread> start(const std::string& name, std::size_t stackBytes,
                                                              std::function<void()> body) const = 0;
+  /// Gives the calling thread, which others started, its name.
+  virtual void nameThisThread(const std::string& /*name*/) const {}
   /// Of the calling thread; all zero where the system does not report it.
   [[nodiscard]] virtual ThreadUse used() const { return {}; }
   /// Processors that this process may run on, at least 1.

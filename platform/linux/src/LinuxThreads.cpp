@@ -76,7 +76,7 @@ std::unique_ptr<RunningThread> LinuxThreads::start(const std::string& name, std:
   return std::make_unique<LinuxThread>(thread);
 }
 
-void LinuxThreads::nameThisThread(const std::string& name) {
+void LinuxThreads::nameThisThread(const std::string& name) const {
   pthread_setname_np(pthread_self(), name.substr(0, kLongestName).c_str());
 }
 

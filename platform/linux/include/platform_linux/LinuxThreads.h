@@ -10,8 +10,7 @@ class LinuxThreads final : public ThreadService {
                                                      std::function<void()> body) const override;
   [[nodiscard]] ThreadUse used() const override;
   [[nodiscard]] unsigned activeProcessors() const override;
-  /// For threads that others start.
-  static void nameThisThread(const std::string& name);
+  void nameThisThread(const std::string& name) const override;
 };
 
 }  // namespace quon
