@@ -4,15 +4,15 @@
 
 #include "Commands.h"
 #include "Output.h"
-#include "base/Log.h"
 #include "events/EventRecorder.h"
+#include "platform_linux/SystemLog.h"
 
 namespace quon::cli {
 
 /// What the background service does, in the foreground; an interrupt ends the process.
 int runRecord(Session& session, const Command& command) {
   constexpr const char* kReady = "recording file-system events";
-  StandardErrorLog log;
+  SystemLog log(SystemLog::Echo::always);
   EventRecorder recorder(session.platform.threads, session.folders, log);
   if (!recorder.tryBegin()) {
     const int other = recorder.otherRecorder();

@@ -26,6 +26,7 @@ Json document(const OpenedTree& tree) {
             {"physical", root.totalPhysical},
             {"errors", tree.result->errorCount},
             {"errorSamples", toJson(tree.result->errorSamples)},
+            {"errorReasons", tree.result->errorReasons},
             {"hardlinksDeduped", tree.result->hardlinksDeduped},
             {"skippedProtected", toJson(tree.result->skippedProtected)},
             {"elapsedMs", tree.elapsedMs},

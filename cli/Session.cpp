@@ -12,6 +12,7 @@
 
 #include "base/HumanBytes.h"
 #include "base/Path.h"
+#include "base/Reason.h"
 #include "base/Text.h"
 #include "platform/Desktop.h"
 #include "platform/Files.h"
@@ -23,10 +24,8 @@ namespace {
 
 constexpr int kInterrupted = 130;
 
-std::string reasonOf(const std::error_code& error) {
-  if (error == std::errc::no_such_file_or_directory) return "no such folder";
-  if (error == std::errc::permission_denied) return "permission denied";
-  return error.message();
+std::string refusalOf(const std::error_code& error) {
+  return error == std::errc::no_such_file_or_directory ? "no such folder" : reasonOf(error);
 }
 
 /// The folders at and below this one that could not be read, parents first.
@@ -58,7 +57,9 @@ void reportUnreadable(const OpenedTree& tree) {
   const std::size_t listed = std::min(kListed, unreadable.size());
   for (std::size_t index = 0; index < listed; ++index) {
     const std::string path = unreadable[index]->path(pathPrefix(tree.root));
-    fmt::print(stderr, "  {}\n", displayText(path.empty() ? "/" : path));
+    const std::string reason = reasonOf(unreadable[index]->errorNumber);
+    fmt::print(stderr, "  {}{}{}\n", displayText(path.empty() ? "/" : path), reason.empty() ? "" : ": ",
+               reason);
   }
   if (unreadable.size() > listed) fmt::print(stderr, "  and {} more\n", grouped(unreadable.size() - listed));
 }
@@ -69,8 +70,8 @@ class Session::Queues {
   BackgroundQueue& queue(std::string_view name) {
     std::unique_ptr<ThreadQueue>& queue = byName[std::string(name)];
     if (!queue) {
-      queue = std::make_unique<ThreadQueue>(
-          [name = std::string(name)] { LinuxThreads::nameThisThread(name.c_str()); });
+      queue =
+          std::make_unique<ThreadQueue>([name = std::string(name)] { LinuxThreads().nameThisThread(name); });
     }
     return *queue;
   }
@@ -135,12 +136,12 @@ std::string Session::resolve(const std::string& typed) const {
   };
   std::error_code error;
   const auto canonical = platform.files.canonical(path, error);
-  if (!canonical) refuse(reasonOf(error));
+  if (!canonical) refuse(refusalOf(error));
   const auto facts = platform.files.facts(*canonical, error);
-  if (!facts) refuse(reasonOf(error));
+  if (!facts) refuse(refusalOf(error));
   if (!facts->isDirectory) refuse("not a folder");
   error = platform.files.readable(*canonical);
-  if (error) refuse(reasonOf(error));
+  if (error) refuse(refusalOf(error));
   return *canonical;
 }
 

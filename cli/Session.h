@@ -18,6 +18,7 @@
 #include "platform_linux/Interrupts.h"
 #include "platform_linux/KeyFileDefaults.h"
 #include "platform_linux/LinuxTerminal.h"
+#include "platform_linux/SystemLog.h"
 
 namespace quon::cli {
 
@@ -87,7 +88,7 @@ class Session {
   Runner* interrupted QUON_GUARDED_BY(lock) =
       nullptr;            ///< who ends what runs at an interrupt; none: the process leaves
   Interrupts interrupts;  // before all that starts threads
-  StandardErrorLog log;
+  SystemLog log{SystemLog::Echo::always};
   KeyFileDefaults defaults;
   LinuxEvents events;
   LoopQueue loop;

@@ -1,10 +1,12 @@
 #include <exception>
+#include <new>
 #include <variant>
 
 #include "CommandLine.h"
 #include "Commands.h"
 #include "Output.h"
 #include "Session.h"
+#include "base/Fatal.h"
 #include "platform_linux/LinuxPlatform.h"
 
 namespace {
@@ -51,6 +53,8 @@ int main(int count, char** arguments) {
   const auto parsed = parseCommandLine(count, arguments);
   if (const int* status = std::get_if<int>(&parsed)) return flushOutput() ? *status : kFailed;
   try {
+    endQuietlyOutOfMemory();
+    LinuxPlatform::ignoreFileSizeSignal();
     LinuxPlatform::raiseOpenFileLimit();
     const LinuxPlatform platform;
     const Command& command = std::get<Command>(parsed);
@@ -64,6 +68,8 @@ int main(int count, char** arguments) {
     return flushOutput() ? status : kFailed;
   } catch (const Interrupted&) {
     return kInterrupted;
+  } catch (const std::bad_alloc&) {
+    endOutOfMemory();
   } catch (const std::exception& failure) {
     warn(failure.what());
     return kFailed;

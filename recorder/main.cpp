@@ -68,9 +68,10 @@ int main(int count, char** arguments) {
   try {
     Options options;
     if (const int status = parse(count, arguments, options); status >= 0) return status;
+    LinuxPlatform::ignoreFileSizeSignal();
     LinuxPlatform::raiseOpenFileLimit();
     const Folders folders = LinuxPlatform::folders();
-    SystemLog log;
+    SystemLog log(SystemLog::Echo::onTerminal);
     const LinuxThreads threads;
     EventRecorder recorder(threads, folders, log, {.backEnd = backEndNamed(options.backEnd)});
     bool interrupted = false;

@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <fmt/format.h>
+#include <new>
 #include <utility>
 
 #include "base/Fatal.h"
@@ -15,6 +16,8 @@ void runLoop(WorkLoop& loop, const std::function<void()>& onThreadStart) {
     if (onThreadStart) onThreadStart();
     while (loop.runNext()) {
     }
+  } catch (const std::bad_alloc&) {
+    endOutOfMemory();
   } catch (const std::exception& error) {
     fatal(fmt::format("uncaught in background work: {}", error.what()));
   } catch (...) {

@@ -3,17 +3,16 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <openssl/rand.h>
+#include <random>
 
-#include "base/Fatal.h"
 #include "base/Hex.h"
 
 namespace quon {
 
 std::string freshUuid() {
   std::array<unsigned char, 16> bytes{};
-  QUON_CHECK(RAND_bytes(bytes.data(), static_cast<int>(bytes.size())) == 1,
-             "the system gives no random bytes");
+  std::random_device random;
+  std::ranges::generate(bytes, [&] { return static_cast<unsigned char>(random()); });
   bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0f) | 0x40);  // version 4: random
   bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3f) | 0x80);  // the variant of RFC 4122
 

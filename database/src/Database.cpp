@@ -51,6 +51,8 @@ Database Database::open(const std::string& path, Mode mode, RaiseFailure raise) 
     raise(DatabaseError::ofStatus(status, "cannot open " + displayText(path) + ": " + reason));
   }
   database.setBusyTimeout(kBusyTimeoutMs);
+  // What a statement sorts contains names of the user's files: none of it goes to a folder that all share.
+  database.exec("PRAGMA temp_store=MEMORY");
   return database;
 }
 

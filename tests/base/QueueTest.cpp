@@ -181,6 +181,13 @@ TEST(ThreadQueueDeathTest, ExceptionFromWorkStopsTheProgram) {
     never.wait();
   };
   EXPECT_DEATH(runThrowing(), "from work");
+  EXPECT_EXIT(
+      {
+        ThreadQueue queue;
+        queue.post([] { throw std::bad_alloc(); });
+        std::latch(1).wait();
+      },
+      testing::ExitedWithCode(1), "^quon: out of memory\n$");
 }
 
 }  // namespace

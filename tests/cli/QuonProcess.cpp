@@ -103,6 +103,10 @@ void Quon::become(const Arguments& arguments, int out, int err) const {
   for (const auto& [name, value] : environment) variables.push_back(name + "=" + value);
   // Whoever runs the tests may ignore interrupts, and what is ignored stays so in the program.
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) std::signal(number, SIG_DFL);
+  for (const auto& [resource, most] : limits) {
+    const rlimit limit{most, most};
+    ::setrlimit(static_cast<__rlimit_resource>(resource), &limit);
+  }
   if (ignoresHangups) std::signal(SIGHUP, SIG_IGN);
   const bool ready = ::chdir(workingFolder.c_str()) == 0 && ::dup2(out, STDOUT_FILENO) >= 0 &&
                      ::dup2(err, STDERR_FILENO) >= 0;

@@ -4,6 +4,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <sys/resource.h>
 #include <sys/types.h>
 #include <vector>
 
@@ -58,8 +59,9 @@ class Quon {
   const std::string home;
   std::map<std::string, std::string> environment;
   std::string workingFolder;
-  bool ignoresHangups = false;  ///< as under nohup
-  std::string output;           ///< the file that takes standard output, when it is to be another than ours
+  std::map<int, rlim_t> limits;  ///< by RLIMIT_ number
+  bool ignoresHangups = false;   ///< as under nohup
+  std::string output;            ///< the file that takes standard output, when it is to be another than ours
 
   [[nodiscard]] Running start(const Arguments& arguments) const;
   [[nodiscard]] Finished run(const Arguments& arguments) const { return start(arguments).wait(); }

@@ -118,7 +118,7 @@ TEST_F(Results, ScanCountsTheTree) {
   const Json scan = quon.document({"scan", quon.tree});
   EXPECT_THAT(keysOf(scan),
               ElementsAre("root", "dirs", "files", "logical", "physical", "errors", "errorSamples",
-                          "hardlinksDeduped", "skippedProtected", "elapsedMs", "index"));
+                          "errorReasons", "hardlinksDeduped", "skippedProtected", "elapsedMs", "index"));
   expectTotals(scan);
   EXPECT_EQ(scan.at("root"), quon.tree);
   EXPECT_EQ(scan.at("hardlinksDeduped"), counted.furtherNames);

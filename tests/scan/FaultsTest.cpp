@@ -1,15 +1,18 @@
+#include <fcntl.h>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <set>
 #include <string>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 #include <vector>
 
 #include "Reference.h"
+#include "linux_fs/Descriptor.h"
 #include "platform/Directories.h"
 #include "scan/DirListing.h"
 #include "support/ChildProcess.h"
@@ -49,7 +52,7 @@ class OneFolder final : public DirectoryService {
     void start(const OpenDirectoryRef& /*directory*/, Detail /*detail*/) override { at = 0; }
     DirectoryBatch next() override {
       const Step& step = steps[at++];
-      return {step.entries, step.status, false, {}};
+      return {step.entries, step.status, false, std::make_error_code(std::errc::device_or_resource_busy)};
     }
 
    private:
@@ -76,6 +79,7 @@ TEST(Faults, ListingThatFailsMidwayKeepsItsEntries) {
   EXPECT_EQ(result.root->totalLogical, 10U);
   EXPECT_EQ(result.errorCount, 2U);
   EXPECT_THAT(result.errorSamples, UnorderedElementsAre("/tmp", "/tmp/sub"));
+  EXPECT_THAT(result.errorReasons, UnorderedElementsAre("input/output error", "device or resource busy"));
   EXPECT_THAT(sink.folders.at("/tmp"), ElementsAre(FileEntry{"a", 10, 0, 0}));
   EXPECT_TRUE(sink.folders.at("/tmp/sub").empty());
   const Progress::Snapshot progress = walker.progress->snapshot();
@@ -84,8 +88,38 @@ TEST(Faults, ListingThatFailsMidwayKeepsItsEntries) {
 
   const DirListing listing = DirListing::read(platform, "/tmp", 0, true);
   EXPECT_TRUE(listing.error);
+  EXPECT_FALSE(listing.isTransient());
   EXPECT_EQ(listing.files.size(), 1U);
   EXPECT_EQ(listing.subdirs.size(), 1U);
+}
+
+TEST(Faults, FewDescriptorsLoseNoFolder) {
+  const TempFolder temp;
+  std::string spine = "spine";
+  for (int level = 0; level < 60; ++level, spine += "/spine") {
+    for (const std::string child : {"first", "last"}) temp.file(spine + "/" + child + "/file", 10);
+  }
+  const ReferenceTree tree = ReferenceTree::of(temp.path);
+  const Walker::Options options = optionsFor(temp.path);
+  inChild([&] {
+    const auto leave = [lowest = Descriptor(::open("/", O_PATH | O_CLOEXEC)).get()](int descriptors) {
+      rlimit limit{};
+      ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+      limit.rlim_cur = static_cast<rlim_t>(lowest + descriptors);
+      ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+    };
+    for (const int descriptors : {1, 2, 5, 20}) {
+      leave(descriptors);
+      for (const unsigned threads : {1U, 8U}) expectWalkMatches(tree, options, threads);
+    }
+    leave(0);
+    Walker walker(linuxPlatform(), options, nullptr);
+    const Walker::Result result = walk(walker, temp.path, 4);
+    EXPECT_THAT(result.errorReasons, ElementsAre("too many open files"));
+    const DirListing listing = DirListing::read(linuxPlatform(), temp.path, options.rootDev, true);
+    EXPECT_TRUE(listing.isTransient());
+    EXPECT_TRUE(listing.subdirs.empty());
+  });
 }
 
 TEST(Faults, UnreadableFoldersAreCountedAndFiftyOfThemSampled) {
@@ -106,6 +140,7 @@ TEST(Faults, UnreadableFoldersAreCountedAndFiftyOfThemSampled) {
     EXPECT_EQ(result.errorCount, 60U);
     EXPECT_THAT(result.errorSamples,
                 testing::AllOf(testing::SizeIs(50), testing::Each(testing::HasSubstr("/closed "))));
+    EXPECT_THAT(result.errorReasons, testing::AllOf(testing::SizeIs(50), testing::Each("permission denied")));
     EXPECT_EQ(std::set(result.errorSamples.begin(), result.errorSamples.end()).size(), 50U);
     EXPECT_EQ(result.root->totalLogical, 59U);
     EXPECT_EQ(result.root->totalFiles, 60U);  // with the one whose size cannot be read
@@ -114,7 +149,7 @@ TEST(Faults, UnreadableFoldersAreCountedAndFiftyOfThemSampled) {
       EXPECT_EQ(child->error, child->name.starts_with("closed")) << child->name;
     const DirListing listing =
         DirListing::read(linuxPlatform(), temp.at("closed to searches"), optionsFor(temp.path).rootDev, true);
-    EXPECT_TRUE(listing.error);
+    EXPECT_TRUE(listing.error && !listing.isTransient());
     EXPECT_EQ(listing.files.size(), 1U);
   });
 }

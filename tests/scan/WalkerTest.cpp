@@ -1,3 +1,4 @@
+#include <atomic>
 #include <cstdio>
 #include <filesystem>
 #include <gmock/gmock.h>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "Reference.h"
+#include "platform/Threads.h"
 #include "scan/DirListing.h"
 #include "support/SampleTree.h"
 #include "support/Seed.h"
@@ -147,6 +149,45 @@ TEST(Walker, CancelledStopsWithinTheFoldersBeingListed) {
     const Progress::Snapshot progress = walker.progress->snapshot();  // when the tree is gone
     EXPECT_EQ(progress.dirs, sink.folders.size());
     EXPECT_TRUE(sink.folders.contains(progress.currentPath)) << progress.currentPath;
+  }
+}
+
+/// Threads that are counted, all of whose time since the last question was spent as the test says.
+class CountedThreads final : public ThreadService {
+ public:
+  explicit CountedThreads(bool wait) : waiting(wait) {}
+  [[nodiscard]] std::unique_ptr<RunningThread> start(const std::string& name, std::size_t stackBytes,
+                                                     std::function<void()> body) const override {
+    started.fetch_add(1);
+    started.notify_all();
+    return linuxPlatform().threads.start(name, stackBytes, std::move(body));
+  }
+  [[nodiscard]] unsigned activeProcessors() const override { return 2; }
+  [[nodiscard]] ThreadUse used() const override { return {.waits = waiting ? waits.fetch_add(1) : 0}; }
+
+  mutable std::atomic<unsigned> started = 0;
+
+ private:
+  const bool waiting;
+  mutable std::atomic<std::uint64_t> waits = 0;
+};
+
+TEST(Walker, AddsWorkersOnlyWhileTheyWaitAndNeverBeyondTheBound) {
+  const TempFolder temp;
+  for (int number = 0; number < 2000; ++number) temp.folder(std::to_string(number));
+  for (const bool waiting : {true, false}) {
+    const CountedThreads threads(waiting);
+    const Platform& real = linuxPlatform();
+    const Platform platform{real.directories, real.files, threads};
+    RecordingSink sink(temp.path);
+    Walker walker(platform, optionsFor(temp.path, {.mostThreads = 9}), &sink);
+    sink.onRecord =
+        [&](const DirNode&) {  // once all adjustments are made, their threads get the time to start
+          if (!waiting || sink.folders.size() != 1900) return;
+          for (unsigned now = threads.started; now < 9; now = threads.started) threads.started.wait(now);
+        };
+    EXPECT_EQ(walk(walker, temp.path, 2).root->totalDirs, 2000U);
+    EXPECT_EQ(threads.started, waiting ? 9U : 2U);
   }
 }
 

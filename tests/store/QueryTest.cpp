@@ -1,12 +1,15 @@
 // Queries of an index, compared with a model in memory; and removing trashed items from it.
 #include <algorithm>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <map>
 #include <random>
 #include <set>
+#include <system_error>
 
 #include "base/Path.h"
 #include "base/Text.h"
+#include "database/Database.h"
 #include "store/ScanStore.h"
 #include "support/IndexComparison.h"
 #include "support/RawIndex.h"
@@ -138,6 +141,22 @@ TEST(Query, FindsPathsAtTheEndOfADeepChain) {
   EXPECT_TRUE(loaded.idByPath.find(deepest));
   EXPECT_FALSE(loaded.idByPath.find(deepest + "/c"));
   EXPECT_EQ(differences(*loaded.result.root, tree.root()), "");
+}
+
+TEST(Query, SortsNoNamesInFilesOutsideTheIndex) {
+  const TempFolder top;
+  Database database = Database::open(top.at("index"), Database::Mode::create);
+  // More than SQLite sorts without a temporary file.
+  database.exec(
+      "CREATE TABLE files AS WITH RECURSIVE n(i) AS (VALUES(0) UNION ALL SELECT i + 1 FROM n WHERE i < 50000)"
+      "SELECT hex(randomblob(50)) AS name FROM n");
+  Statement sorted = database.prepare("SELECT name FROM files ORDER BY name");
+  ASSERT_TRUE(sorted.step());
+  for (const auto& descriptor : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code closed;
+    const std::string opened = std::filesystem::read_symlink(descriptor, closed);
+    EXPECT_EQ(opened.find("(deleted)"), std::string::npos) << opened;
+  }
 }
 
 /// All rows of an index with paths in place of ids.

@@ -1,6 +1,7 @@
 #include "ScanRun.h"
 
 #include <fmt/format.h>
+#include <new>
 #include <set>
 #include <system_error>
 #include <utility>
@@ -46,6 +47,8 @@ void ScanSession::Run::start(std::function<void(Step)> onStep,
                                              const auto finished = std::make_shared<Finished>();
                                              try {
                                                work(onStep, *finished);
+                                             } catch (const std::bad_alloc&) {
+                                               finished->outcome.failure = "out of memory";
                                              } catch (const std::exception& failure) {
                                                finished->outcome.failure = failure.what();
                                              }
@@ -66,6 +69,8 @@ void ScanSession::Run::work(const std::function<void(Step)>& onStep, Finished& f
     onStep(step);
     try {
       return load(finished, url);
+    } catch (const std::bad_alloc&) {
+      throw;  // a scan needs more of it
     } catch (const std::exception& failure) {
       if (cancelled) return;
       if (purpose == Purpose::reload) throw;
@@ -148,7 +153,7 @@ void ScanSession::Run::catchUp(Finished& finished, const std::string& url, const
   std::optional<Refresh::Reconciliation> walk;
   Refresh::Changes changes;
   try {
-    changes = Refresh::changesSince(services.events, summary.lastEventId, options);
+    changes = Refresh::changesSince(services.platform, services.events, summary.lastEventId, options);
   } catch (const Failure& failure) {
     if (!failure.wantsReconciling) throw;
     finished.eventId = beginRecording(finished);

@@ -11,6 +11,7 @@
 #include "live/Refresh.h"
 #include "platform/Events.h"
 #include "platform/Files.h"
+#include "platform/Threads.h"
 #include "scan/KeptFiles.h"
 #include "scan/TopHeap.h"
 #include "store/ScanStore.h"
@@ -68,10 +69,11 @@ class HistoryCollector {
 
 constexpr std::chrono::seconds kReplayTimeout{30};
 
-std::vector<FolderEvent> changedPaths(EventService& events, const std::string& root, std::uint64_t since,
+std::vector<FolderEvent> changedPaths(const ThreadService& threads, EventService& events,
+                                      const std::string& root, std::uint64_t since,
                                       const std::stop_token& stopped) {
   HistoryCollector collector;
-  ThreadQueue queue([] {});
+  ThreadQueue queue([&] { threads.nameThisThread("quon.fsevents.catchup"); });
   const std::unique_ptr<EventStream> stream = events.create(
       {.root = root, .since = since, .latency = std::chrono::duration<double>(0.0), .watchRoot = true}, queue,
       [&](std::span<const FolderEvent> batch) { collector.take(batch); });
@@ -142,10 +144,12 @@ IndexedRoot presentRoot(const Platform& platform, IndexedRoot index, const DiskI
   return index;
 }
 
-Changes changesSince(EventService& events, std::uint64_t eventId, const CatchUpOptions& options) {
+Changes changesSince(const Platform& platform, EventService& events, std::uint64_t eventId,
+                     const CatchUpOptions& options) {
   const IndexedRoot& index = options.index;
-  Changes changes = coalesce(changedPaths(events, index.root.path(), eventId, options.stopped), index.root,
-                             index.skipPaths);
+  Changes changes =
+      coalesce(changedPaths(platform.threads, events, index.root.path(), eventId, options.stopped),
+               index.root, index.skipPaths);
   const auto rootChange = changes.find(index.root.path());
   const bool rootIsDeep = rootChange != changes.end() && rootChange->second == Depth::deep;
   if (changes.size() > options.maxChanges) throw Failure::tooManyChanges(changes.size());
@@ -186,7 +190,7 @@ std::pair<WalkResult, Outcome> catchUp(const Platform& platform, EventService& e
   (void)presentRoot(platform, options.index, loaded.disk, loaded.rootDev);
   // Taken before the replay: what happens meanwhile is replayed once more by whoever continues from here.
   const std::uint64_t newEventId = events.currentEventId();
-  const Changes changes = changesSince(events, loaded.lastEventId, options);
+  const Changes changes = changesSince(platform, events, loaded.lastEventId, options);
   return applyChanges(platform, changes, newEventId, loaded, options);
 }
 

@@ -29,7 +29,7 @@ DirListing DirListing::read(const Platform& platform, const std::string& path, s
   const OpenedDirectory opened = reader->open(path);
   if (!opened.directory) {
     listing.error = true;
-    listing.refusal = opened.error;
+    listing.refusal = listing.reason = opened.error;
     return listing;
   }
   listing.self = opened.directory->facts();
@@ -37,7 +37,11 @@ DirListing DirListing::read(const Platform& platform, const std::string& path, s
   while (true) {
     const DirectoryBatch batch = reader->next();
     for (const DirEntry& entry : batch.entries) take(entry, rootDev, oneFileSystem, listing);
-    if (batch.attributesRefused || batch.status == ReadStatus::failed) listing.error = true;
+    if (batch.attributesRefused || batch.status == ReadStatus::failed) {
+      listing.error = true;
+      // Of several reasons one that passes counts: the folder is worth another listing.
+      if (!listing.reason || quon::isTransient(batch.error)) listing.reason = batch.error;
+    }
     if (batch.status != ReadStatus::more) return listing;
   }
 }

@@ -1,7 +1,6 @@
 #include "scan/DirNode.h"
 
 #include <algorithm>
-#include <iterator>
 #include <utility>
 
 #include "base/Checked.h"
@@ -9,17 +8,23 @@
 
 namespace quon {
 
+/// Down to a node without children, which goes, and back up over the parents, as often as there are nodes:
+/// this needs no memory, of which there may be none left when a tree is freed.
 DirNode::~DirNode() {
-  std::vector<RefPtr<DirNode>> orphans = std::move(subdirs);
-  while (!orphans.empty()) {
-    const RefPtr<DirNode> node = std::move(orphans.back());
-    orphans.pop_back();
-    node->parent = nullptr;
-    if (node->use_count() > 1) continue;
-    // It is about to go: with its children taken away, its own destructor has nothing to go down into.
-    orphans.insert(orphans.end(), std::make_move_iterator(node->subdirs.begin()),
-                   std::make_move_iterator(node->subdirs.end()));
-    node->subdirs.clear();
+  for (DirNode* at = this; at != this || !subdirs.empty();) {
+    if (at->subdirs.empty()) {
+      at = at->parent;
+      at->subdirs.pop_back();
+      continue;
+    }
+    DirNode* const child = at->subdirs.back().get();
+    if (child->use_count() > 1) {
+      child->parent = nullptr;
+      at->subdirs.pop_back();
+    } else {
+      child->parent = at;
+      at = child;
+    }
   }
 }
 

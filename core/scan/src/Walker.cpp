@@ -5,20 +5,27 @@
 //   the stack's lock orders the two.
 // - A folder is opened relative to its parent's descriptor, which the child's work keeps open until then.
 //   That costs no path resolution, follows no link that appears meanwhile and has no limit on path lengths.
-//   The parents kept open are bounded (kOpenParents); children beyond the bound are opened by their full
-//   path.
+//   The parents kept open are bounded (OpenParents); children beyond the bound are opened by their full path.
+// - A folder that cannot be opened for want of descriptors or memory is no empty folder. The parents are let
+//   go then; a worker that still finds none leaves its folder to the others and ends, so that what it took is
+//   theirs. Only the last one records the failure.
+// - How many workers there are follows what they wait for (Crew): each measures one folder in eight.
+// - An exception of a worker (too little memory) cancels the walk, and is thrown again by run().
 // - The largest files are gathered per worker and merged in worker order at the end.
 #include "scan/Walker.h"
 
 #include <algorithm>
-#include <atomic>
+#include <exception>
 #include <system_error>
 #include <utility>
 #include <vector>
 
+#include "Crew.h"
+#include "OpenParents.h"
 #include "WorkStack.h"
 #include "base/Checked.h"
 #include "base/Path.h"
+#include "base/Reason.h"
 #include "platform/Directories.h"
 #include "platform/Files.h"
 #include "platform/Threads.h"
@@ -33,14 +40,19 @@ namespace {
 constexpr std::size_t kStackBytes = 4194304;
 constexpr std::size_t kErrorSamples = 50;
 constexpr unsigned kLeastThreads = 4;
-/// Half of the descriptors that a process has by default (1,024), so that everything else has its share.
-constexpr std::int64_t kOpenParents = 512;
+constexpr unsigned kFoldersPerSample = 8;
+/// The share of the descriptors that the workers of a waiting walk may have, each for the folder it lists.
+constexpr std::size_t kFilesPerWorker = 8;
 
 }  // namespace
 
 class Walker::Run {
  public:
-  explicit Run(Walker& owner) : walker(owner), options(owner.options), stack(*owner.cancel) {}
+  explicit Run(Walker& owner)
+      : walker(owner),
+        options(owner.options),
+        parents(owner.platform.directories.openFileLimit()),
+        stack(*owner.cancel) {}
 
   Result walk(const std::string& root, const RefPtr<DirNode>& rootNode, unsigned threads);
   void wakeAll() { stack.wakeAll(); }
@@ -57,32 +69,41 @@ class Walker::Run {
     std::vector<FileEntry> kept;
     std::vector<Work> found;
     std::string path;  ///< of the folder being listed; only filled when someone needs it
+    unsigned untilSample = 0;
   };
+  using Workers = std::vector<std::unique_ptr<Worker>>;
 
-  void work(Worker& worker);
-  void scanDir(const Work& work, Worker& worker);
-  [[nodiscard]] OpenedDirectory open(const Work& work, Worker& worker) const;
+  void employ(Crew& crew);
+  void runWorker(Crew& crew, Worker& worker);
+  void work(Crew& crew, Worker& worker);
+  [[nodiscard]] bool scanDir(Work& work, Crew& crew, Worker& worker);
+  [[nodiscard]] OpenedDirectory open(Work& work, Worker& worker);
+  void listMeasured(const OpenDirectoryRef& directory, DirNode& node, Crew& crew, Worker& worker);
   void list(const OpenDirectoryRef& directory, DirNode& node, Worker& worker);
   void take(const DirEntry& entry, DirNode& node, Worker& worker);
   void takeFolder(const DirEntry& entry, DirNode& node, Worker& worker);
   void takeFile(const DirEntry& entry, DirNode& node, Worker& worker);
-  [[nodiscard]] OpenDirectoryRef keptOpen(const OpenDirectoryRef& directory);
   void recordError(DirNode& node);
-  [[nodiscard]] Result merge(const RefPtr<DirNode>& rootNode,
-                             const std::vector<std::unique_ptr<Worker>>& workers);
+  void recordRefusal(DirNode& node, const std::error_code& error);
+  [[nodiscard]] Result merge();
 
   Walker& walker;
   const Options& options;
   std::string rootPath;
-  std::atomic<std::int64_t> openParents{0};  // outlives the stack, whose work closes parents
+  OpenParents parents;  // outlives the stack, whose work closes them
   WorkStack stack;
   HardLinks links;
+  // After a failure these own all nodes, of which a sink may still know.
+  RefPtr<DirNode> tree;
+  Workers workers;
 
   Mutex skipLock;
   std::vector<std::string> skippedPaths QUON_GUARDED_BY(skipLock);
   Mutex errLock;
   std::vector<std::string> errorSamples QUON_GUARDED_BY(errLock);
+  std::vector<std::string> errorReasons QUON_GUARDED_BY(errLock);
   std::uint64_t errorCount QUON_GUARDED_BY(errLock) = 0;
+  std::exception_ptr failure QUON_GUARDED_BY(errLock);  ///< the first one
 };
 
 Walker::Walker(const Platform& services, Options chosen, ScanSink* receiver)
@@ -110,6 +131,7 @@ unsigned Walker::defaultThreads(const Platform& platform) {
 
 Walker::Result Walker::Run::walk(const std::string& root, const RefPtr<DirNode>& rootNode, unsigned threads) {
   rootPath = root;
+  tree = rootNode;
   walker.progress->begin(root);
   std::error_code ignored;  // a root without attributes fails to open as well, and is reported then
   if (const auto facts = walker.platform.files.facts(root.empty() ? "/" : root, ignored)) {
@@ -118,47 +140,95 @@ Walker::Result Walker::Run::walk(const std::string& root, const RefPtr<DirNode>&
   std::vector<Work> first{{rootNode.get(), nullptr}};
   stack.push(first);
 
-  std::vector<std::unique_ptr<Worker>> workers;
-  std::vector<std::unique_ptr<RunningThread>> running;
-  for (unsigned index = 0; index < threads; ++index) {
-    workers.push_back(std::make_unique<Worker>(walker.platform.directories.makeReader(), options.topN));
-    try {
-      running.push_back(
-          walker.platform.threads.start("quonscan-" + std::to_string(index), kStackBytes,
-                                        [this, worker = workers.back().get()] { work(*worker); }));
-    } catch (const std::system_error&) {
-      if (running.empty()) throw;
-      break;  // fewer workers do the same walk
-    }
-  }
+  const std::size_t affordable = walker.platform.directories.openFileLimit() / kFilesPerWorker;
+  Crew crew(threads, static_cast<unsigned>(std::min<std::size_t>(options.mostThreads, affordable)));
+  employ(crew);
   stack.waitUntilDone();
-  for (const auto& thread : running) thread->join();
   walker.progress->end();
-  return merge(rootNode, workers);
+  {
+    const MutexLock held(errLock);
+    if (failure) std::rethrow_exception(failure);
+  }
+  return merge();
 }
 
-void Walker::Run::work(Worker& worker) {
-  while (const std::optional<Work> next = stack.pop()) {
-    scanDir(*next, worker);
-    stack.finished();
+/// Starts workers as long as more are wanted, and returns when all have ended.
+void Walker::Run::employ(Crew& crew) {
+  std::vector<std::unique_ptr<RunningThread>> running;
+  try {
+    while (crew.waitForVacancy()) {
+      try {
+        workers.push_back(std::make_unique<Worker>(walker.platform.directories.makeReader(), options.topN));
+        running.push_back(walker.platform.threads.start(
+            "quonscan-" + std::to_string(running.size()), kStackBytes,
+            [this, &crew, worker = workers.back().get()] { runWorker(crew, *worker); }));
+      } catch (const std::exception&) {
+        if (running.empty()) throw;
+        crew.couldNotStart();  // fewer workers do the same walk
+      }
+    }
+  } catch (...) {
+    walker.cancelRun();
+    throw;
   }
 }
 
-OpenedDirectory Walker::Run::open(const Work& work, Worker& worker) const {
-  if (work.parent) return worker.reader->openChild(*work.parent, work.node->name);
+void Walker::Run::runWorker(Crew& crew, Worker& worker) {
+  try {
+    work(crew, worker);
+    return;
+  } catch (...) {
+    const MutexLock held(errLock);
+    if (!failure) failure = std::current_exception();
+  }
+  walker.cancelRun();
+  crew.leaveAtEnd();
+}
+
+void Walker::Run::work(Crew& crew, Worker& worker) {
+  while (!crew.leaveIfTooMany()) {
+    std::optional<Work> next = stack.pop();
+    if (!next) return crew.leaveAtEnd();
+    const bool stays = scanDir(*next, crew, worker);
+    if (!stays) {
+      std::vector<Work> back{*std::move(next)};
+      stack.push(back);
+    }
+    stack.finished();
+    if (!stays) return;
+  }
+}
+
+OpenedDirectory Walker::Run::open(Work& work, Worker& worker) {
+  if (work.parent) {
+    OpenedDirectory opened = worker.reader->openChild(*work.parent, work.node->name);
+    if (!isTransient(opened.error)) return opened;
+    work.parent.reset();
+  }
+  OpenedDirectory opened = worker.reader->open(work.node->path(rootPath));
+  if (!isTransient(opened.error)) return opened;
+  parents.keepFewer();
+  stack.closeParents();
   return worker.reader->open(work.node->path(rootPath));
 }
 
-void Walker::Run::scanDir(const Work& work, Worker& worker) {
+/// False when the worker has left the folder, and all others, to the other workers.
+bool Walker::Run::scanDir(Work& work, Crew& crew, Worker& worker) {
   DirNode& node = *work.node;
-  const OpenedDirectory opened = open(work, worker);
+  OpenedDirectory opened = open(work, worker);
+  if (isTransient(opened.error)) {
+    if (crew.leaveToOthers()) return false;
+    opened = open(work, worker);
+  }
+  work.parent.reset();
   if (!opened.directory) {
+    recordRefusal(node, opened.error);
     recordError(node);
     if (walker.sink != nullptr) walker.sink->record(node, {});
-    return;
+    return true;
   }
   worker.files.clear();
-  list(opened.directory, node, worker);
+  listMeasured(opened.directory, node, crew, worker);
   if (node.error) recordError(node);
   node.subdirs.assign(std::make_move_iterator(worker.children.begin()),
                       std::make_move_iterator(worker.children.end()));
@@ -166,8 +236,26 @@ void Walker::Run::scanDir(const Work& work, Worker& worker) {
                         std::make_move_iterator(worker.kept.end()));
   worker.children.clear();
   worker.kept.clear();
+  opened.directory.reset();
   if (walker.sink != nullptr) walker.sink->record(node, worker.files.build());
   walker.progress->folderFinished(node);
+  return true;
+}
+
+void Walker::Run::listMeasured(const OpenDirectoryRef& directory, DirNode& node, Crew& crew, Worker& worker) {
+  const bool measured = worker.untilSample == 0;
+  worker.untilSample = measured ? kFoldersPerSample - 1 : worker.untilSample - 1;
+  if (!measured) return list(directory, node, worker);
+  using std::chrono::steady_clock;
+  const ThreadService& threads = walker.platform.threads;
+  const ThreadUse usedBefore = threads.used();
+  const auto begin = steady_clock::now();
+  list(directory, node, worker);
+  Crew::Sample sample{.whole = steady_clock::now() - begin};
+  const ThreadUse used = threads.used();
+  // A thread that did not wait by itself had to leave its processor to others.
+  if (used.waits != usedBefore.waits) sample.waited = sample.whole - (used.processor - usedBefore.processor);
+  crew.record(sample, stack.hasMore());
 }
 
 void Walker::Run::list(const OpenDirectoryRef& directory, DirNode& node, Worker& worker) {
@@ -177,10 +265,10 @@ void Walker::Run::list(const OpenDirectoryRef& directory, DirNode& node, Worker&
   while (!walker.cancel->isCancelled()) {
     const DirectoryBatch batch = worker.reader->next();
     for (const DirEntry& entry : batch.entries) take(entry, node, worker);
-    if (!worker.found.empty() && !parent) parent = keptOpen(directory);
+    if (!worker.found.empty() && !parent) parent = parents.keep(directory);
     for (Work& work : worker.found) work.parent = parent;
     stack.push(worker.found);
-    if (batch.attributesRefused || batch.status == ReadStatus::failed) node.error = true;
+    if (batch.attributesRefused || batch.status == ReadStatus::failed) recordRefusal(node, batch.error);
     if (batch.status != ReadStatus::more) return;
   }
 }
@@ -234,38 +322,38 @@ void Walker::Run::takeFile(const DirEntry& entry, DirNode& node, Worker& worker)
   }
 }
 
-/// The reference that the folder's waiting children share and whose last copy closes it; none at the bound.
-OpenDirectoryRef Walker::Run::keptOpen(const OpenDirectoryRef& directory) {
-  if (openParents.load(std::memory_order_relaxed) >= kOpenParents) return nullptr;
-  openParents.fetch_add(1, std::memory_order_relaxed);
-  return {directory.get(),
-          [directory, &open = openParents](OpenDirectory*) { open.fetch_sub(1, std::memory_order_relaxed); }};
+void Walker::Run::recordRefusal(DirNode& node, const std::error_code& error) {
+  node.error = true;
+  node.errorNumber = static_cast<std::uint16_t>(error.value());
 }
 
 void Walker::Run::recordError(DirNode& node) {
-  node.error = true;
   {
     const MutexLock held(errLock);
     errorCount += 1;
-    if (errorSamples.size() < kErrorSamples) errorSamples.push_back(node.path(rootPath));
+    if (errorSamples.size() < kErrorSamples) {
+      errorSamples.push_back(node.path(rootPath));
+      errorReasons.push_back(reasonOf(node.errorNumber));
+    }
   }
   walker.progress->folderFailed();
 }
 
-Walker::Result Walker::Run::merge(const RefPtr<DirNode>& rootNode,
-                                  const std::vector<std::unique_ptr<Worker>>& workers) {
+Walker::Result Walker::Run::merge() {
   TopHeap merged(options.topN);
   for (const auto& worker : workers) {
     for (TopFile& file : worker->heap.items) merged.offer(std::move(file));
   }
+  workers.clear();
   Result result;
-  result.root = rootNode;
+  result.root = std::move(tree);
   result.topFiles = sortedLargestFirst(std::move(merged.items));
   result.hardlinksDeduped = links.deduplicated();
   {
     const MutexLock held(errLock);
     result.errorCount = errorCount;
     result.errorSamples = std::move(errorSamples);
+    result.errorReasons = std::move(errorReasons);
   }
   const MutexLock held(skipLock);
   result.skippedProtected = std::move(skippedPaths);

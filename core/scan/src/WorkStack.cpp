@@ -39,6 +39,19 @@ void WorkStack::waitUntilDone() {
   while (pending >= 1 && !cancel.isCancelled()) cond.wait(lock);
 }
 
+bool WorkStack::hasMore() {
+  const MutexLock held(lock);
+  return !stack.empty();
+}
+
+void WorkStack::closeParents() {
+  std::vector<OpenDirectoryRef> parents;  // closed when the lock is not held any more
+  const MutexLock held(lock);
+  for (Work& work : stack) {
+    if (work.parent) parents.push_back(std::exchange(work.parent, nullptr));
+  }
+}
+
 void WorkStack::wakeAll() {
   const MutexLock held(lock);
   cond.broadcast();

@@ -31,6 +31,10 @@ class WorkStack {
   /// Called when a popped folder has been listed.
   void finished() QUON_EXCLUDES(lock);
   void waitUntilDone() QUON_EXCLUDES(lock);
+  /// True when folders wait that nobody has taken yet.
+  [[nodiscard]] bool hasMore() QUON_EXCLUDES(lock);
+  /// Lets go of the parents that are kept open: the folders that wait will be opened by their path.
+  void closeParents() QUON_EXCLUDES(lock);
   /// Wakes all waiting threads, so that they check the cancellation.
   void wakeAll() QUON_EXCLUDES(lock);
 

@@ -34,6 +34,15 @@ FolderScan::FolderScan(const Platform& services, Options chosen)
 FolderScan::~FolderScan() = default;
 
 FolderScan::Outcome FolderScan::run() {
+  try {
+    return scan();
+  } catch (...) {
+    closeStore();  // before the walker and with it the nodes go, whose rows may be queued
+    throw;
+  }
+}
+
+FolderScan::Outcome FolderScan::scan() {
   std::error_code error;
   const auto facts = platform.files.facts(options.root.path(), error);
   if (facts && !facts->isDirectory) error = std::make_error_code(std::errc::not_a_directory);
@@ -53,9 +62,14 @@ FolderScan::Outcome FolderScan::run() {
     save(outcome);
   }
   outcome.cancelled = cancelled && outcome.index.empty();  // too late once the index is in its place
-  const MutexLock held(lock);
-  store.reset();  // removes a building file that was not moved into place
+  closeStore();
   return outcome;
+}
+
+/// Removes a building file that was not moved into place.
+void FolderScan::closeStore() {
+  const MutexLock held(lock);
+  store.reset();
 }
 
 void FolderScan::openStore(Outcome& outcome) {
@@ -66,7 +80,8 @@ void FolderScan::openStore(Outcome& outcome) {
   }
   std::unique_ptr<ScanStore> made;
   try {
-    made = std::make_unique<ScanStore>(platform, ScanStore::canonicalURL(options.indexDirectory, options.root));
+    made =
+        std::make_unique<ScanStore>(platform, ScanStore::canonicalURL(options.indexDirectory, options.root));
   } catch (const StoreError& reason) {
     outcome.notSaved = reason.what();
   }
@@ -82,8 +97,10 @@ WalkResult FolderScan::walk(std::uint32_t rootDev) {
     const MutexLock held(lock);
     walker = std::make_unique<Walker>(
         platform,
-        Walker::Options{
-            .rootDev = rootDev, .oneFileSystem = options.oneFileSystem, .skipPaths = options.skipPaths},
+        Walker::Options{.rootDev = rootDev,
+                        .oneFileSystem = options.oneFileSystem,
+                        .skipPaths = options.skipPaths,
+                        .mostThreads = options.threads != 0 ? 0 : Walker::kMostThreads},
         store.get());
     running = walker.get();
     if (cancelled) running->cancelRun();

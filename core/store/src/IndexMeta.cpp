@@ -71,26 +71,30 @@ void writeMeta(Database& database, std::string_view key, std::string_view value)
 }
 
 std::vector<std::pair<std::string, std::string>> metaRows(const ScanFigures& scan, const WalkResult& result) {
-  return {{"format", std::to_string(ScanStore::formatVersion)},
-          {"root", std::string(scan.rootPath)},
-          {"scannedAt", encodeSeconds(scan.scannedAt)},
-          {"elapsedMs", std::to_string(scan.elapsedMs)},
-          {"errorCount", std::to_string(result.errorCount)},
-          {"errorSamples", encodePaths(result.errorSamples)},
-          {"hardlinksDeduped", std::to_string(result.hardlinksDeduped)},
-          {"linksVersion", "1"},
-          {"skippedProtected", encodePaths(result.skippedProtected)},
-          {"topFiles", encodeTopFiles(result.topFiles)},
-          {"lastEventId", std::to_string(scan.lastEventId)},
-          {"rootDev", std::to_string(scan.rootDev)},
-          {"mountPoint", std::string(scan.mountPoint)},
-          {"volume", encodeBytes(scan.disk.volume)},
-          {"volumeLasts", scan.disk.isForBoot ? "boot" : "always"},
-          {"rootInode", std::to_string(scan.disk.rootInode)},
-          {"rootBorn", std::to_string(scan.disk.rootBorn)},
-          {"totals", scan.totals.encode()},
-          {"revision", std::to_string(scan.revision)},
-          {"complete", "1"}};
+  std::vector<std::pair<std::string, std::string>> rows{
+      {"format", std::to_string(ScanStore::formatVersion)},
+      {"root", std::string(scan.rootPath)},
+      {"scannedAt", encodeSeconds(scan.scannedAt)},
+      {"elapsedMs", std::to_string(scan.elapsedMs)},
+      {"errorCount", std::to_string(result.errorCount)},
+      {"errorSamples", encodePaths(result.errorSamples)},
+      {"hardlinksDeduped", std::to_string(result.hardlinksDeduped)},
+      {"linksVersion", "1"},
+      {"skippedProtected", encodePaths(result.skippedProtected)},
+      {"topFiles", encodeTopFiles(result.topFiles)},
+      {"lastEventId", std::to_string(scan.lastEventId)},
+      {"rootDev", std::to_string(scan.rootDev)}};
+  if (!scan.mountPoint.empty()) rows.emplace_back("mountPoint", scan.mountPoint);
+  if (scan.disk.isKnown()) {
+    rows.emplace_back("volume", encodeBytes(scan.disk.volume));
+    rows.emplace_back("volumeLasts", scan.disk.isForBoot ? "boot" : "always");
+    rows.emplace_back("rootInode", std::to_string(scan.disk.rootInode));
+    rows.emplace_back("rootBorn", std::to_string(scan.disk.rootBorn));
+  }
+  rows.emplace_back("totals", scan.totals.encode());
+  rows.emplace_back("revision", std::to_string(scan.revision));
+  rows.emplace_back("complete", "1");
+  return rows;
 }
 
 std::uint64_t readRevision(Database& database) {

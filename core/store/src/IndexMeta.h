@@ -24,7 +24,7 @@ void writeMeta(Database& database, std::string_view key, std::string_view value)
 /// What the metadata of a finished scan says beside its result.
 struct ScanFigures {
   std::string_view rootPath;
-  std::string_view mountPoint;  ///< of the file system that the root lies on
+  std::string_view mountPoint;  ///< of the file system that the root lies on; "" when it is not known
   std::int64_t elapsedMs = 0;
   std::uint64_t lastEventId = 0;
   std::uint32_t rootDev = 0;

@@ -6,7 +6,7 @@ namespace quon {
 namespace {
 
 constexpr std::size_t kMostQueued = 32768;
-/// The bound by size, for trees of few folders with very many files each.
+/// The bound by size, for trees of few folders with very many files or links each.
 /// Small, too, so that little is left to write when the walk ends and only one processor has work.
 constexpr std::size_t kMostQueuedBytes = std::size_t{4} * 1024 * 1024;
 /// The writer is woken for so many folders at a time: waking it for each costs more than writing it.
@@ -17,10 +17,7 @@ constexpr std::size_t kWakeAtBytes = std::size_t{512} * 1024;
 
 void RowQueue::push(FolderRows folder) {
   const MutexLock held(lock);
-  while (!closed && (queued.folders.size() >= kMostQueued || queuedBytes >= kMostQueuedBytes)) {
-    changed.wait(lock);
-  }
-  if (closed) return;
+  if (!waitForRoom()) return;
   queuedBytes += folder.files.bytes();
   queued.folders.push_back(std::move(folder));
   if (queued.folders.size() % kWakeAt == 0 || queuedBytes >= kWakeAtBytes) changed.broadcast();
@@ -28,7 +25,18 @@ void RowQueue::push(FolderRows folder) {
 
 void RowQueue::push(LinkRow link) {
   const MutexLock held(lock);
-  if (!closed) queued.links.push_back(std::move(link));
+  if (!waitForRoom()) return;
+  queuedBytes += sizeof link + link.name.size();
+  queued.links.push_back(std::move(link));
+  if (queuedBytes >= kWakeAtBytes) changed.broadcast();
+}
+
+/// False when the queue is closed.
+bool RowQueue::waitForRoom() {
+  while (!closed && (queued.folders.size() >= kMostQueued || queuedBytes >= kMostQueuedBytes)) {
+    changed.wait(lock);
+  }
+  return !closed;
 }
 
 bool RowQueue::take(QueuedRows& taken) {

@@ -34,7 +34,7 @@ struct QueuedRows {
 };
 
 /// What walker threads found and the writer has not taken yet. Bounded: producers wait while 32,768 folders
-/// or 4 MiB of files are queued. Threads: any.
+/// or 4 MiB of files and links are queued. Threads: any.
 class RowQueue {
  public:
   /// Dropped when the queue is closed, also while it waits.
@@ -48,6 +48,8 @@ class RowQueue {
   void close() QUON_EXCLUDES(lock);
 
  private:
+  [[nodiscard]] bool waitForRoom() QUON_REQUIRES(lock);
+
   Mutex lock;
   Condition changed;
   QueuedRows queued QUON_GUARDED_BY(lock);

@@ -7,6 +7,7 @@
 #include "store/ScanStore.h"
 
 #include <atomic>
+#include <new>
 #include <optional>
 #include <system_error>
 #include <utility>
@@ -131,6 +132,8 @@ void ScanStore::Writer::write() {
       step();
     } catch (const StoreError& error) {
       failure.emplace(error);
+    } catch (const std::bad_alloc&) {
+      failure.emplace(StoreError::sqlite("out of memory"));
     }
   };
   unlessFailed([this] { rows->begin(); });
@@ -174,7 +177,12 @@ void ScanStore::Writer::writeFigures(const RootPath& root, std::int64_t elapsedM
   // For the catalogue: an unmounted volume is no deleted folder. A link may lead to it.
   std::error_code missing;
   const std::string place = platform.files.canonical(root.path(), missing).value_or(root.path());
-  const std::string mountPoint = IndexCatalog::mountPointOf(place, platform.files.mountPoints());
+  std::string mountPoint;
+  try {
+    mountPoint = IndexCatalog::mountPointOf(place, platform.files.mountPoints());
+  } catch (const std::system_error&) {
+    // In a sandbox without /proc. The catalogue does without.
+  }
   const ScanFigures figures{.rootPath = root.path(),
                             .mountPoint = mountPoint,
                             .elapsedMs = elapsedMs,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -66,6 +67,13 @@ struct OpenedDirectory {
   std::error_code error;
 };
 
+/// True for a failure that says nothing about the folder and may have passed a moment later: too many open
+/// files, too little memory, an interrupted call.
+[[nodiscard]] inline bool isTransient(const std::error_code& error) {
+  return error == std::errc::too_many_files_open || error == std::errc::too_many_files_open_in_system ||
+         error == std::errc::not_enough_memory || error == std::errc::interrupted;
+}
+
 /// Which attributes of each entry to read.
 enum class Detail : std::uint8_t {
   full,      ///< everything
@@ -97,6 +105,11 @@ class DirectoryService {
   virtual ~DirectoryService() = default;
   /// Allocates the reader's 256 KiB buffer.
   [[nodiscard]] virtual std::unique_ptr<DirectoryReader> makeReader() const = 0;
+
+  /// How many files and folders the process may have open now, all its parts together; what most systems
+  /// allow by default where the system sets no limit.
+  [[nodiscard]] virtual std::size_t openFileLimit() const { return kUsualOpenFileLimit; }
+  static constexpr std::size_t kUsualOpenFileLimit = 1024;
 };
 
 }  // namespace quon

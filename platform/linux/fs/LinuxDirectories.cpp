@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <limits>
+#include <sys/resource.h>
 
 #include "Statx.h"
 #include "base/MainThread.h"
@@ -129,6 +130,11 @@ class LinuxDirectoryReader final : public DirectoryReader {
 std::unique_ptr<DirectoryReader> LinuxDirectories::makeReader() const {
   requireBackground("DirectoryService::makeReader");
   return std::make_unique<LinuxDirectoryReader>();
+}
+
+std::size_t LinuxDirectories::openFileLimit() const {
+  rlimit limit{};
+  return ::getrlimit(RLIMIT_NOFILE, &limit) == 0 ? limit.rlim_cur : kUsualOpenFileLimit;
 }
 
 }  // namespace quon

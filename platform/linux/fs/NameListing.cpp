@@ -49,7 +49,7 @@ void NameListing::start(int folder) {
 }
 
 bool NameListing::fill() {
-  const long bytes = ::syscall(SYS_getdents64, descriptor, buffer.get(), capacity);
+  const long bytes = TEMP_FAILURE_RETRY(::syscall(SYS_getdents64, descriptor, buffer.get(), capacity));
   position = 0;
   filled = bytes > 0 ? static_cast<std::size_t>(bytes) : 0;
   // A folder that was removed while it was open has simply come to its end.

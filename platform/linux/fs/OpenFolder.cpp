@@ -21,7 +21,7 @@ int openWithoutLinks(int at, const char* path, int flags) {
   open_how how{};
   how.flags = static_cast<std::uint64_t>(static_cast<unsigned>(flags));
   how.resolve = RESOLVE_NO_SYMLINKS;
-  return static_cast<int>(::syscall(SYS_openat2, at, path, &how, sizeof how));
+  return static_cast<int>(TEMP_FAILURE_RETRY(::syscall(SYS_openat2, at, path, &how, sizeof how)));
 }
 
 bool mayBeFiltered() {
@@ -30,7 +30,7 @@ bool mayBeFiltered() {
 
 /// openat, which is never filtered.
 int openAsAllowed(int at, const char* path) {
-  const int opened = ::openat(at, path, kReadFlags | O_NOATIME);
+  const int opened = static_cast<int>(TEMP_FAILURE_RETRY(::openat(at, path, kReadFlags | O_NOATIME)));
   return opened < 0 && errno == EPERM ? ::openat(at, path, kReadFlags) : opened;
 }
 

@@ -1,12 +1,20 @@
 #include "platform_linux/KeyFileDefaults.h"
 
+#include <array>
+#include <cerrno>
+#include <fcntl.h>
+#include <fmt/format.h>
 #include <glib.h>
 #include <memory>
 #include <system_error>
+#include <unistd.h>
 #include <utility>
 
+#include "KeyFileText.h"
 #include "base/MainThread.h"
 #include "base/Text.h"
+#include "base/Uuid.h"
+#include "linux_fs/Descriptor.h"
 #include "linux_fs/LinuxFiles.h"
 
 namespace quon {
@@ -15,13 +23,33 @@ namespace {
 constexpr const char* kGroup = "quon";
 
 using KeyFile = std::unique_ptr<GKeyFile, decltype(&g_key_file_free)>;
+using Text = std::unique_ptr<char, decltype(&g_free)>;
 
-KeyFile load(const std::string& file) {
+/// "" when there is none.
+std::string readFile(const std::string& file) {
   requireBackground("UserDefaults");
+  const Descriptor opened(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!opened.isOpen() && errno == ENOENT) return "";
+  std::string text;
+  std::array<char, 4096> piece{};
+  ssize_t bytes = opened.isOpen() ? 0 : -1;
+  while (bytes >= 0 && (bytes = ::read(opened.get(), piece.data(), piece.size())) > 0) {
+    text.append(piece.data(), static_cast<std::size_t>(bytes));
+  }
+  if (bytes < 0) throw std::system_error(errno, std::generic_category(), "cannot read " + displayText(file));
+  return text;
+}
+
+/// A key file of the one line that the key has in the file. What cannot be read sets nothing.
+KeyFile load(const std::string& file, const std::string& key) {
   KeyFile keys(g_key_file_new(), &g_key_file_free);
-  constexpr auto kEverything =
-      static_cast<GKeyFileFlags>(G_KEY_FILE_KEEP_COMMENTS | G_KEY_FILE_KEEP_TRANSLATIONS);
-  (void)g_key_file_load_from_file(keys.get(), file.c_str(), kEverything, nullptr);
+  try {
+    const std::string text = readFile(file);
+    const std::string line = fmt::format("[{}]\n{}\n", kGroup, keyFileLine(text, kGroup, key));
+    (void)g_key_file_load_from_data(keys.get(), line.c_str(), line.size(), G_KEY_FILE_NONE, nullptr);
+  } catch (const std::system_error&) {
+    // Saving reports it.
+  }
   return keys;
 }
 
@@ -29,24 +57,45 @@ KeyFile load(const std::string& file) {
 /// like.
 std::string toLine(const std::string& text) {
   if (isValidUtf8(text) || !text.starts_with('/')) return text;
-  const std::unique_ptr<char, decltype(&g_free)> uri(g_filename_to_uri(text.c_str(), nullptr, nullptr),
-                                                     &g_free);
+  const Text uri(g_filename_to_uri(text.c_str(), nullptr, nullptr), &g_free);
   return uri ? uri.get() : text;
 }
 
 std::string fromLine(const char* line) {
-  const std::unique_ptr<char, decltype(&g_free)> path(g_filename_from_uri(line, nullptr, nullptr), &g_free);
+  const Text path(g_filename_from_uri(line, nullptr, nullptr), &g_free);
   return path ? path.get() : line;
 }
 
-/// Written whole under another name and moved into place.
-void save(const KeyFile& keys, const std::string& folder, const std::string& file) {
-  LinuxFiles().makePrivateFolder(folder);
-  GError* failure = nullptr;
-  if (g_key_file_save_to_file(keys.get(), file.c_str(), &failure) != FALSE) return;
-  const std::unique_ptr<GError, decltype(&g_error_free)> held(failure, &g_error_free);
-  throw std::system_error(std::make_error_code(std::errc::io_error),
-                          "cannot write " + displayText(file) + ": " + held->message);
+void write(const std::string& file, const std::string& text) {
+  const Descriptor opened(::open(file.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC | O_NOFOLLOW));
+  ssize_t bytes = opened.isOpen() ? 0 : -1;
+  for (std::size_t at = 0; bytes >= 0 && at < text.size(); at += static_cast<std::size_t>(bytes)) {
+    bytes = ::write(opened.get(), text.data() + at, text.size() - at);
+  }
+  if (bytes < 0 || ::fsync(opened.get()) != 0) {
+    throw std::system_error(errno, std::generic_category(), "cannot write " + displayText(file));
+  }
+}
+
+/// Puts the line that the key file has for the key into the file, which is written whole under another name
+/// and moved into place. Where a link leads elsewhere, the file there is replaced.
+void save(const KeyFile& keys, const std::string& folder, const std::string& file, const std::string& key) {
+  const LinuxFiles files;
+  files.makePrivateFolder(folder);
+  const Text group(g_key_file_to_data(keys.get(), nullptr, nullptr), &g_free);
+  const std::string line(keyFileLine(group.get(), kGroup, key));
+  const std::string text = withKeyFileLine(readFile(file), kGroup, key, line);
+  std::error_code missing;
+  const std::string place = files.canonical(file, missing).value_or(file);
+  const std::string fresh = place + "." + freshUuid();
+  files.createPrivateFile(fresh);
+  try {
+    write(fresh, text);
+    files.replace(fresh, place);
+  } catch (const std::system_error&) {
+    files.remove(fresh);
+    throw;
+  }
 }
 
 }  // namespace
@@ -55,15 +104,14 @@ KeyFileDefaults::KeyFileDefaults(std::string configFolder)
     : folder(std::move(configFolder)), file(folder + "/defaults.ini") {}
 
 std::optional<std::string> KeyFileDefaults::text(const std::string& key) const {
-  const KeyFile keys = load(file);
-  const std::unique_ptr<char, decltype(&g_free)> value(
-      g_key_file_get_string(keys.get(), kGroup, key.c_str(), nullptr), &g_free);
+  const KeyFile keys = load(file, key);
+  const Text value(g_key_file_get_string(keys.get(), kGroup, key.c_str(), nullptr), &g_free);
   if (!value) return std::nullopt;
   return std::string(value.get());
 }
 
 std::vector<std::string> KeyFileDefaults::texts(const std::string& key) const {
-  const KeyFile keys = load(file);
+  const KeyFile keys = load(file, key);
   gsize count = 0;
   const std::unique_ptr<char*, decltype(&g_strfreev)> values(
       g_key_file_get_string_list(keys.get(), kGroup, key.c_str(), &count, nullptr), &g_strfreev);
@@ -73,11 +121,11 @@ std::vector<std::string> KeyFileDefaults::texts(const std::string& key) const {
 }
 
 bool KeyFileDefaults::flag(const std::string& key) const {
-  return g_key_file_get_boolean(load(file).get(), kGroup, key.c_str(), nullptr) != FALSE;
+  return g_key_file_get_boolean(load(file, key).get(), kGroup, key.c_str(), nullptr) != FALSE;
 }
 
 void KeyFileDefaults::setTexts(const std::string& key, const std::vector<std::string>& texts) {
-  const KeyFile keys = load(file);
+  const KeyFile keys(g_key_file_new(), &g_key_file_free);
   std::vector<std::string> lines;
   lines.reserve(texts.size());
   for (const std::string& text : texts) lines.push_back(toLine(text));
@@ -85,13 +133,13 @@ void KeyFileDefaults::setTexts(const std::string& key, const std::vector<std::st
   pointers.reserve(lines.size());
   for (const std::string& line : lines) pointers.push_back(line.c_str());
   g_key_file_set_string_list(keys.get(), kGroup, key.c_str(), pointers.data(), pointers.size());
-  save(keys, folder, file);
+  save(keys, folder, file, key);
 }
 
 void KeyFileDefaults::setFlag(const std::string& key, bool flag) {
-  const KeyFile keys = load(file);
+  const KeyFile keys(g_key_file_new(), &g_key_file_free);
   g_key_file_set_boolean(keys.get(), kGroup, key.c_str(), flag ? TRUE : FALSE);
-  save(keys, folder, file);
+  save(keys, folder, file, key);
 }
 
 }  // namespace quon

@@ -1,6 +1,7 @@
 #include "platform_linux/LinuxPlatform.h"
 
 #include <array>
+#include <csignal>
 #include <cstdlib>
 #include <pwd.h>
 #include <sys/resource.h>
@@ -68,6 +69,10 @@ void LinuxPlatform::raiseOpenFileLimit() {
   limit.rlim_cur = limit.rlim_max;
   // A refusal leaves the limit as it was, which is enough for a walk.
   (void)setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+void LinuxPlatform::ignoreFileSizeSignal() {
+  (void)std::signal(SIGXFSZ, SIG_IGN);
 }
 
 }  // namespace quon

@@ -1,8 +1,10 @@
 #include "platform_linux/LinuxThreads.h"
 
 #include <exception>
+#include <new>
 #include <pthread.h>
 #include <sched.h>
+#include <sys/resource.h>
 #include <system_error>
 
 #include "base/Fatal.h"
@@ -22,6 +24,8 @@ void* runBody(void* argument) {
   pthread_setname_np(pthread_self(), start->name.c_str());
   try {
     start->body();
+  } catch (const std::bad_alloc&) {
+    endOutOfMemory();
   } catch (const std::exception& failure) {
     fatal(start->name + ": " + failure.what());
   }
@@ -72,8 +76,18 @@ std::unique_ptr<RunningThread> LinuxThreads::start(const std::string& name, std:
   return std::make_unique<LinuxThread>(thread);
 }
 
-void LinuxThreads::nameThisThread(const std::string& name) {
+void LinuxThreads::nameThisThread(const std::string& name) const {
   pthread_setname_np(pthread_self(), name.substr(0, kLongestName).c_str());
+}
+
+ThreadUse LinuxThreads::used() const {
+  rusage usage{};
+  if (::getrusage(RUSAGE_THREAD, &usage) != 0) return {};
+  const auto time = [](const timeval& value) {
+    return std::chrono::seconds(value.tv_sec) + std::chrono::microseconds(value.tv_usec);
+  };
+  return {.processor = time(usage.ru_utime) + time(usage.ru_stime),
+          .waits = static_cast<std::uint64_t>(usage.ru_nvcsw)};
 }
 
 unsigned LinuxThreads::activeProcessors() const {

@@ -1,15 +1,17 @@
 #include "platform_linux/SystemLog.h"
 
-#include <cstdio>
+#include <string>
 #include <syslog.h>
 #include <unistd.h>
+
+#include "base/Text.h"
 
 namespace quon {
 
 void SystemLog::line(std::string_view text) {
-  const int length = static_cast<int>(text.size());
-  syslog(LOG_USER | LOG_NOTICE, "[quon] %.*s", length, text.data());
-  if (isatty(STDERR_FILENO) != 0) std::fprintf(stderr, "[quon] %.*s\n", length, text.data());
+  const std::string shown = displayText(text);
+  ::syslog(LOG_USER | LOG_NOTICE, "[quon] %s", shown.c_str());
+  if (echo == Echo::always || ::isatty(STDERR_FILENO) != 0) StandardErrorLog().line(text);
 }
 
 }  // namespace quon

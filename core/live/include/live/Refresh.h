@@ -125,7 +125,7 @@ struct CatchUpOptions {
 
 /// What the journal says has changed since the event. Throws Failure: journalUnavailable when it cannot say,
 /// tooManyChanges, cancelled. Threads: any but the main one: waits up to 30 seconds for the journal.
-[[nodiscard]] Changes changesSince(EventService& events, std::uint64_t eventId,
+[[nodiscard]] Changes changesSince(const Platform& platform, EventService& events, std::uint64_t eventId,
                                    const CatchUpOptions& options);
 
 /// Patches index and tree with these changes. The tree in `loaded` is changed in place and returned. Throws

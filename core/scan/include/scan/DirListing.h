@@ -24,6 +24,11 @@ struct DirListing {
   bool error = false;            ///< could not be opened, or not be read to its end
   /// Why it could not be opened; none when it could.
   std::error_code refusal;
+  /// Why `error` is set: the refusal, or what the listing broke off for.
+  std::error_code reason;
+  /// True when `error` says nothing about the folder, which is as it was: a listing may succeed a moment
+  /// later.
+  [[nodiscard]] bool isTransient() const { return error && quon::isTransient(reason); }
   FolderFacts self;  ///< of the folder, taken before its entries; all zero when it could not be opened
   /// Identifiers (see linkIdentifier) of the regular files with two or more links, by name; of two entries of
   /// one name the later.

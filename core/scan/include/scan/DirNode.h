@@ -41,6 +41,8 @@ class DirNode final : public RefCounted<DirNode> {
   std::int64_t directNewest = 0;  ///< newest mtime of the direct files; 0 when there are none
   std::int64_t newest = 0;        ///< of mtime, directNewest and every child's newest
   bool error = false;             ///< could not be opened, or not be read to its end
+  /// The system's error number, when `error` is set; 0 when it is not known, as in a loaded tree.
+  std::uint16_t errorNumber = 0;
   bool cacheTagged = false;  ///< one of the direct files is called kCacheTag; its content was not checked
 
   /// The file by which programs mark a folder as a cache.

@@ -16,6 +16,7 @@ struct WalkResult {
   std::vector<TopFile> topFiles;              ///< largest logical size first
   std::uint64_t errorCount = 0;               ///< folders that could not be read, or not to their end
   std::vector<std::string> errorSamples;      ///< paths of the first 50 of them
+  std::vector<std::string> errorReasons;      ///< why, one for each sample; none in a saved index
   std::uint64_t hardlinksDeduped = 0;         ///< further names of files already counted
   std::vector<std::string> skippedProtected;  ///< paths skipped on request, ascending
 };

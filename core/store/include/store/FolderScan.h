@@ -49,7 +49,8 @@ class FolderScan {
   FolderScan(const Platform& platform, Options options);
   ~FolderScan();
 
-  /// Throws std::system_error "cannot scan PATH" when the root is no folder or cannot be reached.
+  /// Throws std::system_error "cannot scan PATH" when the root is no folder or cannot be reached, and
+  /// std::bad_alloc. Nothing is saved then.
   [[nodiscard]] Outcome run();
   void cancel();
   [[nodiscard]] Progress::Snapshot progress() const;
@@ -57,6 +58,8 @@ class FolderScan {
   [[nodiscard]] std::string buildingFile() const;
 
  private:
+  [[nodiscard]] Outcome scan();
+  void closeStore();
   void openStore(Outcome& outcome);
   void save(Outcome& outcome);
   [[nodiscard]] WalkResult walk(std::uint32_t rootDev);

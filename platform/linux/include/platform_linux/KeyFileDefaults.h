@@ -4,8 +4,9 @@
 
 namespace quon {
 
-/// The group "quon" of the key file defaults.ini in the configuration folder. A file that is missing or is no key
-/// file sets nothing. What the user wrote in the file stays: comments, and keys that are not known here.
+/// The group "quon" of the key file defaults.ini in the configuration folder, which only its owner may read.
+/// A file or line that is missing or cannot be read sets nothing. Whatever the user wrote in the file stays,
+/// and a file that cannot be read is not replaced: setting a value fails then.
 class KeyFileDefaults final : public UserDefaults {
  public:
   explicit KeyFileDefaults(std::string configFolder);

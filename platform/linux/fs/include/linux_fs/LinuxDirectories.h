@@ -8,6 +8,7 @@ namespace quon {
 class LinuxDirectories final : public DirectoryService {
  public:
   [[nodiscard]] std::unique_ptr<DirectoryReader> makeReader() const override;
+  [[nodiscard]] std::size_t openFileLimit() const override;
 };
 
 }  // namespace quon
