@@ -11,7 +11,7 @@ namespace quon {
 namespace {
 
 constexpr std::size_t kReadBytes = 65536;
-constexpr const char* kTooSlow = "the program did not read its events in time";
+constexpr const char* kTooSlow = "more has changed than the program has read so far";
 
 }  // namespace
 

@@ -181,6 +181,7 @@ void RecorderLoop::followRoots() {
 }
 
 bool RecorderLoop::turn() {
+  dropUnasked();
   wait();
   ++turnNumber;
   bool rootsReady = std::exchange(readNow, false);
@@ -192,7 +193,6 @@ bool RecorderLoop::turn() {
     followRoots();
     clients.answer([this](const Clients::Waiting& waiting) { return answer(waiting); });
   }
-  dropUnasked();
   if (ids.isAhead() && ids.newest() > keptId) keepJournal();
   if (keeper.due() && *keeper.due() <= Clock::now()) keeper.retry();
   clients.flush();
@@ -230,6 +230,7 @@ bool RecorderLoop::answerCover(const CoverRequest& request, const Clients::Waiti
 bool RecorderLoop::answerFollow(const FollowRequest& request, const Clients::Waiting& waiting) {
   Root* const root = rootFor(request.root, false);
   if (root != nullptr && !root->recorded.isDrained(waiting.turn)) return false;
+  // Following a root does not have it recorded.
   const std::vector<FolderEvent> history =
       root != nullptr ? root->recorded.history(request.since)
                       : RecordedRoot(context, request.root).history(request.since);
