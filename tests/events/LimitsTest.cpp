@@ -10,6 +10,7 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 #include "EventHome.h"
 #include "linux_fs/Descriptor.h"
@@ -122,9 +123,10 @@ void lowerDescriptorLimit(rlim_t count) {
 TEST(DescriptorLimit, LeavesNoFolderOfABranchyTreeUnwatched) {
   inChild([] {
     EventHome home;
-    for (int outer = 0; outer < 40; ++outer) {
-      for (int inner = 0; inner < 10; ++inner)
-        home.temp.folder("root/" + std::to_string(outer) + "/x/y/z/" + std::to_string(inner));
+    // However they are listed, some of the side folders wait, with the one above, for the walk of what is below.
+    std::vector<std::string> leaves;
+    for (std::string spine = "root"; leaves.size() < 160; spine += "/down") {
+      for (const char* side : {"a", "b", "y", "z"}) leaves.push_back(home.temp.folder(spine + "/" + side));
     }
     Follower follower(home, {.backEnd = EventBackEnd::inotify});
     lowerDescriptorLimit(openDescriptors() + 12);
@@ -134,10 +136,9 @@ TEST(DescriptorLimit, LeavesNoFolderOfABranchyTreeUnwatched) {
     fs::rename(home.temp.at("moved"), home.root);
     const Coverage coverage = follower.events.cover(home.root, EventService::CoverMode::wait, {});
     ASSERT_NE(coverage.since, 0U) << coverage.reason;
-    for (int outer = 0; outer < 40; ++outer) home.temp.file("root/" + std::to_string(outer) + "/x/y/z/7/file");
+    for (const std::string& leaf : leaves) std::ofstream(leaf + "/file") << 'x';
     const Reported found = historySince(follower.events, home.root, coverage.since);
-    for (int outer = 0; outer < 40; ++outer)
-      EXPECT_TRUE(found.contains(home.at(std::to_string(outer) + "/x/y/z/7"))) << outer;
+    for (const std::string& leaf : leaves) EXPECT_TRUE(found.contains(leaf)) << leaf;
   });
 }
 
