@@ -129,11 +129,7 @@ JournalFile JournalFile::open(const std::string& stateFolder, Log& log) {
 }
 
 void JournalFile::setAside(const std::string& stateFolder, Log& log) {
-  try {
-    moveAside(pathIn(stateFolder), log);
-  } catch (const std::system_error& failure) {
-    log.line(failure.what());
-  }
+  moveAside(pathIn(stateFolder), log);
 }
 
 std::uint64_t JournalFile::newestIdIn(const std::string& stateFolder) {

@@ -42,7 +42,7 @@ class JournalFile {
   /// another format is begun anew.
   [[nodiscard]] static JournalFile open(const std::string& stateFolder, Log& log);
 
-  /// Renames the file, which is damaged; the next open() begins a new one. Reports a failure to the log.
+  /// Renames the file, which is damaged; the next open() begins a new one.
   static void setAside(const std::string& stateFolder, Log& log);
 
   [[nodiscard]] JournalContent read();

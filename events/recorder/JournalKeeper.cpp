@@ -16,34 +16,32 @@ using namespace std::chrono_literals;
 constexpr JournalKeeper::Clock::duration kShortestPause = 1s;
 constexpr JournalKeeper::Clock::duration kLongestPause = 10min;
 
+const char* reasonOf(const DatabaseError& failure) {
+  return failure.kind == DatabaseError::Kind::busy ? "another program has locked it" : failure.what();
+}
+
 }  // namespace
 
 JournalKeeper::JournalKeeper(std::string folder, Log& lines)
     : stateFolder(std::move(folder)), log(lines), pause(kShortestPause) {}
 
 JournalContent JournalKeeper::load() {
-  for (bool isSecond = false;; isSecond = true) {
-    try {
-      file = JournalFile::open(stateFolder, log);
-      wanted = file->read();
-      written = wanted;
-      return wanted;
-    } catch (const DatabaseError& failure) {
-      file.reset();
-      if (failure.isUnusable() && !isSecond) {
-        JournalFile::setAside(stateFolder, log);
-        continue;
-      }
-      failed(failure.what());
-    } catch (const std::system_error& failure) {
-      failed(failure.what());
-    }
-    return {};
+  try {
+    file = JournalFile::open(stateFolder, log);
+    wanted = file->read();
+    written = wanted;
+    wasRead = true;
+  } catch (const DatabaseError& failure) {
+    takeFailure(failure);
+  } catch (const std::system_error& failure) {
+    failed(failure.what());
   }
+  return wanted;
 }
 
 void JournalKeeper::keep(JournalContent content) {
   wanted = std::move(content);
+  addUnread();
   if (!nextAttempt && written != wanted) write();
 }
 
@@ -62,22 +60,45 @@ void JournalKeeper::retry() {
 void JournalKeeper::write() {
   try {
     if (!file || !file->isInPlace()) file = JournalFile::open(stateFolder, log);
+    if (!wasRead) {
+      unread = file->read();
+      wasRead = true;
+      addUnread();
+    }
     file->write(wanted);
     written = wanted;
     nextAttempt.reset();
     pause = kShortestPause;
     wasLogged = false;
   } catch (const DatabaseError& failure) {
-    file.reset();
-    if (failure.isUnusable()) JournalFile::setAside(stateFolder, log);
-    failed(failure.kind == DatabaseError::Kind::busy ? "another program has locked it" : failure.what());
+    takeFailure(failure);
   } catch (const std::system_error& failure) {
-    file.reset();
     failed(failure.what());
   }
 }
 
+void JournalKeeper::takeFailure(const DatabaseError& failure) {
+  if (!failure.isUnusable()) return failed(reasonOf(failure));
+  try {
+    file.reset();
+    JournalFile::setAside(stateFolder, log);
+    wasRead = true;  // there is nothing to read any more
+    nextAttempt = Clock::now() + pause;
+  } catch (const std::system_error& refused) {
+    failed(refused.what());
+  }
+}
+
+void JournalKeeper::addUnread() {
+  wanted.newestId = std::max(wanted.newestId, unread.newestId);
+  for (const RootRecord& root : unread.roots) {
+    if (std::ranges::find(wanted.roots, root.path, &RootRecord::path) == wanted.roots.end())
+      wanted.roots.push_back(root);
+  }
+}
+
 void JournalKeeper::failed(const std::string& reason) {
+  file.reset();
   nextAttempt = Clock::now() + pause;
   pause = std::min(pause * 2, kLongestPause);
   if (std::exchange(wasLogged, true)) return;

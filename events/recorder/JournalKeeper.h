@@ -28,11 +28,15 @@ class JournalKeeper {
 
  private:
   void write();
+  void addUnread();
+  void takeFailure(const DatabaseError& failure);
   void failed(const std::string& reason);
 
   const std::string stateFolder;
   Log& log;
   std::optional<JournalFile> file;
+  bool wasRead = false;   ///< what the file contained, by load() or before the first write
+  JournalContent unread;  ///< of that, what load() could not return: it stays in the file
   JournalContent wanted;
   std::optional<JournalContent> written;  ///< by this keeper, to the file that is there
   std::optional<Clock::time_point> nextAttempt;

@@ -246,6 +246,11 @@ bool RecorderLoop::answerId(const Clients::Waiting& waiting) {
   return true;
 }
 
+void RecorderLoop::finish() {
+  keepJournal();
+  keeper.retry();
+}
+
 void RecorderLoop::keepJournal() {
   keptId = ids.isAhead() ? ids.newest() + kReserved : ids.newest();
   JournalContent content;

@@ -35,7 +35,7 @@ class RecorderLoop {
   /// Throws std::system_error.
   [[nodiscard]] bool turn();
   /// Writes what the next recorder needs.
-  void finish() { keepJournal(); }
+  void finish();
 
  private:
   using Clock = std::chrono::steady_clock;
