@@ -1,21 +1,32 @@
-// Two threads, begun with the first stream: one reads the journal for the streams of this process, the other
-// waits to become the user's recorder, and records once it is. Both are woken by descriptors, or a lock, and
-// ended in reverse.
+// Each stream has a connection and a thread of its own; other questions have a connection for as long as they
+// are asked. The recorder of this process, if it has one, is a client's peer like that of any other process.
+//
+// A program that may record begins a thread with its first stream or its first root to cover: it becomes the
+// recorder, or waits in the kernel to be the next.
 #include "events/LinuxEvents.h"
 
 #include <algorithm>
-#include <atomic>
+#include <array>
 #include <cerrno>
+#include <cstdint>
 #include <fmt/format.h>
+#include <poll.h>
 #include <sys/eventfd.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
+#include <variant>
+#include <vector>
 
 #include "base/Log.h"
 #include "base/Mutex.h"
+#include "client/LiveStream.h"
+#include "client/RecorderConnection.h"
+#include "events/EventClock.h"
 #include "events/EventRecorder.h"
-#include "journal/JournalReader.h"
+#include "journal/JournalFile.h"
+#include "journal/StateFolder.h"
+#include "journal/StateWatch.h"
 #include "platform/Threads.h"
 
 namespace quon {
@@ -23,179 +34,270 @@ namespace {
 
 constexpr std::size_t kStackBytes = 524288;
 
+/// Becomes readable once, for good. Threads: any.
+class Signal {
+ public:
+  Signal() : descriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (!descriptor.isOpen())
+      throw std::system_error(errno, std::generic_category(), "cannot wait for the recorder of changes");
+  }
+  void raise() const {
+    const std::uint64_t one = 1;
+    // An eventfd below its limit takes the write.
+    (void)!::write(descriptor.get(), &one, sizeof one);
+  }
+  [[nodiscard]] int get() const { return descriptor.get(); }
+
+ private:
+  Descriptor descriptor;
+};
+
 }  // namespace
 
 struct LinuxEvents::Service {
-  /// Outlives the service where streams do.
-  struct Shared {
-    Shared() : wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-      if (!wake.isOpen())
-        throw std::system_error(errno, std::generic_category(), "cannot make an event journal");
-    }
-    void wakeReader() const {
-      const std::uint64_t one = 1;
-      // An eventfd below its limit takes the write.
-      (void)!::write(wake.get(), &one, sizeof one);
-    }
-    [[nodiscard]] JournalReader::Streams present() {
-      MutexLock held(lock);
-      return streams;
-    }
-    /// For all streams: nothing can be known any more.
-    void fail() {
-      failed = true;
-      for (const auto& stream : present()) {
-        stream->deliver(
-            {{.path = stream->request.root, .flags = EventFlag::userDropped, .id = stream->request.since},
-             {.path = stream->request.root, .flags = EventFlag::historyDone, .id = stream->request.since}});
-      }
-    }
-
-    Descriptor wake;
-    std::atomic<bool> ended{false};
-    std::atomic<bool> failed{false};
-    Mutex lock;
-    JournalReader::Streams streams QUON_GUARDED_BY(lock);
-  };
-
   class Stream;
+  enum class Recording : std::uint8_t { no, beginning, settled, failed };
 
   Service(const ThreadService& service, Folders given, Log& lines, const EventOptions& how)
       : threads(service), folders(std::move(given)), log(lines), options(how) {}
-
-  ~Service() {
-    shared->ended = true;
-    if (recorder) recorder->stop();
-    shared->wakeReader();
-    if (recorderThread) recorderThread->join();
-    if (readerThread) readerThread->join();
-  }
+  ~Service();
 
   [[nodiscard]] std::uint64_t now() const {
     return (options.clock == nullptr ? systemClock : *options.clock).wallMicros();
   }
-
-  /// False, with a line in the log, when there is no reading the journal.
-  [[nodiscard]] bool begin();
-  void record();
-  void read();
+  /// Has this process record, or wait to be the next that does. Returns "" or why it cannot.
+  [[nodiscard]] std::string beginRecording();
+  void record(EventRecorder& begun);
+  void settle(Recording outcome, const std::string& reason);
+  [[nodiscard]] bool isNews(const std::string& reason);
+  /// Connects to the recorder; becomes one where there is none and this process may. None, with a reason or "",
+  /// when nobody records: at once or, to wait for another process that is about to, when that is stopped. Throws
+  /// std::system_error.
+  [[nodiscard]] std::optional<RecorderConnection> connect(CoverMode mode, const std::stop_token& stopped,
+                                                          std::string& reason);
+  [[nodiscard]] std::optional<RecorderConnection> waitForRecorder(const std::stop_token& stopped,
+                                                                  std::string& reason);
+  [[nodiscard]] Coverage cover(const std::string& root, CoverMode mode, const std::stop_token& stopped);
+  /// The recorder's; none when nobody records.
+  [[nodiscard]] std::optional<std::uint64_t> issuedId() const;
+  void remember(const std::shared_ptr<LiveStream>& stream);
+  void closeStreams();
 
   const ThreadService& threads;
   const Folders folders;
   Log& log;
   const EventOptions options;
   const SystemEventClock systemClock;
-  const std::shared_ptr<Shared> shared = std::make_shared<Shared>();
+
   Mutex lock;
+  Condition changed;
+  Recording recording QUON_GUARDED_BY(lock) = Recording::no;
+  std::string failure QUON_GUARDED_BY(lock);
+  std::shared_ptr<Signal> over QUON_GUARDED_BY(lock);  ///< the recording that was begun last has failed
+  std::unique_ptr<EventRecorder> recorder QUON_GUARDED_BY(lock);
+  std::unique_ptr<RunningThread> thread QUON_GUARDED_BY(lock);
+  std::vector<std::weak_ptr<LiveStream>> streams QUON_GUARDED_BY(lock);
   std::uint64_t lastId QUON_GUARDED_BY(lock) = 0;
-  bool begun QUON_GUARDED_BY(lock) = false;
-  std::unique_ptr<JournalReader> reader;
-  std::unique_ptr<EventRecorder> recorder;
-  std::unique_ptr<RunningThread> readerThread;
-  std::unique_ptr<RunningThread> recorderThread;
 };
 
 class LinuxEvents::Service::Stream final : public EventStream {
  public:
-  Stream(Service& owner, std::shared_ptr<LiveStream> stream)
-      : service(owner), shared(owner.shared), live(std::move(stream)) {}
+  Stream(Service& owner, std::shared_ptr<LiveStream> stream) : service(owner), live(std::move(stream)) {}
   ~Stream() override { Stream::stop(); }
 
   bool start() override {
-    {
-      MutexLock held(shared->lock);
-      shared->streams.push_back(live);
+    try {
+      std::string reason;
+      // A program that stays has its root recorded.
+      if (service.options.mayRecord) (void)service.cover(live->request.root, CoverMode::ask, {});
+      auto connection = service.connect(CoverMode::ask, {}, reason);
+      if (connection) {
+        live->begin(service.threads, std::move(*connection));
+      } else if (reason.empty()) {
+        live->lose("no program recorded changes");
+      }
+      return reason.empty();
+    } catch (const std::system_error& failure) {
+      service.log.line(fmt::format("no file-system events: {}", failure.what()));
+      return false;
     }
-    if (service.begin() && !shared->failed) {
-      shared->wakeReader();
-      return true;
-    }
-    stop();
-    return false;
   }
-
-  void stop() override {
-    {
-      MutexLock held(shared->lock);
-      std::erase(shared->streams, live);
-    }
-    live->close();
-    shared->wakeReader();
-  }
+  void stop() override { live->close(); }
 
  private:
   Service& service;  // only start() uses it
-  std::shared_ptr<Shared> shared;
   std::shared_ptr<LiveStream> live;
 };
 
-bool LinuxEvents::Service::begin() {
-  MutexLock held(lock);
-  if (begun) return true;
-  try {
-    reader = std::make_unique<JournalReader>(folders.state, log, shared->wake.get());
-    if (options.mayRecord) {
-      recorder = std::make_unique<EventRecorder>(threads, folders, log, options);
-      recorderThread = threads.start("quon-recorder", kStackBytes, [this] { record(); });
-    }
-    readerThread = threads.start("quon-events", kStackBytes, [this] { read(); });
-    begun = true;
-  } catch (const std::runtime_error& failure) {
-    log.line(fmt::format("no file-system events: {}", failure.what()));
+LinuxEvents::Service::~Service() {
+  std::unique_ptr<RunningThread> ending;
+  {
+    const MutexLock held(lock);
+    if (recorder) recorder->stop();
+    ending = std::move(thread);
   }
-  return begun;
+  if (ending) ending->join();
 }
 
-void LinuxEvents::Service::record() {
-  try {
-    if (recorder->waitToBegin()) recorder->run();
-  } catch (const std::runtime_error& failure) {
-    log.line(fmt::format("the recording of file-system events has ended: {}", failure.what()));
-    shared->fail();
+void LinuxEvents::Service::remember(const std::shared_ptr<LiveStream>& stream) {
+  const MutexLock held(lock);
+  std::erase_if(streams, [](const auto& each) { return each.expired(); });
+  streams.push_back(stream);
+}
+
+void LinuxEvents::Service::closeStreams() {
+  std::vector<std::weak_ptr<LiveStream>> closing;
+  {
+    const MutexLock held(lock);
+    closing.swap(streams);
+  }
+  for (const auto& each : closing) {
+    if (const auto stream = each.lock()) stream->close();
   }
 }
 
-void LinuxEvents::Service::read() {
-  try {
-    while (!shared->ended) {
-      reader->serve(shared->present());
-      reader->wait();
-    }
-  } catch (const std::runtime_error& failure) {
-    log.line(fmt::format("the reading of file-system events has ended: {}", failure.what()));
-    shared->fail();
+std::string LinuxEvents::Service::beginRecording() {
+  const MutexLock held(lock);
+  if (recording == Recording::failed) {
+    thread->join();  // it has nothing left to do
+    thread.reset();
+    recording = Recording::no;
   }
+  if (recording == Recording::no) {
+    over = std::make_shared<Signal>();
+    recorder = std::make_unique<EventRecorder>(threads, folders, log, options);
+    thread = threads.start("quon-recorder", kStackBytes, [this, begun = recorder.get()] { record(*begun); });
+    recording = Recording::beginning;
+  }
+  while (recording == Recording::beginning) changed.wait(lock);
+  return recording == Recording::failed ? failure : std::string();
+}
+
+void LinuxEvents::Service::record(EventRecorder& begun) {
+  try {
+    const bool isFirst = begun.tryBegin();
+    settle(Recording::settled, {});
+    if (isFirst || begun.waitToBegin()) begun.run();
+  } catch (const std::runtime_error& reason) {
+    settle(Recording::failed, reason.what());
+  }
+}
+
+bool LinuxEvents::Service::isNews(const std::string& reason) {
+  const MutexLock held(lock);
+  return failure != reason;
+}
+
+void LinuxEvents::Service::settle(Recording outcome, const std::string& reason) {
+  // The same failure, met again by whoever asks next, is logged once.
+  if (outcome == Recording::failed && isNews(reason))
+    log.line(fmt::format("file-system changes cannot be recorded: {}", reason));
+  const MutexLock held(lock);
+  recording = outcome;
+  failure = reason;
+  if (outcome == Recording::failed) over->raise();
+  changed.broadcast();
+}
+
+std::optional<RecorderConnection> LinuxEvents::Service::connect(CoverMode mode, const std::stop_token& stopped,
+                                                                std::string& reason) {
+  auto connection = RecorderConnection::open(folders.state);
+  if (connection || !options.mayRecord) return connection;
+  reason = beginRecording();
+  if (!reason.empty()) return std::nullopt;
+  connection = RecorderConnection::open(folders.state);
+  if (connection || mode == CoverMode::ask) return connection;
+  return waitForRecorder(stopped, reason);
+}
+
+std::optional<RecorderConnection> LinuxEvents::Service::waitForRecorder(const std::stop_token& stopped,
+                                                                        std::string& reason) {
+  StateWatch watch(folders.state);
+  const Signal stop;
+  const std::stop_callback raise(stopped, [&] { stop.raise(); });
+  while (!stopped.stop_requested()) {
+    if (auto connection = RecorderConnection::open(folders.state)) return connection;
+    std::shared_ptr<Signal> failed;
+    {
+      const MutexLock held(lock);
+      if (recording == Recording::failed) reason = failure;
+      failed = over;
+    }
+    if (!reason.empty()) break;
+    std::array<pollfd, 3> waits{{{watch.descriptor(), POLLIN, 0}, {stop.get(), POLLIN, 0}, {failed->get(), POLLIN, 0}}};
+    ::poll(waits.data(), waits.size(), -1);
+    if (!watch.takeNews()) {
+      ensureStateFolder(folders.state);
+      watch = StateWatch(folders.state);
+    }
+  }
+  return std::nullopt;
+}
+
+Coverage LinuxEvents::Service::cover(const std::string& root, CoverMode mode, const std::stop_token& stopped) {
+  // A recorder that ends is followed by another one, or by this process.
+  while (!stopped.stop_requested()) {
+    std::string reason;
+    auto connection = connect(mode, stopped, reason);
+    if (!connection) return {.reason = reason};
+    const std::stop_callback ending(stopped, [&] { connection->shutDown(); });
+    connection->send(CoverRequest{.root = root, .wait = mode == CoverMode::wait});
+    const auto reply = connection->receive();
+    if (reply) {
+      if (const auto* coverage = std::get_if<Coverage>(&*reply)) return *coverage;
+      if (const auto* refusal = std::get_if<Refusal>(&*reply)) return {.reason = refusal->reason};
+      return {.reason = "the recorder of changes is of another version of quon"};
+    }
+    if (mode == CoverMode::ask || !options.mayRecord) break;
+  }
+  return {};
+}
+
+std::optional<std::uint64_t> LinuxEvents::Service::issuedId() const {
+  auto connection = RecorderConnection::open(folders.state);
+  if (!connection) return std::nullopt;
+  connection->send(IdRequest{});
+  const auto reply = connection->receive();
+  const auto* issued = reply ? std::get_if<IssuedId>(&*reply) : nullptr;
+  return issued == nullptr ? std::nullopt : std::optional(issued->id);
 }
 
 LinuxEvents::LinuxEvents(const ThreadService& threads, Folders folders, Log& log, EventOptions options)
     : service(std::make_unique<Service>(threads, std::move(folders), log, options)) {}
 
 LinuxEvents::~LinuxEvents() {
-  for (const auto& stream : service->shared->present()) stream->close();
+  service->closeStreams();
 }
 
 std::unique_ptr<EventStream> LinuxEvents::create(const EventRequest& request, BackgroundQueue& queue,
                                                  Callback callback) {
-  try {
-    // Now rather than when a stream waits for it: a folder that cannot be written to is found here.
-    (void)EventJournal::open(service->folders.state, service->log);
-  } catch (const std::runtime_error& failure) {
-    service->log.line(fmt::format("no event journal: {}", failure.what()));
-    return nullptr;
-  }
-  return std::make_unique<Service::Stream>(*service,
-                                           std::make_shared<LiveStream>(request, queue, std::move(callback)));
+  auto live = std::make_shared<LiveStream>(request, queue, std::move(callback));
+  service->remember(live);
+  return std::make_unique<Service::Stream>(*service, std::move(live));
 }
 
 std::uint64_t LinuxEvents::currentEventId() {
-  const std::uint64_t recorded = EventJournal::newestIdIn(service->folders.state);
-  MutexLock held(service->lock);
-  service->lastId = std::max({service->lastId + 1, service->now(), recorded});
+  std::optional<std::uint64_t> issued;
+  try {
+    issued = service->issuedId();
+  } catch (const std::system_error& failure) {
+    service->log.line(failure.what());
+  }
+  // Without a recorder nothing is handed out; a recorder before may have been ahead of the clock.
+  const std::uint64_t id =
+      issued ? *issued : std::max(service->now(), JournalFile::newestIdIn(service->folders.state));
+  const MutexLock held(service->lock);
+  service->lastId = std::max(service->lastId, id);
   return service->lastId;
 }
 
-Coverage LinuxEvents::cover(const std::string& /*root*/, CoverMode /*mode*/, std::stop_token /*stopped*/) {
-  return {.since = 1};
+Coverage LinuxEvents::cover(const std::string& root, CoverMode mode, std::stop_token stopped) {
+  try {
+    return service->cover(root, mode, stopped);
+  } catch (const std::system_error& failure) {
+    service->log.line(failure.what());
+    return {.reason = failure.what()};
+  }
 }
 
 }  // namespace quon

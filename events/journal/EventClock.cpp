@@ -9,7 +9,7 @@ namespace {
 constexpr std::uint64_t kMicrosPerSecond = 1'000'000;
 constexpr std::uint64_t kNanosPerMicro = 1000;
 /// Between reading one clock and the other the thread may be held up; that is no step.
-constexpr std::int64_t kSmallestStep = 1'000'000;
+constexpr std::uint64_t kSmallestStep = 1'000'000;
 
 std::uint64_t read(clockid_t clock) {
   timespec now{};
@@ -35,7 +35,7 @@ std::uint64_t SystemEventClock::steadyMicros() const {
 }
 
 EventIds::EventIds(const EventClock& source, std::uint64_t lastHandedOut)
-    : clock(source), last(lastHandedOut), highestOffset(offsetOf(source)), presentOffset(highestOffset) {}
+    : clock(source), last(lastHandedOut), highestOffset(offsetOf(source)) {}
 
 std::uint64_t EventIds::next() {
   highestOffset = std::max(highestOffset, offsetOf(clock));
@@ -49,14 +49,8 @@ void EventIds::raise(std::uint64_t id) {
   last = std::max(last, id);
 }
 
-std::optional<ClockStep> EventIds::noticeStep() {
-  const std::int64_t before = presentOffset;
-  presentOffset = offsetOf(clock);
-  highestOffset = std::max(highestOffset, presentOffset);
-  if (before - presentOffset < kSmallestStep) return std::nullopt;
-  const auto steady = static_cast<std::int64_t>(clock.steadyMicros());
-  return ClockStep{.low = static_cast<std::uint64_t>(steady + presentOffset),
-                   .high = static_cast<std::uint64_t>(steady + before)};
+bool EventIds::isAhead() const {
+  return last > clock.wallMicros() + kSmallestStep;
 }
 
 }  // namespace quon

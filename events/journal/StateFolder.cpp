@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -42,12 +41,6 @@ Descriptor openStateFile(const std::string& path) {
     raise(errno, "cannot close to others", path);
   }
   return file;
-}
-
-StateFileLock::StateFileLock(const std::string& path) : file(openStateFile(path)) {
-  while (::flock(file.get(), LOCK_EX) != 0) {
-    if (errno != EINTR) raise(errno, "cannot lock", path);
-  }
 }
 
 }  // namespace quon

@@ -14,13 +14,4 @@ void ensureStateFolder(const std::string& path);
 /// std::system_error.
 [[nodiscard]] Descriptor openStateFile(const std::string& path);
 
-/// An exclusive lock on a file of the state folder until destruction; waits for it.
-class StateFileLock {
- public:
-  explicit StateFileLock(const std::string& path);
-
- private:
-  Descriptor file;
-};
-
 }  // namespace quon

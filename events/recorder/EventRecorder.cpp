@@ -3,24 +3,16 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
-#include <poll.h>
 #include <sys/eventfd.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
 
-#include "base/Log.h"
-#include "base/Text.h"
-#include "recorder/RecorderLock.h"
 #include "recorder/RecorderLoop.h"
+#include "recorder/RecorderRole.h"
 #include "watch/Privilege.h"
 
 namespace quon {
-namespace {
-
-constexpr int kRetryMs = 1000;
-
-}  // namespace
 
 struct EventRecorder::State {
   State(const ThreadService& service, Folders given, Log& lines, const EventOptions& how)
@@ -28,7 +20,7 @@ struct EventRecorder::State {
         folders(std::move(given)),
         log(lines),
         options(how),
-        lock(folders.state),
+        role(folders.state),
         wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (!wake.isOpen()) throw std::system_error(errno, std::generic_category(), "cannot start recording");
   }
@@ -37,20 +29,11 @@ struct EventRecorder::State {
     return options.clock == nullptr ? systemClock : *options.clock;
   }
 
-  /// Waits for a program that has locked the journal to be done with it.
-  void waitForJournal(const DatabaseError& failure) {
-    if (failure.kind != DatabaseError::Kind::busy) throw failure;
-    log.line("another program has locked the event journal in " + displayText(folders.state) +
-             "; waiting for it to finish");
-    pollfd wait{wake.get(), POLLIN, 0};
-    ::poll(&wait, 1, kRetryMs);
-  }
-
-  /// Records until stopped; false when the lock no longer keeps others out.
+  /// Records until stopped; false when another process does by now.
   [[nodiscard]] bool record() {
-    RecorderLoop loop(threads, folders, log, options, clock(), wake.get());
+    RecorderLoop loop(threads, folders, log, options, clock(), role, wake.get());
     while (!stopped) {
-      if (!loop.turn() || !lock.isCurrent()) return false;
+      if (!loop.turn()) return false;
     }
     loop.finish();
     return true;
@@ -61,7 +44,7 @@ struct EventRecorder::State {
   Log& log;
   const EventOptions options;
   const SystemEventClock systemClock;
-  RecorderLock lock;
+  RecorderRole role;
   Descriptor wake;
   std::atomic<bool> stopped{false};
 };
@@ -72,11 +55,11 @@ EventRecorder::EventRecorder(const ThreadService& threads, Folders folders, Log&
 EventRecorder::~EventRecorder() = default;
 
 bool EventRecorder::tryBegin() {
-  return state->lock.tryTake();
+  return state->role.tryTake();
 }
 
 bool EventRecorder::waitToBegin() {
-  return state->lock.wait();
+  return state->role.wait();
 }
 
 int EventRecorder::otherRecorder() const {
@@ -85,16 +68,15 @@ int EventRecorder::otherRecorder() const {
 
 void EventRecorder::run() {
   Privilege::lower();
-  while (!state->stopped) {
-    try {
-      if (state->record()) break;
-      // The state folder was removed, and the lock with it: begin again with those that are there now.
-      if (!state->lock.wait()) return;
-    } catch (const DatabaseError& failure) {
-      state->waitForJournal(failure);
+  try {
+    while (!state->record()) {
+      if (!state->role.wait()) return;
     }
+  } catch (...) {
+    state->role.release();
+    throw;
   }
-  state->lock.release();
+  state->role.release();
 }
 
 void EventRecorder::stop() {
@@ -102,7 +84,7 @@ void EventRecorder::stop() {
   const std::uint64_t one = 1;
   // An eventfd below its limit takes the write.
   (void)!::write(state->wake.get(), &one, sizeof one);
-  state->lock.interrupt();
+  state->role.interrupt();
 }
 
 }  // namespace quon

@@ -5,13 +5,13 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <utility>
 #include <variant>
 #include <vector>
 
-#include "events/EventJournal.h"
+#include "events/EventClock.h"
 #include "events/EventOptions.h"
-#include "recorder/Sweep.h"
+#include "journal/FolderJournal.h"
+#include "recorder/Placing.h"
 #include "watch/RootWatch.h"
 
 namespace quon {
@@ -21,7 +21,6 @@ class Log;
 /// What all roots of a recorder share.
 struct RecorderContext {
   const OwnFolders& own;
-  const EventClock& clock;
   EventIds& ids;
   Log& log;
   const ThreadService& threads;
@@ -29,44 +28,43 @@ struct RecorderContext {
   std::function<void()> wake;  ///< any thread: ends the recorder's wait
 };
 
-/// One root under watch: from the moment it is asked for, through the placing of its watches and the sweep
-/// that closes the gap, to being covered, and back again when the kernel drops events.
+/// One root: untried, then its watches are being placed, then it is covered; unwatched, for a reason, when they
+/// cannot be placed or track was lost.
 ///
 /// Threads: the recorder's.
 class RecordedRoot {
  public:
-  RecordedRoot(const RecorderContext& shared, WatchedRoot stored);
+  RecordedRoot(const RecorderContext& shared, std::string path);
 
-  [[nodiscard]] const std::string& path() const { return stored.path; }
+  [[nodiscard]] const std::string& path() const { return root; }
   /// -1 when nothing is watched.
   [[nodiscard]] int descriptor() const;
 
-  void ask(const JournalRequest& request, std::uint64_t turn);
-
+  /// A client wants it covered: an unwatched root is tried again.
+  void ask();
   /// Reads the kernel's events; `turn` counts the rounds of the recorder's loop.
   void drain(std::uint64_t turn);
-  /// Follows up on what drain() has found, on a sweep that ended, and on requests. A root that nobody has
-  /// asked for since the recorder began is not placed before `mayBegin`.
-  void advance(EventJournal& journal, bool mayBegin);
-  [[nodiscard]] bool isSweeping() const;
-  /// It waits to be placed.
-  [[nodiscard]] bool isWaiting() const;
+  /// Follows up on what drain() has found and on watches that were placed. Watches of a root that no client has
+  /// asked this recorder for are not placed before `mayBegin`.
+  void advance(bool mayBegin);
   void mountsChanged(const std::vector<std::string>& points);
-  void clockStepped(const ClockStep& step);
+
+  [[nodiscard]] bool isPlacing() const { return std::holds_alternative<BeingPlaced>(phase); }
+  [[nodiscard]] bool isCovered() const { return std::holds_alternative<Covered>(phase); }
+  /// It has not been tried yet.
+  [[nodiscard]] bool isUntried() const;
   /// There is something to do without another event.
   [[nodiscard]] bool isBusy() const;
+  /// Everything that happened before the round is in the journal, or it is not covered.
+  [[nodiscard]] bool isDrained(std::uint64_t turn) const;
 
-  void collect(FolderChanges& into);
-  /// There is something to write besides changed folders.
-  [[nodiscard]] bool wantsWriting() const;
-  /// Writes it in the recorder's transaction, after the changed folders.
-  void write(EventJournal& journal);
-  /// The transaction is done.
-  void written();
-  /// The next transaction records up to when the root is good.
-  void touch() { rowChanged = true; }
-  /// The journal was begun anew: it knows nothing of this root.
-  void journalReplaced();
+  /// What changed since the last call, with identifiers, for those who follow it. When track was lost, the last
+  /// says so, with its flags.
+  [[nodiscard]] std::vector<FolderEvent> takeEvents();
+  /// What clients are answered.
+  [[nodiscard]] Coverage coverage() const;
+  /// The changed folders since then and historyDone; or that they are not known, with historyDone.
+  [[nodiscard]] std::vector<FolderEvent> history(std::uint64_t since);
 
  private:
   /// A watch at work.
@@ -75,72 +73,38 @@ class RecordedRoot {
     bool drained = false;           ///< the kernel's queue was read to its end,
     std::uint64_t drainedTurn = 0;  ///< last in this round
   };
-  /// A time from which not all changes are in the journal yet: swept first, then written.
-  struct Gap {
-    std::uint64_t began = 0;                  ///< wall clock
-    std::optional<std::uint64_t> coversFrom;  ///< once it is closed; none: from then on
-    std::vector<std::string> appeared;        ///< reported with what the sweep finds
-    std::unique_ptr<Sweep> sweep;             ///< until it has ended
-    std::vector<SweptFolder> found;
-    std::size_t writtenCount = 0;
-    std::size_t endOfWrite = 0;  ///< of the piece that is being written
-  };
-
-  /// `untried` until it has been placed for the first time.
   struct Unwatched {
-    bool untried = false;
+    bool untried = true;
+    std::string reason = {};
   };
-  /// Watches are being placed; the gap reaches from the last recorder, or an overflow, to now.
-  struct Placing {
+  struct BeingPlaced {
     Watched watched;
-    Gap gap;  // whose sweep uses the watch
+    std::unique_ptr<Placing> walk;  // uses the watch; none when it is over
   };
-  /// Every change is recorded.
   struct Covered {
     Watched watched;
   };
-  /// Covered, and a client has asked for changes from before the coverage began.
-  struct Reaching {
-    Watched watched;
-    Gap gap;
-  };
-  using Phase = std::variant<Unwatched, Placing, Covered, Reaching>;
-
-  struct Pending {
-    JournalRequest request;
-    std::uint64_t turn;
-  };
+  using Phase = std::variant<Unwatched, BeingPlaced, Covered>;
 
   [[nodiscard]] Watched* watched();
   [[nodiscard]] const Watched* watched() const;
-  [[nodiscard]] Gap* gap();
-  [[nodiscard]] const Gap* gap() const;
-
-  /// Begins to watch, closing the gap since the root was covered last.
-  void place(EventJournal& journal);
-  /// Since when a sweep has to find changes, of a root that was just opened; none: no sweep would help.
-  [[nodiscard]] std::optional<std::uint64_t> beginOfGap(EventJournal& journal, Gap& gap);
+  void place();
   [[nodiscard]] std::unique_ptr<RootWatch> makeWatch() const;
-  void startWatch(std::optional<std::uint64_t> since, Gap gap);
-  void startSweep(FolderVisitor* visitor, std::optional<std::uint64_t> since);
+  void finishPlacing();
   void followProblems();
-  void recover();
-  void endSweep();
   void checkPlace();
   void lose(std::uint32_t flags, const std::string& reason);
-  /// The flags of an answer, or none when only a sweep since then finds what changed.
-  [[nodiscard]] std::optional<std::uint32_t> answerTo(std::uint64_t since, EventJournal& journal);
-  void answerRequests(EventJournal& journal);
+  void overflowed();
 
   const RecorderContext& context;
-  WatchedRoot stored;
-  Phase phase = Unwatched{.untried = true};
+  const std::string root;
+  Phase phase = Unwatched{};
+  FolderJournal journal;
+  bool wasAsked = false;
+  InodeIdentity identity;
   std::uint32_t device = 0;
-  bool timesReliable = false;  // the file system's change times
-  bool rowChanged = false;
-  bool contributed = false;  // changed folders, whose transaction records up to when the root is good
-  std::vector<Pending> requests;
-  std::vector<std::pair<std::int64_t, std::uint32_t>> answers;
+  FolderChanges changes;            // until they get identifiers
+  std::optional<FolderEvent> loss;  // not taken yet
 };
 
 }  // namespace quon

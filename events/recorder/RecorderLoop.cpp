@@ -1,49 +1,40 @@
-// One turn: wait; take the news of the state folder, the clock and the mounts; read every root's events and
-// follow up; write. Events are read at most every 10 ms and folders written at most every 100 ms while
-// changes keep coming, so that a build below a root costs little; after a quiet time the first change is
-// written at once. With nothing to do the wait has no end: no timer runs.
+// A round of the loop: wait; take what has arrived, requests among it; read the kernel's events of every root
+// to their end; send what changed to those who follow it; answer requests. So whatever happened before a
+// request arrived is in its answer.
 //
-// poll() rather than an event library's loop: one transaction answers what arrived before a turn that has
-// read every queue to its end, and callbacks for each descriptor would have to be put back into that order.
+// Clients are never waited for, and the journal's file is not needed for any of this.
 #include "recorder/RecorderLoop.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <fmt/format.h>
 #include <span>
-#include <sys/timerfd.h>
 #include <system_error>
 #include <unistd.h>
 
 #include "base/Log.h"
-#include "base/Text.h"
 #include "platform/Folders.h"
+#include "recorder/RecorderRole.h"
 
 namespace quon {
 namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kBetweenReads = 10ms;
-constexpr auto kBetweenWrites = 100ms;
-constexpr auto kBetweenRetries = 1000ms;
+/// Events are gathered for so long before they are read, less when somebody follows them.
+constexpr auto kBetweenReads = 50ms;
+constexpr auto kBetweenFollowedReads = 10ms;
+constexpr auto kBetweenDrops = 1h;
+constexpr auto kStalledWait = 100ms;
+constexpr std::size_t kMostRoots = 1024;
 constexpr std::uint64_t kMicrosPerDay = 86'400'000'000;
 constexpr std::uint64_t kDaysUnasked = 90;
-constexpr std::uint64_t kClockTolerance = 1'000'000;
-/// The places of what is always waited for; the roots follow.
-enum FixedWait : std::size_t { kWake, kState, kMounts, kClock, kFixedWaits };
+/// Identifiers that the journal's file reserves at a time when they are ahead of the wall clock: a minute's.
+constexpr std::uint64_t kReserved = 60'000'000;
+/// The places of what is always waited for; the listener, the clients and the roots follow.
+enum FixedWait : std::size_t { kWake, kState, kMounts, kListener };
 
-/// Wakes when the wall clock is set: it expires in an age, and is cancelled by that.
-Descriptor makeClockTimer() {
-  Descriptor timer(::timerfd_create(CLOCK_REALTIME, TFD_CLOEXEC | TFD_NONBLOCK));
-  if (!timer.isOpen()) throw std::system_error(errno, std::generic_category(), "cannot watch the clock");
-  return timer;
-}
-
-void armClockTimer(const Descriptor& timer) {
-  itimerspec never{};
-  never.it_value.tv_sec = std::int64_t{1} << 40;
-  ::timerfd_settime(timer.get(), TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &never, nullptr);
+bool isLost(const FolderEvent& event) {
+  return (event.flags & EventFlag::lostTrack) != 0;
 }
 
 void clearEvents(int descriptor) {
@@ -52,250 +43,220 @@ void clearEvents(int descriptor) {
   (void)!::read(descriptor, &count, sizeof count);
 }
 
-int millisUntil(std::chrono::steady_clock::time_point time) {
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(time - std::chrono::steady_clock::now());
-  return static_cast<int>(std::max<std::int64_t>(left.count(), 0));
-}
-
 }  // namespace
 
 RecorderLoop::RecorderLoop(const ThreadService& threads, const Folders& folders, Log& lines,
-                           const EventOptions& options, const EventClock& source, int wakeDescriptor)
+                           const EventOptions& options, const EventClock& source, RecorderRole& taken,
+                           int wakeDescriptor)
     : stateFolder(folders.state),
       log(lines),
       clock(source),
       own(folders),
+      role(taken),
       wake(wakeDescriptor),
-      stateWatch(stateFolder, StateWatch::Bell::recorder),
-      clockTimer(makeClockTimer()),
+      stateWatch(stateFolder),
+      keeper(stateFolder, log),
       ids(clock, 0),
       context{.own = own,
-              .clock = clock,
               .ids = ids,
               .log = log,
               .threads = threads,
               .backEnd = options.backEnd,
-              .wake = [wakeDescriptor] {
-                const std::uint64_t one = 1;
-                // An eventfd below its limit takes the write.
-                (void)!::write(wakeDescriptor, &one, sizeof one);
-              }} {
-  armClockTimer(clockTimer);
-  journal.emplace(EventJournal::open(stateFolder, log));
-  try {
-    loadRoots();
-  } catch (const DatabaseError& failure) {
-    if (!failure.isUnusable()) throw;
-    roots.clear();
-    journalFailed(failure);
-  }
+              .wake =
+                  [wakeDescriptor] {
+                    const std::uint64_t one = 1;
+                    // An eventfd below its limit takes the write.
+                    (void)!::write(wakeDescriptor, &one, sizeof one);
+                  }},
+      clients(log) {
+  loadRoots();
 }
 
 RecorderLoop::~RecorderLoop() = default;
 
 void RecorderLoop::loadRoots() {
+  const JournalContent content = keeper.load();
+  ids.raise(content.newestId);
+  keptId = content.newestId;
+  for (const RootRecord& root : content.roots)
+    roots.push_back(std::make_unique<Root>(Root{{context, root.path}, root.asked}));
+}
+
+/// A root that is followed is asked for all the time.
+void RecorderLoop::dropUnasked() {
+  if (Clock::now() < nextDrop) return;
+  nextDrop = Clock::now() + kBetweenDrops;
   const std::uint64_t now = clock.wallMicros();
-  std::uint64_t latest = journal->newestId();
-  ids.raise(latest);
-  for (const WatchedRoot& root : journal->roots()) latest = std::max(latest, root.goodUntil);
-  {
-    Transaction transaction = journal->begin();
-    // The clock was set back while nobody recorded.
-    if (latest > now + kClockTolerance) journal->addStep({.low = now, .high = latest});
-    journal->prune(now - std::min(now, kDaysUnasked * kMicrosPerDay));
-    transaction.commit();
+  for (const auto& root : roots) {
+    if (clients.follow(root->recorded.path())) root->asked = now;
   }
-  for (const WatchedRoot& root : journal->roots()) {
-    roots.push_back(std::make_unique<RecordedRoot>(context, root));
-  }
+  const std::size_t dropped = std::erase_if(roots, [&](const auto& root) {
+    return root->asked < now - std::min(now, kDaysUnasked * kMicrosPerDay);
+  });
+  if (dropped > 0) keepJournal();
 }
 
-void RecorderLoop::openJournal() {
-  journal = EventJournal::open(stateFolder, log);
-  ids.raise(journal->newestId());
-  for (const auto& root : roots) root->journalReplaced();
-  requestsWaiting = true;
-  mustRing = true;
-}
-
-void RecorderLoop::loadRequests() {
-  requestsWaiting = false;
-  for (const JournalRequest& request : journal->unanswered()) {
-    const auto known = std::ranges::find(roots, request.root, [](const auto& root) { return root->path(); });
-    if (known == roots.end()) {
-      WatchedRoot unknown;
-      unknown.path = request.root;
-      roots.push_back(std::make_unique<RecordedRoot>(context, journal->root(request.root).value_or(unknown)));
-      roots.back()->ask(request, turnNumber);
-    } else {
-      (*known)->ask(request, turnNumber);
-    }
-  }
+RecorderLoop::Root* RecorderLoop::rootFor(const std::string& path, bool mayAdd) {
+  const auto known =
+      std::ranges::find(roots, path, [](const auto& root) -> const std::string& { return root->recorded.path(); });
+  if (known != roots.end()) return known->get();
+  if (!mayAdd || roots.size() >= kMostRoots) return nullptr;
+  roots.push_back(std::make_unique<Root>(Root{{context, path}, 0}));
+  return roots.back().get();
 }
 
 int RecorderLoop::timeout() const {
   const auto now = Clock::now();
-  if (readNow || std::ranges::any_of(roots, [](const auto& root) { return root->isBusy(); })) return 0;
-  std::optional<Clock::time_point> next = retry;
+  if (readNow || std::ranges::any_of(roots, [](const auto& root) { return root->recorded.isBusy(); })) return 0;
+  std::optional<Clock::time_point> next = keeper.due();
   const auto consider = [&](Clock::time_point time) { next = std::min(next.value_or(time), time); };
   if (nextRead > now) consider(nextRead);
-  if (!retry && !changes.empty()) consider(nextWrite);
-  return next ? millisUntil(*next) : -1;
+  if (clients.isStalled()) consider(now + kStalledWait);
+  if (!next) return -1;
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(*next - now);
+  return static_cast<int>(std::max<std::int64_t>(left.count(), 0));
 }
 
-bool RecorderLoop::wait() {
+void RecorderLoop::wait() {
+  const int longest = timeout();
   waits.clear();
-  waits.resize(kFixedWaits);
-  waits[kWake] = {wake, POLLIN, 0};
-  waits[kState] = {stateWatch.descriptor(), POLLIN, 0};
-  waits[kMounts] = {mountTable.descriptor(), POLLPRI, 0};
-  waits[kClock] = {clockTimer.get(), POLLIN, 0};
+  waits.push_back({wake, POLLIN, 0});
+  waits.push_back({stateWatch->descriptor(), POLLIN, 0});
+  waits.push_back({mountTable.descriptor(), POLLPRI, 0});
+  clients.addWaits(role.socket(), waits);
+  firstRootWait = waits.size();
   if (Clock::now() >= nextRead) {
     for (const auto& root : roots) {
-      if (root->descriptor() >= 0) waits.push_back({root->descriptor(), POLLIN, 0});
+      if (root->recorded.descriptor() >= 0) waits.push_back({root->recorded.descriptor(), POLLIN, 0});
     }
   }
-  const int ready = ::poll(waits.data(), waits.size(), timeout());
-  if (ready < 0 && errno != EINTR)
+  if (::poll(waits.data(), waits.size(), longest) >= 0) return;
+  for (pollfd& each : waits) each.revents = 0;
+  if (errno != EINTR)
     throw std::system_error(errno, std::generic_category(), "cannot wait for file-system events");
-  return ready > 0;
 }
 
-bool RecorderLoop::readState() {
-  const StateWatch::News news = stateWatch.read();
-  if (news.folderGone || news.lockReplaced) return false;
-  if (news.journalReplaced && journal && !journal->isCurrent()) journal.reset();
-  if (news.rung) requestsWaiting = true;
-  return true;
-}
-
-void RecorderLoop::noticeClock() {
-  if (const auto step = ids.noticeStep()) {
-    steps.push_back(*step);
-    for (const auto& root : roots) root->clockStepped(*step);
-  }
-}
-
-void RecorderLoop::followRoots() {
-  bool sweeping = std::ranges::any_of(roots, [](const auto& root) { return root->isSweeping(); });
-  for (const auto& root : roots) {
-    root->drain(turnNumber);
-    root->advance(*journal, !sweeping);
-    root->collect(changes);
-    sweeping = sweeping || root->isSweeping();
-  }
-  // One after the other; the end of a sweep wakes the loop.
-  if (!sweeping && std::ranges::any_of(roots, [](const auto& root) { return root->isWaiting(); }))
-    readNow = true;
-}
-
-/// Takes what the wait has ended for; true when it concerns the roots' events.
+/// True when it concerns the roots' events.
 bool RecorderLoop::takeWaits() {
   bool rootsReady = false;
-  if ((waits[kWake].revents & POLLIN) != 0) {
+  if (waits[kWake].revents != 0) {
     clearEvents(wake);
     rootsReady = true;
   }
-  if ((waits[kMounts].revents & (POLLPRI | POLLERR)) != 0) {
+  if (waits[kMounts].revents != 0) {
     const std::vector<std::string> points = mountTable.changes();
-    for (const auto& root : roots) root->mountsChanged(points);
+    for (const auto& root : roots) root->recorded.mountsChanged(points);
     rootsReady = true;
   }
-  if ((waits[kClock].revents & POLLIN) != 0) {
-    clearEvents(clockTimer.get());
-    armClockTimer(clockTimer);
-  }
-  const auto ofRoots = std::span(waits).subspan(kFixedWaits);
+  clients.take(role.socket(), &waits[kListener], turnNumber);
+  const auto ofRoots = std::span(waits).subspan(firstRootWait);
   return rootsReady || std::ranges::any_of(ofRoots, [](const pollfd& each) { return each.revents != 0; });
 }
 
-bool RecorderLoop::turn() {
-  const bool ended = wait();
-  ++turnNumber;
-  bool rootsReady = std::exchange(readNow, false);
-  if (ended) {
-    if ((waits[kState].revents & POLLIN) != 0 && !readState()) return false;
-    if (takeWaits()) rootsReady = true;
-  }
-  noticeClock();
-  try {
-    if (!journal) openJournal();
-    if (requestsWaiting) {
-      loadRequests();
-      rootsReady = true;
-    }
-    if (rootsReady || std::ranges::any_of(roots, [](const auto& root) { return root->isBusy(); })) {
-      followRoots();
-      nextRead = Clock::now() + kBetweenReads;
-    }
-    if (isDue()) writeJournal();
-  } catch (const DatabaseError& failure) {
-    journalFailed(failure);
-  }
+bool RecorderLoop::keepRole() {
+  const bool lasts = stateWatch->takeNews();
+  if (!role.keep()) return false;
+  if (!lasts) stateWatch.emplace(stateFolder);
+  keeper.check();
   return true;
 }
 
-bool RecorderLoop::isDue() const {
-  const auto now = Clock::now();
-  if (retry && now < *retry) return false;
-  if (mustRing || std::ranges::any_of(roots, [](const auto& root) { return root->wantsWriting(); }))
-    return true;
-  return !changes.empty() && now >= nextWrite;
-}
-
-void RecorderLoop::writeJournal() {
-  commit();
-  changes.clear();
-  steps.clear();
-  for (const auto& root : roots) root->written();
-  nextWrite = Clock::now() + kBetweenWrites;
-  retry.reset();
-  lastFailure.clear();
-  mustRing = false;
-  // A root whose sweep was written wants to go on, and requests may be answered by now.
-  readNow =
-      std::ranges::any_of(roots, [](const auto& root) { return root->isBusy() || root->wantsWriting(); });
-  StateWatch::ring(stateFolder, StateWatch::Bell::clients);
-}
-
-void RecorderLoop::commit() {
-  if (!journal->isCurrent()) openJournal();
-  Transaction transaction = journal->begin();
-  for (const ClockStep& step : steps) journal->addStep(step);
-  for (const auto& [path, deep] : changes) journal->mark(path, ids.next(), deep);
-  for (const auto& root : roots) root->write(*journal);
-  journal->setNewestId(ids.newest());
-  transaction.commit();
-}
-
-void RecorderLoop::journalFailed(const DatabaseError& failure) {
-  if (failure.isUnusable()) {
-    journal.reset();  // opened anew by the next turn
-    EventJournal::setAside(stateFolder, log);
+void RecorderLoop::followRoots() {
+  bool placing = std::ranges::any_of(roots, [](const auto& root) { return root->recorded.isPlacing(); });
+  for (const auto& root : roots) {
+    RecordedRoot& each = root->recorded;
+    each.drain(turnNumber);
+    const bool wasCovered = each.isCovered();
+    // Without being asked, one after the other; the end of a walk wakes the loop.
+    each.advance(!placing);
+    const std::vector<FolderEvent> events = each.takeEvents();
+    if (!events.empty()) clients.publish(each.path(), events, wasCovered && !each.isCovered());
+    placing = placing || each.isPlacing();
+  }
+  if (!placing && std::ranges::any_of(roots, [](const auto& root) { return root->recorded.isUntried(); }))
     readNow = true;
-    return;
+  const bool followed =
+      std::ranges::any_of(roots, [&](const auto& root) { return clients.follow(root->recorded.path()); });
+  nextRead = Clock::now() + (followed ? kBetweenFollowedReads : kBetweenReads);
+}
+
+bool RecorderLoop::turn() {
+  dropUnasked();
+  wait();
+  ++turnNumber;
+  bool rootsReady = std::exchange(readNow, false);
+  if (takeWaits()) rootsReady = true;
+  // After the requests: they came over the socket that there was.
+  if (waits[kState].revents != 0 && !keepRole()) return false;
+  if (rootsReady || clients.areWaiting() ||
+      std::ranges::any_of(roots, [](const auto& root) { return root->recorded.isBusy(); })) {
+    followRoots();
+    clients.answer([this](const Clients::Waiting& waiting) { return answer(waiting); });
   }
-  if (lastFailure != failure.what()) {
-    lastFailure = failure.what();
-    const bool busy = failure.kind == DatabaseError::Kind::busy;
-    log.line(fmt::format("cannot write the event journal in {} and keep trying: {}", displayText(stateFolder),
-                         busy ? "another program has locked it" : failure.what()));
+  if (ids.isAhead() && ids.newest() > keptId) keepJournal();
+  if (keeper.due() && *keeper.due() <= Clock::now()) keeper.retry();
+  clients.flush();
+  return true;
+}
+
+bool RecorderLoop::answer(const Clients::Waiting& waiting) {
+  if (const auto* cover = std::get_if<CoverRequest>(&waiting.request)) return answerCover(*cover, waiting);
+  if (const auto* follow = std::get_if<FollowRequest>(&waiting.request)) return answerFollow(*follow, waiting);
+  return answerId(waiting);
+}
+
+bool RecorderLoop::answerCover(const CoverRequest& request, const Clients::Waiting& waiting) {
+  Root* const root = rootFor(request.root, true);
+  if (root == nullptr) {
+    waiting.connection.send(Coverage{.reason = "too many folders are recorded already"});
+    return true;
   }
-  requestsWaiting = true;
-  retry = Clock::now() + kBetweenRetries;
+  if (waiting.turn == turnNumber) {
+    root->recorded.ask();
+    if (root->recorded.isUntried()) readNow = true;
+    const std::uint64_t now = clock.wallMicros();
+    // The day is exact enough, and saves writes.
+    if (root->asked + kMicrosPerDay < now || root->asked > now) {
+      root->asked = now;
+      keepJournal();
+    }
+  }
+  const bool underWay = root->recorded.isUntried() || root->recorded.isPlacing();
+  if (request.wait && (underWay || !root->recorded.isDrained(waiting.turn))) return false;
+  waiting.connection.send(root->recorded.coverage());
+  return true;
+}
+
+bool RecorderLoop::answerFollow(const FollowRequest& request, const Clients::Waiting& waiting) {
+  Root* const root = rootFor(request.root, false);
+  if (root != nullptr && !root->recorded.isDrained(waiting.turn)) return false;
+  // Following a root does not have it recorded.
+  const std::vector<FolderEvent> history =
+      root != nullptr ? root->recorded.history(request.since)
+                      : RecordedRoot(context, request.root).history(request.since);
+  waiting.connection.send(request.root, history);
+  if (isLost(history.front())) waiting.connection.finish();
+  return true;
+}
+
+bool RecorderLoop::answerId(const Clients::Waiting& waiting) {
+  if (std::ranges::any_of(roots, [&](const auto& root) { return !root->recorded.isDrained(waiting.turn); }))
+    return false;
+  waiting.connection.send(IssuedId{ids.next()});
+  return true;
 }
 
 void RecorderLoop::finish() {
-  try {
-    if (!journal) openJournal();
-    followRoots();
-    for (const auto& root : roots) root->touch();
-    writeJournal();
-  } catch (const DatabaseError& failure) {
-    // The next recorder finds on the disk what changed since the last transaction.
-    log.line(
-        fmt::format("cannot write the event journal in {}: {}", displayText(stateFolder), failure.what()));
-  }
+  keepJournal();
+  keeper.retry();
+}
+
+void RecorderLoop::keepJournal() {
+  keptId = ids.isAhead() ? ids.newest() + kReserved : ids.newest();
+  JournalContent content;
+  content.newestId = keptId;
+  for (const auto& root : roots) content.roots.push_back({root->recorded.path(), root->asked});
+  keeper.keep(std::move(content));
 }
 
 }  // namespace quon

@@ -8,73 +8,77 @@
 #include <string>
 #include <vector>
 
-#include "events/EventJournal.h"
 #include "events/EventOptions.h"
 #include "journal/StateWatch.h"
-#include "linux_fs/Descriptor.h"
+#include "recorder/Clients.h"
+#include "recorder/JournalKeeper.h"
 #include "recorder/RecordedRoot.h"
 #include "watch/MountTable.h"
 #include "watch/OwnFolders.h"
 
 namespace quon {
 
-/// The recorder at work, while it has the lock. Threads: one; the wake descriptor may be written by any.
+class RecorderRole;
+
+/// The recorder at work, while it has the role. Threads: one; the wake descriptor may be written by any.
 class RecorderLoop {
  public:
-  /// Opens the journal and begins to watch the roots in it. `wake` is an eventfd that ends the wait of
-  /// turn().
+  /// Begins with the roots of the journal's file. `wake` is an eventfd that ends the wait of turn(). Throws
+  /// std::system_error.
   RecorderLoop(const ThreadService& threads, const Folders& folders, Log& log, const EventOptions& options,
-               const EventClock& clock, int wake);
+               const EventClock& clock, RecorderRole& role, int wake);
   ~RecorderLoop();
   RecorderLoop(const RecorderLoop&) = delete;
   RecorderLoop& operator=(const RecorderLoop&) = delete;
 
-  /// Waits for something to happen and does what it calls for. False when the state folder or the lock file
-  /// was replaced: the lock that this process has keeps nobody else out.
+  /// Waits for something to happen and does what it calls for. False when another process has the role by now.
+  /// Throws std::system_error.
   [[nodiscard]] bool turn();
-  /// Writes what is known; the next recorder continues from there.
+  /// Writes what the next recorder needs.
   void finish();
 
  private:
   using Clock = std::chrono::steady_clock;
 
-  void openJournal();
+  struct Root {
+    RecordedRoot recorded;
+    std::uint64_t asked;  ///< when last; wall clock, microseconds
+  };
+
   void loadRoots();
-  void loadRequests();
-  [[nodiscard]] bool wait();
-  [[nodiscard]] bool takeWaits();
+  void dropUnasked();
+  [[nodiscard]] Root* rootFor(const std::string& path, bool mayAdd);
+  void wait();
   [[nodiscard]] int timeout() const;
-  [[nodiscard]] bool readState();
-  void noticeClock();
+  [[nodiscard]] bool takeWaits();
+  [[nodiscard]] bool keepRole();
   void followRoots();
-  [[nodiscard]] bool isDue() const;
-  void writeJournal();
-  void commit();
-  void journalFailed(const DatabaseError& failure);
+  [[nodiscard]] bool answer(const Clients::Waiting& waiting);
+  [[nodiscard]] bool answerCover(const CoverRequest& request, const Clients::Waiting& waiting);
+  [[nodiscard]] bool answerFollow(const FollowRequest& request, const Clients::Waiting& waiting);
+  [[nodiscard]] bool answerId(const Clients::Waiting& waiting);
+  void keepJournal();
 
   const std::string stateFolder;
   Log& log;
   const EventClock& clock;
   const OwnFolders own;
+  RecorderRole& role;
   const int wake;
-  StateWatch stateWatch;
+  std::optional<StateWatch> stateWatch;
   MountTable mountTable;
-  Descriptor clockTimer;
-  std::optional<EventJournal> journal;
+  JournalKeeper keeper;
   EventIds ids;
   RecorderContext context;
-  std::vector<std::unique_ptr<RecordedRoot>> roots;
-  std::vector<ClockStep> steps;  // not written yet
-  FolderChanges changes;         // not written yet
+  std::vector<std::unique_ptr<Root>> roots;
+  Clients clients;
   std::vector<pollfd> waits;
+  std::size_t firstRootWait = 0;
   std::uint64_t turnNumber = 0;
-  Clock::time_point nextRead;   // of the roots' events
-  Clock::time_point nextWrite;  // of changed folders
-  std::optional<Clock::time_point> retry;
-  std::string lastFailure;
-  bool requestsWaiting = true;
+  std::uint64_t keptId = 0;  ///< no identifier above it was handed out ahead of the wall clock
+  Clock::time_point nextRead;  // of the roots' events
+  Clock::time_point nextDrop;  // of roots that nobody asks for
   bool readNow = true;
-  bool mustRing = true;  // clients may have missed the last ring of a recorder that was killed
 };
 
 }  // namespace quon

@@ -1,7 +1,7 @@
 // An event has the handle of the folder in which something changed; the kernel merges events on the same
 // folder. Handles are gathered, and resolved once a batch: the folder is opened by its handle, which takes
 // privilege, its path read from /proc/self/fd, and that path opened once more with the user's own rights. A
-// path that the user may not list is dropped, as is what lies outside the root.
+// path of which some folder may not be listed by the user is dropped, as is what lies outside the root.
 //
 // A folder that was moved has an event of its own and is deep. One that was created has not, only its parent;
 // the parent's children that were born since the batch before are deep. Every folder of the file system is
@@ -16,6 +16,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <ranges>
 #include <sys/fanotify.h>
 #include <sys/stat.h>
 #include <system_error>
@@ -164,8 +165,60 @@ void FanotifyWatch::reportNewFolders(const Descriptor& folder, const std::string
   }
 }
 
-Descriptor FanotifyWatch::openAsUser(const Descriptor& rootFolder, const std::string& path) const {
-  return openFolder(rootFolder.get(), std::string(*relativeTo(path, settings.root)));
+class FanotifyWatch::UserView {
+ public:
+  UserView(const Descriptor& folder, const std::string& path, std::set<std::string>& notListable)
+      : rootFolder(folder), root(path), closed(notListable) {}
+
+  /// `path` is the root's or below it.
+  [[nodiscard]] Descriptor open(const std::string& path) const {
+    return openFolder(rootFolder.get(), std::string(*relativeTo(path, root)));
+  }
+  /// True when the user can come to know of a folder: each one between it and the root may be listed.
+  [[nodiscard]] bool mayKnow(const std::string& path) {
+    std::vector<std::string> above;
+    for (std::string at = path; at != root;) {
+      at = parentPath(at);
+      above.push_back(at);
+    }
+    for (const std::string& folder : std::ranges::reverse_view(above)) {
+      const auto [known, isNew] = listable.try_emplace(folder, false);
+      if (isNew) known->second = open(folder).isOpen();
+      if (known->second) continue;
+      closed.insert(folder);
+      return false;
+    }
+    return true;
+  }
+  [[nodiscard]] const Descriptor& folder() const { return rootFolder; }
+
+ private:
+  const Descriptor& rootFolder;
+  const std::string& root;
+  std::set<std::string>& closed;
+  boost::unordered_flat_map<std::string, bool> listable;
+};
+
+void FanotifyWatch::report(const std::string& handle, const Change& change, UserView& user,
+                           FolderChanges& into) {
+  bool beyond = false;
+  std::string path = resolve(user.folder(), handle, beyond);
+  if (path.empty() || !user.mayKnow(path)) return;
+  const Descriptor folder = user.open(path);
+  if (!folder.isOpen()) {
+    // That it was closed shows in its own listing; its attributes in that of the folder above.
+    if (change.attributes && errno == EACCES) {
+      if (path != settings.root) addChange(into, std::string(parentPath(path)), false);
+      addChange(into, path, false);
+      closed.insert(std::move(path));
+    }
+    return;
+  }
+  if (change.gotFolder) reportNewFolders(folder, path, into);
+  // What happened below it while it was closed was dropped.
+  const bool isOpenAgain = closed.erase(path) > 0;
+  const bool deep = beyond || isOpenAgain || (change.moved && path != settings.root);
+  addChange(into, std::move(path), deep);
 }
 
 void FanotifyWatch::collect(FolderChanges& into) {
@@ -175,26 +228,8 @@ void FanotifyWatch::collect(FolderChanges& into) {
   // Open for the batch only: that would keep the file system from being unmounted.
   const Descriptor rootFolder = openFolder(AT_FDCWD, settings.root);
   if (!rootFolder.isOpen()) found.rootMoved = true;
-  for (const auto& [handle, change] : batch) {
-    bool beyond = false;
-    std::string path = resolve(rootFolder, handle, beyond);
-    if (path.empty()) continue;
-    // With the user's own rights.
-    const Descriptor folder = openAsUser(rootFolder, path);
-    if (!folder.isOpen()) {
-      // Who may list the folder above sees the attributes of this one, and that it was closed.
-      const std::size_t slash = path.rfind('/');
-      std::string above = path.substr(0, std::max<std::size_t>(slash, 1));
-      if (change.attributes && errno == EACCES && isInside(above, settings.root) &&
-          openAsUser(rootFolder, above).isOpen()) {
-        addChange(into, std::move(above), false);
-      }
-      continue;
-    }
-    if (change.gotFolder) reportNewFolders(folder, path, into);
-    const bool deep = beyond || (change.moved && path != settings.root);
-    addChange(into, std::move(path), deep);
-  }
+  UserView user(rootFolder, settings.root, closed);
+  for (const auto& [handle, change] : batch) report(handle, change, user, into);
   for (const auto& [path, deep] : mounted) addChange(into, path, deep);
   mounted.clear();
   gatheredSince = now;
@@ -204,11 +239,6 @@ void FanotifyWatch::mountChanged(const std::string& path) {
   const std::size_t slash = path.rfind('/');
   addChange(mounted, slash == 0 ? "/" : path.substr(0, slash), false);
   addChange(mounted, path, true);
-}
-
-std::vector<std::string> FanotifyWatch::abandon() {
-  group = Descriptor();
-  return {};
 }
 
 }  // namespace quon

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -25,11 +26,11 @@ class FanotifyWatch final : public RootWatch {
   void mountChanged(const std::string& path) override;
   [[nodiscard]] const WatchProblems& problems() const override { return found; }
   void rootIsInPlace() override { found.rootMoved = false; }
-  [[nodiscard]] std::vector<std::string> abandon() override;
 
   [[nodiscard]] std::optional<int> enter(int descriptor, int parentToken, std::string_view name,
                                          const InodeIdentity& identity) override;
   void refuse(int, std::string_view) override {}
+  void fail(std::error_code) override {}
 
  private:
   struct Change {
@@ -38,10 +39,12 @@ class FanotifyWatch final : public RootWatch {
     bool attributes = false;  ///< its own changed
   };
 
-  /// With the user's own rights. `path` is the root's or below it.
-  [[nodiscard]] Descriptor openAsUser(const Descriptor& rootFolder, const std::string& path) const;
+  /// Opens with the user's own rights, and remembers for the batch who may be listed.
+  class UserView;
+
   void gather(const fanotify_event_metadata& event, const char* record);
-  /// The folder of a handle, by a path that the user may list; "" for none below the root.
+  void report(const std::string& handle, const Change& change, UserView& user, FolderChanges& into);
+  /// The path of a handle's folder; "" for one that is not below the root.
   [[nodiscard]] std::string resolve(const Descriptor& rootFolder, const std::string& handle,
                                     bool& beyond) const;
   void reportNewFolders(const Descriptor& folder, const std::string& path, FolderChanges& into);
@@ -51,6 +54,7 @@ class FanotifyWatch final : public RootWatch {
   WatchProblems found;
   boost::unordered_flat_map<std::string, Change> changed;  // by file handle
   FolderChanges mounted;
+  std::set<std::string> closed;  // folders that the user may not list, with changes at or below them
   NameListing listing;
   std::int64_t gatheredSince;  // wall clock, microseconds: when `changed` was emptied last
 };

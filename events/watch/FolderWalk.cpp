@@ -1,13 +1,13 @@
 // One stack of folders to visit, last in, first out, so that few parents are open at a time. A folder is
 // opened relative to its parent's descriptor: a parent that is renamed meanwhile stays the same folder.
-// Beyond a bound a child is opened by its path and must lie in the parent that it was found in.
-//
-// Order in enter(): open, let the visitor place its watch, read the times. What happens before the watch
-// shows in the times, what happens after it reaches the watch.
+// Beyond a bound, and once descriptors have run out, a child is opened by its path and must lie in the parent that
+// it was found in.
 #include "watch/FolderWalk.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <utility>
 
 #include "base/Path.h"
@@ -17,8 +17,23 @@ namespace quon {
 namespace {
 
 constexpr int kMostOpenParents = 512;
+/// Of the descriptors that the process may have, so many parts are not the walk's.
+constexpr int kShare = 8;
+
+int openParentsAllowed() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return 0;
+  return static_cast<int>(std::min<rlim_t>(limit.rlim_cur / kShare, kMostOpenParents));
+}
+
+/// May succeed when less is open.
+bool isShortage(int reason) {
+  return reason == EMFILE || reason == ENFILE || reason == ENOMEM;
+}
 
 }  // namespace
+
+FolderWalk::FolderWalk(const Settings& how) : settings(how), mostOpenParents(openParentsAllowed()) {}
 
 void FolderWalk::begin(const std::string& path, int parentToken) {
   const MutexLock held(lock);
@@ -72,8 +87,11 @@ Descriptor FolderWalk::open(const Item& item) const {
   Descriptor folder = openFolder(AT_FDCWD, item.path);
   if (item.isFirst || !folder.isOpen()) return folder;
   const auto parent = factsOfEntry(folder.get(), "..");
-  if (!parent || parent->identity.inode != item.parentInode) return {};
-  return folder;
+  if (parent && parent->identity.inode == item.parentInode) return folder;
+  // One that may be listed but not entered does not even show what is above it.
+  if (!parent && errno == EACCES) return folder;
+  errno = ENOENT;
+  return {};
 }
 
 FolderWalk::SharedFolder FolderWalk::share(Descriptor folder) {
@@ -84,36 +102,37 @@ FolderWalk::SharedFolder FolderWalk::share(Descriptor folder) {
           }};
 }
 
-std::optional<FolderWalk::Opened> FolderWalk::enter(const Item& item) {
+/// Closes what the walk has open for later.
+void FolderWalk::letGo() {
+  mostOpenParents = 0;
+  const MutexLock held(lock);
+  for (Item& item : stack) item.parent.reset();
+}
+
+std::optional<FolderWalk::Opened> FolderWalk::enter(Item& item) {
   Descriptor folder = open(item);
+  if (!folder.isOpen() && isShortage(errno)) {
+    letGo();
+    item.parent.reset();
+    folder = open(item);
+  }
   const std::string_view name = lastComponent(item.path);
   if (!folder.isOpen()) {
     // Else it vanished, was renamed, or was replaced by a file.
-    if (errno == EACCES && !item.isFirst && settings.visitor != nullptr) {
-      settings.visitor->refuse(item.parentToken, name);
-    }
+    if (errno == EACCES && !item.isFirst) settings.visitor->refuse(item.parentToken, name);
+    if (isShortage(errno)) settings.visitor->fail({errno, std::generic_category()});
     return std::nullopt;
   }
-  auto facts = factsOf(folder.get());
+  const auto facts = factsOf(folder.get());
   if (!facts || facts->device != settings.device) return std::nullopt;
-  Opened opened;
-  if (settings.visitor != nullptr) {
-    const auto token = settings.visitor->enter(folder.get(), item.parentToken, name, facts->identity);
-    if (!token) return std::nullopt;
-    opened.token = *token;
-  }
-  if (settings.changeTimes != nullptr) {
-    facts = factsOf(folder.get());
-    if (!facts) return std::nullopt;
-    opened.times = settings.changeTimes->enter(item.isFirst, *facts, item.parentTimes);
-  }
-  opened.facts = *facts;
-  opened.folder = share(std::move(folder));
-  return opened;
+  const auto token = settings.visitor->enter(folder.get(), item.parentToken, name, facts->identity);
+  if (!token) return std::nullopt;
+  return Opened{.folder = share(std::move(folder)), .facts = *facts, .token = *token};
 }
 
-std::vector<FolderWalk::Item> FolderWalk::list(const Item& item, Opened& opened, NameListing& listing) const {
-  const SharedFolder parent = *openFolders <= kMostOpenParents ? opened.folder : nullptr;
+std::vector<FolderWalk::Item> FolderWalk::list(const Item& item, const Opened& opened,
+                                               NameListing& listing) const {
+  const SharedFolder parent = *openFolders <= mostOpenParents ? opened.folder : nullptr;
   const int descriptor = opened.folder->get();
   std::vector<Item> found;
   listing.start(descriptor);
@@ -123,27 +142,20 @@ std::vector<FolderWalk::Item> FolderWalk::list(const Item& item, Opened& opened,
       const auto facts = factsOfEntry(descriptor, entry.name);
       if (facts) entry.type = facts->type;
     }
-    if (entry.type == EntryType::directory) {
-      if (settings.own.containEntry(item.path, entry.name)) continue;
-      found.push_back({.parent = parent,
-                       .path = joinPath(pathPrefix(item.path), entry.name),
-                       .parentInode = opened.facts.identity.inode,
-                       .parentToken = opened.token,
-                       .parentTimes = opened.times});
-    } else if (settings.changeTimes != nullptr) {
-      settings.changeTimes->compareEntry(descriptor, entry.name, opened.times);
-    }
+    if (entry.type != EntryType::directory || settings.own.containEntry(item.path, entry.name)) continue;
+    found.push_back({.parent = parent,
+                     .path = joinPath(pathPrefix(item.path), entry.name),
+                     .parentInode = opened.facts.identity.inode,
+                     .parentToken = opened.token});
   }
+  if (isShortage(listing.error().value())) settings.visitor->fail(listing.error());
   return found;
 }
 
-void FolderWalk::visit(const Item& item, Worker& worker) {
+void FolderWalk::visit(Item& item, Worker& worker) {
   auto opened = enter(item);
   if (!opened) return;
   std::vector<Item> found = list(item, *opened, worker.listing);
-  if (settings.changeTimes != nullptr) {
-    settings.changeTimes->leave(item.path, opened->times, !worker.listing.error());
-  }
   opened.reset();
   put(found);
 }

@@ -7,13 +7,13 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "base/Mutex.h"
 #include "linux_fs/Descriptor.h"
 #include "linux_fs/InodeFacts.h"
 #include "linux_fs/NameListing.h"
-#include "watch/ChangeTimes.h"
 #include "watch/OwnFolders.h"
 
 namespace quon {
@@ -33,6 +33,8 @@ class FolderVisitor {
                                                  const InodeIdentity& identity) = 0;
   /// A folder that was listed may not be opened.
   virtual void refuse(int parentToken, std::string_view name) = 0;
+  /// A folder could not be opened, or listed to its end, for lack of descriptors or memory: the walk is not whole.
+  virtual void fail(std::error_code reason) = 0;
 };
 
 /// Visits a folder and all below it on the same file system, parents before their children, leaving out the
@@ -43,9 +45,8 @@ class FolderWalk {
  public:
   struct Settings {
     const OwnFolders& own;
-    FolderVisitor* visitor = nullptr;    ///< may be none
-    ChangeTimes* changeTimes = nullptr;  ///< may be none
-    std::uint32_t device = 0;            ///< folders on others are left out
+    FolderVisitor* visitor = nullptr;
+    std::uint32_t device = 0;  ///< folders on others are left out
   };
 
   /// What one thread of a walk needs.
@@ -53,7 +54,7 @@ class FolderWalk {
     NameListing listing{kBufferBytes};
   };
 
-  explicit FolderWalk(const Settings& how) : settings(how) {}
+  explicit FolderWalk(const Settings& how);
 
   /// The folder to begin with; `parentToken` is what its visitor gets.
   void begin(const std::string& path, int parentToken);
@@ -74,26 +75,26 @@ class FolderWalk {
     std::uint64_t parentInode = 0;
     int parentToken = -1;
     bool isFirst = false;
-    ChangeTimes::Folder parentTimes = {};
   };
   /// An open folder of the walk.
   struct Opened {
     SharedFolder folder;
     InodeFacts facts;
     int token = 0;
-    ChangeTimes::Folder times;
   };
 
   [[nodiscard]] bool take(Item& item);
   void put(std::vector<Item>& found);
   void finished();
-  void visit(const Item& item, Worker& worker);
-  [[nodiscard]] std::optional<Opened> enter(const Item& item);
+  void visit(Item& item, Worker& worker);
+  [[nodiscard]] std::optional<Opened> enter(Item& item);
   [[nodiscard]] Descriptor open(const Item& item) const;
+  void letGo();
   [[nodiscard]] SharedFolder share(Descriptor folder);
-  [[nodiscard]] std::vector<Item> list(const Item& item, Opened& opened, NameListing& listing) const;
+  [[nodiscard]] std::vector<Item> list(const Item& item, const Opened& opened, NameListing& listing) const;
 
   const Settings settings;
+  std::atomic<int> mostOpenParents;
   std::atomic<bool> cancelled{false};
   std::shared_ptr<std::atomic<int>> openFolders = std::make_shared<std::atomic<int>>(0);
   Mutex lock;

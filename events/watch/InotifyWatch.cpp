@@ -13,6 +13,10 @@
 // A folder that may not be opened is remembered: it may lie below another one that was closed for a moment,
 // and no event names it when that is opened again.
 //
+// A folder that lies at several places of the root, by bind mounts, has one watch. It is walked at one place; the
+// others are its aliases, at which its changes are reported as well. When its place is unmounted, it gets
+// that of an alias.
+//
 // Nothing stays open between batches: that would keep the file system from being unmounted.
 //
 // The watch is added through /proc/self/fd, so it is on the folder that is open, whatever its path means
@@ -24,6 +28,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <fstream>
 #include <sys/inotify.h>
 #include <system_error>
 #include <unistd.h>
@@ -44,11 +49,31 @@ constexpr std::size_t kBufferBytes = 65536;
 constexpr int kMostReads = 16;  // about 16,000 events: the default length of the kernel's queue
 constexpr int kFoldersPerSlice = 512;
 
+/// The limit of descriptors and the limit of notifiers have the same error.
+std::string adviceFor(int reason) {
+  if (reason != EMFILE) return {};
+  const Descriptor any(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  if (!any.isOpen()) return "; raise the limit with `ulimit -n`";
+  return "; raise the limit with `sudo sysctl fs.inotify.max_user_instances=1024`";
+}
+
+std::string watchLimitReached() {
+  constexpr std::uint64_t kUsual = 1048576;
+  std::uint64_t present = 0;
+  std::ifstream("/proc/sys/fs/inotify/max_user_watches") >> present;
+  const std::uint64_t wanted = present < kUsual ? kUsual : present * 2;
+  return fmt::format(
+      "it has more folders than you may watch (fs.inotify.max_user_watches is {}); raise the limit with "
+      "`sudo sysctl fs.inotify.max_user_watches={}`",
+      present, wanted);
+}
+
 Descriptor newNotifier(const std::string& root) {
   Descriptor made(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
   if (!made.isOpen()) {
-    const char* advice = errno == EMFILE ? " (see fs.inotify.max_user_instances)" : "";
-    throw std::system_error(errno, std::generic_category(), "cannot watch " + displayText(root) + advice);
+    const int reason = errno;
+    throw std::system_error(reason, std::generic_category(),
+                            "cannot watch " + displayText(root) + adviceFor(reason));
   }
   return made;
 }
@@ -87,12 +112,10 @@ std::optional<int> InotifyWatch::enter(int descriptor, int parentToken, std::str
   std::array<char, 40> link{};
   *fmt::format_to_n(link.data(), link.size() - 1, "/proc/self/fd/{}", descriptor).out = '\0';
   MutexLock held(lock);
-  if (limitReached || (!isRoot && !tree.contains(parentToken))) return std::nullopt;
+  if (!unwatched.empty() || (!isRoot && !tree.contains(parentToken))) return std::nullopt;
   const int watch = ::inotify_add_watch(notifier.get(), link.data(), isRoot ? kRootMask : kFolderMask);
   if (watch < 0) {
-    limitReached = errno == ENOSPC || errno == ENOMEM;
-    refused = isRoot && !limitReached;
-    if (!isRoot && errno == EACCES) denied.emplace(parentToken, name);
+    failWatch(errno, parentToken, name);
     return std::nullopt;
   }
   if (isRoot) {
@@ -101,10 +124,59 @@ std::optional<int> InotifyWatch::enter(int descriptor, int parentToken, std::str
   }
   // The root again, mounted below itself, or a folder above it.
   if (watch == tree.root() || above.contains(watch)) return std::nullopt;
+  if (tree.childOf(parentToken, name) != watch && isElsewhere(watch, identity)) {
+    aliases.push_back({watch, parentToken, std::string(name)});
+    return std::nullopt;
+  }
   const int before = tree.attach(watch, parentToken, name, identity.inode);
-  if (before != WatchTree::kNone) displaced.insert(before);
+  if (before != WatchTree::kNone) displace(before);
   displaced.erase(watch);
   return watch;
+}
+
+void InotifyWatch::failWatch(int reason, int parentToken, std::string_view name) {
+  if (reason == ENOSPC) {
+    unwatched = watchLimitReached();
+  } else if (reason == EACCES && parentToken != WatchTree::kNone) {
+    denied.emplace(parentToken, name);
+  } else {
+    unwatched = "the kernel refuses to watch a folder: " + std::generic_category().message(reason);
+  }
+}
+
+/// True when the folder has a place, other than the one at which it was found now, that leads to it still: it was
+/// not moved, but is mounted twice.
+bool InotifyWatch::isElsewhere(int watch, const InodeIdentity& identity) {
+  if (!tree.contains(watch) || displaced.contains(watch)) return false;
+  const auto path = tree.path(watch);
+  if (!path) return false;
+  const auto facts = factsOfEntry(AT_FDCWD, path->c_str());
+  return facts && facts->device == settings.device && facts->identity == identity;
+}
+
+void InotifyWatch::dropAlias(int parent, std::string_view name) {
+  std::erase_if(aliases, [&](const Alias& alias) { return alias.parent == parent && alias.name == name; });
+}
+
+/// The folder is not at its place any more: it is at that of an alias, or will be forgotten unless an event gives it
+/// another one.
+void InotifyWatch::displace(int watch) {
+  for (int homeless = watch; homeless != WatchTree::kNone;) {
+    const auto alias =
+        std::ranges::find_if(aliases, [&](const Alias& each) { return each.watch == homeless; });
+    if (alias == aliases.end()) {
+      displaced.insert(homeless);
+      return;
+    }
+    const Alias place = std::move(*alias);
+    aliases.erase(alias);
+    homeless = tree.attach(homeless, place.parent, place.name, tree.inode(homeless));
+  }
+}
+
+void InotifyWatch::fail(std::error_code reason) {
+  MutexLock held(lock);
+  unwatched = "a folder could not be opened: " + reason.message();
 }
 
 void InotifyWatch::refuse(int parentToken, std::string_view name) {
@@ -132,8 +204,7 @@ bool InotifyWatch::drain() {
   for (const Check& check : due) checkPlace(check);
   const bool allWatched = watchNewFolders();
   MutexLock held(lock);
-  found.limitReached = limitReached;
-  found.refused = refused;
+  found.unwatched = unwatched;
   return queueEmpty && allWatched;
 }
 
@@ -199,6 +270,7 @@ void InotifyWatch::forget(int watch) {
   for (const int each : tree.remove(watch)) {
     displaced.erase(each);
     changed.erase(each);
+    std::erase_if(aliases, [&](const Alias& alias) { return alias.watch == each || alias.parent == each; });
     if (each != watch) ::inotify_rm_watch(notifier.get(), each);
   }
 }
@@ -217,8 +289,12 @@ void InotifyWatch::checkPlace(const Check& check) {
   const Descriptor folder = openFolder(AT_FDCWD, *path);
   const int reason = folder.isOpen() ? 0 : errno;
   const auto facts = folder.isOpen() ? factsOf(folder.get()) : std::nullopt;
-  const auto parent = folder.isOpen() ? factsOfEntry(folder.get(), "..") : std::nullopt;
+  auto parent = folder.isOpen() ? factsOfEntry(folder.get(), "..") : std::nullopt;
+  // One that may be listed but not entered does not even show what is above it.
+  if (folder.isOpen() && !parent && errno == EACCES)
+    parent = factsOfEntry(AT_FDCWD, std::string(parentPath(*path)).c_str());
   MutexLock held(lock);
+  dropAlias(check.parent, check.name);
   const int child = tree.childOf(check.parent, check.name);
   if (!facts || !parent) return notOpened(check, *path, reason);
   if (facts->device != settings.device) {
@@ -243,9 +319,11 @@ void InotifyWatch::notOpened(const Check& check, const std::string& path, int re
     const int child = tree.childOf(check.parent, check.name);
     if (child == WatchTree::kNone) return;
     tree.detach(child);
-    displaced.insert(child);
+    displace(child);
     return;
   }
+  if (reason == EMFILE || reason == ENFILE || reason == ENOMEM)
+    unwatched = "a folder could not be opened: " + std::generic_category().message(reason);
   if (reason == EACCES) denied.emplace(check.parent, check.name);
   // It has no watch, but it is there; its attributes show in its parent's listing.
   if (check.appeared) {
@@ -286,27 +364,31 @@ void InotifyWatch::collect(FolderChanges& into) {
     }
     displaced.clear();
   }
+  FolderChanges own;
   for (const int watch : changed) {
     if (!tree.contains(watch)) continue;
-    if (auto path = tree.path(watch)) addChange(into, std::move(*path), false);
+    if (auto path = tree.path(watch)) addChange(own, std::move(*path), false);
   }
   changed.clear();
-  for (std::string& path : deepPaths) addChange(into, std::move(path), true);
+  for (std::string& path : deepPaths) addChange(own, std::move(path), true);
   deepPaths.clear();
+  addAliases(own);
+  for (const auto& [path, deep] : own) addChange(into, path, deep);
 }
 
-std::vector<std::string> InotifyWatch::abandon() {
-  std::vector<std::string> appeared = std::move(deepPaths);
-  for (const Check& check : checks) {
-    if (auto path = pathOf(check.parent, check.name)) appeared.push_back(std::move(*path));
+void InotifyWatch::addAliases(FolderChanges& changes) {
+  for (const Alias& alias : aliases) {
+    const auto place = tree.path(alias.watch);
+    const auto parent = tree.path(alias.parent);
+    if (!place || !parent) continue;
+    const std::string other = joinPath(pathPrefix(*parent), alias.name);
+    FolderChanges alike;
+    for (const auto& [path, deep] : changes) {
+      const auto below = relativeTo(path, *place);
+      if (below) addChange(alike, below->empty() ? other : joinPath(other, *below), deep);
+    }
+    for (const auto& [path, deep] : alike) addChange(changes, path, deep);
   }
-  for (const NewFolder& folder : newFolders) {
-    if (auto path = pathOf(folder.parent, folder.name)) appeared.push_back(std::move(*path));
-  }
-  checks.clear();
-  newFolders.clear();
-  notifier = Descriptor();
-  return appeared;
 }
 
 }  // namespace quon

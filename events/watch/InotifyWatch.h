@@ -3,6 +3,8 @@
 #include <deque>
 #include <set>
 #include <string>
+#include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -27,11 +29,11 @@ class InotifyWatch final : public RootWatch {
   void mountChanged(const std::string& path) override;
   [[nodiscard]] const WatchProblems& problems() const override { return found; }
   void rootIsInPlace() override { found.rootMoved = false; }
-  [[nodiscard]] std::vector<std::string> abandon() override;
 
   [[nodiscard]] std::optional<int> enter(int descriptor, int parentToken, std::string_view name,
                                          const InodeIdentity& identity) override;
   void refuse(int parentToken, std::string_view name) override;
+  void fail(std::error_code reason) override;
 
  private:
   /// A place in the tree at which another folder may be by now.
@@ -41,6 +43,12 @@ class InotifyWatch final : public RootWatch {
     bool appeared = false;
 
     friend bool operator==(const Check&, const Check&) = default;
+  };
+  /// Another place of a watched folder, by a bind mount.
+  struct Alias {
+    int watch = WatchTree::kNone;
+    int parent = WatchTree::kNone;
+    std::string name;
   };
   /// A folder that appeared, while the folders below it get their watches.
   struct NewFolder {
@@ -54,6 +62,11 @@ class InotifyWatch final : public RootWatch {
   void handle(const inotify_event& event, std::string_view name) QUON_REQUIRES(lock);
   void handleFolder(const inotify_event& event, std::string_view name) QUON_REQUIRES(lock);
   void forget(int watch) QUON_REQUIRES(lock);
+  void failWatch(int reason, int parentToken, std::string_view name) QUON_REQUIRES(lock);
+  [[nodiscard]] bool isElsewhere(int watch, const InodeIdentity& identity) QUON_REQUIRES(lock);
+  void dropAlias(int parent, std::string_view name) QUON_REQUIRES(lock);
+  void displace(int watch) QUON_REQUIRES(lock);
+  void addAliases(FolderChanges& changes) QUON_REQUIRES(lock);
   void retryBelow(int watch) QUON_REQUIRES(lock);
   void checkPlace(const Check& check);
   void notOpened(const Check& check, const std::string& path, int reason) QUON_REQUIRES(lock);
@@ -77,8 +90,8 @@ class InotifyWatch final : public RootWatch {
   boost::unordered_flat_set<int> displaced QUON_GUARDED_BY(lock);
   /// Places of folders that could not be opened, because they or one above them lack the permission.
   std::set<std::pair<int, std::string>> denied QUON_GUARDED_BY(lock);
-  bool limitReached QUON_GUARDED_BY(lock) = false;
-  bool refused QUON_GUARDED_BY(lock) = false;
+  std::vector<Alias> aliases QUON_GUARDED_BY(lock);
+  std::string unwatched QUON_GUARDED_BY(lock);  // as in WatchProblems
 };
 
 }  // namespace quon

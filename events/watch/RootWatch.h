@@ -24,18 +24,17 @@ inline void addChange(FolderChanges& changes, std::string path, bool deep) {
 
 /// What keeps a watch from reporting all that happens.
 struct WatchProblems {
-  bool overflowed = false;    ///< the kernel dropped events
-  bool limitReached = false;  ///< the kernel grants no more watches
-  bool refused = false;       ///< the root itself cannot be watched
-  bool unmounted = false;     ///< the root's file system is gone
-  bool rootMoved = false;     ///< the root or a folder above it was moved or removed, perhaps
+  bool overflowed = false;     ///< the kernel dropped events
+  std::string unwatched = {};  ///< why some folder cannot be watched, and what to do about it; "" when all are
+  bool unmounted = false;      ///< the root's file system is gone
+  bool rootMoved = false;      ///< the root or a folder above it was moved or removed, perhaps
 };
 
 /// A back end at work on one root: reads the kernel's events and gathers the folders that changed. A walk of
 /// the root with the watch as its visitor places what the back end needs on the folders that are there
 /// already.
 ///
-/// Threads: enter and refuse any; all else the recorder's.
+/// Threads: enter, refuse and fail any; all else the recorder's.
 class RootWatch : public FolderVisitor {
  public:
   /// Readable when drain() has something to read.
@@ -50,9 +49,6 @@ class RootWatch : public FolderVisitor {
   [[nodiscard]] virtual const WatchProblems& problems() const = 0;
   /// Takes rootMoved back: the root was found in its place.
   virtual void rootIsInPlace() = 0;
-  /// Ends the watch; nothing but destruction follows. Returns the folders that appeared and were not
-  /// collected.
-  [[nodiscard]] virtual std::vector<std::string> abandon() = 0;
 };
 
 /// What a watch begins with.

@@ -50,10 +50,12 @@ class WithCapabilities : public testing::Test {
 TEST_F(WithCapabilities, RecordsNothingThatTheUserMayNotList) {
   // Written to by root, in a process of its own, while the user's recorder is at work.
   EventHome home;
-  for (const char* name : {"root/open", "root/open/shut/inner", "root/.settled"}) home.temp.folder(name);
+  for (const char* name : {"root/open", "root/open/shut/inner", "root/open/unlisted/inner", "root/.settled"})
+    home.temp.folder(name);
   fs::create_directories(home.temp.at("state"));
   setMode(home.temp.path, 0755);
   setMode(home.at("open/shut"), 0700);
+  setMode(home.at("open/unlisted"), 0711);
   setMode(home.at(".settled"), 0777);
   setMode(home.temp.at("state"), 0777);
   std::array<int, 2> ready{};
@@ -64,7 +66,7 @@ TEST_F(WithCapabilities, RecordsNothingThatTheUserMayNotList) {
   if (writer == 0) {
     char byte = 0;
     (void)!::read(ready[0], &byte, 1);
-    for (const char* name : {"open/file", "open/shut/inner/file", "open/shut/file"})
+    for (const char* name : {"open/file", "open/shut/inner/file", "open/shut/file", "open/unlisted/inner/file"})
       std::ofstream(home.at(name)) << "text";
     fs::create_directory(home.at("open/shut/new"));
     (void)!::write(written[1], "w", 1);
@@ -78,24 +80,32 @@ TEST_F(WithCapabilities, RecordsNothingThatTheUserMayNotList) {
     ASSERT_EQ(::read(written[0], &byte, 1), 1);
     const Reported found = follower.changes();
     EXPECT_TRUE(found.contains(home.at("open"))) << home.log.all();
-    for (const auto& [path, flags] : found) EXPECT_EQ(path.find("shut"), std::string::npos) << path;
+    for (const auto& [path, flags] : found) {
+      EXPECT_EQ(path.find("shut/"), std::string::npos) << path;
+      EXPECT_EQ(path.find("unlisted/"), std::string::npos) << path;
+    }
   });
   ASSERT_EQ(::waitpid(writer, nullptr, 0), writer);
 }
 
-TEST_F(WithCapabilities, AFolderThatIsClosedIsReportedAsAChangeOfItsParent) {
+TEST_F(WithCapabilities, AFolderThatIsClosedIsReportedAndDeepOnceItIsOpenAgain) {
   inChild([] {
     EventHome home;
-    for (const char* name : {"root/open/shut", "root/.settled"}) home.temp.folder(name);
+    for (const char* name : {"root/open/shut/inner", "root/.settled"}) home.temp.folder(name);
     fs::create_directories(home.folders.state);
     ASSERT_EQ(::chown(home.temp.path.c_str(), kNobody, kNobody), 0);
     for (const auto& entry : fs::recursive_directory_iterator(home.temp.path))
       ASSERT_EQ(::chown(entry.path().c_str(), kNobody, kNobody), 0);
     ASSERT_TRUE(becomeUserWithCapabilities());
     Follower follower(home, {.backEnd = EventBackEnd::fanotify});
-    setMode(home.at("open/shut"), 0);
-    EXPECT_TRUE(follower.changes().contains(home.at("open"))) << home.log.all();
-    setMode(home.at("open/shut"), 0700);
+    const std::string shut = home.at("open/shut");
+    const Descriptor inner(::open((shut + "/inner").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    setMode(shut, 0);
+    EXPECT_TRUE(follower.changes().contains(shut)) << home.log.all();
+    const Descriptor file(::openat(inner.get(), "file", O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+    EXPECT_EQ(follower.changes(), Reported());
+    setMode(shut, 0700);
+    EXPECT_EQ(follower.changes()[shut], EventFlag::mustScanSubdirs);
   });
 }
 
@@ -119,14 +129,16 @@ TEST(AsOrdinaryUser, AFolderThatOpensBelowAClosedOneIsWatchedOnceItCanBeReached)
   });
 }
 
-TEST(AsOrdinaryUser, AFolderThatBecomesReadableIsWatched) {
+TEST(AsOrdinaryUser, AFolderThatBecomesListableAndThenEnterableIsWatched) {
   asOrdinaryUser([] {
     EventHome home;
     home.temp.folder("root/shut/inner");
     setMode(home.at("shut"), 0);
     Follower follower(home);
-    setMode(home.at("shut"), 0755);
+    setMode(home.at("shut"), 0400);  // names, and nothing else
     EXPECT_EQ(follower.changes()[home.at("shut")], EventFlag::mustScanSubdirs);
+    setMode(home.at("shut"), 0755);
+    (void)follower.changes();
     home.temp.file("root/shut/inner/file");
     EXPECT_TRUE(follower.changes().contains(home.at("shut/inner")));
     EXPECT_EQ(home.log.all(), "");
@@ -136,9 +148,10 @@ TEST(AsOrdinaryUser, AFolderThatBecomesReadableIsWatched) {
 TEST(AsOrdinaryUser, FanotifyIsRefusedWithAReason) {
   asOrdinaryUser([] {
     EventHome home;
-    Follower follower(home, {.backEnd = EventBackEnd::fanotify});
-    EXPECT_EQ(follower.history[home.root], EventFlag::kernelDropped);
-    EXPECT_NE(home.log.all().find("cannot watch the file system of"), std::string::npos) << home.log.all();
+    LinuxEvents events(home.threads, home.folders, home.log, {.backEnd = EventBackEnd::fanotify});
+    const Coverage coverage = events.cover(home.root, EventService::CoverMode::wait, {});
+    EXPECT_EQ(coverage.since, 0U);
+    EXPECT_NE(coverage.reason.find("cannot watch the file system of"), std::string::npos) << coverage.reason;
   });
 }
 

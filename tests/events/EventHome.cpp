@@ -74,6 +74,16 @@ bool Listener::waitForFlags(std::uint32_t flags) {
   return waitUntil([&](const FolderEvent& event) { return (event.flags & flags) == flags; });
 }
 
+std::string Listener::waitForLoss() {
+  std::string reason;
+  EXPECT_TRUE(waitUntil([&](const FolderEvent& event) {
+    if ((event.flags & EventFlag::lostTrack) == 0) return false;
+    reason = event.reason;
+    return true;
+  }));
+  return reason;
+}
+
 bool Listener::waitForFolder(const std::string& path, std::uint64_t after) {
   return waitUntil([&](const FolderEvent& event) { return event.path == path && event.id > after; });
 }
@@ -94,7 +104,9 @@ Follower::Follower(EventHome& place, const EventOptions& options, const std::str
     : home(place),
       root(top),
       events(home.threads, home.folders, home.log, options),
-      since((std::filesystem::create_directories(settledIn(root)), events.currentEventId())),
+      coverage((std::filesystem::create_directories(settledIn(root)),
+                events.cover(root, EventService::CoverMode::wait, {}))),
+      since(coverage.since),
       listener(events, root, since) {
   EXPECT_TRUE(listener.waitForHistory()) << home.log.all();
   history = listener.take();
@@ -108,7 +120,7 @@ Reported Follower::changes() {
 }
 
 Reported Follower::changesSettledIn(const std::string& folder) {
-  settle(events, root, listener, folder);
+  settle(events, listener, folder);
   return listener.take();
 }
 
@@ -123,9 +135,8 @@ RunningRecorder::~RunningRecorder() {
   thread->join();
 }
 
-void settle(EventService& events, const std::string& root, Listener& listener, const std::string& folder) {
+void settle(EventService& events, Listener& listener, const std::string& folder) {
   const std::uint64_t now = events.currentEventId();
-  ASSERT_TRUE(Listener(events, root, now).waitForHistory());
   std::ofstream(folder + "/now", std::ios::app) << "x";
   ASSERT_TRUE(listener.waitForFolder(folder, now)) << "no event on " << folder;
 }
@@ -143,9 +154,14 @@ Reported historySince(EventHome& home, const EventOptions& options, std::uint64_
 
 std::uint64_t coverRoot(EventHome& home, const EventOptions& options) {
   LinuxEvents events(home.threads, home.folders, home.log, options);
-  const std::uint64_t since = events.currentEventId();
-  EXPECT_EQ(historySince(events, home.root, since)[home.root] & EventFlag::lostTrack, 0U);
+  const std::uint64_t since = events.cover(home.root, EventService::CoverMode::wait, {}).since;
+  EXPECT_NE(since, 0U) << home.log.all();
   return since;
+}
+
+bool isLost(const Reported& reported, const std::string& root) {
+  const auto found = reported.find(root);
+  return found != reported.end() && (found->second & EventFlag::lostTrack) != 0;
 }
 
 bool mayUseFanotify() {

@@ -81,6 +81,8 @@ class Listener {
   [[nodiscard]] bool waitUntil(const std::function<bool(const FolderEvent&)>& isExpected);
   [[nodiscard]] bool waitForHistory() { return waitForFlags(EventFlag::historyDone); }
   [[nodiscard]] bool waitForFlags(std::uint32_t flags);
+  /// Waits for an event that track was lost; its reason.
+  [[nodiscard]] std::string waitForLoss();
   /// On the folder, with an identifier above `after`.
   [[nodiscard]] bool waitForFolder(const std::string& path, std::uint64_t after);
   /// What was delivered since the last call, without historyDone.
@@ -109,6 +111,7 @@ struct Follower {
   EventHome& home;
   const std::string root;
   LinuxEvents events;
+  const Coverage coverage;
   const std::uint64_t since;
   Listener listener;
   Reported history;
@@ -125,16 +128,19 @@ class RunningRecorder {
   std::unique_ptr<RunningThread> thread;
 };
 
-/// Waits until every change that was made before the call is in the journal, and until the listener has got
-/// all of it: makes a change in the folder and waits for that.
-void settle(EventService& events, const std::string& root, Listener& listener, const std::string& folder);
+/// Waits until the listener has got every change that was made before the call: makes a change in the folder and waits
+/// for that.
+void settle(EventService& events, Listener& listener, const std::string& folder);
 
 /// The history below the root since then, waited for.
 [[nodiscard]] Reported historySince(EventService& events, const std::string& root, std::uint64_t since);
 /// The same by a service that begins and ends with the call.
 [[nodiscard]] Reported historySince(EventHome& home, const EventOptions& options, std::uint64_t since);
-/// Lets the journal cover the root from the identifier on that is returned.
+/// Has the root covered; since when.
 std::uint64_t coverRoot(EventHome& home, const EventOptions& options = {});
+
+/// True when track of the root was lost.
+[[nodiscard]] bool isLost(const Reported& reported, const std::string& root);
 
 /// True when this process can mark a whole file system.
 [[nodiscard]] bool mayUseFanotify();

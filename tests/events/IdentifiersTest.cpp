@@ -1,4 +1,5 @@
 // Identifiers are times that only grow, whatever happens to the clock.
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <limits>
 #include <string>
@@ -8,28 +9,17 @@
 namespace quon::test {
 namespace {
 
-constexpr std::int64_t kHour = 3'600'000'000;
-constexpr std::uint64_t kSecond = 1'000'000;
+namespace fs = std::filesystem;
 
-TEST(Resuming, FromTheFutureReportsThatIdentifiersWrapped) {
+constexpr std::int64_t kHour = 3'600'000'000;
+
+TEST(Resuming, FromTheFutureReportsThatTheClockWasSetBack) {
   EventHome home;
-  LinuxEvents events(home.threads, home.folders, home.log);
+  Follower follower(home);
+  LinuxEvents& events = follower.events;
   const std::uint64_t future = events.currentEventId() + static_cast<std::uint64_t>(kHour);
   for (const std::uint64_t since : {future, std::numeric_limits<std::uint64_t>::max()})
     EXPECT_EQ(historySince(events, home.root, since)[home.root], EventFlag::idsWrapped);
-}
-
-TEST(Resuming, FromBeforeTheClockWasSetBackWithoutARecorderReportsLostTrack) {
-  EventHome home;
-  SetClock clock;
-  clock.shift(kHour);
-  const std::uint64_t since = coverRoot(home, {.clock = &clock}) - kSecond;
-  clock.shift(-kHour);
-  // In the future, by the clock.
-  EXPECT_NE(historySince(home, {.clock = &clock}, since)[home.root] & EventFlag::lostTrack, 0U);
-  clock.shift(2 * kHour);
-  // No longer so, but what changed after it may have older times.
-  EXPECT_EQ(historySince(home, {.clock = &clock}, since)[home.root], EventFlag::idsWrapped);
 }
 
 TEST(Resuming, AcrossAClockThatIsSetBackWhileARecorderRunsLosesNothing) {
@@ -45,7 +35,28 @@ TEST(Resuming, AcrossAClockThatIsSetBackWhileARecorderRunsLosesNothing) {
   ASSERT_TRUE(follower.listener.waitForFolder(home.at("a"), since));
   const Reported history = historySince(follower.events, home.root, since);
   EXPECT_TRUE(history.contains(home.at("a")));
-  EXPECT_FALSE(history.contains(home.root)) << "lost track, with a journal that covers all";
+  EXPECT_FALSE(isLost(history, home.root));
+}
+
+TEST(CurrentIdentifier, NeverGoesBackWithTheClockNorToAnotherRecorder) {
+  EventHome home;
+  SetClock clock;
+  const EventOptions how{.clock = &clock};
+  const EventOptions silent{.clock = &clock, .mayRecord = false};
+  std::uint64_t newest = 0;
+  {
+    Follower follower(home, how);
+    clock.shift(-kHour);
+    home.temp.file("root/file");
+    (void)follower.changes();
+    newest = follower.events.currentEventId();
+    // Also when the recorder has no time to write it down.
+    fs::copy(home.folders.state + "/journal.sqlite", home.temp.at("killed"));
+  }
+  EXPECT_GE(LinuxEvents(home.threads, home.folders, home.log, silent).currentEventId(), newest);
+  fs::copy(home.temp.at("killed"), home.folders.state + "/journal.sqlite", fs::copy_options::overwrite_existing);
+  EXPECT_GE(LinuxEvents(home.threads, home.folders, home.log, silent).currentEventId(), newest);
+  EXPECT_GT(coverRoot(home, how), newest);
 }
 
 }  // namespace

@@ -1,23 +1,25 @@
-// What the kernel grants no more of: room in its queue, and watches.
+// What there is no more of: room in the kernel's queue, watches, descriptors.
 #include <array>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <string>
 #include <sys/inotify.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 #include "EventHome.h"
-#include "Snapshot.h"
 #include "linux_fs/Descriptor.h"
 #include "support/ChildProcess.h"
-#include "support/Seed.h"
-#include "support/TreeEditor.h"
 
 namespace quon::test {
 namespace {
+
+namespace fs = std::filesystem;
 
 constexpr const char* kQueueLimit = "/proc/sys/fs/inotify/max_queued_events";
 
@@ -50,16 +52,12 @@ void flood(const EventHome& home) {
   ASSERT_TRUE(overflowed);
 }
 
-/// A recorder in a process of its own, which can be paused. Its clock is so far ahead of the files' that a sweep
-/// reaches back a tenth of a second, not three.
+/// A recorder in a process of its own, which can be paused.
 class PausableRecorder {
  public:
   explicit PausableRecorder(EventHome& home) : child(::fork()) {
     if (child != 0) return;
-    SetClock ahead;
-    ahead.shift(2'900'000);
-    EventRecorder recorder(home.threads, home.folders, home.log,
-                           {.backEnd = EventBackEnd::inotify, .clock = &ahead});
+    EventRecorder recorder(home.threads, home.folders, home.log, {.backEnd = EventBackEnd::inotify});
     if (recorder.waitToBegin()) recorder.run();
     ::_exit(0);
   }
@@ -79,27 +77,24 @@ class PausableRecorder {
   const pid_t child;
 };
 
-TEST(Overflow, OfTheKernelsQueueLosesNoRandomEdit) {
+TEST(Overflow, OfTheKernelsQueueIsReportedAndTheRootCoveredAnew) {
   EventHome home;
-  TreeEditor editor(home.root, randomSeed());
-  editor.populate(200);
+  const std::string folder = home.temp.folder("root/a");
+  (void)coverRoot(home);  // makes the state folder
   const PausableRecorder recorder(home);
-  Follower follower(home, {.mayRecord = false});
-  Snapshot before(home.root);
-  (void)follower.listener.take();
-  for (int round = 0; round < 5; ++round) {
-    for (int edit = 0; edit < 10; ++edit) editor.edit();
+  LinuxEvents events(home.threads, home.folders, home.log);
+  std::uint64_t since = events.cover(home.root, EventService::CoverMode::wait, {}).since;
+  for (int round = 0; round < 2; ++round) {
+    Listener listener(events, home.root, since);
+    ASSERT_TRUE(listener.waitForHistory());
     recorder.pause();
-    for (int edit = 0; edit < 10; ++edit) editor.edit();
     flood(home);
-    for (int edit = 0; edit < 20; ++edit) editor.edit();
     recorder.resume();
-    Reported reported = follower.changesSettledIn(home.root);
-    const Snapshot after(home.root);
-    EXPECT_EQ(reported[home.root] & EventFlag::lostTrack, 0U);
-    const auto missed = after.missedSince(before, reported, Snapshot::HardLinks::ofTheirFolder);
-    ASSERT_TRUE(missed.empty()) << testing::PrintToString(missed);
-    before = after;
+    EXPECT_TRUE(listener.waitForFlags(EventFlag::kernelDropped));
+    EXPECT_TRUE(isLost(historySince(events, home.root, since), home.root)) << "it is not covered since then";
+    since = events.cover(home.root, EventService::CoverMode::wait, {}).since;
+    home.temp.file("root/a/file" + std::to_string(round));
+    EXPECT_TRUE(historySince(events, home.root, since).contains(folder));
   }
 }
 
@@ -109,18 +104,54 @@ TEST(WatchLimit, IsReportedWithItsRemedyAtOnceAndWhileLive) {
     if (!put("/proc/sys/user/max_inotify_watches", "50")) GTEST_SKIP() << "cannot lower the limit of watches";
     EventHome home;
     home.temp.folder("root/a");
-    {
-      Follower follower(home, {.backEnd = EventBackEnd::inotify});
-      EXPECT_EQ(follower.history[home.root] & EventFlag::lostTrack, 0U) << home.log.all();
-      for (int folder = 0; folder < 100; ++folder) home.temp.folder("root/a/f" + std::to_string(folder));
-      EXPECT_TRUE(follower.listener.waitForFlags(EventFlag::kernelDropped));
+    Follower follower(home, {.backEnd = EventBackEnd::inotify});
+    for (int folder = 0; folder < 100; ++folder) home.temp.folder("root/a/f" + std::to_string(folder));
+    const std::string reason = follower.listener.waitForLoss();
+    const Coverage again = follower.events.cover(home.root, EventService::CoverMode::wait, {});
+    EXPECT_EQ(again.since, 0U);
+    EXPECT_EQ(again.reason, reason);
+    for (const char* part : {"fs.inotify.max_user_watches", "`sudo sysctl fs.inotify.max_user_watches="})
+      EXPECT_NE(reason.find(part), std::string::npos) << reason;
+  });
+}
+
+void lowerDescriptorLimit(rlim_t count) {
+  const rlimit limit{count, count};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+}
+
+TEST(DescriptorLimit, LeavesNoFolderOfABranchyTreeUnwatched) {
+  inChild([] {
+    EventHome home;
+    // However they are listed, some of the side folders wait, with the one above, for the walk of what is below.
+    std::vector<std::string> leaves;
+    for (std::string spine = "root"; leaves.size() < 160; spine += "/down") {
+      for (const char* side : {"a", "b", "y", "z"}) leaves.push_back(home.temp.folder(spine + "/" + side));
     }
-    EventHome crowded;
-    for (int folder = 0; folder < 100; ++folder) crowded.temp.folder("root/f" + std::to_string(folder));
-    Follower follower(crowded, {.backEnd = EventBackEnd::inotify});
-    EXPECT_EQ(follower.history[crowded.root], EventFlag::kernelDropped);
-    for (const char* part : {"/proc/sys/fs/inotify/max_user_watches", "sysctl fs.inotify.max_user_watches="})
-      EXPECT_NE(crowded.log.all().find(part), std::string::npos) << crowded.log.all();
+    Follower follower(home, {.backEnd = EventBackEnd::inotify});
+    lowerDescriptorLimit(openDescriptors() + 12);
+    // The recorder places its watches once more, with what is left.
+    fs::rename(home.root, home.temp.at("moved"));
+    EXPECT_TRUE(follower.listener.waitForFlags(EventFlag::rootChanged));
+    fs::rename(home.temp.at("moved"), home.root);
+    const Coverage coverage = follower.events.cover(home.root, EventService::CoverMode::wait, {});
+    ASSERT_NE(coverage.since, 0U) << coverage.reason;
+    for (const std::string& leaf : leaves) std::ofstream(leaf + "/file") << 'x';
+    const Reported found = historySince(follower.events, home.root, coverage.since);
+    for (const std::string& leaf : leaves) EXPECT_TRUE(found.contains(leaf)) << leaf;
+  });
+}
+
+TEST(DescriptorLimit, KeepsClientsFromBeginningWithAReason) {
+  inChild([] {
+    EventHome home;
+    (void)coverRoot(home);
+    lowerDescriptorLimit(openDescriptors() + 1);
+    LinuxEvents events(home.threads, home.folders, home.log);
+    const Coverage coverage = events.cover(home.root, EventService::CoverMode::wait, {});
+    EXPECT_EQ(coverage.since, 0U);
+    EXPECT_NE(coverage.reason.find("Too many open files"), std::string::npos) << coverage.reason;
+    EXPECT_FALSE(Listener(events, home.root, events.currentEventId()).begun());
   });
 }
 

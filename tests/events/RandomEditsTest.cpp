@@ -1,5 +1,5 @@
-// Random edits, and the three ways to learn of them: live, from the journal of a recorder that ran, and by
-// the sweep when none did. Each is held against two snapshots of the tree.
+// Random edits, and the two ways to learn of them: live, and as the history of a recorder that ran. Each is held
+// against two snapshots of the tree.
 #include <cstdlib>
 #include <functional>
 #include <gtest/gtest.h>
@@ -9,7 +9,6 @@
 
 #include "EventHome.h"
 #include "Snapshot.h"
-#include "base/Path.h"
 #include "support/ChildProcess.h"
 #include "support/Seed.h"
 #include "support/TreeEditor.h"
@@ -37,16 +36,15 @@ std::string lastEdits(const TreeEditor& editor) {
 class RandomEdits : public WithBackEnd {};
 
 /// Edits at random, round by round; each time `report` returns the folders that were reported for them.
-void expectReportsOfEdits(EventHome& home, TreeEditor& editor, Snapshot::HardLinks links,
-                          const std::function<Reported()>& report,
-                          const std::function<void(std::vector<std::string>&)>& leaveOut = {}) {
+void expectReportsOfEdits(EventHome& home, TreeEditor& editor,
+                          const std::function<Reported()>& report) {
   Snapshot before(home.root);
   for (int round = 0; round < kRounds; ++round) {
     for (int edit = 0; edit < kEditsARound; ++edit) editor.edit();
     const Reported reported = report();
     const Snapshot after(home.root);
-    auto missed = after.missedSince(before, reported, links);
-    if (leaveOut) leaveOut(missed);
+    ASSERT_FALSE(isLost(reported, home.root)) << home.log.all();
+    const auto missed = after.missedSince(before, reported);
     ASSERT_EQ(joined(missed), "") << lastEdits(editor) << home.log.all();
     before = after;
   }
@@ -56,8 +54,7 @@ void expectLiveEventsOfEdits(EventHome& home, const EventOptions& options, std::
   TreeEditor editor(home.root, seed);
   editor.populate(kFirstEdits);
   Follower follower(home, options);
-  expectReportsOfEdits(home, editor, Snapshot::HardLinks::ofTheirFolder,
-                       [&] { return follower.changesSettledIn(home.root); });
+  expectReportsOfEdits(home, editor, [&] { return follower.changesSettledIn(home.root); });
 }
 
 TEST_P(RandomEdits, AreReportedLive) {
@@ -71,60 +68,11 @@ TEST_P(RandomEdits, AreInTheHistoryOfARecorderThatRan) {
   editor.populate(kFirstEdits);
   const RunningRecorder recorder(home, options());
   std::uint64_t since = coverRoot(home, options());
-  expectReportsOfEdits(home, editor, Snapshot::HardLinks::ofTheirFolder, [&] {
+  expectReportsOfEdits(home, editor, [&] {
     LinuxEvents events(home.threads, home.folders, home.log, options());
     const std::uint64_t now = events.currentEventId();
     return historySince(events, home.root, std::exchange(since, now));
   });
-}
-
-enum class Exchanges {
-  changeTimes,
-  leaveTimesWithinAFolder,  ///< XFS: neither of two folders of one folder gets a new change time by changing
-                            ///< places
-};
-
-/// Takes out what no sweep can see.
-void leaveOutExchanged(std::vector<std::string>& missed, const TreeEditor& editor) {
-  for (const std::string& line : editor.log()) {
-    if (!line.starts_with("swap ")) continue;
-    const std::size_t middle = line.find(" and ");
-    const std::string first = line.substr(5, middle - 5);
-    const std::string second = line.substr(middle + 5);
-    if (first.substr(0, first.rfind('/')) != second.substr(0, second.rfind('/'))) continue;
-    std::erase_if(missed, [&](const std::string& miss) {
-      const std::string_view path = std::string_view(miss).substr(miss.find(' ') + 1);
-      return isInside(path, first) || isInside(path, second);
-    });
-  }
-}
-
-/// Sweeps of a tree after random edits that no recorder saw.
-void expectSweepsToFindEdits(EventHome& home, EventOptions options, std::uint64_t seed,
-                             Exchanges exchanges = Exchanges::changeTimes) {
-  // A sweep reaches 3 seconds further back than it was asked to. This clock is so far ahead of the files'
-  // that it reaches back a tenth of a second, and what changed before goes unreported.
-  SetClock clock;
-  clock.shift(2'900'000);
-  options.clock = &clock;
-  TreeEditor editor(home.root, seed);
-  editor.populate(kFirstEdits);
-  std::uint64_t since = LinuxEvents(home.threads, home.folders, home.log, options).currentEventId();
-  expectReportsOfEdits(
-      home, editor, Snapshot::HardLinks::ofEveryFolder,
-      [&] {
-        LinuxEvents events(home.threads, home.folders, home.log, options);
-        const std::uint64_t now = events.currentEventId();
-        return historySince(events, home.root, std::exchange(since, now));
-      },
-      [&](std::vector<std::string>& missed) {
-        if (exchanges == Exchanges::leaveTimesWithinAFolder) leaveOutExchanged(missed, editor);
-      });
-}
-
-TEST_P(RandomEdits, AreFoundByASweepWhenNoRecorderRan) {
-  EventHome home;
-  expectSweepsToFindEdits(home, options(), randomSeed());
 }
 
 INSTANTIATE_TEST_SUITE_P(BackEnds, RandomEdits, eachBackEnd(), backEndName);
@@ -144,31 +92,24 @@ void onFileSystem(const std::string& command, const std::function<void(EventHome
   });
 }
 
-void sweepsAndLiveEvents(EventHome& home, std::uint64_t seed) {
+void liveEvents(EventHome& home, std::uint64_t seed) {
   expectLiveEventsOfEdits(home, {}, seed);
-  expectSweepsToFindEdits(home, {}, seed + 1);
 }
 
 TEST(RandomEditsOn, Tmpfs) {
-  onFileSystem("mount -t tmpfs -o size=100m tmpfs $2", sweepsAndLiveEvents);
+  onFileSystem("mount -t tmpfs -o size=100m tmpfs $2", liveEvents);
 }
 TEST(RandomEditsOn, Ext4) {
-  onFileSystem("mkfs.ext4 -q $1; mount -o loop $1 $2", sweepsAndLiveEvents);
+  onFileSystem("mkfs.ext4 -q $1; mount -o loop $1 $2", liveEvents);
 }
 TEST(RandomEditsOn, Xfs) {
-  onFileSystem("mkfs.xfs -q $1; mount -o loop $1 $2", [](EventHome& home, std::uint64_t seed) {
-    expectLiveEventsOfEdits(home, {}, seed);
-    expectSweepsToFindEdits(home, {}, seed + 1, Exchanges::leaveTimesWithinAFolder);
-  });
-}
-TEST(RandomEditsOn, Btrfs) {
-  onFileSystem("mkfs.btrfs -q $1; mount -o loop $1 $2", sweepsAndLiveEvents);
+  onFileSystem("mkfs.xfs -q $1; mount -o loop $1 $2", liveEvents);
 }
 TEST(RandomEditsOn, ASubvolumeOfBtrfs) {
   onFileSystem(
       "mkfs.btrfs -q $1; mount -o loop $1 $2; btrfs subvolume create $2/sub; umount $2; "
       "mount -o loop,subvol=sub $1 $2",
-      sweepsAndLiveEvents);
+      liveEvents);
 }
 
 }  // namespace

@@ -51,6 +51,11 @@ std::string RecorderProgram::line() const {
   return text;
 }
 
+void RecorderProgram::stop() const {
+  ::kill(child, SIGSTOP);
+  ::waitpid(child, nullptr, WUNTRACED);
+}
+
 int RecorderProgram::end(int signal) {
   if (signal != 0) ::kill(child, signal);
   int status = 0;

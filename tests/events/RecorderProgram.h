@@ -19,6 +19,8 @@ class RecorderProgram {
 
   /// The next line of its output; "" at the end.
   [[nodiscard]] std::string line() const;
+  /// Keeps it from running.
+  void stop() const;
   /// Sends the signal, if any, and waits: the exit status, or minus the signal that ended it.
   int end(int signal = 0);
 

@@ -1,7 +1,10 @@
 // One recorder a user: who it is, and what happens when it ends or is killed.
 #include <csignal>
+#include <filesystem>
 #include <gtest/gtest.h>
+#include <stop_token>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "EventHome.h"
@@ -39,47 +42,100 @@ TEST(Program, FailsOrWaitsWhileAnotherIsAtWork) {
   EXPECT_EQ(next.end(SIGINT), 0);
 }
 
-TEST(Recorder, KilledIsReplacedByAWaitingClientThatClosesTheGap) {
+TEST(Recorder, KilledIsReportedAtOnceAndReplacedByAWaitingClient) {
   EventHome home;
-  home.temp.folder("root/before");
   home.temp.folder("root/after");
   RecorderProgram program(home);
   (void)program.line();
   Follower follower(home);  // its recorder waits for the lock
-  home.temp.file("root/before/file");
+  Follower silent(home, {.mayRecord = false});
   ASSERT_EQ(program.end(SIGKILL), -SIGKILL);
+  EXPECT_EQ(follower.listener.waitForLoss(), "the program that recorded changes has ended");
+  EXPECT_EQ(silent.listener.waitForLoss(), "the program that recorded changes has ended");
+  const Coverage coverage = follower.events.cover(home.root, EventService::CoverMode::wait, {});
+  EXPECT_GT(coverage.since, follower.since);
+  EXPECT_TRUE(isLost(historySince(silent.events, home.root, follower.since), home.root));
   home.temp.file("root/after/file");
-  Reported found = follower.changes();
-  EXPECT_TRUE(found.contains(home.at("before")));
-  EXPECT_TRUE(found.contains(home.at("after")));
-  EXPECT_EQ(found[home.root] & EventFlag::lostTrack, 0U);
+  EXPECT_TRUE(historySince(silent.events, home.root, coverage.since).contains(home.at("after")));
 }
 
-TEST(Recorder, KilledLosesNothingForTheNext) {
+TEST(Recorder, ThatFollowsAnotherPlacesWatchesOnTheRootsItServed) {
   EventHome home;
-  for (const char* name : {"root/recorded", "root/unwritten", "root/unseen"}) home.temp.folder(name);
+  home.temp.folder("root/a");
+  const std::uint64_t since = coverRoot(home);
+  RecorderProgram program(home);
+  (void)program.line();
+  LinuxEvents events(home.threads, home.folders, home.log, {.mayRecord = false});
+  const Reported missed = historySince(events, home.root, since);
+  EXPECT_TRUE(isLost(missed, home.root));
+  // Nobody asks: it is covered all the same, soon.
+  Coverage coverage;
+  while (coverage.since == 0) coverage = events.cover(home.root, EventService::CoverMode::ask, {});
+  home.temp.file("root/a/file");
+  EXPECT_TRUE(historySince(events, home.root, coverage.since).contains(home.at("a")));
+}
+
+TEST(Recorder, IsNotBegunByAServiceThatMayNotRecord) {
+  EventHome home;
+  LinuxEvents events(home.threads, home.folders, home.log, {.mayRecord = false});
+  const std::uint64_t now = events.currentEventId();
+  EXPECT_GE(events.currentEventId(), now);
+  EXPECT_EQ(events.cover(home.root, EventService::CoverMode::wait, {}).since, 0U);
+  EXPECT_TRUE(isLost(historySince(events, home.root, now), home.root));
+  EXPECT_FALSE(std::filesystem::exists(home.folders.state));
+}
+
+TEST(Recorder, IsWaitedForUntilTheWaitIsStopped) {
+  EventHome home;
+  RecorderProgram program(home);
+  (void)program.line();
+  // It has the lock, and nobody finds it.
+  std::filesystem::rename(home.folders.state + "/recorder.socket", home.temp.at("socket"));
+  program.stop();
+  std::stop_source source;
+  std::filesystem::remove(home.folders.state + "/recorder.socket");
+  LinuxEvents events(home.threads, home.folders, home.log);
+  EXPECT_EQ(events.cover(home.root, EventService::CoverMode::ask, {}).since, 0U) << "at once";
+  std::jthread stopping([&] { source.request_stop(); });
+  EXPECT_EQ(events.cover(home.root, EventService::CoverMode::wait, source.get_token()).since, 0U);
+  std::jthread ending([&] { EXPECT_EQ(program.end(SIGKILL), -SIGKILL); });
+  EXPECT_NE(events.cover(home.root, EventService::CoverMode::wait, {}).since, 0U) << "this process took over";
+}
+
+TEST(Recorder, ServesSeveralProgramsAtOnceFromWhereEachHasBeen) {
+  EventHome home;
   RecorderProgram program(home);
   (void)program.line();
   const std::uint64_t since = coverRoot(home, {.mayRecord = false});
-  home.temp.file("root/recorded/file");
-  (void)historySince(home, {.mayRecord = false}, since);
-  home.temp.file("root/unwritten/file");  // perhaps
-  EXPECT_EQ(program.end(SIGKILL), -SIGKILL);
-  home.temp.file("root/unseen/file");
-  const Reported found = historySince(home, {}, since);
-  for (const char* name : {"recorded", "unwritten", "unseen"})
-    EXPECT_TRUE(found.contains(home.at(name))) << name;
+  for (int round = 0; round < 20; ++round) {
+    const std::string name = "new" + std::to_string(round);
+    home.temp.folder("root/" + name + "/inner");
+    std::vector<std::jthread> clients;
+    for (int client = 0; client < 3; ++client) {
+      clients.emplace_back([&] {
+        const Reported found = historySince(home, {.mayRecord = false}, since);
+        EXPECT_EQ(found.at(home.at(name)), EventFlag::mustScanSubdirs);
+        EXPECT_FALSE(isLost(found, home.root));
+      });
+    }
+  }
 }
 
-TEST(Recorder, ServesAClientThatAsksFurtherBackWithoutReportingToOthers) {
+TEST(Recorder, KeepsNoMarksOfFoldersThatAreGone) {
   EventHome home;
-  home.temp.folder("root/.settled");
-  const std::uint64_t early = LinuxEvents(home.threads, home.folders, home.log).currentEventId();
-  home.temp.folder("root/a/new");
-  Follower late(home);
-  (void)late.changes();
-  EXPECT_TRUE(historySince(late.events, home.root, early).contains(home.at("a")));
-  EXPECT_EQ(late.changes(), Reported());
+  LinuxEvents events(home.threads, home.folders, home.log);
+  const std::uint64_t since = events.cover(home.root, EventService::CoverMode::wait, {}).since;
+  Listener listener(events, home.root, since);
+  for (int folder = 0; folder < 500; ++folder) {
+    std::filesystem::create_directories(home.at("a/temporary" + std::to_string(folder) + "/inner"));
+    if (folder % 50 == 0) {
+      ASSERT_TRUE(listener.waitForFolder(home.at("a/temporary" + std::to_string(folder)), 0));
+    }
+    std::filesystem::remove_all(home.at("a/temporary" + std::to_string(folder)));
+  }
+  const Reported found = historySince(events, home.root, since);
+  for (const auto& [path, flags] : found) EXPECT_TRUE(path == home.root || path == home.at("a")) << path;
+  EXPECT_TRUE(found.contains(home.at("a")));
 }
 
 TEST(Stream, MayBeStoppedByItsOwnDelivery) {
@@ -104,20 +160,16 @@ TEST(Stream, GathersLiveEventsForItsLatency) {
   LinuxEvents events(home.threads, home.folders, home.log);
   ManualBackgroundQueue queue;
   Reported delivered;
+  const std::uint64_t since = events.cover(home.root, EventService::CoverMode::wait, {}).since;
   const auto stream = events.create(
-      {.root = home.root, .since = events.currentEventId(), .latency = std::chrono::duration<double>(1.0)},
-      queue, [&](std::span<const FolderEvent> some) {
+      {.root = home.root, .since = since, .latency = std::chrono::duration<double>(1.0)}, queue, [&](std::span<const FolderEvent> some) {
         for (const FolderEvent& event : some) delivered[event.path] |= event.flags;
       });
   ASSERT_TRUE(stream->start());
   queue.runUntil([&] { return !delivered.empty(); });
   delivered.clear();
   home.temp.file("root/a/file");
-  // The streams of a service are served in the order of their start. When one that was started later has got
-  // an event of a second round, the first has gathered what the round before was for.
-  Listener later(events, home.root, events.currentEventId());
-  ASSERT_TRUE(later.waitForHistory());
-  for (int round = 0; round < 2; ++round) settle(events, home.root, later, home.at(".settled"));
+  while (queue.pendingCount() == 0) std::this_thread::yield();
   queue.advance(std::chrono::duration<double>(0.9));
   EXPECT_EQ(delivered, Reported());
   queue.advance(std::chrono::duration<double>(0.1));

@@ -53,22 +53,21 @@ Snapshot::Snapshot(const std::string& top) : root(top) {
   }
 }
 
-bool Snapshot::differ(const Folder& first, const Folder& second, HardLinks links) {
+bool Snapshot::differ(const Folder& first, const Folder& second) {
   if (first.entries.size() != second.entries.size()) return true;
   for (const auto& [name, a] : first.entries) {
     const auto found = second.entries.find(name);
     if (found == second.entries.end()) return true;
     const Entry& b = found->second;
     if (a.isFolder != b.isFolder || a.inode != b.inode) return true;
-    const bool elsewhere = links == HardLinks::ofTheirFolder && (a.links > 1 || b.links > 1);
+    const bool elsewhere = a.links > 1 || b.links > 1;
     if (!elsewhere && (a.bytes != b.bytes || a.modified != b.modified)) return true;
   }
   return false;
 }
 
 std::vector<std::string> Snapshot::missedSince(const Snapshot& before,
-                                               const std::map<std::string, std::uint32_t>& reported,
-                                               HardLinks links) const {
+                                               const std::map<std::string, std::uint32_t>& reported) const {
   const auto isDeep = [&](const std::string& path) {
     const auto found = reported.find(path);
     return found != reported.end() && (found->second & EventFlag::mustScanSubdirs) != 0;
@@ -87,7 +86,7 @@ std::vector<std::string> Snapshot::missedSince(const Snapshot& before,
       missed.push_back("new " + path);
     } else if (found->second.inode != folder.inode || found->second.born != folder.born) {
       missed.push_back("replaced " + path);
-    } else if (!reported.contains(path) && differ(found->second, folder, links)) {
+    } else if (!reported.contains(path) && differ(found->second, folder)) {
       missed.push_back("changed " + path);
     }
   }

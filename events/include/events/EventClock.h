@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 
 namespace quon {
 
@@ -25,13 +24,6 @@ class SystemEventClock final : public EventClock {
   [[nodiscard]] std::uint64_t steadyMicros() const override;
 };
 
-/// The wall clock went from `high` back to `low`: a change time between the two says nothing about before or
-/// after.
-struct ClockStep {
-  std::uint64_t low = 0;
-  std::uint64_t high = 0;
-};
-
 /// Hands out identifiers: the time, but always more than before. A wall clock that is set back does not set
 /// them back: they go on from the highest time that it has shown. Threads: one at a time.
 class EventIds {
@@ -40,17 +32,16 @@ class EventIds {
   EventIds(const EventClock& source, std::uint64_t last);
 
   [[nodiscard]] std::uint64_t next();
-  /// Reads the clocks; returns a step back of a second or more since the last call.
-  [[nodiscard]] std::optional<ClockStep> noticeStep();
   /// From now on only identifiers above `id`.
   void raise(std::uint64_t id);
   [[nodiscard]] std::uint64_t newest() const { return last; }
+  /// True when they are ahead of the wall clock, which was set back.
+  [[nodiscard]] bool isAhead() const;
 
  private:
   const EventClock& clock;
   std::uint64_t last;
   std::int64_t highestOffset;  // of the wall clock from the steady one
-  std::int64_t presentOffset;
 };
 
 }  // namespace quon

@@ -10,8 +10,8 @@ namespace quon {
 class Log;
 class ThreadService;
 
-/// Records the changes below every root that clients have asked for into the user's event journal. One
-/// recorder a user is at work at any time: the one that has locked the lock file.
+/// Records the changes below every root that clients have asked for, and serves them to the clients. One recorder a
+/// user is at work at any time: the one that has locked the lock file.
 ///
 /// Threads: stop() any; all else one. The thread service and the log outlive it.
 class EventRecorder {
@@ -21,15 +21,15 @@ class EventRecorder {
   EventRecorder(const EventRecorder&) = delete;
   EventRecorder& operator=(const EventRecorder&) = delete;
 
-  /// False when another process records. Throws std::system_error.
+  /// False when another process records. Afterwards clients can connect, and are served once run() is called.
+  /// Throws std::system_error.
   [[nodiscard]] bool tryBegin();
-  /// Waits until no other process records; false when it was stopped. Throws std::system_error.
+  /// The same when no other process records any more; false when it was stopped. Throws std::system_error.
   [[nodiscard]] bool waitToBegin();
   /// The process that records now or did last; 0 when unknown.
   [[nodiscard]] int otherRecorder() const;
 
-  /// Records until stop(), after one of the two above. Throws std::runtime_error (DatabaseError,
-  /// std::system_error) when the journal cannot be kept.
+  /// Records until stop(), after one of the two above. Throws std::system_error.
   void run();
   /// Makes run() and waitToBegin() return soon, now or when they begin. Not undone.
   void stop();
