@@ -136,8 +136,7 @@ TEST(Schema, IsTheOneThatOtherProgramsRead) {
   EXPECT_EQ(index.value("PRAGMA integrity_check"), "ok");
   EXPECT_EQ(index.value("SELECT group_concat(key) FROM (SELECT key FROM meta ORDER BY rowid)"),
             "format,root,scannedAt,elapsedMs,errorCount,errorSamples,hardlinksDeduped,linksVersion,"
-            "skippedProtected,topFiles,lastEventId,rootDev,mountPoint,volume,volumeLasts,rootInode,"
-            "rootBorn,totals,revision,complete");
+            "skippedProtected,topFiles,lastEventId,rootDev,mountPoint,totals,revision,complete");
   EXPECT_EQ(index.rows("SELECT d.name, p.name, l.fileid, l.counted FROM links l JOIN dirs d ON l.dir = d.id "
                        "JOIN dirs p ON d.parent = p.id"),
             (std::vector<RawIndex::Row>{{"b", "a", "-1", "1"}}));
