@@ -37,6 +37,11 @@ void Crew::record(Sample sample, bool hasMore) {
   sum.whole += sample.whole;
   sum.waited += sample.waited;
   if (++samples == kSamplesPerAdjustment) adjust(hasMore);
+  while (!over && atWork() > wanted) {
+    ++pausing;
+    changed.wait(lock);
+    --pausing;
+  }
 }
 
 /// Doubles, so that the bound is reached within the first thousand folders.
@@ -52,18 +57,11 @@ void Crew::adjust(bool hasMore) {
   }
 }
 
-bool Crew::leaveIfTooMany() {
-  const MutexLock held(lock);
-  if (present <= wanted) return false;
-  leave();
-  return true;
-}
-
 bool Crew::leaveToOthers() {
   const MutexLock held(lock);
-  if (present <= 1) return false;
+  if (atWork() <= 1) return false;
   leave();
-  most = wanted = std::min(wanted, present);
+  most = wanted = std::min(wanted, atWork());
   return true;
 }
 
