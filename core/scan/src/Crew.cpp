@@ -6,7 +6,7 @@
 namespace quon {
 namespace {
 
-constexpr unsigned kSamplesPerAdjustment = 16;
+constexpr unsigned kSamplesPerAdjustment = 8;
 /// Workers that wait for more than this share of their time leave processors idle, however many there are.
 constexpr int kMostlyWaiting = 60;    // percent
 constexpr int kMostlyComputing = 20;  // percent

@@ -9,7 +9,7 @@
 // - A folder that cannot be opened for want of descriptors or memory is no empty folder. The parents are let
 //   go then; a worker that still finds none leaves its folder to the others and ends, so that what it took is
 //   theirs. Only the last one records the failure.
-// - How many workers there are follows what they wait for (Crew): each measures one folder in sixteen.
+// - How many workers there are follows what they wait for (Crew): each measures one folder in 32.
 // - An exception of a worker (too little memory) cancels the walk, and is thrown again by run().
 // - The largest files are gathered per worker and merged in worker order at the end.
 #include "scan/Walker.h"
@@ -40,7 +40,7 @@ namespace {
 constexpr std::size_t kStackBytes = 4194304;
 constexpr std::size_t kErrorSamples = 50;
 constexpr unsigned kLeastThreads = 4;
-constexpr unsigned kFoldersPerSample = 16;
+constexpr unsigned kFoldersPerSample = 32;
 /// The share of the descriptors that the workers of a waiting walk may have, each for the folder it lists.
 constexpr std::size_t kFilesPerWorker = 8;
 
