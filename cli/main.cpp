@@ -54,6 +54,7 @@ int main(int count, char** arguments) {
   if (const int* status = std::get_if<int>(&parsed)) return flushOutput() ? *status : kFailed;
   try {
     endQuietlyOutOfMemory();
+    LinuxPlatform::returnFreedMemory();
     LinuxPlatform::ignoreFileSizeSignal();
     LinuxPlatform::raiseOpenFileLimit();
     const LinuxPlatform platform;

@@ -6,7 +6,7 @@
 namespace quon {
 namespace {
 
-constexpr unsigned kSamplesPerAdjustment = 16;
+constexpr unsigned kSamplesPerAdjustment = 8;
 /// Workers that wait for more than this share of their time leave processors idle, however many there are.
 constexpr int kMostlyWaiting = 60;    // percent
 constexpr int kMostlyComputing = 20;  // percent
@@ -37,6 +37,11 @@ void Crew::record(Sample sample, bool hasMore) {
   sum.whole += sample.whole;
   sum.waited += sample.waited;
   if (++samples == kSamplesPerAdjustment) adjust(hasMore);
+  while (!over && atWork() > wanted) {
+    ++pausing;
+    changed.wait(lock);
+    --pausing;
+  }
 }
 
 /// Doubles, so that the bound is reached within the first thousand folders.
@@ -52,18 +57,11 @@ void Crew::adjust(bool hasMore) {
   }
 }
 
-bool Crew::leaveIfTooMany() {
-  const MutexLock held(lock);
-  if (present <= wanted) return false;
-  leave();
-  return true;
-}
-
 bool Crew::leaveToOthers() {
   const MutexLock held(lock);
-  if (present <= 1) return false;
+  if (atWork() <= 1) return false;
   leave();
-  most = wanted = std::min(wanted, present);
+  most = wanted = std::min(wanted, atWork());
   return true;
 }
 

@@ -7,12 +7,12 @@
 
 namespace quon {
 
-/// How many workers a walk has, and how many it should have. More than at first while those that it has wait
-/// for the disk, back to the first number when they compute instead; fewer, for good, when the process has no
-/// descriptor left for one of them. Threads: any.
+/// How many workers a walk has at work. More than at first while those wait for the disk; when they compute
+/// instead, the others pause, down to the first number; fewer, for good, when the process has no descriptor
+/// left for one of them. Threads: any.
 class Crew {
  public:
-  /// Of one folder: how long a worker was at it, and how much of that it waited for the disk.
+  /// Of one folder: how long the system took to list it, and how much of that it waited for the disk.
   struct Sample {
     std::chrono::nanoseconds whole{0};
     std::chrono::nanoseconds waited{0};
@@ -23,26 +23,25 @@ class Crew {
 
   // The thread that starts the workers.
 
-  /// Waits until another worker is to be started: true, and it counts from now on. False when the last one
-  /// has left and none is to follow.
+  /// Waits until another worker is to be started: true, and it is at work from now on. False when the last
+  /// one has left and none is to follow.
   [[nodiscard]] bool waitForVacancy() QUON_EXCLUDES(lock);
   /// The worker that was to be started could not be: from now on there are not more than now.
   void couldNotStart() QUON_EXCLUDES(lock);
 
   // The workers.
 
-  /// One is measured; `hasMore` when folders wait that other workers could list.
+  /// One is measured; `hasMore` when folders wait that other workers could list. Pauses while there are more
+  /// workers than there should be.
   void record(Sample sample, bool hasMore) QUON_EXCLUDES(lock);
-  /// True when there are more workers than there should be; the caller, which is to end then, no longer
-  /// counts.
-  [[nodiscard]] bool leaveIfTooMany() QUON_EXCLUDES(lock);
-  /// Out of descriptors. True when other workers go on, which find more of them when the caller, no longer
-  /// counted, has ended.
+  /// Out of descriptors. True when others are at work, which find more of them when the caller has ended; it
+  /// has left then.
   [[nodiscard]] bool leaveToOthers() QUON_EXCLUDES(lock);
   /// The walk is over for this worker, and for all.
   void leaveAtEnd() QUON_EXCLUDES(lock);
 
  private:
+  [[nodiscard]] unsigned atWork() const QUON_REQUIRES(lock) { return present - pausing; }
   void leave() QUON_REQUIRES(lock);
   void adjust(bool hasMore) QUON_REQUIRES(lock);
 
@@ -51,7 +50,8 @@ class Crew {
   Condition changed;
   unsigned most QUON_GUARDED_BY(lock);
   unsigned wanted QUON_GUARDED_BY(lock);
-  unsigned present QUON_GUARDED_BY(lock) = 0;
+  unsigned present QUON_GUARDED_BY(lock) = 0;  ///< started, and not left
+  unsigned pausing QUON_GUARDED_BY(lock) = 0;  ///< of those
   bool over QUON_GUARDED_BY(lock) = false;
   Sample sum QUON_GUARDED_BY(lock);  ///< of the samples since the last adjustment
   unsigned samples QUON_GUARDED_BY(lock) = 0;

@@ -9,7 +9,7 @@
 // - A folder that cannot be opened for want of descriptors or memory is no empty folder. The parents are let
 //   go then; a worker that still finds none leaves its folder to the others and ends, so that what it took is
 //   theirs. Only the last one records the failure.
-// - How many workers there are follows what they wait for (Crew): each measures one folder in eight.
+// - How many workers there are follows what they wait for (Crew): each measures one folder in 32.
 // - An exception of a worker (too little memory) cancels the walk, and is thrown again by run().
 // - The largest files are gathered per worker and merged in worker order at the end.
 #include "scan/Walker.h"
@@ -40,7 +40,7 @@ namespace {
 constexpr std::size_t kStackBytes = 4194304;
 constexpr std::size_t kErrorSamples = 50;
 constexpr unsigned kLeastThreads = 4;
-constexpr unsigned kFoldersPerSample = 8;
+constexpr unsigned kFoldersPerSample = 32;
 /// The share of the descriptors that the workers of a waiting walk may have, each for the folder it lists.
 constexpr std::size_t kFilesPerWorker = 8;
 
@@ -68,8 +68,9 @@ class Walker::Run {
     std::vector<RefPtr<DirNode>> children;
     std::vector<FileEntry> kept;
     std::vector<Work> found;
-    std::string path;  ///< of the folder being listed; only filled when someone needs it
-    unsigned untilSample = 0;
+    std::string path;          ///< of the folder being listed; only filled when someone needs it
+    unsigned untilSample = 0;  ///< folders; the one being listed is measured at 0
+    Crew::Sample sample;       ///< of the folder being listed
   };
   using Workers = std::vector<std::unique_ptr<Worker>>;
 
@@ -78,8 +79,8 @@ class Walker::Run {
   void work(Crew& crew, Worker& worker);
   [[nodiscard]] bool scanDir(Work& work, Crew& crew, Worker& worker);
   [[nodiscard]] OpenedDirectory open(Work& work, Worker& worker);
-  void listMeasured(const OpenDirectoryRef& directory, DirNode& node, Crew& crew, Worker& worker);
   void list(const OpenDirectoryRef& directory, DirNode& node, Worker& worker);
+  [[nodiscard]] DirectoryBatch nextMeasured(Worker& worker);
   void take(const DirEntry& entry, DirNode& node, Worker& worker);
   void takeFolder(const DirEntry& entry, DirNode& node, Worker& worker);
   void takeFile(const DirEntry& entry, DirNode& node, Worker& worker);
@@ -186,9 +187,7 @@ void Walker::Run::runWorker(Crew& crew, Worker& worker) {
 }
 
 void Walker::Run::work(Crew& crew, Worker& worker) {
-  while (!crew.leaveIfTooMany()) {
-    std::optional<Work> next = stack.pop();
-    if (!next) return crew.leaveAtEnd();
+  while (std::optional<Work> next = stack.pop()) {
     const bool stays = scanDir(*next, crew, worker);
     if (!stays) {
       std::vector<Work> back{*std::move(next)};
@@ -196,7 +195,13 @@ void Walker::Run::work(Crew& crew, Worker& worker) {
     }
     stack.finished();
     if (!stays) return;
+    if (worker.untilSample == 0) {
+      worker.untilSample = kFoldersPerSample;
+      crew.record(std::exchange(worker.sample, {}), stack.hasMore());
+    }
+    --worker.untilSample;
   }
+  crew.leaveAtEnd();
 }
 
 OpenedDirectory Walker::Run::open(Work& work, Worker& worker) {
@@ -228,7 +233,7 @@ bool Walker::Run::scanDir(Work& work, Crew& crew, Worker& worker) {
     return true;
   }
   worker.files.clear();
-  listMeasured(opened.directory, node, crew, worker);
+  list(opened.directory, node, worker);
   if (node.error) recordError(node);
   node.subdirs.assign(std::make_move_iterator(worker.children.begin()),
                       std::make_move_iterator(worker.children.end()));
@@ -242,28 +247,12 @@ bool Walker::Run::scanDir(Work& work, Crew& crew, Worker& worker) {
   return true;
 }
 
-void Walker::Run::listMeasured(const OpenDirectoryRef& directory, DirNode& node, Crew& crew, Worker& worker) {
-  const bool measured = worker.untilSample == 0;
-  worker.untilSample = measured ? kFoldersPerSample - 1 : worker.untilSample - 1;
-  if (!measured) return list(directory, node, worker);
-  using std::chrono::steady_clock;
-  const ThreadService& threads = walker.platform.threads;
-  const ThreadUse usedBefore = threads.used();
-  const auto begin = steady_clock::now();
-  list(directory, node, worker);
-  Crew::Sample sample{.whole = steady_clock::now() - begin};
-  const ThreadUse used = threads.used();
-  // A thread that did not wait by itself had to leave its processor to others.
-  if (used.waits != usedBefore.waits) sample.waited = sample.whole - (used.processor - usedBefore.processor);
-  crew.record(sample, stack.hasMore());
-}
-
 void Walker::Run::list(const OpenDirectoryRef& directory, DirNode& node, Worker& worker) {
   if (!options.skipPaths.empty()) worker.path = node.path(rootPath);
   OpenDirectoryRef parent;
   worker.reader->start(directory);
   while (!walker.cancel->isCancelled()) {
-    const DirectoryBatch batch = worker.reader->next();
+    const DirectoryBatch batch = worker.untilSample == 0 ? nextMeasured(worker) : worker.reader->next();
     for (const DirEntry& entry : batch.entries) take(entry, node, worker);
     if (!worker.found.empty() && !parent) parent = parents.keep(directory);
     for (Work& work : worker.found) work.parent = parent;
@@ -271,6 +260,22 @@ void Walker::Run::list(const OpenDirectoryRef& directory, DirNode& node, Worker&
     if (batch.attributesRefused || batch.status == ReadStatus::failed) recordRefusal(node, batch.error);
     if (batch.status != ReadStatus::more) return;
   }
+}
+
+/// Measures what the system takes for it: locks of ours, at which a busy machine makes workers wait too,
+/// would look like a disk.
+DirectoryBatch Walker::Run::nextMeasured(Worker& worker) {
+  using std::chrono::steady_clock;
+  const ThreadService& threads = walker.platform.threads;
+  const ThreadUse before = threads.used();
+  const auto begin = steady_clock::now();
+  const DirectoryBatch batch = worker.reader->next();
+  const auto taken = steady_clock::now() - begin;
+  const ThreadUse after = threads.used();
+  worker.sample.whole += taken;
+  // A thread that did not wait by itself had to leave its processor to others.
+  if (after.waits != before.waits) worker.sample.waited += taken - (after.processor - before.processor);
+  return batch;
 }
 
 void Walker::Run::take(const DirEntry& entry, DirNode& node, Worker& worker) {

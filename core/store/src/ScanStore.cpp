@@ -173,6 +173,8 @@ void ScanStore::Writer::finish(const RootPath& root, std::int64_t elapsedMs, con
 
 void ScanStore::Writer::writeFigures(const RootPath& root, std::int64_t elapsedMs, const WalkResult& result,
                                      std::uint64_t lastEventId, std::uint32_t rootDev) {
+  // The rows are in the file: what was their cache is now for sorting them.
+  database.exec("PRAGMA cache_size=-8192; PRAGMA shrink_memory");
   database.exec(patchIndexScript().c_str());
   // For the catalogue: an unmounted volume is no deleted folder. A link may lead to it.
   std::error_code missing;

@@ -18,6 +18,9 @@ class LinuxPlatform {
   [[nodiscard]] static Folders folders();
   /// Lets the process have as many open folders as its hard limit allows. Called once by main.
   static void raiseOpenFileLimit();
+  /// Has large blocks of memory that are freed go back to the system, also those that threads shared. Called
+  /// once by main.
+  static void returnFreedMemory();
   /// Has a write beyond the limit of file sizes fail, as one to a full disk does, instead of end the process.
   /// Called once by main.
   static void ignoreFileSizeSignal();
