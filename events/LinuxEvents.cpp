@@ -70,9 +70,9 @@ struct LinuxEvents::Service {
   void record(EventRecorder& begun);
   void settle(Recording outcome, const std::string& reason);
   [[nodiscard]] bool isNews(const std::string& reason);
-  /// Connects to the recorder; becomes one where there is none and this process may. None, with a reason or "",
-  /// when nobody records: at once or, to wait for another process that is about to, when that is stopped. Throws
-  /// std::system_error.
+  /// Connects to the recorder; becomes one where there is none and this process may. None, with a reason or
+  /// "", when nobody records: at once or, to wait for another process that is about to, when that is stopped.
+  /// Throws std::system_error.
   [[nodiscard]] std::optional<RecorderConnection> connect(CoverMode mode, const std::stop_token& stopped,
                                                           std::string& reason);
   [[nodiscard]] std::optional<RecorderConnection> waitForRecorder(const std::stop_token& stopped,
@@ -199,7 +199,8 @@ void LinuxEvents::Service::settle(Recording outcome, const std::string& reason) 
   changed.broadcast();
 }
 
-std::optional<RecorderConnection> LinuxEvents::Service::connect(CoverMode mode, const std::stop_token& stopped,
+std::optional<RecorderConnection> LinuxEvents::Service::connect(CoverMode mode,
+                                                                const std::stop_token& stopped,
                                                                 std::string& reason) {
   auto connection = RecorderConnection::open(folders.state);
   if (connection || !options.mayRecord) return connection;
@@ -224,7 +225,8 @@ std::optional<RecorderConnection> LinuxEvents::Service::waitForRecorder(const st
       failed = over;
     }
     if (!reason.empty()) break;
-    std::array<pollfd, 3> waits{{{watch.descriptor(), POLLIN, 0}, {stop.get(), POLLIN, 0}, {failed->get(), POLLIN, 0}}};
+    std::array<pollfd, 3> waits{
+        {{watch.descriptor(), POLLIN, 0}, {stop.get(), POLLIN, 0}, {failed->get(), POLLIN, 0}}};
     ::poll(waits.data(), waits.size(), -1);
     if (!watch.takeNews()) {
       ensureStateFolder(folders.state);
@@ -234,7 +236,8 @@ std::optional<RecorderConnection> LinuxEvents::Service::waitForRecorder(const st
   return std::nullopt;
 }
 
-Coverage LinuxEvents::Service::cover(const std::string& root, CoverMode mode, const std::stop_token& stopped) {
+Coverage LinuxEvents::Service::cover(const std::string& root, CoverMode mode,
+                                     const std::stop_token& stopped) {
   // A recorder that ends is followed by another one, or by this process.
   while (!stopped.stop_requested()) {
     std::string reason;

@@ -53,7 +53,8 @@ void Clients::accept(const RecorderSocket& listener) {
     if (socket.isOpen()) {
       wasFull = false;
       if (isOfThisUser(socket)) {
-        clients.push_back(std::make_unique<Client>(Client{.connection = ClientConnection(std::move(socket))}));
+        clients.push_back(
+            std::make_unique<Client>(Client{.connection = ClientConnection(std::move(socket))}));
       }
     } else if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS) {
       return refuseOne(listener);
@@ -108,9 +109,8 @@ bool Clients::areWaiting() const {
 }
 
 bool Clients::follow(const std::string& root) const {
-  return std::ranges::any_of(clients, [&](const auto& client) {
-    return client->followed == root && !client->connection.isOver();
-  });
+  return std::ranges::any_of(
+      clients, [&](const auto& client) { return client->followed == root && !client->connection.isOver(); });
 }
 
 void Clients::flush() {

@@ -23,7 +23,8 @@ class Clients {
 
   /// Appends what to poll for: `listener` first, then the connections.
   void addWaits(const RecorderSocket& listener, std::vector<pollfd>& to);
-  /// Takes what poll() has found for these: accepts, reads requests, which count as made in the round `turn`, and writes.
+  /// Takes what poll() has found for these: accepts, reads requests, which count as made in the round `turn`,
+  /// and writes.
   void take(const RecorderSocket& listener, const pollfd* found, std::uint64_t turn);
 
   /// A request that waits for its answer.

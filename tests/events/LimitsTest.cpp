@@ -123,7 +123,8 @@ void lowerDescriptorLimit(rlim_t count) {
 TEST(DescriptorLimit, LeavesNoFolderOfABranchyTreeUnwatched) {
   inChild([] {
     EventHome home;
-    // However they are listed, some of the side folders wait, with the one above, for the walk of what is below.
+    // However they are listed, some of the side folders wait, with the one above, for the walk of what is
+    // below.
     std::vector<std::string> leaves;
     for (std::string spine = "root"; leaves.size() < 160; spine += "/down") {
       for (const char* side : {"a", "b", "y", "z"}) leaves.push_back(home.temp.folder(spine + "/" + side));

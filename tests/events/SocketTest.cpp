@@ -1,4 +1,5 @@
-// The recorder's socket, spoken to in bytes: by programs that break its rules, do not read, or may not connect.
+// The recorder's socket, spoken to in bytes: by programs that break its rules, do not read, or may not
+// connect.
 #include <cstring>
 #include <filesystem>
 #include <fstream>
