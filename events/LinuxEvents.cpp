@@ -33,6 +33,7 @@ namespace quon {
 namespace {
 
 constexpr std::size_t kStackBytes = 524288;
+constexpr int kMostRecorders = 16;
 
 /// Becomes readable once, for good. Threads: any.
 class Signal {
@@ -238,8 +239,9 @@ std::optional<RecorderConnection> LinuxEvents::Service::waitForRecorder(const st
 
 Coverage LinuxEvents::Service::cover(const std::string& root, CoverMode mode,
                                      const std::stop_token& stopped) {
-  // A recorder that ends is followed by another one, or by this process.
-  while (!stopped.stop_requested()) {
+  // A recorder that ends is followed by another one, or by this process; not for ever.
+  for (int attempt = 0; attempt < kMostRecorders; ++attempt) {
+    if (stopped.stop_requested()) return {};
     std::string reason;
     auto connection = connect(mode, stopped, reason);
     if (!connection) return {.reason = reason};
@@ -251,9 +253,9 @@ Coverage LinuxEvents::Service::cover(const std::string& root, CoverMode mode,
       if (const auto* refusal = std::get_if<Refusal>(&*reply)) return {.reason = refusal->reason};
       return {.reason = "the recorder of changes is of another version of quon"};
     }
-    if (mode == CoverMode::ask || !options.mayRecord) break;
+    if (mode == CoverMode::ask || !options.mayRecord) return {};
   }
-  return {};
+  return {.reason = "the recorder of changes ends the connection whenever it is asked"};
 }
 
 std::optional<std::uint64_t> LinuxEvents::Service::issuedId() const {
