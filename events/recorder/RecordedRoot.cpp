@@ -3,7 +3,7 @@
 // that appeared, which is reported deep.
 //
 // When the kernel drops events, the coverage ends and watches are placed anew at once, for those who ask
-// again; after any other loss, once a client asks.
+// again; after any other loss, once a client asks or something is mounted at or above the root.
 #include "recorder/RecordedRoot.h"
 
 #include <algorithm>
@@ -160,7 +160,12 @@ void RecordedRoot::overflowed() {
 }
 
 void RecordedRoot::mountsChanged(const std::vector<std::string>& points) {
-  if (watched() == nullptr) return;
+  if (auto* const unwatched = std::get_if<Unwatched>(&phase)) {
+    // Its disk may have come back.
+    if (std::ranges::any_of(points, [&](const std::string& point) { return isInside(root, point); }))
+      unwatched->untried = true;
+    return;
+  }
   checkPlace();
   Watched* const present = watched();
   if (present == nullptr) return;
