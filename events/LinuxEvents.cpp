@@ -1,8 +1,8 @@
 // Each stream has a connection and a thread of its own; other questions have a connection for as long as they
 // are asked. The recorder of this process, if it has one, is a client's peer like that of any other process.
 //
-// A program that may record begins a thread with its first stream or its first root to cover: it becomes the
-// recorder, or waits in the kernel to be the next.
+// A program that may record and finds nobody at it begins a thread: it becomes the recorder, or, when another
+// one has been faster, waits in the kernel to be the next.
 #include "events/LinuxEvents.h"
 
 #include <algorithm>

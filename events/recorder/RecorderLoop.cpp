@@ -234,10 +234,9 @@ bool RecorderLoop::answerFollow(const FollowRequest& request, const Clients::Wai
   if (root != nullptr && !root->recorded.isDrained(waiting.turn)) return false;
   // Following a root does not have it recorded.
   const std::vector<FolderEvent> history =
-      root != nullptr
-          ? root->recorded.history(request.since)
-          : RecordedRoot::lostHistory(
-                {.path = request.root, .flags = EventFlag::userDropped, .id = ids.next()});
+      root != nullptr ? root->recorded.history(request.since)
+                      : RecordedRoot::lostHistory(
+                            {.path = request.root, .flags = EventFlag::userDropped, .id = ids.next()});
   waiting.connection.send(request.root, history);
   if (isLost(history.front())) waiting.connection.finish();
   return true;

@@ -1,6 +1,4 @@
 // The marks of changed folders, within their bound, held against a list of every change.
-#include "journal/FolderJournal.h"
-
 #include <algorithm>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -9,6 +7,7 @@
 #include <vector>
 
 #include "base/Path.h"
+#include "journal/FolderJournal.h"
 #include "support/Seed.h"
 #include "support/TempFolder.h"
 

@@ -42,12 +42,12 @@ TEST(Program, FailsOrWaitsWhileAnotherIsAtWork) {
   EXPECT_EQ(next.end(SIGINT), 0);
 }
 
-TEST(Recorder, KilledIsReportedAtOnceAndReplacedByAWaitingClient) {
+TEST(Recorder, KilledIsReportedAtOnceAndReplacedByAClientThatAsksAgain) {
   EventHome home;
   home.temp.folder("root/after");
   RecorderProgram program(home);
   (void)program.line();
-  Follower follower(home);  // its recorder waits for the lock
+  Follower follower(home);
   Follower silent(home, {.mayRecord = false});
   ASSERT_EQ(program.end(SIGKILL), -SIGKILL);
   EXPECT_EQ(follower.listener.waitForLoss(), "the program that recorded changes has ended");

@@ -51,7 +51,8 @@ TEST_P(Root, MountedOverIsReportedAsChangedAndCoveredAgainWhenItComesBack) {
     ASSERT_EQ(::umount(home.root.c_str()), 0);
     // Nobody asks for it.
     LinuxEvents silent(home.threads, home.folders, home.log, {.mayRecord = false});
-    while (isLost(historySince(silent, home.root, silent.currentEventId()), home.root)) std::this_thread::yield();
+    while (isLost(historySince(silent, home.root, silent.currentEventId()), home.root))
+      std::this_thread::yield();
   });
 }
 
