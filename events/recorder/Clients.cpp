@@ -104,11 +104,11 @@ void Clients::publish(const std::string& root, const std::vector<FolderEvent>& e
   }
 }
 
-bool Clients::areWaiting() const {
+bool Clients::anyWaits() const {
   return std::ranges::any_of(clients, [](const auto& client) { return client->waiting.has_value(); });
 }
 
-bool Clients::follow(const std::string& root) const {
+bool Clients::anyFollows(const std::string& root) const {
   return std::ranges::any_of(
       clients, [&](const auto& client) { return client->followed == root && !client->connection.isOver(); });
 }

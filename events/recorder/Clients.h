@@ -37,8 +37,8 @@ class Clients {
   void answer(const std::function<bool(const Waiting&)>& attempt);
   /// Events of a root, to all that follow it. One that is the last ends their streams.
   void publish(const std::string& root, const std::vector<FolderEvent>& events, bool isLast);
-  [[nodiscard]] bool areWaiting() const;
-  [[nodiscard]] bool follow(const std::string& root) const;
+  [[nodiscard]] bool anyWaits() const;
+  [[nodiscard]] bool anyFollows(const std::string& root) const;
   /// Writes what is queued, and drops the connections that are over.
   void flush();
   /// Not even a refusal is possible: the listener is left out of the next wait, which should be short.

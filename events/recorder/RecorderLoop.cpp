@@ -88,7 +88,7 @@ void RecorderLoop::dropUnasked() {
   nextDrop = Clock::now() + kBetweenDrops;
   const std::uint64_t now = clock.wallMicros();
   for (const auto& root : roots) {
-    if (clients.follow(root->recorded.path())) root->asked = now;
+    if (clients.anyFollows(root->recorded.path())) root->asked = now;
   }
   const std::size_t dropped = std::erase_if(roots, [&](const auto& root) {
     return root->asked < now - std::min(now, kDaysUnasked * kMicrosPerDay);
@@ -177,7 +177,7 @@ void RecorderLoop::followRoots() {
   if (!placing && std::ranges::any_of(roots, [](const auto& root) { return root->recorded.isUntried(); }))
     readNow = true;
   const bool followed =
-      std::ranges::any_of(roots, [&](const auto& root) { return clients.follow(root->recorded.path()); });
+      std::ranges::any_of(roots, [&](const auto& root) { return clients.anyFollows(root->recorded.path()); });
   nextRead = Clock::now() + (followed ? kBetweenFollowedReads : kBetweenReads);
 }
 
@@ -189,7 +189,7 @@ bool RecorderLoop::turn() {
   if (takeWaits()) rootsReady = true;
   // After the requests: they came over the socket that there was.
   if (waits[kState].revents != 0 && !keepRole()) return false;
-  if (rootsReady || clients.areWaiting() ||
+  if (rootsReady || clients.anyWaits() ||
       std::ranges::any_of(roots, [](const auto& root) { return root->recorded.isBusy(); })) {
     followRoots();
     clients.answer([this](const Clients::Waiting& waiting) { return answer(waiting); });
