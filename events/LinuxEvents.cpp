@@ -1,8 +1,8 @@
 // Each stream has a connection and a thread of its own; other questions have a connection for as long as they
 // are asked. The recorder of this process, if it has one, is a client's peer like that of any other process.
 //
-// A program that may record begins a thread with its first stream or its first root to cover: it becomes the
-// recorder, or waits in the kernel to be the next.
+// A program that may record and finds nobody at it begins a thread: it becomes the recorder, or, when another
+// one has been faster, waits in the kernel to be the next.
 #include "events/LinuxEvents.h"
 
 #include <algorithm>
@@ -33,6 +33,7 @@ namespace quon {
 namespace {
 
 constexpr std::size_t kStackBytes = 524288;
+constexpr int kMostRecorders = 16;
 
 /// Becomes readable once, for good. Threads: any.
 class Signal {
@@ -70,9 +71,9 @@ struct LinuxEvents::Service {
   void record(EventRecorder& begun);
   void settle(Recording outcome, const std::string& reason);
   [[nodiscard]] bool isNews(const std::string& reason);
-  /// Connects to the recorder; becomes one where there is none and this process may. None, with a reason or "",
-  /// when nobody records: at once or, to wait for another process that is about to, when that is stopped. Throws
-  /// std::system_error.
+  /// Connects to the recorder; becomes one where there is none and this process may. None, with a reason or
+  /// "", when nobody records: at once or, to wait for another process that is about to, when that is stopped.
+  /// Throws std::system_error.
   [[nodiscard]] std::optional<RecorderConnection> connect(CoverMode mode, const std::stop_token& stopped,
                                                           std::string& reason);
   [[nodiscard]] std::optional<RecorderConnection> waitForRecorder(const std::stop_token& stopped,
@@ -199,7 +200,8 @@ void LinuxEvents::Service::settle(Recording outcome, const std::string& reason) 
   changed.broadcast();
 }
 
-std::optional<RecorderConnection> LinuxEvents::Service::connect(CoverMode mode, const std::stop_token& stopped,
+std::optional<RecorderConnection> LinuxEvents::Service::connect(CoverMode mode,
+                                                                const std::stop_token& stopped,
                                                                 std::string& reason) {
   auto connection = RecorderConnection::open(folders.state);
   if (connection || !options.mayRecord) return connection;
@@ -224,7 +226,8 @@ std::optional<RecorderConnection> LinuxEvents::Service::waitForRecorder(const st
       failed = over;
     }
     if (!reason.empty()) break;
-    std::array<pollfd, 3> waits{{{watch.descriptor(), POLLIN, 0}, {stop.get(), POLLIN, 0}, {failed->get(), POLLIN, 0}}};
+    std::array<pollfd, 3> waits{
+        {{watch.descriptor(), POLLIN, 0}, {stop.get(), POLLIN, 0}, {failed->get(), POLLIN, 0}}};
     ::poll(waits.data(), waits.size(), -1);
     if (!watch.takeNews()) {
       ensureStateFolder(folders.state);
@@ -234,9 +237,11 @@ std::optional<RecorderConnection> LinuxEvents::Service::waitForRecorder(const st
   return std::nullopt;
 }
 
-Coverage LinuxEvents::Service::cover(const std::string& root, CoverMode mode, const std::stop_token& stopped) {
-  // A recorder that ends is followed by another one, or by this process.
-  while (!stopped.stop_requested()) {
+Coverage LinuxEvents::Service::cover(const std::string& root, CoverMode mode,
+                                     const std::stop_token& stopped) {
+  // A recorder that ends is followed by another one, or by this process; not for ever.
+  for (int attempt = 0; attempt < kMostRecorders; ++attempt) {
+    if (stopped.stop_requested()) return {};
     std::string reason;
     auto connection = connect(mode, stopped, reason);
     if (!connection) return {.reason = reason};
@@ -248,9 +253,9 @@ Coverage LinuxEvents::Service::cover(const std::string& root, CoverMode mode, co
       if (const auto* refusal = std::get_if<Refusal>(&*reply)) return {.reason = refusal->reason};
       return {.reason = "the recorder of changes is of another version of quon"};
     }
-    if (mode == CoverMode::ask || !options.mayRecord) break;
+    if (mode == CoverMode::ask || !options.mayRecord) return {};
   }
-  return {};
+  return {.reason = "the recorder of changes ends the connection whenever it is asked"};
 }
 
 std::optional<std::uint64_t> LinuxEvents::Service::issuedId() const {

@@ -16,8 +16,8 @@
 
 namespace quon {
 
-/// One stream of a client: receives what the recorder sends, on a thread of its own, and delivers it on the client's
-/// queue. Shared by the stream and the work that it posts.
+/// One stream of a client: receives what the recorder sends, on a thread of its own, and delivers it on the
+/// client's queue. Shared by the stream and the work that it posts.
 ///
 /// Threads: run() and lose() one; close() any.
 class LiveStream : public std::enable_shared_from_this<LiveStream> {

@@ -38,8 +38,8 @@ void FolderJournal::mark(const std::string& path, std::uint64_t id, bool deep) {
   if (marks.size() > mostMarks / 2) forgetOldest();
 }
 
-/// The folder above is marked with the change that removed one; a change in that one, seen later, is no more than
-/// this.
+/// The folder above is marked with the change that removed one; a change in that one, seen later, is no more
+/// than this.
 void FolderJournal::fold(std::uint64_t changedAfter) {
   std::vector<std::pair<std::string, Mark>> gone;
   for (const auto& [path, mark] : marks) {

@@ -11,8 +11,9 @@
 
 namespace quon {
 
-/// What changed below one root since it has been covered: a mark for each changed folder. It serves clients of this
-/// recorder only, since no other can tell what happened before it began, and so it is kept in memory, within a bound.
+/// What changed below one root since it has been covered: a mark for each changed folder. It serves clients
+/// of this recorder only, since no other can tell what happened before it began, and so it is kept in memory,
+/// within a bound.
 ///
 /// Threads: one at a time.
 class FolderJournal {
@@ -29,12 +30,12 @@ class FolderJournal {
   /// From this identifier on every change is in it; 0 when the root is not covered.
   [[nodiscard]] std::uint64_t since() const { return coveredSince; }
 
-  /// A change, with an identifier above all before it. When there are too many marks, those of folders that are
-  /// gone are folded into the nearest one that exists, and if that is not enough the oldest are forgotten, and
-  /// since() moves up.
+  /// A change, with an identifier above all before it. When there are too many marks, those of folders that
+  /// are gone are folded into the nearest one that exists, and if that is not enough the oldest are
+  /// forgotten, and since() moves up.
   void mark(const std::string& path, std::uint64_t id, bool deep);
-  /// The folders that changed after an identifier not below since(), in the order of their newest changes. Reads
-  /// the disk: none that is gone is among them.
+  /// The folders that changed after an identifier not below since(), in the order of their newest changes.
+  /// Reads the disk: none that is gone is among them.
   [[nodiscard]] std::vector<FolderEvent> changesSince(std::uint64_t id);
   [[nodiscard]] std::size_t size() const { return marks.size(); }
 

@@ -6,7 +6,8 @@
 
 namespace quon {
 
-/// Wakes when a file of the state folder is made, moved or removed, or the folder itself is. Threads: one at a time.
+/// Wakes when a file of the state folder is made, moved or removed, or the folder itself is. Threads: one at
+/// a time.
 class StateWatch {
  public:
   /// Throws std::system_error. The folder exists.

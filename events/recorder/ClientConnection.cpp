@@ -53,8 +53,7 @@ void ClientConnection::send(const std::string& root, const std::vector<FolderEve
   for (const FolderEvent& event : events) {
     if (finished) return;
     if (queued.size() - sent > kMostQueued) {
-      send(FolderEvent{
-          .path = root, .flags = EventFlag::userDropped, .id = event.id, .reason = kTooSlow});
+      send(FolderEvent{.path = root, .flags = EventFlag::userDropped, .id = event.id, .reason = kTooSlow});
       return finish();
     }
     send(event);

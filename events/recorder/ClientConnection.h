@@ -11,8 +11,8 @@
 
 namespace quon {
 
-/// The recorder's end of a connection: reads the client's one request and queues what answers it. Never waits for
-/// the client: one that does not read is sent, once too much is queued for it, that its events are lost.
+/// The recorder's end of a connection: reads the client's one request and queues what answers it. Never waits
+/// for the client: one that does not read is sent, once too much is queued for it, that its events are lost.
 ///
 /// Threads: the recorder's.
 class ClientConnection {

@@ -53,7 +53,8 @@ void Clients::accept(const RecorderSocket& listener) {
     if (socket.isOpen()) {
       wasFull = false;
       if (isOfThisUser(socket)) {
-        clients.push_back(std::make_unique<Client>(Client{.connection = ClientConnection(std::move(socket))}));
+        clients.push_back(
+            std::make_unique<Client>(Client{.connection = ClientConnection(std::move(socket))}));
       }
     } else if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS) {
       return refuseOne(listener);
@@ -103,14 +104,13 @@ void Clients::publish(const std::string& root, const std::vector<FolderEvent>& e
   }
 }
 
-bool Clients::areWaiting() const {
+bool Clients::anyWaits() const {
   return std::ranges::any_of(clients, [](const auto& client) { return client->waiting.has_value(); });
 }
 
-bool Clients::follow(const std::string& root) const {
-  return std::ranges::any_of(clients, [&](const auto& client) {
-    return client->followed == root && !client->connection.isOver();
-  });
+bool Clients::anyFollows(const std::string& root) const {
+  return std::ranges::any_of(
+      clients, [&](const auto& client) { return client->followed == root && !client->connection.isOver(); });
 }
 
 void Clients::flush() {

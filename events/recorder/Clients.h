@@ -23,7 +23,8 @@ class Clients {
 
   /// Appends what to poll for: `listener` first, then the connections.
   void addWaits(const RecorderSocket& listener, std::vector<pollfd>& to);
-  /// Takes what poll() has found for these: accepts, reads requests, which count as made in the round `turn`, and writes.
+  /// Takes what poll() has found for these: accepts, reads requests, which count as made in the round `turn`,
+  /// and writes.
   void take(const RecorderSocket& listener, const pollfd* found, std::uint64_t turn);
 
   /// A request that waits for its answer.
@@ -36,8 +37,8 @@ class Clients {
   void answer(const std::function<bool(const Waiting&)>& attempt);
   /// Events of a root, to all that follow it. One that is the last ends their streams.
   void publish(const std::string& root, const std::vector<FolderEvent>& events, bool isLast);
-  [[nodiscard]] bool areWaiting() const;
-  [[nodiscard]] bool follow(const std::string& root) const;
+  [[nodiscard]] bool anyWaits() const;
+  [[nodiscard]] bool anyFollows(const std::string& root) const;
   /// Writes what is queued, and drops the connections that are over.
   void flush();
   /// Not even a refusal is possible: the listener is left out of the next wait, which should be short.

@@ -102,9 +102,10 @@ void JournalKeeper::failed(const std::string& reason) {
   nextAttempt = Clock::now() + pause;
   pause = std::min(pause * 2, kLongestPause);
   if (std::exchange(wasLogged, true)) return;
-  log.line(fmt::format("cannot write the event journal in {}: {}; changes are recorded all the same, and the "
-                       "folders to record are written down once that is possible",
-                       displayText(stateFolder), reason));
+  log.line(
+      fmt::format("cannot write the event journal in {}: {}; changes are recorded all the same, and the "
+                  "folders to record are written down once that is possible",
+                  displayText(stateFolder), reason));
 }
 
 }  // namespace quon

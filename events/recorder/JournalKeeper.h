@@ -8,8 +8,8 @@
 
 namespace quon {
 
-/// Keeps in the journal's file what the next recorder needs, as far as the file can be written: a failure is logged
-/// once and tried again later, less and less often. Threads: one at a time.
+/// Keeps in the journal's file what the next recorder needs, as far as the file can be written: a failure is
+/// logged once and tried again later, less and less often. Threads: one at a time.
 class JournalKeeper {
  public:
   using Clock = std::chrono::steady_clock;

@@ -1,9 +1,9 @@
 // Phases: untried -> being placed -> covered; from each of them, and back, to unwatched. The coverage begins
-// when every folder has its watch: what happens from then on is in the kernel's queue, or lies in a folder that
-// appeared, which is reported deep.
+// when every folder has its watch: what happens from then on is in the kernel's queue, or lies in a folder
+// that appeared, which is reported deep.
 //
 // When the kernel drops events, the coverage ends and watches are placed anew at once, for those who ask
-// again; after any other loss, once a client asks.
+// again; after any other loss, once a client asks or something is mounted at or above the root.
 #include "recorder/RecordedRoot.h"
 
 #include <algorithm>
@@ -100,11 +100,8 @@ void RecordedRoot::place() {
     std::unique_ptr<RootWatch> watch = makeWatch();
     RootWatch* const visitor = watch.get();
     phase = BeingPlaced{.watched = {.watch = std::move(watch)}, .walk = nullptr};
-    const Placing::Settings settings{.threads = context.threads,
-                                     .root = root,
-                                     .own = context.own,
-                                     .device = device,
-                                     .visitor = visitor};
+    const Placing::Settings settings{
+        .threads = context.threads, .root = root, .own = context.own, .device = device, .visitor = visitor};
     std::get<BeingPlaced>(phase).walk = std::make_unique<Placing>(settings, context.wake);
   } catch (const std::system_error& failure) {
     lose(EventFlag::kernelDropped, failure.what());
@@ -150,10 +147,10 @@ void RecordedRoot::finishPlacing() {
   if (!placing.watched.drained) return;
   phase = Covered{.watched = std::move(placing.watched)};
   journal.begin(context.ids.next());
+  logged.clear();
 }
 
 void RecordedRoot::overflowed() {
-  context.log.line(fmt::format("the kernel dropped events below {}; watching it anew", displayText(root)));
   if (isCovered()) {
     lose(EventFlag::kernelDropped, "the kernel dropped events, because too much changed at once");
   } else {
@@ -163,7 +160,12 @@ void RecordedRoot::overflowed() {
 }
 
 void RecordedRoot::mountsChanged(const std::vector<std::string>& points) {
-  if (watched() == nullptr) return;
+  if (auto* const unwatched = std::get_if<Unwatched>(&phase)) {
+    // Its disk may have come back.
+    if (std::ranges::any_of(points, [&](const std::string& point) { return isInside(root, point); }))
+      unwatched->untried = true;
+    return;
+  }
   checkPlace();
   Watched* const present = watched();
   if (present == nullptr) return;
@@ -185,8 +187,9 @@ void RecordedRoot::checkPlace() {
 
 void RecordedRoot::lose(std::uint32_t flags, const std::string& reason) {
   // That a root of long ago is not there any more interests nobody until it is asked for.
-  if (wasAsked || watched() != nullptr) {
-    context.log.line(fmt::format("changes below {} are not recorded: {}", displayText(root), reason));
+  if ((wasAsked || watched() != nullptr) && logged != reason) {
+    context.log.line(fmt::format("lost track of changes below {}: {}", displayText(root), reason));
+    logged = reason;
   }
   if (isCovered()) loss = FolderEvent{.path = root, .flags = flags, .reason = reason};
   phase = Unwatched{.untried = false, .reason = reason};
@@ -204,8 +207,7 @@ std::vector<FolderEvent> RecordedRoot::takeEvents() {
       const bool all = deep || path.size() != changed.size();
       const std::uint64_t id = context.ids.next();
       journal.mark(path, id, all);
-      events.push_back(
-          {.path = std::move(path), .flags = all ? EventFlag::mustScanSubdirs : 0, .id = id});
+      events.push_back({.path = std::move(path), .flags = all ? EventFlag::mustScanSubdirs : 0, .id = id});
     }
   }
   changes.clear();
@@ -217,29 +219,32 @@ std::vector<FolderEvent> RecordedRoot::takeEvents() {
 }
 
 Coverage RecordedRoot::coverage() const {
-  if (const auto* unwatched = std::get_if<Unwatched>(&phase)) return {.since = 0, .reason = unwatched->reason};
+  if (const auto* unwatched = std::get_if<Unwatched>(&phase))
+    return {.since = 0, .reason = unwatched->reason};
   return {.since = journal.since()};
 }
 
 std::vector<FolderEvent> RecordedRoot::history(std::uint64_t since) {
-  std::vector<FolderEvent> events;
   const std::uint64_t now = context.ids.next();
-  FolderEvent lost{.path = root, .flags = 0, .id = now};
+  FolderEvent lost{.path = root, .flags = EventFlag::userDropped, .id = now};
   if (since > now) {
     lost.flags = EventFlag::idsWrapped;
     lost.reason = "the clock was set back";
-  } else if (!isCovered() || since < journal.since()) {
-    const auto* unwatched = std::get_if<Unwatched>(&phase);
-    lost.flags = EventFlag::userDropped;
-    lost.reason = unwatched == nullptr || unwatched->reason.empty() ? kNotRecorded : unwatched->reason;
+    return lostHistory(std::move(lost));
   }
-  if (lost.flags == 0) {
-    events = journal.changesSince(since);
-  } else {
-    events.push_back(std::move(lost));
+  if (!isCovered() || since < journal.since()) {
+    lost.reason = coverage().reason;
+    return lostHistory(std::move(lost));
   }
+  std::vector<FolderEvent> events = journal.changesSince(since);
   events.push_back({.path = root, .flags = EventFlag::historyDone, .id = now});
   return events;
+}
+
+std::vector<FolderEvent> RecordedRoot::lostHistory(FolderEvent loss) {
+  if (loss.reason.empty()) loss.reason = kNotRecorded;
+  FolderEvent done{.path = loss.path, .flags = EventFlag::historyDone, .id = loss.id};
+  return {std::move(loss), std::move(done)};
 }
 
 }  // namespace quon

@@ -28,8 +28,8 @@ struct RecorderContext {
   std::function<void()> wake;  ///< any thread: ends the recorder's wait
 };
 
-/// One root: untried, then its watches are being placed, then it is covered; unwatched, for a reason, when they
-/// cannot be placed or track was lost.
+/// One root: untried, then its watches are being placed, then it is covered; unwatched, for a reason, when
+/// they cannot be placed or track was lost.
 ///
 /// Threads: the recorder's.
 class RecordedRoot {
@@ -44,8 +44,8 @@ class RecordedRoot {
   void ask();
   /// Reads the kernel's events; `turn` counts the rounds of the recorder's loop.
   void drain(std::uint64_t turn);
-  /// Follows up on what drain() has found and on watches that were placed. Watches of a root that no client has
-  /// asked this recorder for are not placed before `mayBegin`.
+  /// Follows up on what drain() has found and on watches that were placed. Watches of a root that no client
+  /// has asked this recorder for are not placed before `mayBegin`.
   void advance(bool mayBegin);
   void mountsChanged(const std::vector<std::string>& points);
 
@@ -58,13 +58,15 @@ class RecordedRoot {
   /// Everything that happened before the round is in the journal, or it is not covered.
   [[nodiscard]] bool isDrained(std::uint64_t turn) const;
 
-  /// What changed since the last call, with identifiers, for those who follow it. When track was lost, the last
-  /// says so, with its flags.
+  /// What changed since the last call, with identifiers, for those who follow it. When track was lost, the
+  /// last says so, with its flags.
   [[nodiscard]] std::vector<FolderEvent> takeEvents();
   /// What clients are answered.
   [[nodiscard]] Coverage coverage() const;
   /// The changed folders since then and historyDone; or that they are not known, with historyDone.
   [[nodiscard]] std::vector<FolderEvent> history(std::uint64_t since);
+  /// That they are not known.
+  [[nodiscard]] static std::vector<FolderEvent> lostHistory(FolderEvent loss);
 
  private:
   /// A watch at work.
@@ -105,6 +107,7 @@ class RecordedRoot {
   std::uint32_t device = 0;
   FolderChanges changes;            // until they get identifiers
   std::optional<FolderEvent> loss;  // not taken yet
+  std::string logged;               // the reason why it is not covered; "" once it is
 };
 
 }  // namespace quon

@@ -88,7 +88,7 @@ void RecorderLoop::dropUnasked() {
   nextDrop = Clock::now() + kBetweenDrops;
   const std::uint64_t now = clock.wallMicros();
   for (const auto& root : roots) {
-    if (clients.follow(root->recorded.path())) root->asked = now;
+    if (clients.anyFollows(root->recorded.path())) root->asked = now;
   }
   const std::size_t dropped = std::erase_if(roots, [&](const auto& root) {
     return root->asked < now - std::min(now, kDaysUnasked * kMicrosPerDay);
@@ -97,8 +97,8 @@ void RecorderLoop::dropUnasked() {
 }
 
 RecorderLoop::Root* RecorderLoop::rootFor(const std::string& path, bool mayAdd) {
-  const auto known =
-      std::ranges::find(roots, path, [](const auto& root) -> const std::string& { return root->recorded.path(); });
+  const auto known = std::ranges::find(
+      roots, path, [](const auto& root) -> const std::string& { return root->recorded.path(); });
   if (known != roots.end()) return known->get();
   if (!mayAdd || roots.size() >= kMostRoots) return nullptr;
   roots.push_back(std::make_unique<Root>(Root{{context, path}, 0}));
@@ -107,7 +107,8 @@ RecorderLoop::Root* RecorderLoop::rootFor(const std::string& path, bool mayAdd) 
 
 int RecorderLoop::timeout() const {
   const auto now = Clock::now();
-  if (readNow || std::ranges::any_of(roots, [](const auto& root) { return root->recorded.isBusy(); })) return 0;
+  if (readNow || std::ranges::any_of(roots, [](const auto& root) { return root->recorded.isBusy(); }))
+    return 0;
   std::optional<Clock::time_point> next = keeper.due();
   const auto consider = [&](Clock::time_point time) { next = std::min(next.value_or(time), time); };
   if (nextRead > now) consider(nextRead);
@@ -176,7 +177,7 @@ void RecorderLoop::followRoots() {
   if (!placing && std::ranges::any_of(roots, [](const auto& root) { return root->recorded.isUntried(); }))
     readNow = true;
   const bool followed =
-      std::ranges::any_of(roots, [&](const auto& root) { return clients.follow(root->recorded.path()); });
+      std::ranges::any_of(roots, [&](const auto& root) { return clients.anyFollows(root->recorded.path()); });
   nextRead = Clock::now() + (followed ? kBetweenFollowedReads : kBetweenReads);
 }
 
@@ -188,7 +189,7 @@ bool RecorderLoop::turn() {
   if (takeWaits()) rootsReady = true;
   // After the requests: they came over the socket that there was.
   if (waits[kState].revents != 0 && !keepRole()) return false;
-  if (rootsReady || clients.areWaiting() ||
+  if (rootsReady || clients.anyWaits() ||
       std::ranges::any_of(roots, [](const auto& root) { return root->recorded.isBusy(); })) {
     followRoots();
     clients.answer([this](const Clients::Waiting& waiting) { return answer(waiting); });
@@ -201,7 +202,8 @@ bool RecorderLoop::turn() {
 
 bool RecorderLoop::answer(const Clients::Waiting& waiting) {
   if (const auto* cover = std::get_if<CoverRequest>(&waiting.request)) return answerCover(*cover, waiting);
-  if (const auto* follow = std::get_if<FollowRequest>(&waiting.request)) return answerFollow(*follow, waiting);
+  if (const auto* follow = std::get_if<FollowRequest>(&waiting.request))
+    return answerFollow(*follow, waiting);
   return answerId(waiting);
 }
 
@@ -233,7 +235,8 @@ bool RecorderLoop::answerFollow(const FollowRequest& request, const Clients::Wai
   // Following a root does not have it recorded.
   const std::vector<FolderEvent> history =
       root != nullptr ? root->recorded.history(request.since)
-                      : RecordedRoot(context, request.root).history(request.since);
+                      : RecordedRoot::lostHistory(
+                            {.path = request.root, .flags = EventFlag::userDropped, .id = ids.next()});
   waiting.connection.send(request.root, history);
   if (isLost(history.front())) waiting.connection.finish();
   return true;

@@ -31,8 +31,8 @@ class RecorderLoop {
   RecorderLoop(const RecorderLoop&) = delete;
   RecorderLoop& operator=(const RecorderLoop&) = delete;
 
-  /// Waits for something to happen and does what it calls for. False when another process has the role by now.
-  /// Throws std::system_error.
+  /// Waits for something to happen and does what it calls for. False when another process has the role by
+  /// now. Throws std::system_error.
   [[nodiscard]] bool turn();
   /// Writes what the next recorder needs.
   void finish();
@@ -75,7 +75,7 @@ class RecorderLoop {
   std::vector<pollfd> waits;
   std::size_t firstRootWait = 0;
   std::uint64_t turnNumber = 0;
-  std::uint64_t keptId = 0;  ///< no identifier above it was handed out ahead of the wall clock
+  std::uint64_t keptId = 0;    ///< no identifier above it was handed out ahead of the wall clock
   Clock::time_point nextRead;  // of the roots' events
   Clock::time_point nextDrop;  // of roots that nobody asks for
   bool readNow = true;

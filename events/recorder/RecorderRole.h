@@ -8,8 +8,8 @@
 
 namespace quon {
 
-/// What makes this process the user's recorder: the lock, and with it the socket at which clients find it. Whoever
-/// has the lock is listening.
+/// What makes this process the user's recorder: the lock, and with it the socket at which clients find it.
+/// Whoever has the lock is listening.
 ///
 /// Threads: interrupt() any; all else one.
 class RecorderRole {
@@ -21,8 +21,8 @@ class RecorderRole {
   /// Waits for it; false when the wait was interrupted. Throws std::system_error.
   [[nodiscard]] bool wait();
   void interrupt() { lock.interrupt(); }
-  /// The state folder was changed: takes again what was removed of it. False when another process has the role by
-  /// now. Throws std::system_error.
+  /// The state folder was changed: takes again what was removed of it. False when another process has the
+  /// role by now. Throws std::system_error.
   [[nodiscard]] bool keep();
   void release();
 

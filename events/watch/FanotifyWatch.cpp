@@ -16,7 +16,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <ranges>
 #include <sys/fanotify.h>
 #include <sys/stat.h>
 #include <system_error>
@@ -181,11 +180,11 @@ class FanotifyWatch::UserView {
       at = parentPath(at);
       above.push_back(at);
     }
-    for (const std::string& folder : std::ranges::reverse_view(above)) {
-      const auto [known, isNew] = listable.try_emplace(folder, false);
-      if (isNew) known->second = open(folder).isOpen();
+    for (auto folder = above.rbegin(); folder != above.rend(); ++folder) {
+      const auto [known, isNew] = listable.try_emplace(*folder, false);
+      if (isNew) known->second = open(*folder).isOpen();
       if (known->second) continue;
-      closed.insert(folder);
+      closed.insert(*folder);
       return false;
     }
     return true;

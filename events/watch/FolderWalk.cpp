@@ -1,7 +1,7 @@
 // One stack of folders to visit, last in, first out, so that few parents are open at a time. A folder is
 // opened relative to its parent's descriptor: a parent that is renamed meanwhile stays the same folder.
-// Beyond a bound, and once descriptors have run out, a child is opened by its path and must lie in the parent that
-// it was found in.
+// Beyond a bound, and once descriptors have run out, a child is opened by its path and must lie in the parent
+// that it was found in.
 #include "watch/FolderWalk.h"
 
 #include <algorithm>

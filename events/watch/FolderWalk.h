@@ -33,7 +33,8 @@ class FolderVisitor {
                                                  const InodeIdentity& identity) = 0;
   /// A folder that was listed may not be opened.
   virtual void refuse(int parentToken, std::string_view name) = 0;
-  /// A folder could not be opened, or listed to its end, for lack of descriptors or memory: the walk is not whole.
+  /// A folder could not be opened, or listed to its end, for lack of descriptors or memory: the walk is not
+  /// whole.
   virtual void fail(std::error_code reason) = 0;
 };
 

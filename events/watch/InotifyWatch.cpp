@@ -13,8 +13,8 @@
 // A folder that may not be opened is remembered: it may lie below another one that was closed for a moment,
 // and no event names it when that is opened again.
 //
-// A folder that lies at several places of the root, by bind mounts, has one watch. It is walked at one place; the
-// others are its aliases, at which its changes are reported as well. When its place is unmounted, it gets
+// A folder that lies at several places of the root, by bind mounts, has one watch. It is walked at one place;
+// the others are its aliases, at which its changes are reported as well. When its place is unmounted, it gets
 // that of an alias.
 //
 // Nothing stays open between batches: that would keep the file system from being unmounted.
@@ -144,8 +144,8 @@ void InotifyWatch::failWatch(int reason, int parentToken, std::string_view name)
   }
 }
 
-/// True when the folder has a place, other than the one at which it was found now, that leads to it still: it was
-/// not moved, but is mounted twice.
+/// True when the folder has a place, other than the one at which it was found now, that leads to it still: it
+/// was not moved, but is mounted twice.
 bool InotifyWatch::isElsewhere(int watch, const InodeIdentity& identity) {
   if (!tree.contains(watch) || displaced.contains(watch)) return false;
   const auto path = tree.path(watch);
@@ -158,8 +158,8 @@ void InotifyWatch::dropAlias(int parent, std::string_view name) {
   std::erase_if(aliases, [&](const Alias& alias) { return alias.parent == parent && alias.name == name; });
 }
 
-/// The folder is not at its place any more: it is at that of an alias, or will be forgotten unless an event gives it
-/// another one.
+/// The folder is not at its place any more: it is at that of an alias, or will be forgotten unless an event
+/// gives it another one.
 void InotifyWatch::displace(int watch) {
   for (int homeless = watch; homeless != WatchTree::kNone;) {
     const auto alias =

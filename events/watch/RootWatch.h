@@ -24,10 +24,11 @@ inline void addChange(FolderChanges& changes, std::string path, bool deep) {
 
 /// What keeps a watch from reporting all that happens.
 struct WatchProblems {
-  bool overflowed = false;     ///< the kernel dropped events
-  std::string unwatched = {};  ///< why some folder cannot be watched, and what to do about it; "" when all are
-  bool unmounted = false;      ///< the root's file system is gone
-  bool rootMoved = false;      ///< the root or a folder above it was moved or removed, perhaps
+  bool overflowed = false;  ///< the kernel dropped events
+  std::string unwatched =
+      {};                  ///< why some folder cannot be watched, and what to do about it; "" when all are
+  bool unmounted = false;  ///< the root's file system is gone
+  bool rootMoved = false;  ///< the root or a folder above it was moved or removed, perhaps
 };
 
 /// A back end at work on one root: reads the kernel's events and gathers the folders that changed. A walk of

@@ -54,8 +54,8 @@ class MalformedMessage : public std::runtime_error {
 void appendFrame(std::string& to, const Request& request);
 void appendFrame(std::string& to, const Reply& reply);
 
-/// Takes the first frame off the front of `bytes` and returns what follows its length; none when it is not whole yet.
-/// Throws MalformedMessage for one that is too long.
+/// Takes the first frame off the front of `bytes` and returns what follows its length; none when it is not
+/// whole yet. Throws MalformedMessage for one that is too long.
 [[nodiscard]] std::optional<std::string_view> takeFrame(std::string_view& bytes);
 
 /// Throw MalformedMessage.

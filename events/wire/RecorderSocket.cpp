@@ -66,8 +66,7 @@ Descriptor connectToRecorder(const std::string& stateFolder) {
 bool isOfThisUser(const Descriptor& socket) {
   ucred other{};
   socklen_t size = sizeof other;
-  return ::getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &other, &size) == 0 &&
-         other.uid == ::geteuid();
+  return ::getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &other, &size) == 0 && other.uid == ::geteuid();
 }
 
 RecorderSocket::RecorderSocket(const std::string& stateFolder)

@@ -66,7 +66,8 @@ TEST_F(WithCapabilities, RecordsNothingThatTheUserMayNotList) {
   if (writer == 0) {
     char byte = 0;
     (void)!::read(ready[0], &byte, 1);
-    for (const char* name : {"open/file", "open/shut/inner/file", "open/shut/file", "open/unlisted/inner/file"})
+    for (const char* name :
+         {"open/file", "open/shut/inner/file", "open/shut/file", "open/unlisted/inner/file"})
       std::ofstream(home.at(name)) << "text";
     fs::create_directory(home.at("open/shut/new"));
     (void)!::write(written[1], "w", 1);

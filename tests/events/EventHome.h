@@ -128,8 +128,8 @@ class RunningRecorder {
   std::unique_ptr<RunningThread> thread;
 };
 
-/// Waits until the listener has got every change that was made before the call: makes a change in the folder and waits
-/// for that.
+/// Waits until the listener has got every change that was made before the call: makes a change in the folder
+/// and waits for that.
 void settle(EventService& events, Listener& listener, const std::string& folder);
 
 /// The history below the root since then, waited for.

@@ -54,7 +54,8 @@ TEST(CurrentIdentifier, NeverGoesBackWithTheClockNorToAnotherRecorder) {
     fs::copy(home.folders.state + "/journal.sqlite", home.temp.at("killed"));
   }
   EXPECT_GE(LinuxEvents(home.threads, home.folders, home.log, silent).currentEventId(), newest);
-  fs::copy(home.temp.at("killed"), home.folders.state + "/journal.sqlite", fs::copy_options::overwrite_existing);
+  fs::copy(home.temp.at("killed"), home.folders.state + "/journal.sqlite",
+           fs::copy_options::overwrite_existing);
   EXPECT_GE(LinuxEvents(home.threads, home.folders, home.log, silent).currentEventId(), newest);
   EXPECT_GT(coverRoot(home, how), newest);
 }

@@ -1,4 +1,5 @@
-// A state folder and a journal file that vanish, are torn, foreign or locked, or cannot be written: recording goes on.
+// A state folder and a journal file that vanish, are torn, foreign or locked, or cannot be written: recording
+// goes on.
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -55,7 +56,8 @@ TEST(Journal, LostUnderALiveStreamLosesNoEventAndIsMadeAgain) {
       {"file cut to nothing",
        [](const EventHome& home) { ASSERT_EQ(::truncate(journalOf(home).c_str(), 0), 0); }},
       {"socket and lock removed", [](const EventHome& home) {
-         for (const char* name : {"recorder.socket", "recorder.lock"}) fs::remove(home.folders.state + "/" + name);
+         for (const char* name : {"recorder.socket", "recorder.lock"})
+           fs::remove(home.folders.state + "/" + name);
        }}};
   for (const auto& [name, lose] : losses) {
     SCOPED_TRACE(name);
@@ -76,7 +78,8 @@ TEST(Journal, LostUnderALiveStreamLosesNoEventAndIsMadeAgain) {
 
 TEST(Journal, ThatCannotBeReadIsSetAsideAndAnOlderOneBegunAnew) {
   const std::vector<std::tuple<const char*, bool, std::function<void(EventHome&)>>> damages{
-      {"no database", true, [](EventHome& home) { std::ofstream(journalOf(home)) << std::string(10000, 'j'); }},
+      {"no database", true,
+       [](EventHome& home) { std::ofstream(journalOf(home)) << std::string(10000, 'j'); }},
       {"another program's", true,
        [](EventHome& home) {
          Database::open(journalOf(home), Database::Mode::create)
@@ -89,8 +92,9 @@ TEST(Journal, ThatCannotBeReadIsSetAsideAndAnOlderOneBegunAnew) {
        }},
       {"of an earlier version", false, [](EventHome& home) {
          Database::open(journalOf(home), Database::Mode::create)
-             .exec("PRAGMA journal_mode = WAL; CREATE TABLE requests(x); PRAGMA application_id = 1366650734; "
-                   "PRAGMA user_version = 1");
+             .exec(
+                 "PRAGMA journal_mode = WAL; CREATE TABLE requests(x); PRAGMA application_id = 1366650734; "
+                 "PRAGMA user_version = 1");
        }}};
   for (const auto& [name, isDamaged, damage] : damages) {
     SCOPED_TRACE(name);

@@ -52,14 +52,22 @@ void flood(const EventHome& home) {
   ASSERT_TRUE(overflowed);
 }
 
-/// A recorder in a process of its own, which can be paused.
+/// A recorder at work in a process of its own, which can be paused.
 class PausableRecorder {
  public:
-  explicit PausableRecorder(EventHome& home) : child(::fork()) {
-    if (child != 0) return;
-    EventRecorder recorder(home.threads, home.folders, home.log, {.backEnd = EventBackEnd::inotify});
-    if (recorder.waitToBegin()) recorder.run();
-    ::_exit(0);
+  explicit PausableRecorder(EventHome& home) {
+    std::array<int, 2> ready{};
+    EXPECT_EQ(::pipe(ready.data()), 0);
+    child = ::fork();
+    if (child == 0) {
+      EventRecorder recorder(home.threads, home.folders, home.log, {.backEnd = EventBackEnd::inotify});
+      if (!recorder.tryBegin() || ::write(ready[1], "r", 1) != 1) ::_exit(1);
+      recorder.run();
+      ::_exit(0);
+    }
+    char byte = 0;
+    EXPECT_EQ(::read(ready[0], &byte, 1), 1);
+    for (const int end : ready) ::close(end);
   }
   ~PausableRecorder() {
     ::kill(child, SIGKILL);
@@ -74,15 +82,14 @@ class PausableRecorder {
   void resume() const { ::kill(child, SIGCONT); }
 
  private:
-  const pid_t child;
+  pid_t child = -1;
 };
 
 TEST(Overflow, OfTheKernelsQueueIsReportedAndTheRootCoveredAnew) {
   EventHome home;
   const std::string folder = home.temp.folder("root/a");
-  (void)coverRoot(home);  // makes the state folder
   const PausableRecorder recorder(home);
-  LinuxEvents events(home.threads, home.folders, home.log);
+  LinuxEvents events(home.threads, home.folders, home.log, {.mayRecord = false});
   std::uint64_t since = events.cover(home.root, EventService::CoverMode::wait, {}).since;
   for (int round = 0; round < 2; ++round) {
     Listener listener(events, home.root, since);
@@ -123,7 +130,8 @@ void lowerDescriptorLimit(rlim_t count) {
 TEST(DescriptorLimit, LeavesNoFolderOfABranchyTreeUnwatched) {
   inChild([] {
     EventHome home;
-    // However they are listed, some of the side folders wait, with the one above, for the walk of what is below.
+    // However they are listed, some of the side folders wait, with the one above, for the walk of what is
+    // below.
     std::vector<std::string> leaves;
     for (std::string spine = "root"; leaves.size() < 160; spine += "/down") {
       for (const char* side : {"a", "b", "y", "z"}) leaves.push_back(home.temp.folder(spine + "/" + side));

@@ -1,5 +1,5 @@
-// Random edits, and the two ways to learn of them: live, and as the history of a recorder that ran. Each is held
-// against two snapshots of the tree.
+// Random edits, and the two ways to learn of them: live, and as the history of a recorder that ran. Each is
+// held against two snapshots of the tree.
 #include <cstdlib>
 #include <functional>
 #include <gtest/gtest.h>
@@ -36,8 +36,7 @@ std::string lastEdits(const TreeEditor& editor) {
 class RandomEdits : public WithBackEnd {};
 
 /// Edits at random, round by round; each time `report` returns the folders that were reported for them.
-void expectReportsOfEdits(EventHome& home, TreeEditor& editor,
-                          const std::function<Reported()>& report) {
+void expectReportsOfEdits(EventHome& home, TreeEditor& editor, const std::function<Reported()>& report) {
   Snapshot before(home.root);
   for (int round = 0; round < kRounds; ++round) {
     for (int edit = 0; edit < kEditsARound; ++edit) editor.edit();

@@ -42,12 +42,12 @@ TEST(Program, FailsOrWaitsWhileAnotherIsAtWork) {
   EXPECT_EQ(next.end(SIGINT), 0);
 }
 
-TEST(Recorder, KilledIsReportedAtOnceAndReplacedByAWaitingClient) {
+TEST(Recorder, KilledIsReportedAtOnceAndReplacedByAClientThatAsksAgain) {
   EventHome home;
   home.temp.folder("root/after");
   RecorderProgram program(home);
   (void)program.line();
-  Follower follower(home);  // its recorder waits for the lock
+  Follower follower(home);
   Follower silent(home, {.mayRecord = false});
   ASSERT_EQ(program.end(SIGKILL), -SIGKILL);
   EXPECT_EQ(follower.listener.waitForLoss(), "the program that recorded changes has ended");
@@ -161,10 +161,11 @@ TEST(Stream, GathersLiveEventsForItsLatency) {
   ManualBackgroundQueue queue;
   Reported delivered;
   const std::uint64_t since = events.cover(home.root, EventService::CoverMode::wait, {}).since;
-  const auto stream = events.create(
-      {.root = home.root, .since = since, .latency = std::chrono::duration<double>(1.0)}, queue, [&](std::span<const FolderEvent> some) {
-        for (const FolderEvent& event : some) delivered[event.path] |= event.flags;
-      });
+  const auto stream =
+      events.create({.root = home.root, .since = since, .latency = std::chrono::duration<double>(1.0)}, queue,
+                    [&](std::span<const FolderEvent> some) {
+                      for (const FolderEvent& event : some) delivered[event.path] |= event.flags;
+                    });
   ASSERT_TRUE(stream->start());
   queue.runUntil([&] { return !delivered.empty(); });
   delivered.clear();

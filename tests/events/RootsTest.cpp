@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/mount.h>
+#include <thread>
 #include <unistd.h>
 
 #include "EventHome.h"
@@ -40,7 +41,7 @@ TEST_P(Root, RemovedIsReportedAsChangedAndWatchedAgainWhenAskedForAgain) {
   EXPECT_FALSE(isLost(again.take(), home.root));
 }
 
-TEST_P(Root, MountedOverIsReportedAsChanged) {
+TEST_P(Root, MountedOverIsReportedAsChangedAndCoveredAgainWhenItComesBack) {
   const EventOptions how = options();
   inPrivateMounts([&] {
     EventHome home;
@@ -48,6 +49,10 @@ TEST_P(Root, MountedOverIsReportedAsChanged) {
     mountTmpfs(home.root);
     EXPECT_TRUE(follower.listener.waitForFlags(EventFlag::rootChanged));
     ASSERT_EQ(::umount(home.root.c_str()), 0);
+    // Nobody asks for it.
+    LinuxEvents silent(home.threads, home.folders, home.log, {.mayRecord = false});
+    while (isLost(historySince(silent, home.root, silent.currentEventId()), home.root))
+      std::this_thread::yield();
   });
 }
 

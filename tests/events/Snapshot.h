@@ -16,8 +16,8 @@ class Snapshot {
   /// listing differs must be reported, or lie in one that is deep; a folder that is new, or another one than
   /// before, must be deep or lie in one that is. A file with several names changes where it is named anew: a
   /// watch on one name's folder does not see a write through another's.
-  [[nodiscard]] std::vector<std::string> missedSince(const Snapshot& before,
-                                                     const std::map<std::string, std::uint32_t>& reported) const;
+  [[nodiscard]] std::vector<std::string> missedSince(
+      const Snapshot& before, const std::map<std::string, std::uint32_t>& reported) const;
 
  private:
   struct Entry {

@@ -1,4 +1,5 @@
-// The recorder's socket, spoken to in bytes: by programs that break its rules, do not read, or may not connect.
+// The recorder's socket, spoken to in bytes: by programs that break its rules, do not read, or may not
+// connect.
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -7,6 +8,7 @@
 #include <string>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <unistd.h>
 #include <vector>
@@ -133,9 +135,10 @@ TEST(Socket, ServesTheUserOnlyHoweverLongItsPath) {
   for (const std::string& path : {open.temp.path, open.temp.at("state"), open.folders.state})
     ASSERT_EQ(::chmod(path.c_str(), 0755), 0);
   ASSERT_EQ(::chmod((open.folders.state + "/recorder.socket").c_str(), 0666), 0);
-  ASSERT_EQ(::seteuid(65534), 0);
+  // Of this thread alone, not of the recorder's.
+  ASSERT_EQ(::syscall(SYS_setresuid, -1, 65534, -1), 0);
   const RawClient stranger(open);
-  ASSERT_EQ(::seteuid(0), 0);
+  ASSERT_EQ(::syscall(SYS_setresuid, -1, 0, -1), 0);
   EXPECT_TRUE(stranger.connected);
   stranger.send(frame(kId, ""));
   EXPECT_EQ(stranger.readToEnd(), "");

@@ -10,8 +10,8 @@ namespace quon {
 class Log;
 class ThreadService;
 
-/// Records the changes below every root that clients have asked for, and serves them to the clients. One recorder a
-/// user is at work at any time: the one that has locked the lock file.
+/// Records the changes below every root that clients have asked for, and serves them to the clients. One
+/// recorder a user is at work at any time: the one that has locked the lock file.
 ///
 /// Threads: stop() any; all else one. The thread service and the log outlive it.
 class EventRecorder {

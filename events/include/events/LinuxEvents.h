@@ -11,9 +11,10 @@ namespace quon {
 class Log;
 class ThreadService;
 
-/// The event journal of this user. What it delivers comes from the user's recorder; if no other process records and
-/// this one may, it does, on a thread of its own, until the service is destroyed. A service that may not
-/// record asks nobody to record a root for the sake of a stream; one that may has the roots of its streams covered.
+/// The event journal of this user. What it delivers comes from the user's recorder; if no other process
+/// records and this one may, it does, on a thread of its own, until the service is destroyed. A service that
+/// may not record asks nobody to record a root for the sake of a stream; one that may has the roots of its
+/// streams covered.
 ///
 /// Threads: any. The thread service, the log and the streams' queues outlive the service; streams may outlive
 /// it, but deliver nothing more.
