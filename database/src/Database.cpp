@@ -42,7 +42,10 @@ Database Database::open(const std::string& path, Mode mode, RaiseFailure raise) 
   static const int kConfigured = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
   (void)kConfigured;
   sqlite3* opened = nullptr;
-  const int status = sqlite3_open_v2(path.c_str(), &opened, flagsOf(mode) | SQLITE_OPEN_NOMUTEX, nullptr);
+  // Paths are absolute: what begins otherwise names a database by a URI.
+  const int uri = path.starts_with("file:") ? SQLITE_OPEN_URI : 0;
+  const int status =
+      sqlite3_open_v2(path.c_str(), &opened, flagsOf(mode) | uri | SQLITE_OPEN_NOMUTEX, nullptr);
   Database database;
   database.connection.reset(opened);
   database.raise = raise;

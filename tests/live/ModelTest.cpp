@@ -110,9 +110,9 @@ TEST_F(Model, ReconcilingEqualsAFreshScan) {
     Refresh::Reconciliation walk(platform, indexed(index), 2);
     Loaded loaded = load(index);
     const Refresh::Changes changes = walk.changes(loaded);
-    const auto [result, outcome] = Refresh::applyChanges(
+    const Refresh::Applied applied = Refresh::applyChanges(
         platform, changes, 7, loaded, {.index = {.root = rootPath, .indexURL = index}});
-    ASSERT_EQ(differences(*result.root, *load(index).result.root), "");
+    ASSERT_EQ(differences(*applied.result.root, *load(index).result.root), "");
     ASSERT_EQ(differences(index, scan("fresh")), "") << "round " << round << ":\n" << lastEdits(editor, 15);
     Refresh::Reconciliation again(platform, indexed(index), 2);
     ASSERT_TRUE(again.changes(load(index)).empty()) << "what did not change was taken for changed";

@@ -218,8 +218,10 @@ TEST_F(Scans, AnIndexThatCannotBeSavedIsAProblemThatStands) {
   home.scan();
   EXPECT_EQ(shownBytes(), 3 * kMiB + 10);
   EXPECT_THAT(model().problem(Problem::Kind::notSaved), HasSubstr("could not be saved"));
-  EXPECT_NE(model().problem(Problem::Kind::notWatched), "");
-  EXPECT_FALSE(model()._isLive.get());
+  EXPECT_EQ(model().lastRun.index, "");
+  home.top.file("tree/new", 7);
+  home.push({{home.root, 0, 5}});
+  EXPECT_EQ(shownBytes(), 3 * kMiB + 17) << "a tree without a saved index is not followed";
   std::filesystem::remove(home.top.at("data"));
   home.scan();
   home.settle();

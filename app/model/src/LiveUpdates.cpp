@@ -115,6 +115,7 @@ void LiveUpdates::take(const LiveWatcher::Event& event) {
         _indexedAt.set(state.services.now());
         state._toast.set("live updates paused — " + rescan->reason);
       }
+      overtaken.insert(overtaken.end(), rescan->changed.begin(), rescan->changed.end());
       scheduleRecovery(rescan->cause);
     } else {
       liveBatchApplied(std::get<LiveWatcher::Update>(event));

@@ -89,22 +89,33 @@ void ScanSession::Run::work(const std::function<void(Step)>& onStep, Finished& f
   scan(finished, step.hasFullDiskAccess);
 }
 
-/// Another program may change the index while it is caught up; then from the beginning.
+/// Another program may change the index while it is caught up; then from the beginning. What cannot be written
+/// stays in memory.
 void ScanSession::Run::load(Finished& finished, const std::string& url) {
   constexpr int kTries = 10;
   for (int left = kTries; true; --left) {
     try {
-      return loadOnce(finished, url);
+      return loadOnce(finished, url, url);
     } catch (const StoreError& failure) {
+      if (cancelled) throw;
+      if (failure.kind == StoreError::Kind::unwritable) return loadInMemory(finished, url, failure.what());
       const bool isPassing =
           failure.kind == StoreError::Kind::superseded || failure.kind == StoreError::Kind::busy;
-      if (!isPassing || left == 0 || cancelled) throw;
+      if (!isPassing || left == 0) throw;
     }
   }
 }
 
-void ScanSession::Run::loadOnce(Finished& finished, const std::string& url) {
-  finished.outcome = {.index = url, .wasLoaded = true, .message = "index loaded"};
+void ScanSession::Run::loadInMemory(Finished& finished, const std::string& url, const std::string& reason) {
+  finished.inMemory = MemoryIndex::copyOf(url);
+  loadOnce(finished, url, finished.inMemory->url);
+  finished.outcome.notSaved = reason;
+}
+
+/// `url` is that of the index to load and catch up, which may be a copy in memory of the one on disk.
+void ScanSession::Run::loadOnce(Finished& finished, const std::string& onDisk, const std::string& url) {
+  finished.outcome = {.index = onDisk, .wasLoaded = true, .message = "index loaded"};
+  finished.indexURL = url;
   const IndexSummary summary = ScanStore::summary(url);
   if (request.options.catchUp) {
     catchUp(finished, url, summary);
@@ -169,19 +180,20 @@ void ScanSession::Run::catchUp(Finished& finished, const std::string& url, const
     if (changes.size() > options.maxChanges) throw Failure::tooManyChanges(changes.size());
   }
   const auto trueAt = static_cast<std::int64_t>(loaded.scannedAt);
-  auto [result, outcome] =
+  Refresh::Applied applied =
       Refresh::applyChanges(services.platform, changes, finished.eventId, loaded, options);
+  const Refresh::Outcome& outcome = applied.outcome;
   const std::int64_t changed = outcome.refreshedDirs + outcome.walkedSubtrees + outcome.removedSubtrees;
   finished.outcome.elapsedMs = loaded.scanElapsedMs;
   finished.outcome.message =
       changed == 0 ? "index loaded — nothing changed since " + relativeDate(trueAt, request.now)
                    : fmt::format("index loaded — {} changed folders caught up", changed);
   finished.outcome.caughtUp = changed;
-  finished.caughtUp = outcome;
   finished.trueAt = request.now;
   finished.rootDev = options.index.rootDev;
   finished.revision = outcome.revision;
-  finished.result = std::make_shared<WalkResult>(std::move(result));
+  finished.result = std::make_shared<WalkResult>(std::exchange(applied.result, {}));
+  finished.caughtUp = std::move(applied);
 }
 
 void ScanSession::Run::scan(Finished& finished, bool hasFullDiskAccess) {
@@ -189,7 +201,8 @@ void ScanSession::Run::scan(Finished& finished, bool hasFullDiskAccess) {
                               .threads = request.options.threads,
                               .oneFileSystem = request.options.oneFileSystem,
                               .saveIndex = request.options.saveIndex,
-                              .indexDirectory = services.folders.index()};
+                              .indexDirectory = services.folders.index(),
+                              .keepsInMemory = request.options.liveUpdates};
   if (request.options.oneFileSystem) options.eventId = beginRecording(finished);
   if (!hasFullDiskAccess) options.skipPaths = protectedFolders(services.folders.home);
   FolderScan* scanning = nullptr;
@@ -203,6 +216,8 @@ void ScanSession::Run::scan(Finished& finished, bool hasFullDiskAccess) {
   finished.outcome.cancelled = outcome.cancelled;
   if (outcome.cancelled) return;
   finished.outcome.elapsedMs = outcome.elapsedMs;
+  finished.inMemory = std::move(outcome.inMemory);
+  finished.indexURL = finished.inMemory ? finished.inMemory->url : outcome.index;
   finished.outcome.index = std::move(outcome.index);
   finished.outcome.notSaved = std::move(outcome.notSaved);
   finished.trueAt = static_cast<std::int64_t>(outcome.scannedAt);

@@ -14,6 +14,7 @@
 #include "platform/Threads.h"
 #include "scan/Progress.h"
 #include "store/FolderScan.h"
+#include "store/MemoryIndex.h"
 #include "store/ScanStore.h"
 
 namespace quon {
@@ -28,7 +29,9 @@ struct ScanSession::Finished {
   std::uint64_t eventId = 0;
   std::uint32_t rootDev = 0;
   std::uint64_t revision = 0;  ///< of the saved index
-  Refresh::Outcome caughtUp;   ///< of a load
+  std::string indexURL;        ///< of the index on disk or in memory; "" when there is none
+  std::shared_ptr<MemoryIndex> inMemory;
+  Refresh::Applied caughtUp;  ///< of a load; without the tree
   std::string notRecorded;     ///< why changes cannot be followed, and what to do about it; "" when they can
 };
 
@@ -68,7 +71,8 @@ class ScanSession::Run {
  private:
   void work(const std::function<void(Step)>& onStep, Finished& finished);
   void load(Finished& finished, const std::string& url);
-  void loadOnce(Finished& finished, const std::string& url);
+  void loadOnce(Finished& finished, const std::string& onDisk, const std::string& url);
+  void loadInMemory(Finished& finished, const std::string& url, const std::string& reason);
   void catchUp(Finished& finished, const std::string& url, const IndexSummary& summary);
   /// Has the root recorded; returns the event from which the disk, as it is read from now on, is true.
   [[nodiscard]] std::uint64_t beginRecording(Finished& finished);

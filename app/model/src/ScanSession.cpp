@@ -3,6 +3,7 @@
 #include <chrono>
 #include <fmt/format.h>
 #include <limits>
+#include <set>
 #include <system_error>
 #include <utility>
 
@@ -150,9 +151,9 @@ void ScanSession::begin(const std::string& path, Purpose purpose) {
 }
 
 void ScanSession::raiseNotReloaded(const std::string& reason) {
-  state.raise(Problem::Kind::notWatched,
-              "Changes are not followed, because the saved index cannot be opened again: " + reason +
-                  ". Rescan to follow them.");
+  state.raise(Problem::Kind::notWatched, "Changes are not followed any longer, because " +
+                                             displayText(_rootPath.get()) + " cannot be opened again: " + reason +
+                                             ". Rescan to follow them.");
 }
 
 void ScanSession::take(const Step& step) {
@@ -213,7 +214,8 @@ void ScanSession::install(const Finished& finished, Purpose purpose) {
   const std::string scopeBefore = state.scopePath();
   if (!isReload) lastRun = outcome;
   state.show({.root = finished.root,
-              .indexURL = outcome.index,
+              .indexURL = finished.indexURL,
+              .indexInMemory = finished.inMemory,
               .result = finished.result,
               .slots = finished.slots,
               .kindOverrides = {},
@@ -235,9 +237,10 @@ void ScanSession::install(const Finished& finished, Purpose purpose) {
   if (outcome.notSaved.empty()) {
     state.clear(Problem::Kind::notSaved);
   } else {
-    state.raise(
-        Problem::Kind::notSaved,
-        "The index of " + root + " could not be saved, so the next launch scans: " + outcome.notSaved);
+    const char* const consequence =
+        outcome.wasLoaded ? "could not be changed, so that the next launch finds what has changed once more: "
+                          : "could not be saved, so the next launch scans: ";
+    state.raise(Problem::Kind::notSaved, "The index of " + root + " " + consequence + outcome.notSaved);
   }
   if (finished.result->errorCount == 0) {
     state.clear(Problem::Kind::unreadable);
@@ -251,14 +254,21 @@ void ScanSession::install(const Finished& finished, Purpose purpose) {
                   .notRecorded = state.options.liveUpdates ? finished.notRecorded : ""});
 }
 
-/// What a recovery found changed is as good as a batch to whoever follows the changes.
+/// What a recovery found changed is as good as a batch to whoever follows the changes; so is what another
+/// program was faster to write.
 void ScanSession::reportCaughtUp(const Finished& finished) {
-  if (finished.outcome.caughtUp == 0) return;
-  report(LiveWatcher::Update{.topFiles = finished.result->topFiles,
-                             .outcome = finished.caughtUp,
-                             .changedDirs = {},
-                             .replacedPrefixes = {},
-                             .hardlinksDeduped = finished.result->hardlinksDeduped});
+  LiveWatcher::Update update{.topFiles = finished.result->topFiles,
+                             .outcome = finished.caughtUp.outcome,
+                             .changedDirs = finished.caughtUp.changedDirs,
+                             .replacedPrefixes = finished.caughtUp.replacedPrefixes,
+                             .hardlinksDeduped = finished.result->hardlinksDeduped};
+  std::set<std::string> known(update.changedDirs.begin(), update.changedDirs.end());
+  for (std::string& path : takeOvertaken()) {
+    if (!known.insert(path).second) continue;
+    update.changedDirs.push_back(std::move(path));
+    ++update.outcome.refreshedDirs;
+  }
+  if (!update.changedDirs.empty() || !update.replacedPrefixes.empty()) report(update);
 }
 
 /// After a cancelled run. What is shown stays as it was; since nothing followed it meanwhile, and a batch may

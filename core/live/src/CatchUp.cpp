@@ -157,9 +157,8 @@ Changes changesSince(const Platform& platform, EventService& events, std::uint64
   return changes;
 }
 
-std::pair<WalkResult, Outcome> applyChanges(const Platform& platform, const Changes& changes,
-                                            std::uint64_t newEventId, Loaded& loaded,
-                                            const CatchUpOptions& options) {
+Applied applyChanges(const Platform& platform, const Changes& changes, std::uint64_t newEventId,
+                     Loaded& loaded, const CatchUpOptions& options) {
   const auto stopIfCancelled = [&] {
     if (options.stopped.stop_requested()) throw Failure::cancelled();
   };
@@ -171,16 +170,19 @@ std::pair<WalkResult, Outcome> applyChanges(const Platform& platform, const Chan
   patcher.begin(loaded.revision);
   commitStore(batch, patcher);
   stopIfCancelled();
-  WalkResult result = loaded.result;
+  Applied applied{.result = loaded.result,
+                  .outcome = outcomeOf(batch, newEventId),
+                  .changedDirs = batch.changedDirs(),
+                  .replacedPrefixes = batch.replacedPrefixes()};
+  WalkResult& result = applied.result;
   (void)commitTree(result.root, index.root, index.minKeep, batch);
   result.root->rollup();
   result.topFiles = topFilesOf(result.root, index.root.prefix());
   patcher.updateTopFiles(result.topFiles);
   if (index.rootDev != loaded.rootDev) patcher.setRootDev(index.rootDev);
-  Outcome outcome = outcomeOf(batch, newEventId);
-  outcome.revision = patcher.commit(newEventId, secondsSince1970());
+  applied.outcome.revision = patcher.commit(newEventId, secondsSince1970());
   result.hardlinksDeduped = patcher.linkDupeCount();
-  return {std::move(result), outcome};
+  return applied;
 }
 
 std::pair<WalkResult, Outcome> catchUp(const Platform& platform, EventService& events, Loaded& loaded,
@@ -191,7 +193,8 @@ std::pair<WalkResult, Outcome> catchUp(const Platform& platform, EventService& e
   // Taken before the replay: what happens meanwhile is replayed once more by whoever continues from here.
   const std::uint64_t newEventId = events.currentEventId();
   const Changes changes = changesSince(platform, events, loaded.lastEventId, options);
-  return applyChanges(platform, changes, newEventId, loaded, options);
+  Applied applied = applyChanges(platform, changes, newEventId, loaded, options);
+  return {std::move(applied.result), applied.outcome};
 }
 
 }  // namespace quon::Refresh

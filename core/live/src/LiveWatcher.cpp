@@ -60,7 +60,8 @@ class LiveWatcher::State : public std::enable_shared_from_this<LiveWatcher::Stat
   void refreshTop(ScanPatcher& patcher, const Refresh::Batch& batch) QUON_EXCLUDES(lock);
   void commitToTree(const std::shared_ptr<Refresh::Batch>& batch, const Update& update) QUON_EXCLUDES(lock);
   void putBack(const Taken& taken) QUON_EXCLUDES(lock);
-  void fail(const std::string& reason, Cause cause) QUON_EXCLUDES(lock);
+  void fail(const std::string& reason, Cause cause, std::vector<std::string> changed = {})
+      QUON_EXCLUDES(lock);
 
   const Services services;
   Options options;  // its revision: the work queue's
@@ -214,7 +215,9 @@ void LiveWatcher::State::apply(const Taken& taken) {
       const MutexLock held(lock);
       applying = false;
     }
-    return fail("index patch failed: " + reason, cause);
+    std::vector<std::string> changed;
+    for (const auto& [path, depth] : taken.changes) changed.push_back(path);
+    return fail("index patch failed: " + reason, cause, std::move(changed));
   }
   services.commitExecutor([weak = weak_from_this(), batch, done = *std::move(update)] {
     if (const auto alive = weak.lock()) alive->commitToTree(batch, done);
@@ -293,7 +296,7 @@ void LiveWatcher::State::commitToTree(const std::shared_ptr<Refresh::Batch>& bat
   services.onEvent(update);
 }
 
-void LiveWatcher::State::fail(const std::string& reason, Cause cause) {
+void LiveWatcher::State::fail(const std::string& reason, Cause cause, std::vector<std::string> changed) {
   std::shared_ptr<EventStream> ending;
   {
     const MutexLock held(lock);
@@ -305,7 +308,7 @@ void LiveWatcher::State::fail(const std::string& reason, Cause cause) {
   }
   // Not here: this may be the stream's own delivery, which its stop waits for.
   if (ending) services.workQueue.post([ending] { ending->stop(); });
-  services.onEvent(NeedsRescan{reason, cause});
+  services.onEvent(NeedsRescan{reason, cause, std::move(changed)});
 }
 
 }  // namespace quon

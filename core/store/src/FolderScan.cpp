@@ -8,6 +8,7 @@
 #include "base/Text.h"
 #include "platform/Files.h"
 #include "scan/Walker.h"
+#include "store/MemoryIndex.h"
 #include "store/ScanStore.h"
 #include "store/StoreError.h"
 
@@ -49,21 +50,44 @@ FolderScan::Outcome FolderScan::scan() {
   if (error) throw std::system_error(error, "cannot scan " + displayText(options.root.path()));
 
   Outcome outcome;
-  if (options.saveIndex) openStore(outcome);
   outcome.rootDev = facts->device;
   // Live updates do not leave the root's file system: what was found on others cannot be kept current.
   if (options.oneFileSystem) outcome.eventId = options.eventId.value_or(clockEventId());
+  walkInto(options.saveIndex ? ScanStore::canonicalURL(options.indexDirectory, options.root) : "", outcome);
+  if (!cancelled && !outcome.notSaved.empty() && options.keepsInMemory) keepInMemory(outcome);
+  outcome.cancelled = cancelled && outcome.index.empty();  // too late once the index is in its place
+  return outcome;
+}
+
+/// One walk and its index; none for the URL "".
+void FolderScan::walkInto(const std::string& url, Outcome& outcome) {
+  if (!url.empty()) openStore(url, outcome);
   const auto begin = steady_clock::now();
-  outcome.result = walk(facts->device);
+  outcome.result = walk(outcome.rootDev);
   if (!cancelled) {
     outcome.result.root->rollup();
     outcome.elapsedMs = duration_cast<std::chrono::milliseconds>(steady_clock::now() - begin).count();
     outcome.scannedAt = secondsSince1970();
     save(outcome);
   }
-  outcome.cancelled = cancelled && outcome.index.empty();  // too late once the index is in its place
   closeStore();
-  return outcome;
+}
+
+/// What is in the half-written file is lost with it, so the index is made from a second walk.
+void FolderScan::keepInMemory(Outcome& outcome) {
+  Outcome again;
+  again.rootDev = outcome.rootDev;
+  again.eventId = outcome.eventId;
+  try {
+    again.inMemory = MemoryIndex::make();
+  } catch (const StoreError&) {
+    return;  // no memory to spare: then without an index
+  }
+  walkInto(again.inMemory->url, again);
+  if (cancelled || again.index.empty()) return;
+  again.notSaved = outcome.notSaved;
+  outcome = std::move(again);
+  outcome.index.clear();
 }
 
 /// Removes a building file that was not moved into place.
@@ -72,7 +96,7 @@ void FolderScan::closeStore() {
   store.reset();
 }
 
-void FolderScan::openStore(Outcome& outcome) {
+void FolderScan::openStore(const std::string& url, Outcome& outcome) {
   {
     const MutexLock held(lock);
     if (cancelled) return;
@@ -80,8 +104,7 @@ void FolderScan::openStore(Outcome& outcome) {
   }
   std::unique_ptr<ScanStore> made;
   try {
-    made =
-        std::make_unique<ScanStore>(platform, ScanStore::canonicalURL(options.indexDirectory, options.root));
+    made = std::make_unique<ScanStore>(platform, url);
   } catch (const StoreError& reason) {
     outcome.notSaved = reason.what();
   }
@@ -142,7 +165,7 @@ std::string FolderScan::buildingFile() const {
   const auto deadline = steady_clock::now() + kLongestOpening;
   const MutexLock held(lock);
   while (isOpening && steady_clock::now() < deadline) opened.waitUntil(lock, deadline);
-  return store ? store->buildingURL() : std::string();
+  return store && !MemoryIndex::isURL(store->finalURL()) ? store->buildingURL() : std::string();
 }
 
 }  // namespace quon

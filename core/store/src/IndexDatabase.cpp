@@ -6,6 +6,7 @@
 #include "ExactSum.h"
 #include "IndexSchema.h"
 #include "base/Text.h"
+#include "store/MemoryIndex.h"
 #include "store/StoreError.h"
 
 namespace quon::IndexDatabase {
@@ -46,6 +47,11 @@ void rollBack(const std::string& path) {
 
 Database openRead(const std::string& path) {
   std::error_code ignored;
+  if (MemoryIndex::isURL(path)) {
+    Database database = Database::open(path, Database::Mode::read, raise);
+    registerExactSum(database.raw());
+    return database;
+  }
   if (!std::filesystem::exists(path, ignored)) throw StoreError::missing("no index at " + displayText(path));
   if (std::filesystem::exists(path + "-journal", ignored)) rollBack(path);
   Database database = Database::open(path, Database::Mode::read, raise);

@@ -25,6 +25,7 @@
 #include "base/Text.h"
 #include "platform/Threads.h"
 #include "store/IndexCatalog.h"
+#include "store/MemoryIndex.h"
 #include "store/StoreError.h"
 
 namespace quon {
@@ -40,7 +41,8 @@ constexpr std::size_t kAddedToName = 1 + 64 + 17 + 7 + 10 + 36;
 
 class ScanStore::Writer {
  public:
-  Writer(const Platform& platform, std::string finalURL);
+  /// `final` is a file's path, or the name of an index in memory, which is written where it is.
+  Writer(const Platform& platform, std::string final);
   ~Writer() { abort(); }
 
   void finish(const RootPath& root, std::int64_t elapsedMs, const WalkResult& result,
@@ -49,7 +51,9 @@ class ScanStore::Writer {
   void interrupt() { interrupted.store(true); }
 
   const std::uint64_t revision = freshRevision();
-  BuildingFile file;
+  const std::string finalURL;
+  std::optional<BuildingFile> file;
+  const std::string buildingURL;
   RowQueue queue;
 
  private:
@@ -99,10 +103,10 @@ void ScanStore::interrupt() {
   writer->interrupt();
 }
 const std::string& ScanStore::finalURL() const {
-  return writer->file.finalURL;
+  return writer->finalURL;
 }
 const std::string& ScanStore::buildingURL() const {
-  return writer->file.url;
+  return writer->buildingURL;
 }
 std::uint64_t ScanStore::revision() const {
   return writer->revision;
@@ -111,16 +115,20 @@ const char* ScanStore::patchIndexSQL() {
   return patchIndexScript().c_str();
 }
 
-ScanStore::Writer::Writer(const Platform& services, std::string finalURL)
-    : file(services.files, std::move(finalURL)), platform(services) {
-  database = IndexDatabase::create(file.url);
+ScanStore::Writer::Writer(const Platform& services, std::string final)
+    : finalURL(std::move(final)),
+      file(MemoryIndex::isURL(finalURL) ? std::nullopt
+                                        : std::optional<BuildingFile>(std::in_place, services.files, finalURL)),
+      buildingURL(file ? file->url : finalURL),
+      platform(services) {
+  database = IndexDatabase::create(buildingURL);
   database.exec(buildScript().c_str());
   database.stopWhen(interrupted);
   rows.emplace(database);
   try {
     thread = platform.threads.start("scanstore-writer", kWriterStack, [this] { write(); });
   } catch (const std::system_error& reason) {
-    throw StoreError::sqlite("cannot open " + displayText(file.url) + ": " + reason.what());
+    throw StoreError::sqlite("cannot open " + displayText(buildingURL) + ": " + reason.what());
   }
 }
 
@@ -160,8 +168,10 @@ void ScanStore::Writer::finish(const RootPath& root, std::int64_t elapsedMs, con
     database.close();
     // A small index is complete before SQLite has checked the flag once.
     if (interrupted) throw StoreError::sqlite("interrupted");
-    DiskIndexes::makeRoom(platform, file.finalURL, disk);
-    file.moveIntoPlace();
+    if (file) {
+      DiskIndexes::makeRoom(platform, finalURL, disk);
+      file->moveIntoPlace();
+    }
   } catch (const std::system_error& reason) {
     abort();
     throw StoreError::sqlite(reason.what());
@@ -200,7 +210,7 @@ void ScanStore::Writer::writeFigures(const RootPath& root, std::int64_t elapsedM
 void ScanStore::Writer::abort() {
   drain();
   database.close();
-  file.remove();
+  if (file) file->remove();
 }
 
 }  // namespace quon

@@ -6,6 +6,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "base/WorkItem.h"
 #include "live/LiveWatcher.h"
@@ -47,6 +49,8 @@ class LiveUpdates {
   /// Brings the shown tree up to date and follows it again: from its index, by comparing it with the disk where
   /// the journal does not help, by a scan where more changed than that is good for.
   virtual void recover() = 0;
+  /// The folders of batches that another program was faster to write; gone with the call.
+  [[nodiscard]] std::vector<std::string> takeOvertaken() { return std::exchange(overtaken, {}); }
   /// A live event, for whoever listens.
   void report(const LiveWatcher::Event& event);
 
@@ -58,6 +62,7 @@ class LiveUpdates {
 
   ModelState& state;
   bool recovering = false;
+  std::vector<std::string> overtaken;
   std::chrono::duration<double> nextDelay{0};  // of a recovery, when it soon follows another
   std::chrono::duration<double> lastRecovery{-1e9};
   WorkItem recovery;

@@ -26,7 +26,8 @@ namespace quon {
 struct ShownTree {
   std::uint64_t id = 0;  ///< grows with each tree that is shown; never 0
   RootPath root;
-  std::string indexURL;  ///< the saved index; "" when there is none
+  std::string indexURL;  ///< the index, on disk or in memory; "" when there is none
+  std::shared_ptr<const void> indexInMemory;  ///< keeps the latter alive
   std::shared_ptr<const WalkResult> result;
   SlotIndex slots;
   KindOverrides kindOverrides;

@@ -48,6 +48,7 @@ class LiveWatcher {
   struct NeedsRescan {
     std::string reason;
     Cause cause = Cause::failed;
+    std::vector<std::string> changed = {};  ///< when superseded: the folders of the batch that was not written
   };
   using Event = std::variant<Update, NeedsRescan>;
   using Clock = std::function<std::chrono::duration<double>()>;

@@ -128,12 +128,19 @@ struct CatchUpOptions {
 [[nodiscard]] Changes changesSince(const Platform& platform, EventService& events, std::uint64_t eventId,
                                    const CatchUpOptions& options);
 
+/// A patched tree, and what was done to it.
+struct Applied {
+  WalkResult result;
+  Outcome outcome;
+  std::vector<std::string> changedDirs;       ///< as of a batch
+  std::vector<std::string> replacedPrefixes;  ///< likewise
+};
+
 /// Patches index and tree with these changes. The tree in `loaded` is changed in place and returned. Throws
 /// Failure and StoreError (superseded when the index is no longer the one that was loaded); the index is
 /// unchanged then, the tree perhaps not. Threads: any but the main one.
-[[nodiscard]] std::pair<WalkResult, Outcome> applyChanges(const Platform& platform, const Changes& changes,
-                                                          std::uint64_t newEventId, Loaded& loaded,
-                                                          const CatchUpOptions& options);
+[[nodiscard]] Applied applyChanges(const Platform& platform, const Changes& changes, std::uint64_t newEventId,
+                                   Loaded& loaded, const CatchUpOptions& options);
 
 /// The two of them, from the loaded index's event on.
 [[nodiscard]] std::pair<WalkResult, Outcome> catchUp(const Platform& platform, EventService& events,

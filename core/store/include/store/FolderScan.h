@@ -15,6 +15,7 @@
 
 namespace quon {
 
+class MemoryIndex;
 class ScanStore;
 class Walker;
 
@@ -32,6 +33,8 @@ class FolderScan {
     std::set<std::string> skipPaths = {};
     /// Taken before: live updates continue from it. None: the present time by the clock.
     std::optional<std::uint64_t> eventId = {};
+    /// An index that cannot be saved is kept in memory instead, for which the folder is walked once more.
+    bool keepsInMemory = false;
   };
 
   struct Outcome {
@@ -39,6 +42,7 @@ class FolderScan {
     std::int64_t elapsedMs = 0;  ///< walk and roll-up
     double scannedAt = 0;        ///< seconds since 1970
     std::string index;           ///< the saved index; "" when there is none
+    std::shared_ptr<MemoryIndex> inMemory = {};  ///< the index, when it is kept there
     std::string notSaved;        ///< why an index that was asked for was not saved; "" when it was
     std::uint64_t eventId = 0;   ///< live updates start from it; 0 when they cannot
     std::uint32_t rootDev = 0;
@@ -60,7 +64,9 @@ class FolderScan {
  private:
   [[nodiscard]] Outcome scan();
   void closeStore();
-  void openStore(Outcome& outcome);
+  void walkInto(const std::string& url, Outcome& outcome);
+  void keepInMemory(Outcome& outcome);
+  void openStore(const std::string& url, Outcome& outcome);
   void save(Outcome& outcome);
   [[nodiscard]] WalkResult walk(std::uint32_t rootDev);
 
