@@ -190,7 +190,7 @@ bool LinuxEvents::Service::isNews(const std::string& reason) {
 }
 
 void LinuxEvents::Service::settle(Recording outcome, const std::string& reason) {
-  // The same failure, met again by whoever asks next, is logged once.
+  // The same failure, seen again when somebody else asks, is logged once.
   if (outcome == Recording::failed && isNews(reason))
     log.line(fmt::format("file-system changes cannot be recorded: {}", reason));
   const MutexLock held(lock);

@@ -12,7 +12,7 @@
 namespace quon {
 
 /// What changed below one root since it has been covered: a mark for each changed folder. It serves clients
-/// of this recorder only, since no other can tell what happened before it began, and so it is kept in memory,
+/// of this recorder only, since no other knows what happened before it began, and so it is kept in memory,
 /// within a bound.
 ///
 /// Threads: one at a time.

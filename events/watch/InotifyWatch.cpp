@@ -6,7 +6,7 @@
 // other's place, and one that was replaced gets a watch of its own. A folder that left its place and has no
 // other by the time the queue is empty has left the root.
 //
-// A folder that appeared is walked: watch first, then list, all the way down, in slices between which events
+// A folder that appeared is walked: watch first, then list, to the bottom, in slices between which events
 // are read. Only then is it reported, deep: whoever lists it from then on misses nothing that the watches do
 // not see.
 //
@@ -301,7 +301,8 @@ void InotifyWatch::checkPlace(const Check& check) {
     if (check.appeared) deepPaths.push_back(*path);
     return;
   }
-  // A folder above was exchanged for another: an event about that is on its way, and it will be walked anew.
+  // A folder above was exchanged for another: an event about that is still to come, and it will be walked
+  // anew.
   if (parent->identity.inode != tree.inode(check.parent)) return;
   if (!check.appeared && child != WatchTree::kNone && tree.inode(child) == facts->identity.inode) {
     changed.insert(child);

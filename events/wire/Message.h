@@ -11,7 +11,7 @@
 
 namespace quon {
 
-// What a client and the recorder say to each other. A message is a frame: its length in four bytes, then so
+// What a client and the recorder send to each other. A message is a frame: its length in four bytes, then so
 // many bytes, of which the first is its type. Numbers are in the machine's byte order: both ends are one
 // machine. A connection carries one request and what answers it.
 //

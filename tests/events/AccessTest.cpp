@@ -146,15 +146,5 @@ TEST(AsOrdinaryUser, AFolderThatBecomesListableAndThenEnterableIsWatched) {
   });
 }
 
-TEST(AsOrdinaryUser, FanotifyIsRefusedWithAReason) {
-  asOrdinaryUser([] {
-    EventHome home;
-    LinuxEvents events(home.threads, home.folders, home.log, {.backEnd = EventBackEnd::fanotify});
-    const Coverage coverage = events.cover(home.root, EventService::CoverMode::wait, {});
-    EXPECT_EQ(coverage.since, 0U);
-    EXPECT_NE(coverage.reason.find("cannot watch the file system of"), std::string::npos) << coverage.reason;
-  });
-}
-
 }  // namespace
 }  // namespace quon::test

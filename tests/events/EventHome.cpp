@@ -22,17 +22,6 @@ std::string settledIn(const std::string& root) {
 void KeptLog::line(std::string_view text) {
   const MutexLock held(lock);
   lines.append(text).append("\n");
-  changed.broadcast();
-}
-
-bool KeptLog::waitFor(const std::string& text) {
-  const auto deadline = std::chrono::steady_clock::now() + kGiveUpAfter;
-  const MutexLock held(lock);
-  while (lines.find(text) == std::string::npos) {
-    if (std::chrono::steady_clock::now() >= deadline) return false;
-    changed.waitUntil(lock, deadline);
-  }
-  return true;
 }
 
 std::string KeptLog::all() {

@@ -31,13 +31,10 @@ constexpr std::chrono::seconds kGiveUpAfter{240};
 class KeptLog final : public Log {
  public:
   void line(std::string_view text) override;
-  /// Waits for a line that contains the text; false when it does not come.
-  [[nodiscard]] bool waitFor(const std::string& text);
   [[nodiscard]] std::string all();
 
  private:
   Mutex lock;
-  Condition changed;
   std::string lines QUON_GUARDED_BY(lock);
 };
 

@@ -95,9 +95,6 @@ void liveEvents(EventHome& home, std::uint64_t seed) {
   expectLiveEventsOfEdits(home, {}, seed);
 }
 
-TEST(RandomEditsOn, Tmpfs) {
-  onFileSystem("mount -t tmpfs -o size=100m tmpfs $2", liveEvents);
-}
 TEST(RandomEditsOn, Ext4) {
   onFileSystem("mkfs.ext4 -q $1; mount -o loop $1 $2", liveEvents);
 }

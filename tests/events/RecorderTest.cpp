@@ -121,23 +121,6 @@ TEST(Recorder, ServesSeveralProgramsAtOnceFromWhereEachHasBeen) {
   }
 }
 
-TEST(Recorder, KeepsNoMarksOfFoldersThatAreGone) {
-  EventHome home;
-  LinuxEvents events(home.threads, home.folders, home.log);
-  const std::uint64_t since = events.cover(home.root, EventService::CoverMode::wait, {}).since;
-  Listener listener(events, home.root, since);
-  for (int folder = 0; folder < 500; ++folder) {
-    std::filesystem::create_directories(home.at("a/temporary" + std::to_string(folder) + "/inner"));
-    if (folder % 50 == 0) {
-      ASSERT_TRUE(listener.waitForFolder(home.at("a/temporary" + std::to_string(folder)), 0));
-    }
-    std::filesystem::remove_all(home.at("a/temporary" + std::to_string(folder)));
-  }
-  const Reported found = historySince(events, home.root, since);
-  for (const auto& [path, flags] : found) EXPECT_TRUE(path == home.root || path == home.at("a")) << path;
-  EXPECT_TRUE(found.contains(home.at("a")));
-}
-
 TEST(Stream, MayBeStoppedByItsOwnDelivery) {
   EventHome home;
   LinuxEvents events(home.threads, home.folders, home.log);
