@@ -18,6 +18,7 @@
 #include "base/LoopQueue.h"
 #include "linux_fs/Descriptor.h"
 #include "live/LiveWatcher.h"
+#include "live/Reconciliation.h"
 #include "live/Refresh.h"
 #include "platform_linux/LinuxPlatform.h"
 #include "scan/KeptFiles.h"
@@ -137,6 +138,7 @@ void expectLiveUpdatesToStayTrue(const EventOptions& options, TreeEditor::Permis
        .tree = scanned.result.root,
        .topFiles = scanned.result.topFiles,
        .sinceEventId = scanned.eventId,
+       .revision = scanned.revision,
        .coalesceWindow = kWindow});
   const int rounds = roundsPerRun(8);
   for (int round = 0; round < rounds; ++round) {
@@ -165,7 +167,7 @@ void expectLaunchesToBeTrue(const EventOptions& options) {
   const std::uint64_t seed = randomSeed();
   EditedHome edited(seed, TreeEditor::Permissions::kept);
   EventHome& home = edited.home;
-  std::string index = edited.scan("kept").index;
+  const std::string index = edited.scan("kept").index;
   std::optional<RunningRecorder> recorder;
   const int rounds = roundsPerRun(12);
   for (int round = 0; round < rounds; ++round) {
@@ -185,8 +187,13 @@ void expectLaunchesToBeTrue(const EventOptions& options) {
     } catch (const Refresh::Failure& failure) {
       ASSERT_FALSE(isRecorded) << failure.what();
       ASSERT_NE(events.cover(home.root, EventService::CoverMode::wait, {}).since, 0U);
-      index = edited.scan("kept").index;
-      loaded = edited.load(index);
+      const std::uint64_t now = events.currentEventId();
+      IndexedRoot about{.root = RootPath(home.root), .indexURL = index};
+      about = Refresh::presentRoot(edited.platform.services(), about, loaded.disk, loaded.rootDev);
+      Refresh::Reconciliation walk(edited.platform.services(), about, 2);
+      loaded.result = Refresh::applyChanges(edited.platform.services(), walk.changes(loaded), now, loaded,
+                                            {.index = about})
+                          .result;
     }
     ASSERT_EQ(edited.differencesOf(*loaded.result.root, index), "") << "round " << round;
   }

@@ -117,7 +117,7 @@ void ScanSession::Run::loadOnce(Finished& finished, const std::string& onDisk, c
   finished.outcome = {.index = onDisk, .wasLoaded = true, .message = "index loaded"};
   finished.indexURL = url;
   const IndexSummary summary = ScanStore::summary(url);
-  if (request.options.catchUp) {
+  if (request.options.catchUp || purpose == Purpose::reload || purpose == Purpose::recover) {
     catchUp(finished, url, summary);
   } else {
     std::error_code absent;

@@ -11,17 +11,21 @@ namespace {
 
 /// Small enough to share the work evenly, large enough that beginning one costs nothing.
 constexpr std::uint64_t kRowsOfStretch = 50000;
-/// Row ids of a damaged file may span all there are.
-constexpr std::uint64_t kMostStretches = 100000;
 
 void addChecked(std::uint64_t& sum, std::uint64_t value) {
   if (__builtin_add_overflow(sum, value, &sum)) throw StoreError::sqlite("integer overflow");
 }
 
-std::uint64_t stretchCount(std::int64_t first, std::int64_t last) {
+/// One for all where the row ids are far apart, as they may be in a damaged file: a row takes many bytes.
+std::uint64_t stretchCount(std::int64_t first, std::int64_t last, std::uint64_t bytes) {
   if (last < first) return 0;
   const std::uint64_t span = static_cast<std::uint64_t>(last) - static_cast<std::uint64_t>(first);
-  return std::min(kMostStretches, span / kRowsOfStretch + 1);
+  return span > bytes ? 1 : span / kRowsOfStretch + 1;
+}
+
+std::uint64_t bytesOf(Database& database) {
+  return static_cast<std::uint64_t>(database.number("PRAGMA page_count")) *
+         static_cast<std::uint64_t>(database.number("PRAGMA page_size"));
 }
 
 }  // namespace
@@ -30,7 +34,7 @@ FileRowsReader::FileRowsReader(Database& database, std::uint64_t keep)
     : minKeep(keep),
       first(database.number("SELECT MIN(rowid) FROM files")),
       last(database.number("SELECT MAX(rowid) FROM files", -1)),
-      all(stretchCount(first, last)) {}
+      all(stretchCount(first, last, bytesOf(database))) {}
 
 void FileRowsReader::read(Database& database) {
   Statement rows = database.prepare(
