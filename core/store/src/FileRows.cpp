@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "EntryName.h"
+#include "IndexDatabase.h"
 #include "scan/DirNode.h"
 #include "store/StoreError.h"
 
@@ -23,18 +23,13 @@ std::uint64_t stretchCount(std::int64_t first, std::int64_t last, std::uint64_t 
   return span > bytes ? 1 : span / kRowsOfStretch + 1;
 }
 
-std::uint64_t bytesOf(Database& database) {
-  return static_cast<std::uint64_t>(database.number("PRAGMA page_count")) *
-         static_cast<std::uint64_t>(database.number("PRAGMA page_size"));
-}
-
 }  // namespace
 
 FileRowsReader::FileRowsReader(Database& database, std::uint64_t keep)
     : minKeep(keep),
       first(database.number("SELECT MIN(rowid) FROM files")),
       last(database.number("SELECT MAX(rowid) FROM files", -1)),
-      all(stretchCount(first, last, bytesOf(database))) {}
+      all(stretchCount(first, last, IndexDatabase::bytesOf(database))) {}
 
 void FileRowsReader::read(Database& database) {
   Statement rows = database.prepare(

@@ -81,6 +81,11 @@ Database create(const std::string& path) {
   return Database::open(path, Database::Mode::create, raise);
 }
 
+std::uint64_t bytesOf(Database& database) {
+  return static_cast<std::uint64_t>(database.number("PRAGMA page_count")) *
+         static_cast<std::uint64_t>(database.number("PRAGMA page_size"));
+}
+
 void beginRead(Database& database, int waitMs) {
   database.exec("BEGIN");
   database.setBusyTimeout(waitMs);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "database/Database.h"
@@ -24,6 +25,9 @@ namespace IndexDatabase {
 /// Begins a transaction that sees one state of the file until it ends. StoreError when it has waited `waitMs`
 /// milliseconds for a writer that is about to commit.
 void beginRead(Database& database, int waitMs);
+
+/// The size of the file, or of the memory, that the index is in.
+[[nodiscard]] std::uint64_t bytesOf(Database& database);
 
 }  // namespace IndexDatabase
 

@@ -3,7 +3,16 @@
 #include <optional>
 #include <string>
 
+#include "IndexDatabase.h"
+#include "store/StoreError.h"
+
 namespace quon {
+namespace {
+
+/// A row takes more bytes than that. Pages of a damaged file can refer to one another, and make any number.
+constexpr std::uint64_t kLeastBytesOfRow = 4;
+
+}  // namespace
 
 IndexTotals::File fileOf(const Statement& row) {
   const std::uint64_t logical = row.size(2);
@@ -23,10 +32,16 @@ IndexTotals readTotals(Database& database) {
     return IndexTotals::decode(stored.text(0)).value_or(IndexTotals());
   }
   IndexTotals totals;
+  std::uint64_t rowsLeft = IndexDatabase::bytesOf(database) / kLeastBytesOfRow;
+  const auto next = [&](Statement& rows) {
+    if (!rows.step()) return false;
+    if (rowsLeft-- == 0) throw StoreError::incompatible("the index contains more rows than its file can");
+    return true;
+  };
   Statement folders = database.prepare("SELECT id, parent, name, mtime, error FROM dirs");
-  while (folders.step()) totals.add(folderOf(folders));
+  while (next(folders)) totals.add(folderOf(folders));
   Statement files = database.prepare("SELECT dir, name, logical, physical, mtime FROM files");
-  while (files.step()) totals.add(fileOf(files));
+  while (next(files)) totals.add(fileOf(files));
   return totals;
 }
 
