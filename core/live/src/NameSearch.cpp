@@ -28,7 +28,9 @@ class NameSearch {
   void amongSizes(ScanPatcher& patcher) {
     std::set<ScanPatcher::SizeAndTime> sizes;
     for (const auto& [fileID, file] : wanted) sizes.emplace(file.present.logical, file.present.mtime);
-    for (const StoredFile& stored : patcher.filesLike(sizes)) {
+    const std::vector<StoredFile> candidates = patcher.filesLike(sizes);
+    patcher.releaseLock();
+    for (const StoredFile& stored : candidates) {
       std::error_code gone;
       const auto facts = platform.files.ownFacts(joinPath(pathPrefix(stored.folder), stored.name), gone);
       if (facts && wanted.contains(facts->fileID)) add(facts->fileID, stored.folder, stored.name);
