@@ -25,6 +25,9 @@ class ScanSession : public LiveUpdates {
  public:
   static constexpr std::uint64_t minKeep = kMinKeep;
 
+  /// Cancels what runs and waits for it.
+  ~ScanSession() override;
+
   Observed<std::string> _rootPath;   ///< the root that was asked for; the shown tree knows its own
   Observed<std::string> _scanStats;  ///< one line: progress while scanning, else what is the matter
   Observed<std::string> _scanPath;   ///< where the walk is
@@ -66,8 +69,6 @@ class ScanSession : public LiveUpdates {
 
  protected:
   ScanSession(ModelState& model, Settings& keptSettings);
-  /// Cancels what runs and waits for it.
-  ~ScanSession();
 
  private:
   class Run;
