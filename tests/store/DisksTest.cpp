@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/Files.h"
 #include "store/FolderScan.h"
 #include "store/IndexCatalog.h"
 #include "store/ScanStore.h"
@@ -113,8 +114,6 @@ TEST_P(Disks, InTurnAtOnePlaceHaveAnIndexEach) {
     EXPECT_EQ(nearest->scannedAt, first);
     EXPECT_EQ(sizeInIndex(), 1000U);
     EXPECT_EQ(listed(), (std::map{std::pair(first, Status::live), std::pair(second, Status::offline)}));
-    (void)scan();
-    EXPECT_EQ(listed().size(), 2U) << "no index of the same disk is left behind";
     ASSERT_TRUE(does("umount $2"));
   });
 }
@@ -145,6 +144,20 @@ TEST_F(OneDisk, OfAnEarlierBootIsGoneUnlessItsIdentityLasts) {
   });
 }
 
+/// Those in user space have no identity but what they were mounted from.
+TEST_F(OneDisk, IsTheSameUnderAnotherNumber) {
+  inPrivateMounts([&] {
+    if (!does("truncate -s 50M $1/disk; mkfs.ntfs -qfF $1/disk; ntfs-3g $1/disk $2"))
+      GTEST_SKIP() << "cannot mount NTFS in user space";
+    const std::string saved = scan();
+    ASSERT_TRUE(does("umount $2; mkdir $1/spare; mount -t tmpfs tmpfs $1/spare; ntfs-3g $1/disk $2"));
+    std::error_code none;
+    ASSERT_NE(linuxPlatform().files.facts(place, none).value().device, ScanStore::summary(saved).rootDev);
+    EXPECT_EQ(listed().begin()->second, Status::live);
+    ASSERT_TRUE(does("umount $2 $1/spare"));
+  });
+}
+
 /// A folder of indexes on a medium that cannot be written.
 TEST_F(OneDisk, IsReadUnderTheNameOfOneThatWaitsWhereNothingCanBeRenamed) {
   inPrivateMounts([&] {
@@ -156,6 +169,9 @@ TEST_F(OneDisk, IsReadUnderTheNameOfOneThatWaitsWhereNothingCanBeRenamed) {
     (void)scan();
     ASSERT_TRUE(shell("umount $1; mount -o remount,ro $2", {place, index}));
     EXPECT_EQ(sizeInIndex(), 1000U);
+    ASSERT_TRUE(shell("mount -o remount,rw $1", {index}));
+    (void)scan();
+    EXPECT_EQ(listed().size(), 2U) << "the index that waited is left beside the new one of the same disk";
     ASSERT_TRUE(shell("umount $1 $2", {place, index}));
   });
 }

@@ -141,9 +141,10 @@ std::string fromSource(const Mount& mount) {
     const std::string uuid = uuidOfDevice(source.st_rdev);
     return uuid.empty() ? "" : "device:" + uuid;
   }
-  // "host:/path" of the network's, "user@host:path" of those in user space.
-  const bool isRemote = mount.source.find(':') != std::string::npos;
-  return isRemote ? "source:" + mount.type + ":" + mount.source : "";
+  // "host:/path" of the network's, "user@host:path" or a path of those in user space, the name of a pool; but
+  // those that have none mostly repeat their type ("overlay", or "portal" of the type "fuse.portal").
+  const bool isName = !mount.source.empty() && mount.source != "none" && !mount.type.ends_with(mount.source);
+  return isName ? "source:" + mount.type + ":" + mount.source : "";
 }
 
 std::string lastingIdentity(int folder, long kind, dev_t device) {
