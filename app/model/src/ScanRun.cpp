@@ -140,9 +140,9 @@ void ScanSession::Run::loadOnce(Finished& finished, const std::string& onDisk, c
 }
 
 std::uint64_t ScanSession::Run::beginRecording(Finished& finished) {
-  const bool stays = request.options.liveUpdates;
+  const bool waits = request.options.liveUpdates || request.options.waitsForRecorder;
   const Coverage coverage = services.events.cover(
-      finished.root.path(), stays ? EventService::CoverMode::wait : EventService::CoverMode::ask,
+      finished.root.path(), waits ? EventService::CoverMode::wait : EventService::CoverMode::ask,
       stopping.get_token());
   finished.notRecorded = coverage.since != 0 ? "" : coverage.reason;
   if (coverage.since == 0 && finished.notRecorded.empty()) finished.notRecorded = "no program records them";

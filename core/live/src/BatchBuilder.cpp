@@ -27,16 +27,13 @@ bool meansGone(const std::error_code& refusal) {
          refusal == std::errc::too_many_symbolic_link_levels;
 }
 
-/// True for a failure that passes: it says nothing about the folder.
-bool isPassing(const std::error_code& refusal) {
-  return refusal == std::errc::too_many_files_open || refusal == std::errc::too_many_files_open_in_system ||
-         refusal == std::errc::not_enough_memory || refusal == std::errc::interrupted;
-}
-
 }  // namespace
 
 BatchBuilder::BatchBuilder(const Platform& services, ScanPatcher& patching, const IndexedRoot& about)
-    : platform(services), patcher(patching), index(about) {}
+    : platform(services),
+      patcher(patching),
+      index(about),
+      reader(services.directories.makeReader()) {}
 
 Batch BatchBuilder::build(const Changes& changes) {
   todo = changes;
@@ -69,9 +66,10 @@ void BatchBuilder::handle(std::string path, Depth depth) {
 }
 
 void BatchBuilder::handleKnown(const std::string& path, std::int64_t id, Depth depth) {
+  patcher.releaseLock();
   DirListing listing =
-      DirListing::read(platform, std::string(pathPrefix(path)), index.rootDev, /*oneFileSystem=*/true);
-  if (isPassing(listing.refusal)) throw Failure::notRead(path, listing.refusal);
+      DirListing::read(*reader, std::string(pathPrefix(path)), index.rootDev, /*oneFileSystem=*/true);
+  if (listing.isTransient()) throw Failure::notRead(path, listing.reason);
   const bool isRoot = path == index.root.path();
   const bool elsewhere = !listing.refusal && listing.self.device != index.rootDev;
   if (meansGone(listing.refusal) || elsewhere || index.skipPaths.contains(path)) {
@@ -131,6 +129,7 @@ void BatchBuilder::compareChildren(ListedFolder& folder) {
 }
 
 void BatchBuilder::walk(const std::string& path) {
+  patcher.releaseLock();
   WalkedSubtree subtree = walkSubtree(platform, path, index, batch.listings);
   if (const auto before = walked.find(path); before != walked.end()) {
     superseded.push_back(before->second.node);
@@ -185,6 +184,7 @@ Batch BatchBuilder::assemble() {
                  .path = path,
                  .mtime = folder.listing.self.mtime,
                  .error = folder.listing.error,
+                 .errorNumber = static_cast<std::uint16_t>(folder.listing.reason.value()),
                  .files = std::move(folder.listing.files),
                  .children = std::move(folder.children),
                  .node = nullptr};
@@ -206,7 +206,9 @@ Batch BatchBuilder::assemble() {
 
 Batch prepare(const Platform& platform, const Changes& changes, ScanPatcher& patcher,
               const IndexedRoot& index) {
-  return BatchBuilder(platform, patcher, index).build(changes);
+  Batch batch = BatchBuilder(platform, patcher, index).build(changes);
+  patcher.releaseLock();
+  return batch;
 }
 
 std::vector<std::string> Batch::changedDirs() const {

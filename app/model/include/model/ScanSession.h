@@ -50,6 +50,8 @@ class ScanSession : public LiveUpdates {
   /// At launch: opens the saved index of the path, brought up to date, else scans. Once; later calls do
   /// nothing.
   void scanIfNeeded(const std::string& path);
+  /// The same for any folder, at any time.
+  void open(const std::string& path);
   /// Scans afresh, whatever runs.
   void scan(const std::string& path);
   /// Lets the user choose a folder and scans it.
