@@ -2,11 +2,13 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/resource.h>
 
 #include "ScannedTree.h"
 #include "linux_fs/LinuxFiles.h"
 #include "support/HookedDirectories.h"
 #include "support/IndexComparison.h"
+#include "support/RawIndex.h"
 
 namespace quon::test {
 namespace {
@@ -67,6 +69,57 @@ TEST_F(Races, AFileWhoseOtherNameGoesWhileTheBatchIsReadHasOneName) {
       ASSERT_FALSE(std::filesystem::exists(tree.at(second))) << home;
       EXPECT_EQ(differences(index, scan("fresh-" + home)), "") << home;
     }
+  }
+}
+
+/// Package stores do this all day: one folder is read for the new name and one for the first.
+TEST_F(Races, ASecondNameCostsAFewListings) {
+  for (int number = 0; number < 300; ++number) {
+    tree.file("folder" + std::to_string(number) + "/file", 5000 + number % 3);
+  }
+  tree.folder("second");
+  const std::string index = scan("patched");
+  std::filesystem::create_hard_link(tree.at("folder7/file"), tree.at("second/two"));
+  int opened = 0;
+  const HookedDirectories directories(platform.directories, [&](const std::string&) { ++opened; });
+  patch({directories, platform.files, platform.threads}, index, {{tree.at("second"), Depth::shallow}}, 1);
+  EXPECT_EQ(differences(index, scan("fresh")), "");
+  EXPECT_LE(opened, 3);
+}
+
+/// A file that was written through its new name is nowhere in the index with its present size.
+TEST_F(Races, AFirstNameIsFoundThoughTheFileWasWrittenThroughItsSecond) {
+  tree.file("first/one", 5000);
+  tree.folder("second");
+  const std::string index = scan("patched");
+  std::filesystem::create_hard_link(tree.at("first/one"), tree.at("second/two"));
+  tree.file("second/two", 70'000);
+  patch(platform, index, {{tree.at("second"), Depth::shallow}}, 1);
+  EXPECT_EQ(differences(index, scan("fresh")), "");
+}
+
+/// No descriptor is to be had just now: that is no empty folder.
+TEST_F(Races, AFolderThatCannotBeReadNowKeepsItsContents) {
+  tree.file("a/below/one", 5000);
+  const std::string index = scan("patched");
+  const std::string before = readBytes(index);
+  rlimit limit{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+  for (const char* refused : {"a", "a/below", "new"}) {
+    tree.file("new/two", 70);
+    const HookedDirectories directories(platform.directories, [&](const std::string& opened) {
+      const rlimit none{opened == tree.at(refused) ? 0 : limit.rlim_cur, limit.rlim_max};
+      (void)::setrlimit(RLIMIT_NOFILE, &none);
+    });
+    try {
+      patch({directories, platform.files, platform.threads}, index,
+            {{root, Depth::shallow}, {tree.at("a"), Depth::shallow}, {tree.at("a/below"), Depth::deep}}, 1);
+      ADD_FAILURE() << refused << " was taken for read";
+    } catch (const Refresh::Failure& failure) {
+      EXPECT_EQ(failure.kind, Refresh::Failure::Kind::notRead) << refused;
+    }
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_EQ(readBytes(index), before) << refused;
   }
 }
 

@@ -27,16 +27,13 @@ bool meansGone(const std::error_code& refusal) {
          refusal == std::errc::too_many_symbolic_link_levels;
 }
 
-/// True for a failure that passes: it says nothing about the folder.
-bool isPassing(const std::error_code& refusal) {
-  return refusal == std::errc::too_many_files_open || refusal == std::errc::too_many_files_open_in_system ||
-         refusal == std::errc::not_enough_memory || refusal == std::errc::interrupted;
-}
-
 }  // namespace
 
 BatchBuilder::BatchBuilder(const Platform& services, ScanPatcher& patching, const IndexedRoot& about)
-    : platform(services), patcher(patching), index(about) {}
+    : platform(services),
+      patcher(patching),
+      index(about),
+      reader(services.directories.makeReader()) {}
 
 Batch BatchBuilder::build(const Changes& changes) {
   todo = changes;
@@ -70,8 +67,8 @@ void BatchBuilder::handle(std::string path, Depth depth) {
 
 void BatchBuilder::handleKnown(const std::string& path, std::int64_t id, Depth depth) {
   DirListing listing =
-      DirListing::read(platform, std::string(pathPrefix(path)), index.rootDev, /*oneFileSystem=*/true);
-  if (isPassing(listing.refusal)) throw Failure::notRead(path, listing.refusal);
+      DirListing::read(*reader, std::string(pathPrefix(path)), index.rootDev, /*oneFileSystem=*/true);
+  if (listing.isTransient()) throw Failure::notRead(path, listing.reason);
   const bool isRoot = path == index.root.path();
   const bool elsewhere = !listing.refusal && listing.self.device != index.rootDev;
   if (meansGone(listing.refusal) || elsewhere || index.skipPaths.contains(path)) {
@@ -185,6 +182,7 @@ Batch BatchBuilder::assemble() {
                  .path = path,
                  .mtime = folder.listing.self.mtime,
                  .error = folder.listing.error,
+                 .errorNumber = static_cast<std::uint16_t>(folder.listing.reason.value()),
                  .files = std::move(folder.listing.files),
                  .children = std::move(folder.children),
                  .node = nullptr};

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -9,6 +10,7 @@
 #include "SubtreeWalk.h"
 #include "live/Batch.h"
 #include "live/Refresh.h"
+#include "platform/Directories.h"
 #include "scan/DirListing.h"
 
 namespace quon::Refresh {
@@ -48,6 +50,7 @@ class BatchBuilder {
   const Platform& platform;
   ScanPatcher& patcher;
   const IndexedRoot& index;
+  const std::unique_ptr<DirectoryReader> reader;
 
   Changes todo;
   std::set<std::string> handled;

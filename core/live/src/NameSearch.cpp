@@ -2,10 +2,8 @@
 // then. If it has not been written since, it has them still, and so is found there; a few candidates are
 // compared by inode number.
 //
-// If it was written since, through that name, the name's folder has changed: it has been read with this batch,
-// or will be with the next. If it was written through its new name, only the file itself knows: its time of
-// modification is that of its last change of any kind, as a link made after it would have moved the latter on.
-// Then the names, and nothing else, of the whole tree are read.
+// A file that was written since, perhaps through its new name, may have another size by now. If it still lacks
+// names then, which may also lie outside the tree, the names, and nothing else, of the whole tree are read.
 #include "NameSearch.h"
 
 #include <memory>
@@ -18,6 +16,9 @@
 
 namespace quon::Refresh {
 namespace {
+
+/// Seconds. File systems of other machines have clocks of their own.
+constexpr double kClocksDiffer = 600;
 
 class NameSearch {
  public:
@@ -34,10 +35,11 @@ class NameSearch {
     }
   }
 
-  void amongAllNames() {
-    std::erase_if(wanted, [](const auto& item) {
+  /// `writtenAt` is the time of the index.
+  void amongAllNames(double writtenAt) {
+    std::erase_if(wanted, [&](const auto& item) {
       const WantedNames& file = item.second;
-      return file.missing == 0 || file.present.modifiedNs != file.present.changedNs;
+      return file.missing == 0 || static_cast<double>(file.present.mtime) < writtenAt - kClocksDiffer;
     });
     if (wanted.empty()) return;
     const std::unique_ptr<DirectoryReader> reader = platform.directories.makeReader();
@@ -91,7 +93,7 @@ std::vector<FoundName> findNames(std::map<std::uint64_t, WantedNames> wanted, co
                                  ScanPatcher& patcher, const IndexedRoot& index) {
   NameSearch search(std::move(wanted), platform, index);
   search.amongSizes(patcher);
-  search.amongAllNames();
+  search.amongAllNames(patcher.writtenAt());
   return search.take();
 }
 

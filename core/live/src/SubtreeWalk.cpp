@@ -5,6 +5,7 @@
 
 #include "base/Checked.h"
 #include "base/Path.h"
+#include "platform/Directories.h"
 #include "scan/Walker.h"
 
 namespace quon::Refresh {
@@ -12,6 +13,18 @@ namespace {
 
 /// Most of the folders that appear are small; more threads would spend their time on starting.
 constexpr unsigned kThreads = 2;
+
+/// A folder that could not be read for want of descriptors or memory is not empty for that.
+void refuseTransient(const DirNode& subtree, const std::string& path) {
+  std::vector<const DirNode*> waiting{&subtree};
+  while (!waiting.empty()) {
+    const DirNode* const node = waiting.back();
+    waiting.pop_back();
+    const std::error_code reason(node->errorNumber, std::generic_category());
+    if (node->error && isTransient(reason)) throw Failure::notRead(node->path(path), reason);
+    for (const RefPtr<DirNode>& child : node->subdirs) waiting.push_back(child.get());
+  }
+}
 
 }  // namespace
 
@@ -44,7 +57,8 @@ WalkedSubtree walkSubtree(const Platform& platform, const std::string& path, con
   Walker walker(platform,
                 {.rootDev = index.rootDev, .minKeep = index.minKeep, .topN = 0, .skipPaths = index.skipPaths},
                 &sink);
-  (void)walker.run(path, walked.node, kThreads);
+  const WalkResult result = walker.run(path, walked.node, kThreads);
+  if (result.errorCount > 0) refuseTransient(*walked.node, path);
   listings.merge(sink.takeListings());
   walked.links = sink.takeLinks();
   return walked;

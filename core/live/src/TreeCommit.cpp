@@ -106,6 +106,7 @@ class TreePatch {
 void setFiles(DirNode& node, const Batch::Op& op, std::uint64_t minKeep) {
   node.mtime = op.mtime;
   node.error = op.error;
+  node.errorNumber = op.errorNumber;
   node.directLogical = 0;
   node.directPhysical = 0;
   node.directFiles = op.files.size();

@@ -24,18 +24,22 @@ void take(const DirEntry& entry, std::uint32_t rootDev, bool oneFileSystem, DirL
 
 DirListing DirListing::read(const Platform& platform, const std::string& path, std::uint32_t rootDev,
                             bool oneFileSystem) {
+  return read(*platform.directories.makeReader(), path, rootDev, oneFileSystem);
+}
+
+DirListing DirListing::read(DirectoryReader& reader, const std::string& path, std::uint32_t rootDev,
+                            bool oneFileSystem) {
   DirListing listing;
-  const std::unique_ptr<DirectoryReader> reader = platform.directories.makeReader();
-  const OpenedDirectory opened = reader->open(path);
+  const OpenedDirectory opened = reader.open(path);
   if (!opened.directory) {
     listing.error = true;
     listing.refusal = listing.reason = opened.error;
     return listing;
   }
   listing.self = opened.directory->facts();
-  reader->start(opened.directory);
+  reader.start(opened.directory);
   while (true) {
-    const DirectoryBatch batch = reader->next();
+    const DirectoryBatch batch = reader.next();
     for (const DirEntry& entry : batch.entries) take(entry, rootDev, oneFileSystem, listing);
     if (batch.attributesRefused || batch.status == ReadStatus::failed) {
       listing.error = true;

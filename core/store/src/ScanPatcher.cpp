@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <stdexcept>
 #include <utility>
 
 #include <boost/unordered/unordered_flat_map.hpp>
@@ -117,6 +118,14 @@ std::optional<std::int64_t> ScanPatcher::dirId(const std::string& path) {
   }
   if (id) idByPath.emplace(path, *id);
   return id;
+}
+
+double ScanPatcher::writtenAt() {
+  try {
+    return decodeSeconds(readMeta(statements->db), "scannedAt");
+  } catch (const std::invalid_argument&) {
+    return 0;
+  }
 }
 
 std::uint64_t ScanPatcher::revision() {

@@ -17,9 +17,7 @@ struct PathFacts {
   std::uint64_t fileID = 0;
   std::uint64_t linkCount = 1;
   std::uint64_t logical = 0;
-  std::int64_t mtime = 0;       ///< whole seconds since 1970
-  std::int64_t modifiedNs = 0;  ///< the same in nanoseconds
-  std::int64_t changedNs = 0;   ///< of the last change of any kind, also of attributes and links
+  std::int64_t mtime = 0;  ///< whole seconds since 1970
 };
 
 struct FolderItem {

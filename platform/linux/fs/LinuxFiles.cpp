@@ -30,11 +30,6 @@ std::error_code lastError() {
   throw std::system_error(lastError(), operation + (" " + displayText(path)));
 }
 
-std::int64_t nanoseconds(const timespec& time) {
-  constexpr std::int64_t kNanosPerSecond = 1'000'000'000;
-  return time.tv_sec * kNanosPerSecond + time.tv_nsec;
-}
-
 std::optional<PathFacts> factsOf(const std::string& path, int flags, std::error_code& error) {
   struct stat found {};
   if (::fstatat(AT_FDCWD, path.c_str(), &found, flags) != 0) {
@@ -46,9 +41,7 @@ std::optional<PathFacts> factsOf(const std::string& path, int flags, std::error_
                    .fileID = found.st_ino,
                    .linkCount = found.st_nlink,
                    .logical = static_cast<std::uint64_t>(found.st_size),
-                   .mtime = found.st_mtim.tv_sec,
-                   .modifiedNs = nanoseconds(found.st_mtim),
-                   .changedNs = nanoseconds(found.st_ctim)};
+                   .mtime = found.st_mtim.tv_sec};
 }
 
 }  // namespace

@@ -31,6 +31,7 @@ struct Batch {
     // Of a refresh:
     std::int64_t mtime = 0;
     bool error = false;
+    std::uint16_t errorNumber = 0;  ///< as of DirNode
     std::vector<FileEntry> files;  ///< the counted ones
     std::vector<Child> children;
     // Of a deep walk:

@@ -34,6 +34,9 @@ struct DirListing {
   /// one name the later.
   std::map<std::string, std::uint64_t> linkIDs;
 
+  /// Threads: that of the reader.
+  [[nodiscard]] static DirListing read(DirectoryReader& reader, const std::string& path,
+                                       std::uint32_t rootDev, bool oneFileSystem);
   /// Threads: any; allocates a buffer of its own.
   [[nodiscard]] static DirListing read(const Platform& platform, const std::string& path,
                                        std::uint32_t rootDev, bool oneFileSystem);

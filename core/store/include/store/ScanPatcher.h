@@ -73,6 +73,8 @@ class ScanPatcher {
   /// index.
   [[nodiscard]] std::vector<StoredFile> filesLike(const std::set<SizeAndTime>& wanted);
 
+  /// When the index was last scanned or patched, seconds since 1970; 0 when it does not say.
+  [[nodiscard]] double writtenAt();
   /// Which state of the index this is. Every commit that changes rows raises it by one; a new index begins
   /// anywhere.
   [[nodiscard]] std::uint64_t revision();
