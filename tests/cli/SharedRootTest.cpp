@@ -50,6 +50,7 @@ constexpr std::size_t kEditsShown = 60;
 constexpr std::chrono::seconds kGiveUpAfter{120};
 /// A program that was overtaken may have taken over a mark without a report of it: then comes another one.
 constexpr std::chrono::seconds kNextMarkAfter{10};
+constexpr std::chrono::seconds kReportEvery{60};
 
 std::string fromEnvironment(const char* name, const std::string& usual) {
   const char* given = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nothing sets variables
@@ -134,19 +135,15 @@ std::unique_ptr<Running> started(const Quon& quon, const Arguments& words) {
   return std::unique_ptr<Running>(new Running(quon.start(words)));
 }
 
-/// `quon watch`, whose output is read while it runs.
-class Watcher {
+/// A program whose output is read while it runs.
+class Following {
  public:
-  enum class Form { json, text };
-
-  Watcher(Quon& quon, const std::string& name, Form what) : form(what) {
+  Following(Quon& quon, const std::string& name, const Arguments& words) {
     const std::string pipe = quon.folder.at(name);
     ::unlink(pipe.c_str());
     if (::mkfifo(pipe.c_str(), 0600) != 0) throw std::runtime_error("mkfifo");
     out = Descriptor(::open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     quon.output = pipe;
-    Arguments words{"watch", quon.tree};
-    if (form == Form::json) words.emplace_back("--json");
     process = started(quon, words);
     quon.output.clear();
   }
@@ -178,7 +175,6 @@ class Watcher {
     }
   }
 
-  const Form form;
   std::unique_ptr<Running> process;
   bool atEnd = false;
   std::string last;  ///< the line that was read last
@@ -248,8 +244,32 @@ class SharedRoot {
     populate();
     (void)quon.document({"scan", quon.tree});
     startRecorder();
-    for (std::size_t which = 0; which < watchers.size(); ++which) startWatcher(which);
     return true;
+  }
+
+  void run(std::chrono::seconds longest) {
+    const auto until = Clock::now() + longest;
+    auto nextReport = Clock::now() + kReportEvery;
+    do {
+      ASSERT_NO_FATAL_FAILURE(round());
+      if (Clock::now() < nextReport) continue;
+      report();
+      nextReport += kReportEvery;
+    } while (Clock::now() < until);
+    report();
+  }
+
+ private:
+  void round() {
+    const std::uint64_t bursts = 1 + draw(6);
+    for (std::uint64_t each = 0; each < bursts; ++each) {
+      ASSERT_NO_FATAL_FAILURE(burst());
+      ASSERT_NO_FATAL_FAILURE(check());
+      ASSERT_NO_FATAL_FAILURE(trouble());
+    }
+    ASSERT_NO_FATAL_FAILURE(burst());
+    ASSERT_NO_FATAL_FAILURE(check());
+    settle();
   }
 
   void burst() {
@@ -298,9 +318,9 @@ class SharedRoot {
         endRecorder();
         break;
       case 1:
-        if (recorder && !recorder->hasEnded()) break;
-        happen("a recorder starts");
-        startRecorder();
+        if (recorder) break;
+        happen("a recorder starts, then the watchers");
+        ASSERT_NO_FATAL_FAILURE(startRecorder());
         break;
       case 2:
       case 3: {
@@ -326,13 +346,13 @@ class SharedRoot {
   }
 
   void report() {
-    endRecorder();
+    Usage all = usage;
+    if (recorder) all.add(recorder->process->id());
     std::cout << edits << " edits, " << checks << " checks, " << settled << " times settled, " << troubles
-              << " troubles; recorders: " << usage.cpuSeconds << " s of CPU, " << usage.peakKilobytes << " KB, "
-              << usage.written << " bytes written, " << usage.stored << " of them to a disk" << std::endl;
+              << " troubles; recorders: " << all.cpuSeconds << " s of CPU, " << all.peakKilobytes << " KB, "
+              << all.written << " bytes written, " << all.stored << " of them to a disk" << std::endl;
   }
 
- private:
   void populate() {
     const Acting acting(user);
     for (const auto& entry : fs::directory_iterator(quon.tree)) {
@@ -359,14 +379,21 @@ class SharedRoot {
     return words;
   }
 
-  void startRecorder() { recorder = started(quon, {"record"}); }
+  /// Whoever watches records as well while no other does, so it has to begin after the recorder.
+  void startRecorder() {
+    watchers = {};
+    recorder = std::make_unique<Following>(quon, "record", Arguments{"record", "--json"});
+    ASSERT_TRUE(recorder->line(kGiveUpAfter)) << recorder->process->wait().err << story();
+    for (std::size_t which = 0; which < watchers.size(); ++which) startWatcher(which);
+  }
   void endRecorder() {
-    if (recorder && !recorder->hasEnded()) usage.add(recorder->id());
+    if (recorder) usage.add(recorder->process->id());
     recorder.reset();
   }
   void startWatcher(std::size_t which) {
-    const Watcher::Form form = draw(2) == 0 ? Watcher::Form::json : Watcher::Form::text;
-    watchers[which] = std::make_unique<Watcher>(quon, "watch-" + std::to_string(which), form);
+    Arguments words{"watch", quon.tree};
+    if (draw(2) == 0) words.emplace_back("--json");
+    watchers[which] = std::make_unique<Following>(quon, "watch-" + std::to_string(which), words);
   }
 
   void fill() {
@@ -426,7 +453,10 @@ class SharedRoot {
     std::string index;
     const Json saved = quon.document({"indexes"});
     for (const Json& row : saved.at("rows")) {
-      if (row.at("root") == quon.tree && row.at("status") == "live") index = row.at("url");
+      const std::string file = row.at("url");  // that of an absent disk has "@" in its name
+      if (row.at("root") == quon.tree && fs::path(file).filename().string().find('@') == std::string::npos) {
+        index = file;
+      }
     }
     ASSERT_NE(index, "") << saved << story();
     const std::string copy = images.at("copy");
@@ -457,9 +487,9 @@ class SharedRoot {
       makeMark();
       const auto nextMark = Clock::now() + kNextMarkAfter;
       while (Clock::now() < nextMark) {
-        Watcher& watcher = *watchers[which];
+        Following& watcher = *watchers[which];
         const auto line = watcher.line(std::chrono::seconds(1));
-        if (line && isSettled(watcher, *line)) return;
+        if (line && isSettled(*line)) return;
         if (!watcher.atEnd) continue;
         const Finished done = watcher.process->wait();
         ASSERT_TRUE(mayEnd && done.status == 1) << "a watcher ended by itself with " << done.status << ": "
@@ -476,8 +506,9 @@ class SharedRoot {
     return ": " + grouped(files) + (files == 1 ? " file, " : " files, ") + humanBytes(logical);
   }
 
-  [[nodiscard]] bool isSettled(const Watcher& watcher, const std::string& line) const {
-    if (watcher.form == Watcher::Form::text) return line.find(shownTotals()) != std::string::npos;
+  /// The text of a watcher says what its tree contains, and its documents which folders it has read.
+  [[nodiscard]] bool isSettled(const std::string& line) const {
+    if (!line.starts_with('{')) return line.find(shownTotals()) != std::string::npos;
     const Json document = Json::parse(line);
     if (document.at("event") != "applied" || document.at("eventId") < markedAt) return false;
     return std::ranges::any_of(document.at("changedDirs"), [&](const Json& path) { return path == quon.tree; });
@@ -508,8 +539,8 @@ class SharedRoot {
   Disk disk;
   const std::string data;
   std::optional<TreeEditor> editor;
-  std::unique_ptr<Running> recorder;
-  std::array<std::unique_ptr<Watcher>, 2> watchers;
+  std::unique_ptr<Following> recorder;
+  std::array<std::unique_ptr<Following>, 2> watchers;
   Usage usage;
   std::vector<std::string> events;
   bool isFull = false;
@@ -541,21 +572,7 @@ TEST(SharedRoot, IsTrueForEveryProgramWhateverHappens) {
     {
       SharedRoot shared(fileSystem, user == "user" ? kNobody : 0, seed);
       if (!shared.begin(seed)) GTEST_SKIP() << "no " << fileSystem << " can be mounted here";
-      const std::chrono::seconds longest(std::stoi(fromEnvironment("QUON_SOAK_SECONDS", "0")));
-      const auto until = Clock::now() + longest;
-      constexpr int kBurstsARound = 4;
-      bool failed = false;
-      do {
-        for (int burst = 0; burst < kBurstsARound && !failed; ++burst) {
-          if (burst > 0) shared.trouble();
-          if (!testing::Test::HasFatalFailure()) shared.burst();
-          if (!testing::Test::HasFatalFailure()) shared.check();
-          failed = testing::Test::HasFatalFailure();
-        }
-        if (!failed) shared.settle();
-        failed = testing::Test::HasFatalFailure();
-      } while (!failed && Clock::now() < until);
-      shared.report();
+      shared.run(std::chrono::seconds(std::stoi(fromEnvironment("QUON_SOAK_SECONDS", "0"))));
     }
     ASSERT_EQ(::umount2(memory.path.c_str(), MNT_DETACH), 0);
   });
