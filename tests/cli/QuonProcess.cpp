@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
+#include <grp.h>
 #include <pty.h>
 #include <stdexcept>
 #include <sys/mman.h>
@@ -78,6 +79,10 @@ bool Running::pause() {
   return false;
 }
 
+bool Running::hasEnded() {
+  return ended != -1 || ::waitpid(pid, &ended, WNOHANG) == pid;
+}
+
 Finished Running::wait() {
   if (ended == -1 && ::waitpid(pid, &ended, 0) != pid) raise("waitpid");
   const int status = WIFSIGNALED(ended) ? kSignalled + WTERMSIG(ended) : WEXITSTATUS(ended);
@@ -108,7 +113,9 @@ void Quon::become(const Arguments& arguments, int out, int err) const {
     ::setrlimit(static_cast<__rlimit_resource>(resource), &limit);
   }
   if (ignoresHangups) std::signal(SIGHUP, SIG_IGN);
-  const bool ready = ::chdir(workingFolder.c_str()) == 0 && ::dup2(out, STDOUT_FILENO) >= 0 &&
+  const bool isUser = user == 0 || (::setgroups(0, nullptr) == 0 && ::setresgid(user, user, user) == 0 &&
+                                    ::setresuid(user, user, user) == 0);
+  const bool ready = isUser && ::chdir(workingFolder.c_str()) == 0 && ::dup2(out, STDOUT_FILENO) >= 0 &&
                      ::dup2(err, STDERR_FILENO) >= 0;
   if (ready) ::fexecve(kProgram.get(), pointersTo(words).data(), pointersTo(variables).data());
   ::_exit(kCannotStart);

@@ -37,6 +37,9 @@ class Running {
   Running& operator=(const Running&) = delete;
 
   void signal(int number) const;
+  [[nodiscard]] pid_t id() const { return pid; }
+  /// At this moment, without waiting.
+  [[nodiscard]] bool hasEnded();
   /// Stops the process as a whole; false when it ended instead.
   [[nodiscard]] bool pause();
   Finished wait();
@@ -61,6 +64,7 @@ class Quon {
   std::string workingFolder;
   std::map<int, rlim_t> limits;  ///< by RLIMIT_ number
   bool ignoresHangups = false;   ///< as under nohup
+  uid_t user = 0;                ///< whom to run it as, when the test runs as root
   std::string output;            ///< the file that takes standard output, when it is to be another than ours
 
   [[nodiscard]] Running start(const Arguments& arguments) const;

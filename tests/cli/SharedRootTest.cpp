@@ -1,0 +1,582 @@
+// Several programs on one root: two that watch it, one that asks at random, and a recorder, while files change at
+// random and programs are killed, the disk of the indexes is full, the root is mounted anew. What the third
+// program answers after each burst of edits, what the watching ones show, and the index, are held against a
+// scan by a program that shares nothing with them.
+//
+// QUON_SOAK_SECONDS makes it run longer; QUON_SOAK_ON ("xfs user", say) chooses what is otherwise drawn.
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <poll.h>
+#include <random>
+#include <sched.h>
+#include <set>
+#include <sstream>
+#include <string>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+#include "QuonProcess.h"
+#include "base/HumanBytes.h"
+#include "support/ChildProcess.h"
+#include "support/IndexComparison.h"
+#include "support/RawIndex.h"
+#include "support/Seed.h"
+#include "support/TreeEditor.h"
+
+namespace quon::test {
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+constexpr uid_t kNobody = 65534;
+constexpr int kFirstEntries = 120;
+constexpr std::size_t kMostEntries = 1200;
+constexpr std::size_t kEditsShown = 60;
+/// How long a program may be silent before it counts as stuck, on however busy a machine.
+constexpr std::chrono::seconds kGiveUpAfter{120};
+/// A program that was overtaken may have taken over a mark without a report of it: then comes another one.
+constexpr std::chrono::seconds kNextMarkAfter{10};
+constexpr std::chrono::seconds kReportEvery{60};
+
+std::string fromEnvironment(const char* name, const std::string& usual) {
+  const char* given = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nothing sets variables
+  return given == nullptr ? usual : given;
+}
+
+bool runs(const std::string& command) {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread runs
+  return std::system(("{ " + command + "; } >/dev/null 2>&1").c_str()) == 0;
+}
+
+/// The test's own accesses to files as another user.
+class Acting {
+ public:
+  explicit Acting(uid_t user) : is(user != 0) {
+    if (is && (::setegid(user) != 0 || ::seteuid(user) != 0)) throw std::runtime_error("seteuid");
+  }
+  ~Acting() {
+    if (is && (::seteuid(0) != 0 || ::setegid(0) != 0)) std::abort();
+  }
+  Acting(const Acting&) = delete;
+  Acting& operator=(const Acting&) = delete;
+
+ private:
+  const bool is;
+};
+
+void giveTo(uid_t user, const std::string& path) {
+  if (user == 0) return;
+  const auto give = [&](const std::string& each) {
+    if (::lchown(each.c_str(), user, user) != 0) throw std::runtime_error("chown " + each);
+  };
+  give(path);
+  for (const auto& entry : fs::recursive_directory_iterator(path)) give(entry.path().string());
+}
+
+/// The file system that is mounted on the root. What is written takes its space on the disk at once: where
+/// blocks are allocated later, sizes change after the last event.
+class Disk {
+ public:
+  Disk(std::string type, const std::string& folder, std::string mountPoint)
+      : kind(std::move(type)), image(folder + "/image"), spare(folder + "/spare"), place(std::move(mountPoint)) {}
+  ~Disk() {
+    if (isMounted) ::umount2(place.c_str(), MNT_DETACH);
+  }
+  Disk(const Disk&) = delete;
+  Disk& operator=(const Disk&) = delete;
+
+  /// False where that cannot be done here.
+  [[nodiscard]] bool make() {
+    if (kind == "tmpfs") return true;
+    std::ofstream(image).flush();
+    std::ofstream(spare).flush();
+    fs::resize_file(image, 512U << 20U);
+    fs::resize_file(spare, 1U << 20U);
+    return runs("mkfs." + kind + " -q " + image) && mount();
+  }
+  [[nodiscard]] bool mount() {
+    const std::string more = kind == "xfs" ? ",allocsize=4k" : kind == "btrfs" ? ",max_inline=0" : "";
+    isMounted = runs("mount -t " + kind + " -o loop,sync" + more + " " + image + " " + place);
+    return isMounted;
+  }
+  [[nodiscard]] bool unmount() {
+    isMounted = ::umount2(place.c_str(), 0) != 0;
+    return !isMounted;
+  }
+  /// As another device: the number that it had is taken.
+  [[nodiscard]] bool mountRenumbered() {
+    return runs("losetup -f " + spare) && mount() && runs("losetup -d $(losetup -n -O NAME -j " + spare + ")");
+  }
+  [[nodiscard]] bool canMove() const { return kind != "tmpfs"; }
+
+ private:
+  const std::string kind;
+  const std::string image;
+  const std::string spare;
+  const std::string place;
+  bool isMounted = false;
+};
+
+std::unique_ptr<Running> started(const Quon& quon, const Arguments& words) {
+  return std::unique_ptr<Running>(new Running(quon.start(words)));
+}
+
+/// A program whose output is read while it runs.
+class Following {
+ public:
+  Following(Quon& quon, const std::string& name, const Arguments& words) {
+    const std::string pipe = quon.folder.at(name);
+    ::unlink(pipe.c_str());
+    if (::mkfifo(pipe.c_str(), 0600) != 0) throw std::runtime_error("mkfifo");
+    out = Descriptor(::open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    quon.output = pipe;
+    process = started(quon, words);
+    quon.output.clear();
+  }
+
+  /// The next line of its output; nothing when none came within the time, or the program has ended.
+  std::optional<std::string> line(std::chrono::milliseconds longest) {
+    const auto until = Clock::now() + longest;
+    while (true) {
+      if (const std::size_t end = text.find('\n'); end != std::string::npos) {
+        last = text.substr(0, end);
+        text.erase(0, end + 1);
+        return last;
+      }
+      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now()).count();
+      pollfd waiting{out.get(), POLLIN, 0};
+      if (left < 0 || ::poll(&waiting, 1, static_cast<int>(left)) == 0) return std::nullopt;
+      std::array<char, 4096> piece{};
+      const ssize_t got = ::read(out.get(), piece.data(), piece.size());
+      if (got <= 0) {
+        atEnd = true;
+        return std::nullopt;
+      }
+      text.append(piece.data(), static_cast<std::size_t>(got));
+    }
+  }
+  /// Takes in what it has written; a program that writes to a full pipe stands still.
+  void drain() {
+    while (line(std::chrono::milliseconds(0))) {
+    }
+  }
+
+  std::unique_ptr<Running> process;
+  bool atEnd = false;
+  std::string last;  ///< the line that was read last
+
+ private:
+  Descriptor out;
+  std::string text;
+};
+
+/// What recorders have used, those that were killed among them.
+struct Usage {
+  double cpuSeconds = 0;
+  std::uint64_t peakKilobytes = 0;
+  std::uint64_t written = 0;  ///< bytes handed to the system
+  std::uint64_t stored = 0;   ///< bytes that reached a disk
+
+  void add(pid_t process) {
+    const std::string folder = "/proc/" + std::to_string(process);
+    std::ifstream stat(folder + "/stat");
+    std::string all((std::istreambuf_iterator<char>(stat)), {});
+    std::istringstream fields(all.substr(std::min(all.size(), all.rfind(')') + 1)));
+    std::vector<std::string> field{std::istream_iterator<std::string>(fields), {}};
+    if (field.size() > 12) {
+      cpuSeconds += (std::stod(field[11]) + std::stod(field[12])) / static_cast<double>(::sysconf(_SC_CLK_TCK));
+    }
+    peakKilobytes = std::max(peakKilobytes, numberIn(folder + "/status", "VmHWM:"));
+    written += numberIn(folder + "/io", "wchar:");
+    stored += numberIn(folder + "/io", "write_bytes:");
+  }
+
+ private:
+  static std::uint64_t numberIn(const std::string& file, const std::string& name) {
+    std::ifstream lines(file);
+    for (std::string word; lines >> word;) {
+      std::uint64_t number = 0;
+      if (word == name && lines >> number) return number;
+    }
+    return 0;
+  }
+};
+
+class SharedRoot {
+ public:
+  SharedRoot(const std::string& fileSystem, uid_t who, std::uint64_t seed)
+      : user(who),
+        random(seed),
+        images(),
+        disk(fileSystem, images.path, quon.tree),
+        data(quon.environment.at("XDG_DATA_HOME")) {
+    quon.user = fresh.user = user;
+  }
+  ~SharedRoot() {
+    watchers = {};
+    recorder.reset();
+    ::umount2(data.c_str(), MNT_DETACH);
+  }
+  SharedRoot(const SharedRoot&) = delete;
+  SharedRoot& operator=(const SharedRoot&) = delete;
+
+  /// False where the file system cannot be made.
+  [[nodiscard]] bool begin(std::uint64_t seed) {
+    if (!disk.make() || ::mount("tmpfs", data.c_str(), "tmpfs", 0, "size=8m,mode=0700") != 0) return false;
+    giveTo(user, quon.folder.path);
+    giveTo(user, fresh.folder.path);
+    editor.emplace(quon.tree, seed,
+                   user == 0 ? TreeEditor::Permissions::kept : TreeEditor::Permissions::edited);
+    populate();
+    (void)quon.document({"scan", quon.tree});
+    startRecorder();
+    return true;
+  }
+
+  void run(std::chrono::seconds longest) {
+    const auto until = Clock::now() + longest;
+    auto nextReport = Clock::now() + kReportEvery;
+    do {
+      ASSERT_NO_FATAL_FAILURE(round());
+      if (Clock::now() < nextReport) continue;
+      report();
+      nextReport += kReportEvery;
+    } while (Clock::now() < until);
+    report();
+  }
+
+ private:
+  void round() {
+    const std::uint64_t bursts = 1 + draw(6);
+    for (std::uint64_t each = 0; each < bursts; ++each) {
+      ASSERT_NO_FATAL_FAILURE(burst());
+      ASSERT_NO_FATAL_FAILURE(check());
+      ASSERT_NO_FATAL_FAILURE(trouble());
+    }
+    ASSERT_NO_FATAL_FAILURE(burst());
+    ASSERT_NO_FATAL_FAILURE(check());
+    settle();
+  }
+
+  void burst() {
+    std::unique_ptr<Running> meanwhile;
+    if (draw(2) == 0) meanwhile = started(quon, drawnCommand());
+    {
+      const Acting acting(user);
+      if (entries() > kMostEntries) {
+        happen("all is removed and other files are made");
+        populate();
+      }
+      const std::uint64_t count = 5 + draw(60);
+      for (std::uint64_t made = 0; made < count; ++made) editor->edit();
+      edits += count;
+    }
+    if (meanwhile) {
+      const Finished done = meanwhile->wait();
+      ASSERT_TRUE(done.status == 0 || isFull) << "while files change: " << done.err << story();
+    }
+  }
+
+  /// What the third program answers, and the index that it leaves, against a scan of this moment.
+  void check() {
+    const Json truth = fresh.document({"scan", quon.tree});
+    ASSERT_NO_FATAL_FAILURE(ask({"ls", quon.tree}));
+    ASSERT_NO_FATAL_FAILURE(compareIndex(truth.at("index")));
+    ASSERT_NO_FATAL_FAILURE(ask(drawnCommand()));
+    ASSERT_NO_FATAL_FAILURE(compareIndex(truth.at("index")));
+    files = truth.at("files");
+    logical = truth.at("logical");
+    (void)editor->takeEvents();
+    for (auto& watcher : watchers) watcher->drain();
+    ++checks;
+  }
+
+  /// Waits until both watching programs have taken in all edits.
+  void settle() {
+    for (std::size_t which = 0; which < watchers.size(); ++which) ASSERT_NO_FATAL_FAILURE(settle(which));
+    ++settled;
+  }
+
+  void trouble() {
+    switch (draw(disk.canMove() ? 6 : 5)) {
+      case 0:
+        happen("the recorder is killed");
+        endRecorder();
+        break;
+      case 1:
+        if (recorder) break;
+        happen("a recorder starts, then the watchers");
+        ASSERT_NO_FATAL_FAILURE(startRecorder());
+        break;
+      case 2:
+      case 3: {
+        const std::size_t which = draw(watchers.size());
+        happen("watcher " + std::to_string(which) + " is killed and started again");
+        watchers[which].reset();
+        startWatcher(which);
+        break;
+      }
+      case 4:
+        happen(isFull ? "there is space on the disk again" : "the disk is full");
+        isFull ? empty() : fill();
+        break;
+      default:
+        happen("the root is mounted anew");
+        remount();
+    }
+  }
+
+  void empty() {
+    ::unlink((data + "/filler").c_str());
+    isFull = false;
+  }
+
+  void report() {
+    Usage all = usage;
+    if (recorder) all.add(recorder->process->id());
+    std::cout << edits << " edits, " << checks << " checks, " << settled << " times settled, " << troubles
+              << " troubles; recorders: " << all.cpuSeconds << " s of CPU, " << all.peakKilobytes << " KB, "
+              << all.written << " bytes written, " << all.stored << " of them to a disk" << std::endl;
+  }
+
+  void populate() {
+    const Acting acting(user);
+    for (const auto& entry : fs::directory_iterator(quon.tree)) {
+      if (entry.is_directory() && !entry.is_symlink()) {
+        removeTree(entry.path().string());
+      } else {
+        fs::remove(entry.path());
+      }
+    }
+    editor->populate(kFirstEntries);
+    edits += kFirstEntries;
+  }
+
+  [[nodiscard]] std::size_t entries() const {
+    const auto all =
+        fs::recursive_directory_iterator(quon.tree, fs::directory_options::skip_permission_denied);
+    return static_cast<std::size_t>(std::distance(fs::begin(all), fs::end(all)));
+  }
+
+  [[nodiscard]] std::uint64_t draw(std::uint64_t bound) { return random() % bound; }
+  [[nodiscard]] Arguments drawnCommand() {
+    static const std::array<std::string, 3> kVerbs{"ls", "scan", "largest"};
+    Arguments words{kVerbs[draw(kVerbs.size())], quon.tree, "--json"};
+    return words;
+  }
+
+  /// Whoever watches records as well while no other does, so it has to begin after the recorder.
+  void startRecorder() {
+    watchers = {};
+    recorder = std::make_unique<Following>(quon, "record", Arguments{"record", "--json"});
+    ASSERT_TRUE(recorder->line(kGiveUpAfter)) << recorder->process->wait().err << story();
+    for (std::size_t which = 0; which < watchers.size(); ++which) startWatcher(which);
+  }
+  void endRecorder() {
+    if (recorder) usage.add(recorder->process->id());
+    recorder.reset();
+  }
+  void startWatcher(std::size_t which) {
+    Arguments words{"watch", quon.tree};
+    if (draw(2) == 0) words.emplace_back("--json");
+    watchers[which] = std::make_unique<Following>(quon, "watch-" + std::to_string(which), words);
+  }
+
+  void fill() {
+    const Descriptor filler(::open((data + "/filler").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+    const std::string zeros(4096, '\0');
+    while (::write(filler.get(), zeros.data(), zeros.size()) > 0) {
+    }
+    isFull = true;
+  }
+
+  /// The programs may have a folder of it open for a moment.
+  void remount() {
+    const auto until = Clock::now() + std::chrono::seconds(5);
+    while (!disk.unmount()) {
+      if (Clock::now() > until) {
+        watchers = {};
+        endRecorder();
+      }
+      ::sched_yield();
+    }
+    ASSERT_TRUE(disk.mountRenumbered());
+    mayEnd = true;
+    if (!watchers[0]) {
+      for (std::size_t which = 0; which < watchers.size(); ++which) startWatcher(which);
+    }
+  }
+
+  void ask(Arguments words) {
+    if (words.back() != "--json") words.emplace_back("--json");
+    const Finished done = quon.run(words);
+    const bool mayFail = isFull && words[0] == "scan";  // it could not save
+    ASSERT_TRUE(done.status == 0 || (mayFail && done.status == 1)) << words[0] << ": " << done.err << story();
+    Arguments same{words[0] == "scan" ? "ls" : words[0], quon.tree, "--no-catch-up"};
+    const Json expected = fresh.document(same);
+    const Json answer = done.document();
+    for (const char* figure : {"files", "dirs", "logical", "physical"}) {
+      ASSERT_EQ(answer.at(figure), expected.at(figure)) << words[0] << ": " << figure << story();
+    }
+    if (words[0] == "scan") return;
+    ASSERT_EQ(kindsOf(answer), kindsOf(expected)) << words[0] << story();
+  }
+
+  /// Which name of a multiply-linked file is counted is free, and so are the sizes of the folders that contain
+  /// them.
+  static std::multiset<std::string> kindsOf(const Json& answer) {
+    std::multiset<std::string> rows;
+    for (const Json& row : answer.at("rows")) {
+      const std::string kind = row.at("kind");
+      if (kind == "dir") rows.insert(kind + " " + row.at("name").get<std::string>());
+    }
+    return rows;
+  }
+
+  /// A copy made in one read: programs go on writing.
+  void compareIndex(const std::string& expected) {
+    if (isFull) return;
+    std::string index;
+    const Json saved = quon.document({"indexes"});
+    for (const Json& row : saved.at("rows")) {
+      const std::string file = row.at("url");  // that of an absent disk has "@" in its name
+      if (row.at("root") == quon.tree && fs::path(file).filename().string().find('@') == std::string::npos) {
+        index = file;
+      }
+    }
+    ASSERT_NE(index, "") << saved << story();
+    const std::string copy = images.at("copy");
+    fs::remove(copy);
+    {
+      RawIndex original(index);
+      original.exec("PRAGMA busy_timeout = 60000; VACUUM INTO '" + copy + "'");
+    }
+    const std::string found =
+        differences(copy, expected, user == 0 ? SoleNames::asStored : SoleNames::alike);
+    ASSERT_EQ(found, "") << story();
+  }
+
+  void makeMark() {
+    const Acting acting(user);
+    const std::string path = quon.tree + "/.mark" + std::to_string(marks++);
+    const Descriptor file(::open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0644));
+    if (!file.isOpen()) throw std::runtime_error(path);
+    ++files;
+    markedAt = std::chrono::duration_cast<std::chrono::microseconds>(
+                   std::chrono::system_clock::now().time_since_epoch())
+                   .count();
+  }
+
+  void settle(std::size_t which) {
+    const auto until = Clock::now() + kGiveUpAfter;
+    while (true) {
+      makeMark();
+      const auto nextMark = Clock::now() + kNextMarkAfter;
+      while (Clock::now() < nextMark) {
+        Following& watcher = *watchers[which];
+        const auto line = watcher.line(std::chrono::seconds(1));
+        if (line && isSettled(*line)) return;
+        if (!watcher.atEnd) continue;
+        const Finished done = watcher.process->wait();
+        ASSERT_TRUE(mayEnd && done.status == 1) << "a watcher ended by itself with " << done.status << ": "
+                                                << done.err << story();
+        happen("watcher " + std::to_string(which) + " has ended: " + done.err);
+        startWatcher(which);
+      }
+      ASSERT_LT(Clock::now(), until) << "watcher " << which << " does not come to " << shownTotals()
+                                     << "; its last line: " << watchers[which]->last << story();
+    }
+  }
+
+  [[nodiscard]] std::string shownTotals() const {
+    return ": " + grouped(files) + (files == 1 ? " file, " : " files, ") + humanBytes(logical);
+  }
+
+  /// The text of a watcher says what its tree contains, and its documents which folders it has read.
+  [[nodiscard]] bool isSettled(const std::string& line) const {
+    if (!line.starts_with('{')) return line.find(shownTotals()) != std::string::npos;
+    const Json document = Json::parse(line);
+    if (document.at("event") != "applied" || document.at("eventId") < markedAt) return false;
+    return std::ranges::any_of(document.at("changedDirs"), [&](const Json& path) { return path == quon.tree; });
+  }
+
+  void happen(const std::string& what) {
+    events.push_back(std::to_string(edits) + ": " + what);
+    ++troubles;
+  }
+
+  [[nodiscard]] std::string story() const {
+    std::string all = "\nafter " + std::to_string(edits) + " edits\n";
+    for (std::size_t at = events.size() - std::min<std::size_t>(events.size(), 12); at < events.size(); ++at) {
+      all += events[at] + "\n";
+    }
+    const auto& log = editor->log();
+    for (std::size_t at = log.size() - std::min(log.size(), kEditsShown); at < log.size(); ++at) {
+      all += log[at] + "\n";
+    }
+    return all;
+  }
+
+  const uid_t user;
+  std::mt19937_64 random;
+  Quon quon;
+  Quon fresh;
+  const TempFolder images;
+  Disk disk;
+  const std::string data;
+  std::optional<TreeEditor> editor;
+  std::unique_ptr<Following> recorder;
+  std::array<std::unique_ptr<Following>, 2> watchers;
+  Usage usage;
+  std::vector<std::string> events;
+  bool isFull = false;
+  bool mayEnd = false;  ///< what it watches has gone for a moment
+  std::uint64_t files = 0;    ///< what there is, by the last scan and the marks since
+  std::uint64_t logical = 0;
+  std::int64_t markedAt = 0;  ///< in microseconds since 1970, like the identifiers of events
+  std::uint64_t edits = 0;
+  std::uint64_t checks = 0;
+  std::uint64_t settled = 0;
+  std::uint64_t troubles = 0;
+  std::uint64_t marks = 0;
+};
+
+TEST(SharedRoot, IsTrueForEveryProgramWhateverHappens) {
+  const std::uint64_t seed = randomSeed();
+  static const std::array<std::string, 4> kFileSystems{"tmpfs", "ext4", "xfs", "btrfs"};
+  std::istringstream where(fromEnvironment("QUON_SOAK_ON", kFileSystems[seed % kFileSystems.size()] +
+                                                               (seed / 8 % 2 == 0 ? " root" : " user")));
+  std::string fileSystem;
+  std::string user;
+  where >> fileSystem >> user;
+  std::cout << fileSystem << ", " << user << std::endl;
+  inPrivateMounts([&] {
+    const TempFolder memory;
+    mountTmpfs(memory.path);
+    ASSERT_EQ(::chmod(memory.path.c_str(), 01777), 0);
+    ASSERT_EQ(::setenv("TMPDIR", memory.path.c_str(), 1), 0);  // NOLINT(concurrency-mt-unsafe)
+    {
+      SharedRoot shared(fileSystem, user == "user" ? kNobody : 0, seed);
+      if (!shared.begin(seed)) GTEST_SKIP() << "no " << fileSystem << " can be mounted here";
+      shared.run(std::chrono::seconds(std::stoi(fromEnvironment("QUON_SOAK_SECONDS", "0"))));
+    }
+    ASSERT_EQ(::umount2(memory.path.c_str(), MNT_DETACH), 0);
+  });
+}
+
+}  // namespace
+}  // namespace quon::test
