@@ -356,7 +356,7 @@ class SharedRoot {
   void populate() {
     const Acting acting(user);
     for (const auto& entry : fs::directory_iterator(quon.tree)) {
-      if (entry.is_directory() && !entry.is_symlink()) {
+      if (fs::is_directory(entry.symlink_status())) {
         removeTree(entry.path().string());
       } else {
         fs::remove(entry.path());
