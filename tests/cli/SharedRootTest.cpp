@@ -175,6 +175,7 @@ class Following {
     }
   }
 
+  const Clock::time_point begun = Clock::now();
   std::unique_ptr<Running> process;
   bool atEnd = false;
   std::string last;  ///< the line that was read last
@@ -186,12 +187,14 @@ class Following {
 
 /// What recorders have used, those that were killed among them.
 struct Usage {
+  double seconds = 0;  ///< how long they ran
   double cpuSeconds = 0;
   std::uint64_t peakKilobytes = 0;
   std::uint64_t written = 0;  ///< bytes handed to the system
   std::uint64_t stored = 0;   ///< bytes that reached a disk
 
-  void add(pid_t process) {
+  void add(pid_t process, Clock::time_point begun) {
+    seconds += std::chrono::duration<double>(Clock::now() - begun).count();
     const std::string folder = "/proc/" + std::to_string(process);
     std::ifstream stat(folder + "/stat");
     std::string all((std::istreambuf_iterator<char>(stat)), {});
@@ -312,7 +315,7 @@ class SharedRoot {
   }
 
   void trouble() {
-    switch (draw(disk.canMove() ? 6 : 5)) {
+    switch (draw(disk.canMove() ? 5 : 4)) {
       case 0:
         happen("the recorder is killed");
         endRecorder();
@@ -322,15 +325,14 @@ class SharedRoot {
         happen("a recorder starts, then the watchers");
         ASSERT_NO_FATAL_FAILURE(startRecorder());
         break;
-      case 2:
-      case 3: {
+      case 2: {
         const std::size_t which = draw(watchers.size());
         happen("watcher " + std::to_string(which) + " is killed and started again");
         watchers[which].reset();
         startWatcher(which);
         break;
       }
-      case 4:
+      case 3:
         happen(isFull ? "there is space on the disk again" : "the disk is full");
         isFull ? empty() : fill();
         break;
@@ -347,16 +349,16 @@ class SharedRoot {
 
   void report() {
     Usage all = usage;
-    if (recorder) all.add(recorder->process->id());
+    if (recorder) all.add(recorder->process->id(), recorder->begun);
     std::cout << edits << " edits, " << checks << " checks, " << settled << " times settled, " << troubles
-              << " troubles; recorders: " << all.cpuSeconds << " s of CPU, " << all.peakKilobytes << " KB, "
+              << " troubles; recorders: " << all.cpuSeconds << " s of CPU in " << all.seconds << " s, " << all.peakKilobytes << " KB, "
               << all.written << " bytes written, " << all.stored << " of them to a disk" << std::endl;
   }
 
   void populate() {
     const Acting acting(user);
     for (const auto& entry : fs::directory_iterator(quon.tree)) {
-      if (entry.is_directory() && !entry.is_symlink()) {
+      if (fs::is_directory(entry.symlink_status())) {
         removeTree(entry.path().string());
       } else {
         fs::remove(entry.path());
@@ -387,12 +389,12 @@ class SharedRoot {
     for (std::size_t which = 0; which < watchers.size(); ++which) startWatcher(which);
   }
   void endRecorder() {
-    if (recorder) usage.add(recorder->process->id());
+    if (recorder) usage.add(recorder->process->id(), recorder->begun);
     recorder.reset();
   }
   void startWatcher(std::size_t which) {
     Arguments words{"watch", quon.tree};
-    if (draw(2) == 0) words.emplace_back("--json");
+    if (draw(4) == 0) words.emplace_back("--json");  // which says less of what it shows
     watchers[which] = std::make_unique<Following>(quon, "watch-" + std::to_string(which), words);
   }
 

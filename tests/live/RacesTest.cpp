@@ -1,8 +1,11 @@
 // What can happen between two reads of one batch, made to happen every time.
+#include <array>
+#include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include "ScannedTree.h"
 #include "linux_fs/LinuxFiles.h"
@@ -96,6 +99,51 @@ TEST_F(Races, AFirstNameIsFoundThoughTheFileWasWrittenThroughItsSecond) {
   tree.file("second/two", 70'000);
   patch(platform, index, {{tree.at("second"), Depth::shallow}}, 1);
   EXPECT_EQ(differences(index, scan("fresh")), "");
+}
+
+/// Nor is one that then got an old time, as copied and unpacked files do.
+TEST_F(Races, AFirstNameIsFoundThoughTheFileWasWrittenAndDatedBackThroughItsSecond) {
+  tree.file("first/one", 5000);
+  tree.folder("second");
+  const std::string index = scan("patched");
+  std::filesystem::create_hard_link(tree.at("first/one"), tree.at("second/two"));
+  tree.file("second/two", 70'000);
+  const std::array<timespec, 2> old{};
+  ASSERT_EQ(::utimensat(AT_FDCWD, tree.at("second/two").c_str(), old.data(), 0), 0);
+  patch(platform, index, {{tree.at("second"), Depth::shallow}}, 1);
+  EXPECT_EQ(differences(index, scan("fresh")), "");
+}
+
+/// The folder of the other name was never read while it had it, so nothing says later that it has gone.
+TEST_F(Races, AnOldFileWhoseOtherNameCameAndWentHasOneName) {
+  const std::array<timespec, 2> old{};
+  ASSERT_EQ(::utimensat(AT_FDCWD, tree.file("first/one", 5000).c_str(), old.data(), 0), 0);
+  tree.folder("second");
+  const std::string index = scan("patched");
+  std::filesystem::create_hard_link(tree.at("first/one"), tree.at("second/two"));
+  patch(platform, index, {{tree.at("first"), Depth::shallow}}, 1);
+  std::filesystem::remove(tree.at("second/two"));
+  patch(platform, index, {{tree.at("second"), Depth::shallow}}, 2);
+  EXPECT_EQ(differences(index, scan("fresh")), "");
+}
+
+/// A package store contains more empty files of one time than are compared by inode.
+TEST_F(Races, AFirstNameIsFoundAmongThousandsOfFilesThatAreAlike) {
+  tree.folder("second");
+  const std::array<timespec, 2> old{};
+  ASSERT_EQ(::utimensat(AT_FDCWD, tree.file("first/one").c_str(), old.data(), 0), 0);
+  const std::string index = scan("patched");
+  RawIndex raw(index);
+  raw.dropTotals();
+  raw.exec(
+      "UPDATE files SET rowid = 20000;"
+      "WITH RECURSIVE each(id) AS (SELECT 1001 UNION ALL SELECT id + 1 FROM each WHERE id < 5200)"
+      "INSERT INTO dirs SELECT id, (SELECT id FROM dirs WHERE parent IS NULL), id, 0, 0 FROM each;"
+      "INSERT INTO files(rowid, dir, name, logical, physical, mtime)"
+      "SELECT id, id, 'one', 0, 0, 0 FROM dirs WHERE id > 1000");
+  std::filesystem::create_hard_link(tree.at("first/one"), tree.at("second/two"));
+  patch(platform, index, {{tree.at("second"), Depth::shallow}}, 1);
+  EXPECT_EQ(raw.value("SELECT COUNT(*) FROM links"), "2");
 }
 
 /// No descriptor is to be had just now: that is no empty folder.

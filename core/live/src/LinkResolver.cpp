@@ -136,7 +136,9 @@ void LinkResolver::settle() {
     if (!present) vanished.insert(fileID);
     // Some of the others may be in the tree.
     if (present && present->linkCount > linked.fresh.size()) {
-      unknown.emplace(fileID, WantedNames{*present, present->linkCount - linked.fresh.size()});
+      WantedNames& wanted = unknown[fileID];
+      wanted = {.present = *present, .known = {}, .missing = present->linkCount - linked.fresh.size()};
+      for (const Fresh& fresh : linked.fresh) wanted.known.emplace(fresh.folder, fresh.name);
       searched.insert(fileID);
     }
   }

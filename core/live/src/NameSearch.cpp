@@ -3,11 +3,12 @@
 // compared by inode number.
 //
 // A file that was written since, perhaps through its new name, may have another size by now. If it still lacks
-// names then, which may also lie outside the tree, the names, and nothing else, of the whole tree are read.
+// names then, which may also lie outside the tree, the names, and nothing else, of the whole tree are read: in a
+// large tree only for files whose time says that they were written. That time can be set back, and links from
+// elsewhere to old files are common; so is an index that contains more files alike than are compared.
 #include "NameSearch.h"
 
 #include <memory>
-#include <set>
 #include <utility>
 
 #include "base/Path.h"
@@ -20,6 +21,9 @@ namespace {
 /// Seconds. File systems of other machines have clocks of their own.
 constexpr double kClocksDiffer = 600;
 
+/// The names of so many folders are read within some 20 ms.
+constexpr std::size_t kFewFolders = 4096;
+
 class NameSearch {
  public:
   NameSearch(std::map<std::uint64_t, WantedNames> files, const Platform& services, const IndexedRoot& about)
@@ -28,21 +32,26 @@ class NameSearch {
   void amongSizes(ScanPatcher& patcher) {
     std::set<ScanPatcher::SizeAndTime> sizes;
     for (const auto& [fileID, file] : wanted) sizes.emplace(file.present.logical, file.present.mtime);
-    const std::vector<StoredFile> candidates = patcher.filesLike(sizes);
+    const ScanPatcher::Alike alike = patcher.filesLike(sizes);
     patcher.releaseLock();
-    for (const StoredFile& stored : candidates) {
+    comparedAll = alike.hasAllOfTimes;
+    for (const StoredFile& stored : alike.files) {
       std::error_code gone;
       const auto facts = platform.files.ownFacts(joinPath(pathPrefix(stored.folder), stored.name), gone);
       if (facts && wanted.contains(facts->fileID)) add(facts->fileID, stored.folder, stored.name);
     }
   }
 
-  /// `writtenAt` is the time of the index.
-  void amongAllNames(double writtenAt) {
-    std::erase_if(wanted, [&](const auto& item) {
-      const WantedNames& file = item.second;
-      return file.missing == 0 || static_cast<double>(file.present.mtime) < writtenAt - kClocksDiffer;
-    });
+  void amongAllNames(ScanPatcher& patcher) {
+    std::erase_if(wanted, [](const auto& item) { return item.second.missing == 0; });
+    if (wanted.empty()) return;
+    if (comparedAll && patcher.folderCount() > kFewFolders) {
+      const double earliest = patcher.writtenAt() - kClocksDiffer;
+      std::erase_if(wanted, [&](const auto& item) {
+        return static_cast<double>(item.second.present.mtime) < earliest;
+      });
+    }
+    patcher.releaseLock();
     if (wanted.empty()) return;
     const std::unique_ptr<DirectoryReader> reader = platform.directories.makeReader();
     std::vector<std::string> waiting{std::string(index.root.prefix())};
@@ -76,8 +85,8 @@ class NameSearch {
   }
 
   void add(std::uint64_t fileID, const std::string& folder, const std::string& name) {
-    if (!names.emplace(folder, name).second) return;
     WantedNames& file = wanted.at(fileID);
+    if (!file.known.emplace(folder, name).second) return;
     if (file.missing > 0) --file.missing;
     found.push_back({fileID, folder, name});
   }
@@ -85,7 +94,7 @@ class NameSearch {
   std::map<std::uint64_t, WantedNames> wanted;
   const Platform& platform;
   const IndexedRoot& index;
-  std::set<std::pair<std::string, std::string>> names;
+  bool comparedAll = true;  ///< with every file of the index that has the size and time of a wanted one
   std::vector<FoundName> found;
 };
 
@@ -95,7 +104,7 @@ std::vector<FoundName> findNames(std::map<std::uint64_t, WantedNames> wanted, co
                                  ScanPatcher& patcher, const IndexedRoot& index) {
   NameSearch search(std::move(wanted), platform, index);
   search.amongSizes(patcher);
-  search.amongAllNames(patcher.writtenAt());
+  search.amongAllNames(patcher);
   return search.take();
 }
 

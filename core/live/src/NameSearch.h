@@ -2,7 +2,9 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "live/Refresh.h"
@@ -20,7 +22,8 @@ struct FoundName {
 /// A file of which names are missing.
 struct WantedNames {
   PathFacts present;
-  std::uint64_t missing = 0;  ///< how many; they need not be in the tree
+  std::set<std::pair<std::string, std::string>> known;  ///< folders and names
+  std::uint64_t missing = 0;                            ///< how many others; they need not be in the tree
 };
 
 /// Names of these files, by their inode numbers, in the tree. The index keeps no inode numbers of files with

@@ -162,7 +162,7 @@ void ScanPatcher::begin(std::uint64_t expectedRevision) {
   statements->totals = readTotals(statements->db);
 }
 
-std::vector<StoredFile> ScanPatcher::filesLike(const std::set<SizeAndTime>& wanted) {
+ScanPatcher::Alike ScanPatcher::filesLike(const std::set<SizeAndTime>& wanted) {
   // Of the size of an empty file, or a block, there may be any number.
   constexpr std::size_t kMostOfSize = 4096;
   constexpr std::size_t kMostOfOtherTimes = 256;
@@ -172,6 +172,7 @@ std::vector<StoredFile> ScanPatcher::filesLike(const std::set<SizeAndTime>& want
   };
   boost::unordered_flat_map<std::uint64_t, Left> left;
   for (const SizeAndTime& file : wanted) left.try_emplace(file.first);
+  Alike alike;
   std::vector<std::pair<std::int64_t, std::string>> found;
   {
     Statement rows = statements->db.prepare("SELECT logical, mtime, dir, name FROM files");
@@ -180,16 +181,24 @@ std::vector<StoredFile> ScanPatcher::filesLike(const std::set<SizeAndTime>& want
       if (ofSize == left.end()) continue;
       const bool isExact = wanted.contains({ofSize->first, rows.integer(1)});
       std::size_t& more = isExact ? ofSize->second.ofTimes : ofSize->second.ofOthers;
-      if (more == 0) continue;
+      if (more == 0) {
+        if (isExact) alike.hasAllOfTimes = false;
+        continue;
+      }
       --more;
       found.emplace_back(rows.integer(2), std::string(rows.text(3)));
     }
   }
-  std::vector<StoredFile> files;
   for (auto& [dir, name] : found) {
-    if (std::optional<std::string> folder = path(dir)) files.push_back({*std::move(folder), std::move(name)});
+    std::optional<std::string> folder = path(dir);
+    if (folder) alike.files.push_back({*std::move(folder), std::move(name)});
   }
-  return files;
+  return alike;
+}
+
+std::size_t ScanPatcher::folderCount() {
+  Statement count = statements->db.prepare("SELECT COUNT(*) FROM dirs");
+  return count.step() ? count.size(0) : 0;
 }
 
 std::optional<std::string> ScanPatcher::path(std::int64_t dir) {

@@ -69,9 +69,16 @@ class ScanPatcher {
 
   /// Apparent size and time of modification.
   using SizeAndTime = std::pair<std::uint64_t, std::int64_t>;
-  /// Counted files of these sizes and times, and a few of these sizes and other times. Reads all files of the
-  /// index.
-  [[nodiscard]] std::vector<StoredFile> filesLike(const std::set<SizeAndTime>& wanted);
+  /// Counted files of these sizes and times, and a few of these sizes and other times.
+  struct Alike {
+    std::vector<StoredFile> files;
+    bool hasAllOfTimes = true;  ///< every file of the same size and time is among them
+  };
+  /// Reads all files of the index.
+  [[nodiscard]] Alike filesLike(const std::set<SizeAndTime>& wanted);
+
+  /// Reads all folders of the index.
+  [[nodiscard]] std::size_t folderCount();
 
   /// When the index was last scanned or patched, seconds since 1970; 0 when it does not say.
   [[nodiscard]] double writtenAt();
