@@ -164,6 +164,7 @@ void addVerbs(CLI::App& app, Command& command) {
   CLI::App& indexes = add("indexes", Verb::indexes, "List the saved indexes");
   indexes.add_flag("--collect", command.collect, "Remove indexes of deleted folders first");
   CLI::App& watch = add("watch", Verb::watch, "Keep the index of a folder current and report each change");
+  add("refresh", Verb::refresh, "Bring every saved index up to date");
   add("record", Verb::record, "Record file-system events in the foreground");
 
   for (CLI::App* verb : {&scan, &list, &largest, &kinds, &untouched, &reclaim, &names, &watch}) {

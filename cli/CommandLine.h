@@ -24,6 +24,7 @@ struct Command {
     commands,
     indexes,
     watch,
+    refresh,
     record
   };
 

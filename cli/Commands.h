@@ -19,6 +19,8 @@ namespace quon::cli {
 [[nodiscard]] int runNames(Session& session, const Command& command);
 /// Until interrupted.
 [[nodiscard]] int runWatch(Session& session, const Command& command);
+/// Catches up every index whose root is there.
+[[nodiscard]] int runRefresh(Session& session, const Command& command);
 [[nodiscard]] int runRecord(Session& session, const Command& command);
 [[nodiscard]] int runIndexes(Session& session, const Command& command);
 

@@ -41,6 +41,8 @@ int run(Session& session, const Command& command) {
       return runIndexes(session, command);
     case Command::Verb::watch:
       return runWatch(session, command);
+    case Command::Verb::refresh:
+      return runRefresh(session, command);
     case Command::Verb::record:
       return runRecord(session, command);
   }

@@ -1,14 +1,20 @@
 // quon-recorder: records file-system changes below the folders that quon's programs have asked for, so that
 // these find out at once what changed while none of them ran.
+#include <cstddef>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <fmt/format.h>
 #include <string>
+#include <string_view>
+#include <sys/socket.h>
+#include <sys/un.h>
 
 #include <CLI/CLI.hpp>
 
 #include "base/Text.h"
 #include "events/EventRecorder.h"
+#include "linux_fs/Descriptor.h"
 #include "platform_linux/Interrupts.h"
 #include "platform_linux/LinuxPlatform.h"
 #include "platform_linux/LinuxThreads.h"
@@ -49,6 +55,22 @@ int parse(int count, char** arguments, Options& options) {
   return -1;
 }
 
+/// For the service manager (see sd_notify(3)): from now on requests are answered. Without one nothing happens.
+void notifyReady() {
+  const char* const path = std::getenv("NOTIFY_SOCKET");  // NOLINT(concurrency-mt-unsafe): nothing sets it
+  sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+  const std::string_view name = path == nullptr ? "" : path;
+  if (name.empty() || name.size() >= sizeof address.sun_path) return;
+  name.copy(address.sun_path, name.size());
+  if (name.front() == '@') address.sun_path[0] = '\0';  // a name that is in no folder
+  const Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size());
+  constexpr std::string_view kReady = "READY=1";
+  // A manager that does not take it ends the service by its own time limit, and says so.
+  (void)::sendto(socket.get(), kReady.data(), kReady.size(), MSG_NOSIGNAL,
+                 reinterpret_cast<const sockaddr*>(&address), length);
+}
+
 bool begin(EventRecorder& recorder, const Options& options) {
   if (recorder.tryBegin()) return true;
   const int other = recorder.otherRecorder();
@@ -80,6 +102,7 @@ int main(int count, char** arguments) {
       recorder.stop();
     });
     if (!begin(recorder, options)) return interrupted ? 0 : kFailed;
+    notifyReady();
     fmt::print("recording file-system changes in {}\n", displayText(folders.state));
     std::fflush(stdout);
     recorder.run();

@@ -61,6 +61,10 @@ DiskIdentity BackgroundFiles::disk(const std::string& folder) const {
   expectBackground("disk");
   return real.disk(folder);
 }
+std::string BackgroundFiles::boot() const {
+  expectBackground("boot");
+  return real.boot();
+}
 std::vector<std::string> BackgroundFiles::mountPoints() const {
   expectBackground("mountPoints");
   return real.mountPoints();

@@ -50,6 +50,7 @@ class BackgroundFiles final : public FileService {
                                                      std::error_code& error) const override;
   [[nodiscard]] std::error_code readable(const std::string& folder) const override;
   [[nodiscard]] DiskIdentity disk(const std::string& folder) const override;
+  [[nodiscard]] std::string boot() const override;
   [[nodiscard]] std::vector<std::string> mountPoints() const override;
   void makePrivateFolder(const std::string& path) const override;
   void createPrivateFile(const std::string& path) const override;

@@ -15,6 +15,7 @@
 #include "platform/Events.h"
 #include "platform/Files.h"
 #include "scan/Walker.h"
+#include "store/IndexCatalog.h"
 #include "store/ScanStore.h"
 #include "store/StoreError.h"
 
@@ -63,7 +64,7 @@ void ScanSession::Run::work(const std::function<void(Step)>& onStep, Finished& f
   // The walk follows no links, so those that lead to the root are resolved; a root that is one is refused.
   finished.root = RootPath(withoutLinksAbove(files, request.path));
   Step step{.kind = Step::Kind::loading, .root = finished.root, .notLoaded = {}};
-  const std::string url = ScanStore::canonicalURL(services.folders.index(), finished.root);
+  const std::string url = IndexCatalog::indexFor(services.platform, services.folders.index(), finished.root);
   std::error_code absent;
   if (purpose != Purpose::scan && files.facts(url, absent)) {
     onStep(step);
@@ -139,9 +140,9 @@ void ScanSession::Run::loadOnce(Finished& finished, const std::string& onDisk, c
 }
 
 std::uint64_t ScanSession::Run::beginRecording(Finished& finished) {
-  const bool stays = request.options.liveUpdates;
+  const bool waits = request.options.liveUpdates || request.options.waitsForRecorder;
   const Coverage coverage = services.events.cover(
-      finished.root.path(), stays ? EventService::CoverMode::wait : EventService::CoverMode::ask,
+      finished.root.path(), waits ? EventService::CoverMode::wait : EventService::CoverMode::ask,
       stopping.get_token());
   finished.notRecorded = coverage.since != 0 ? "" : coverage.reason;
   if (coverage.since == 0 && finished.notRecorded.empty()) finished.notRecorded = "no program records them";

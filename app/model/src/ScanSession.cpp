@@ -59,7 +59,12 @@ ScanSession::~ScanSession() {
 
 void ScanSession::scanIfNeeded(const std::string& path) {
   state.perform([this, path] {
-    if (scanStarted) return;
+    if (!scanStarted) open(path);
+  });
+}
+
+void ScanSession::open(const std::string& path) {
+  state.perform([this, path] {
     scanStarted = true;
     begin(path, Purpose::open);
   });

@@ -66,6 +66,7 @@ void BatchBuilder::handle(std::string path, Depth depth) {
 }
 
 void BatchBuilder::handleKnown(const std::string& path, std::int64_t id, Depth depth) {
+  patcher.releaseLock();
   DirListing listing =
       DirListing::read(*reader, std::string(pathPrefix(path)), index.rootDev, /*oneFileSystem=*/true);
   if (listing.isTransient()) throw Failure::notRead(path, listing.reason);
@@ -128,6 +129,7 @@ void BatchBuilder::compareChildren(ListedFolder& folder) {
 }
 
 void BatchBuilder::walk(const std::string& path) {
+  patcher.releaseLock();
   WalkedSubtree subtree = walkSubtree(platform, path, index, batch.listings);
   if (const auto before = walked.find(path); before != walked.end()) {
     superseded.push_back(before->second.node);
@@ -204,7 +206,9 @@ Batch BatchBuilder::assemble() {
 
 Batch prepare(const Platform& platform, const Changes& changes, ScanPatcher& patcher,
               const IndexedRoot& index) {
-  return BatchBuilder(platform, patcher, index).build(changes);
+  Batch batch = BatchBuilder(platform, patcher, index).build(changes);
+  patcher.releaseLock();
+  return batch;
 }
 
 std::vector<std::string> Batch::changedDirs() const {

@@ -96,6 +96,7 @@ LinkResolver::Linked LinkResolver::gather(std::uint64_t fileID) {
 }
 
 std::optional<PathFacts> LinkResolver::presentFacts(std::uint64_t fileID, const Linked& linked) const {
+  builder.patcher.releaseLock();
   for (const Fresh& fresh : linked.fresh) {
     std::error_code gone;
     const auto facts = builder.platform.files.ownFacts(joinPath(pathPrefix(fresh.folder), fresh.name), gone);
@@ -236,6 +237,7 @@ void LinkResolver::drop(const Fresh& fresh) {
 void LinkResolver::forgetLastName(const LinkSighting& last) {
   const std::optional<std::string> folder = builder.patcher.path(last.dirId);
   if (!folder) return;
+  builder.patcher.releaseLock();
   std::error_code gone;
   const auto facts = builder.platform.files.ownFacts(joinPath(pathPrefix(*folder), last.name), gone);
   if (facts && facts->linkCount == 1) builder.batch.linkDeletes.push_back(last);

@@ -33,6 +33,7 @@ class NameSearch {
     std::set<ScanPatcher::SizeAndTime> sizes;
     for (const auto& [fileID, file] : wanted) sizes.emplace(file.present.logical, file.present.mtime);
     const ScanPatcher::Alike alike = patcher.filesLike(sizes);
+    patcher.releaseLock();
     comparedAll = alike.hasAllOfTimes;
     for (const StoredFile& stored : alike.files) {
       std::error_code gone;

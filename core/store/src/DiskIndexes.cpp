@@ -15,7 +15,8 @@ constexpr std::string_view kEnding = ".sqlite";
 constexpr std::size_t kDigits = 16;
 
 std::string keyOf(const DiskIdentity& disk) {
-  return disk.isForBoot ? fmt::format("{}:{}:{}", disk.volume, disk.rootInode, disk.rootBorn) : disk.volume;
+  return disk.isForBoot() ? fmt::format("{}:{}:{}:{}", disk.boot, disk.volume, disk.rootInode, disk.rootBorn)
+                          : disk.volume;
 }
 
 bool exists(const FileService& files, const std::string& path) {
@@ -42,11 +43,15 @@ bool DiskIndexes::mayBeSame(const DiskIdentity& stored, const DiskIdentity& pres
   return !stored.isKnown() || !present.isKnown() || stored.isSameDisk(present);
 }
 
+bool DiskIndexes::isGone(const FileService& files, const DiskIdentity& stored) {
+  return stored.isForBoot() && stored.boot != files.boot();
+}
+
 void DiskIndexes::makeRoom(const Platform& platform, const std::string& finalURL,
                            const DiskIdentity& present) {
   if (!present.isKnown() || !exists(platform.files, finalURL)) return;
   const DiskIdentity stored = decodeDisk(metaOrNone(finalURL));
-  if (mayBeSame(stored, present)) return;
+  if (mayBeSame(stored, present) || isGone(platform.files, stored)) return;
   settle(platform.files, finalURL);
   platform.files.replace(finalURL, waitingURL(finalURL, stored));
 }
@@ -55,12 +60,22 @@ void DiskIndexes::bringBack(const Platform& platform, const std::string& finalUR
                             const DiskIdentity& present) {
   if (!present.isKnown()) return;
   const std::string waiting = waitingURL(finalURL, present);
-  if (!exists(platform.files, waiting)) return;
   makeRoom(platform, finalURL, present);
-  // What has the usual name now is of this disk too, and newer: it was scanned without knowing of the other.
-  if (exists(platform.files, finalURL)) return;
+  if (!exists(platform.files, waiting)) return;
+  // One of this disk, or one that does not say of which it is, was made later than the one that waits.
+  if (exists(platform.files, finalURL) && mayBeSame(decodeDisk(metaOrNone(finalURL)), present)) return;
   settle(platform.files, waiting);
+  settle(platform.files, finalURL);
   platform.files.replace(waiting, finalURL);
+}
+
+void DiskIndexes::removeWaiting(const FileService& files, const std::string& finalURL,
+                                const DiskIdentity& present) {
+  if (!present.isKnown()) return;
+  const std::string waiting = waitingURL(finalURL, present);
+  if (!exists(files, waiting)) return;
+  settle(files, waiting);
+  files.remove(waiting);
 }
 
 }  // namespace quon

@@ -60,13 +60,16 @@ bool lostItsVolume(const Platform& platform, const MetaMap& meta, const std::vec
 IndexEntry::Status statusOf(const Platform& platform, const MetaMap& meta,
                             const std::vector<std::string>& mounted) {
   const std::string& root = meta.at("root");
+  const DiskIdentity stored = decodeDisk(meta);
+  const bool isGone = DiskIndexes::isGone(platform.files, stored);
   std::error_code error;
   const auto facts = platform.files.facts(root, error);
   if (facts && facts->isDirectory) {
-    const bool isIts = DiskIndexes::mayBeSame(decodeDisk(meta), platform.files.disk(root));
-    return isIts ? IndexEntry::Status::live : IndexEntry::Status::offline;
+    if (DiskIndexes::mayBeSame(stored, platform.files.disk(root))) return IndexEntry::Status::live;
+    return isGone ? IndexEntry::Status::orphaned : IndexEntry::Status::offline;
   }
   if (!facts && error != std::errc::no_such_file_or_directory) return IndexEntry::Status::offline;
+  if (isGone) return IndexEntry::Status::orphaned;
   return lostItsVolume(platform, meta, mounted) || isUnplugged(root, mounted) ? IndexEntry::Status::offline
                                                                               : IndexEntry::Status::orphaned;
 }
@@ -143,6 +146,21 @@ IndexCatalog::Collected IndexCatalog::collectGarbage(const Platform& platform,
   }
   collected.bytes += removeStaleBuilds(platform.files, indexDirectory, "");
   return collected;
+}
+
+std::string IndexCatalog::indexFor(const Platform& platform, const std::string& indexDirectory,
+                                   const RootPath& root) {
+  const std::string usual = ScanStore::canonicalURL(indexDirectory, root);
+  const DiskIdentity present = platform.files.disk(root.path());
+  try {
+    DiskIndexes::bringBack(platform, usual, present);
+    return usual;
+  } catch (const std::system_error&) {
+    // In a folder that cannot be written, it is read where it is. Another program may have been faster.
+    const std::string waiting = DiskIndexes::waitingURL(usual, present);
+    std::error_code absent;
+    return platform.files.facts(waiting, absent) ? waiting : usual;
+  }
 }
 
 std::string IndexCatalog::mountPointOf(std::string_view path, const std::vector<std::string>& mountPoints) {

@@ -87,7 +87,7 @@ std::vector<std::pair<std::string, std::string>> metaRows(const ScanFigures& sca
   if (!scan.mountPoint.empty()) rows.emplace_back("mountPoint", scan.mountPoint);
   if (scan.disk.isKnown()) {
     rows.emplace_back("volume", encodeBytes(scan.disk.volume));
-    rows.emplace_back("volumeLasts", scan.disk.isForBoot ? "boot" : "always");
+    rows.emplace_back("volumeLasts", scan.disk.isForBoot() ? scan.disk.boot : "always");
     rows.emplace_back("rootInode", std::to_string(scan.disk.rootInode));
     rows.emplace_back("rootBorn", std::to_string(scan.disk.rootBorn));
   }
@@ -168,7 +168,8 @@ DiskIdentity decodeDisk(const MetaMap& meta) {
   try {
     DiskIdentity disk;
     disk.volume = decodeBytes(valueOf(meta, "volume")).value_or("");
-    disk.isForBoot = valueOf(meta, "volumeLasts") == "boot";
+    const std::string lasts = valueOf(meta, "volumeLasts");
+    if (lasts != "always") disk.boot = lasts;
     disk.rootInode = decodeCount(meta, "rootInode");
     disk.rootBorn = parsed<std::int64_t>(valueOf(meta, "rootBorn"), "rootBorn");
     return disk;

@@ -73,7 +73,21 @@ struct ScanPatcher::Statements {
     deletion.reset();
   }
 
+  /// One transaction for the reads that follow each other: each by itself would lock the file, look for what a
+  /// killed writer left, and read its first page.
+  void read() {
+    if (isWriting || isReading) return;
+    beginReading.run();
+    isReading = true;
+  }
+  void endReading() {
+    if (std::exchange(isReading, false)) endRead.run();
+  }
+
   Database db;
+  Statement beginReading = db.prepare("BEGIN");
+  Statement endRead = db.prepare("COMMIT");
+  bool isReading = false;
   IndexTotals totals;
   std::uint64_t revision = 0;
   bool isWriting = false;
@@ -92,6 +106,8 @@ struct ScanPatcher::Statements {
   Statement insertDir = db.prepare(kInsertDir);
   Statement markError = db.prepare(kMarkError);
   Statement linksIn = db.prepare("SELECT fileid, name, counted FROM links WHERE dir = ?");
+  Statement linkedUnder = db.prepare(
+      std::string(kSubtreeSQL) + "SELECT DISTINCT fileid FROM links WHERE dir IN (SELECT id FROM sub)");
   Statement linkSightings = db.prepare("SELECT dir, name, counted FROM links WHERE fileid = ?");
   Statement setLink = db.prepare(kInsertLink);
   Statement deleteLink = db.prepare("DELETE FROM links WHERE fileid = ? AND dir = ? AND name = ?");
@@ -106,6 +122,7 @@ ScanPatcher::~ScanPatcher() = default;
 
 std::optional<std::int64_t> ScanPatcher::dirId(const std::string& path) {
   if (const auto known = idByPath.find(path); known != idByPath.end()) return known->second;
+  statements->read();
   const std::optional<std::string_view> below = root.relative(path);
   if (!below) return std::nullopt;
   std::optional<std::int64_t> id;
@@ -132,7 +149,12 @@ std::uint64_t ScanPatcher::revision() {
   return readRevision(statements->db);
 }
 
+void ScanPatcher::releaseLock() {
+  statements->endReading();
+}
+
 void ScanPatcher::begin(std::uint64_t expectedRevision) {
+  statements->endReading();
   statements->db.exec("BEGIN IMMEDIATE");
   statements->isWriting = true;
   statements->revision = revision();
@@ -180,15 +202,18 @@ std::size_t ScanPatcher::folderCount() {
 }
 
 std::optional<std::string> ScanPatcher::path(std::int64_t dir) {
+  statements->read();
   return statements->paths.find(dir);
 }
 
 std::vector<std::string> ScanPatcher::childNames(std::int64_t dir) {
+  statements->read();
   statements->childNames.bind(1, dir);
   return all(statements->childNames, [](const Statement& row) { return std::string(row.text(0)); });
 }
 
 std::vector<StoredDir> ScanPatcher::children(std::int64_t dir) {
+  statements->read();
   statements->children.bind(1, dir);
   return all(statements->children, [](const Statement& row) {
     return StoredDir{row.integer(0), std::string(row.text(1)), row.integer(2)};
@@ -196,12 +221,14 @@ std::vector<StoredDir> ScanPatcher::children(std::int64_t dir) {
 }
 
 std::vector<std::int64_t> ScanPatcher::dirIdsUnder(std::int64_t dir) {
+  statements->read();
   Statement rows = statements->db.prepare(std::string(kSubtreeSQL) + "SELECT id FROM sub");
   rows.bind(1, dir);
   return all(rows, [](const Statement& row) { return row.integer(0); });
 }
 
 std::optional<FileEntry> ScanPatcher::file(std::int64_t dir, std::string_view name) {
+  statements->read();
   Statement& row = statements->file;
   row.bind(1, dir);
   row.bind(2, name);
@@ -277,6 +304,7 @@ std::int64_t ScanPatcher::insertFolder(std::int64_t parent, const DirNode& node,
 }
 
 std::vector<LinkSighting> ScanPatcher::linksIn(std::int64_t dir) {
+  statements->read();
   statements->linksIn.bind(1, dir);
   return all(statements->linksIn, [dir](const Statement& row) {
     return LinkSighting{fileIdentifier(row, 0), dir, std::string(row.text(1)), row.integer(2) != 0};
@@ -284,6 +312,7 @@ std::vector<LinkSighting> ScanPatcher::linksIn(std::int64_t dir) {
 }
 
 std::vector<LinkSighting> ScanPatcher::linkSightings(std::uint64_t fileID) {
+  statements->read();
   statements->linkSightings.bind(1, asRow(fileID));
   return all(statements->linkSightings, [fileID](const Statement& row) {
     return LinkSighting{fileID, row.integer(0), std::string(row.text(1)), row.integer(2) != 0};
@@ -301,10 +330,9 @@ std::vector<LinkSighting> ScanPatcher::countedLinksUnder(std::int64_t dir) {
 }
 
 std::vector<std::uint64_t> ScanPatcher::linkedFilesUnder(std::int64_t dir) {
-  Statement rows = statements->db.prepare(
-      std::string(kSubtreeSQL) + "SELECT DISTINCT fileid FROM links WHERE dir IN (SELECT id FROM sub)");
-  rows.bind(1, dir);
-  return all(rows, [](const Statement& row) { return fileIdentifier(row, 0); });
+  statements->read();
+  statements->linkedUnder.bind(1, dir);
+  return all(statements->linkedUnder, [](const Statement& row) { return fileIdentifier(row, 0); });
 }
 
 void ScanPatcher::setLink(std::uint64_t fileID, std::int64_t dir, std::string_view name, bool counted) {

@@ -171,6 +171,7 @@ void ScanStore::Writer::finish(const RootPath& root, std::int64_t elapsedMs, con
     if (file) {
       DiskIndexes::makeRoom(platform, finalURL, disk);
       file->moveIntoPlace();
+      DiskIndexes::removeWaiting(platform.files, finalURL, disk);
     }
   } catch (const std::system_error& reason) {
     abort();

@@ -47,6 +47,8 @@ class FileService {
 
   /// Which disk the folder is on. Unknown when it cannot be opened.
   [[nodiscard]] virtual DiskIdentity disk(const std::string& folder) const = 0;
+  /// What `DiskIdentity::boot` is of disks that do not outlast this boot. Never "".
+  [[nodiscard]] virtual std::string boot() const = 0;
 
   /// Where file systems are mounted now, in the order of their mounting.
   [[nodiscard]] virtual std::vector<std::string> mountPoints() const = 0;

@@ -63,6 +63,7 @@ constexpr long kExt4 = 0xEF53;
 constexpr long kXfs = 0x58465342;
 constexpr long kBtrfs = 0x9123683E;
 constexpr long kVfat = 0x4D44;
+constexpr long kTmpfs = 0x01021994;
 
 std::string hex(std::span<const std::uint8_t> bytes) {
   std::string text;
@@ -103,7 +104,8 @@ std::optional<Uuid> uuidByKind(int folder, long kind) {
 /// Which subvolume of a btrfs; "" where that cannot be asked.
 std::string subvolume(int folder) {
   btrfs_ioctl_get_subvol_info_args found{};
-  if (::ioctl(folder, BTRFS_IOC_GET_SUBVOL_INFO, &found) != 0) return "";
+  // Of most subvolumes the kernel returns 1, which is no failure.
+  if (::ioctl(folder, BTRFS_IOC_GET_SUBVOL_INFO, &found) < 0) return "";
   return fmt::format("/{}:{}", found.treeid, hex({found.uuid, kUuidBytes}));
 }
 
@@ -139,16 +141,10 @@ std::string fromSource(const Mount& mount) {
     const std::string uuid = uuidOfDevice(source.st_rdev);
     return uuid.empty() ? "" : "device:" + uuid;
   }
-  // "host:/path" of the network's, "user@host:path" of those in user space.
-  const bool isRemote = mount.source.find(':') != std::string::npos;
-  return isRemote ? "source:" + mount.type + ":" + mount.source : "";
-}
-
-std::string bootIdentity() {
-  std::ifstream file("/proc/sys/kernel/random/boot_id");
-  std::string text;
-  std::getline(file, text);
-  return text;
+  // "host:/path" of the network's, "user@host:path" or a path of those in user space, the name of a pool; but
+  // those that have none mostly repeat their type ("overlay", or "portal" of the type "fuse.portal").
+  const bool isName = !mount.source.empty() && mount.source != "none" && !mount.type.ends_with(mount.source);
+  return isName ? "source:" + mount.type + ":" + mount.source : "";
 }
 
 std::string lastingIdentity(int folder, long kind, dev_t device) {
@@ -166,6 +162,13 @@ std::string lastingIdentity(int folder, long kind, dev_t device) {
 
 }  // namespace
 
+std::string bootIdentity() {
+  std::ifstream file("/proc/sys/kernel/random/boot_id");
+  std::string text;
+  std::getline(file, text);
+  return text.empty() ? "unknown" : text;  // in a sandbox without /proc
+}
+
 DiskIdentity diskOf(const std::string& path) {
   DiskIdentity disk;
   const Descriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK));
@@ -178,11 +181,13 @@ DiskIdentity diskOf(const std::string& path) {
     disk.rootInode = facts->identity.inode;
     disk.rootBorn = facts->identity.bornMicros;
   }
-  disk.volume = lastingIdentity(folder.get(), static_cast<long>(system.f_type), found.st_dev);
+  const auto kind = static_cast<long>(system.f_type);
+  disk.volume = lastingIdentity(folder.get(), kind, found.st_dev);
+  // What is in memory may have a UUID too, made for the occasion.
+  if (kind == kTmpfs || !disk.isKnown()) disk.boot = bootIdentity();
   if (disk.isKnown()) return disk;
-  disk.isForBoot = true;
-  disk.volume = fmt::format("boot:{}:{}:{}:{:x}:{}", bootIdentity(), major(found.st_dev), minor(found.st_dev),
-                            system.f_type, system.f_blocks);
+  disk.volume = fmt::format("number:{}:{}:{:x}:{}", major(found.st_dev), minor(found.st_dev), system.f_type,
+                            system.f_blocks);
   return disk;
 }
 

@@ -77,6 +77,11 @@ DiskIdentity LinuxFiles::disk(const std::string& folder) const {
   return diskOf(folder);
 }
 
+std::string LinuxFiles::boot() const {
+  requireBackground("FileService::boot");
+  return bootIdentity();
+}
+
 std::vector<std::string> LinuxFiles::mountPoints() const {
   requireBackground("FileService::mountPoints");
   std::vector<std::string> points;

@@ -36,7 +36,7 @@ class AppModel final : public ModelState,
 
   explicit AppModel(ModelServices given);
   /// Cancels what runs and waits for scans and loads.
-  ~AppModel();
+  ~AppModel() override;
   AppModel(const AppModel&) = delete;
   AppModel& operator=(const AppModel&) = delete;
 

@@ -20,6 +20,10 @@ namespace quon {
 /// queues; here they enter the tree, on the main thread and through the gate. Threads: main only.
 class LiveUpdates {
  public:
+  LiveUpdates(const LiveUpdates&) = delete;
+  LiveUpdates& operator=(const LiveUpdates&) = delete;
+  virtual ~LiveUpdates() = default;
+
   /// When the shown state was true, seconds since 1970.
   Observed<std::optional<std::int64_t>> _indexedAt;
   /// The shown tree follows the disk.
@@ -33,8 +37,6 @@ class LiveUpdates {
 
  protected:
   explicit LiveUpdates(ModelState& model);
-  virtual ~LiveUpdates() = default;
-
   /// Where live updates continue.
   struct LiveStart {
     std::uint64_t eventId = 0;  ///< the shown tree is true as of it; 0 when there are none

@@ -49,6 +49,7 @@ struct ModelServices {
 struct ModelOptions {
   bool liveUpdates = true;
   bool catchUp = true;          ///< a loaded index is brought up to date
+  bool waitsForRecorder = false;  ///< for one that is at work to cover the root
   bool collectsIndexes = true;  ///< at launch; visits every saved root
   bool saveIndex = true;
   bool typingPauses = true;        ///< searches wait a moment for the next key

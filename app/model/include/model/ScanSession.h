@@ -25,6 +25,9 @@ class ScanSession : public LiveUpdates {
  public:
   static constexpr std::uint64_t minKeep = kMinKeep;
 
+  /// Cancels what runs and waits for it.
+  ~ScanSession() override;
+
   Observed<std::string> _rootPath;   ///< the root that was asked for; the shown tree knows its own
   Observed<std::string> _scanStats;  ///< one line: progress while scanning, else what is the matter
   Observed<std::string> _scanPath;   ///< where the walk is
@@ -50,6 +53,8 @@ class ScanSession : public LiveUpdates {
   /// At launch: opens the saved index of the path, brought up to date, else scans. Once; later calls do
   /// nothing.
   void scanIfNeeded(const std::string& path);
+  /// The same for any folder, at any time.
+  void open(const std::string& path);
   /// Scans afresh, whatever runs.
   void scan(const std::string& path);
   /// Lets the user choose a folder and scans it.
@@ -64,8 +69,6 @@ class ScanSession : public LiveUpdates {
 
  protected:
   ScanSession(ModelState& model, Settings& keptSettings);
-  /// Cancels what runs and waits for it.
-  ~ScanSession();
 
  private:
   class Run;

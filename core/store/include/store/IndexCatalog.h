@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/RootPath.h"
 #include "platform/Platform.h"
 
 namespace quon {
@@ -45,6 +46,12 @@ struct Collected {
 /// Removes the indexes of roots that were deleted, and builds that no scan has written to for an hour. Never
 /// one that is live, offline or unusable. std::system_error when one cannot be removed.
 Collected collectGarbage(const Platform& platform, const std::string& indexDirectory);
+
+/// Where the index is that was made of the root on the disk that is there now, or where a scan would save one.
+/// The index of a disk that is absent makes room for it, and waits under another name. Waits for the root's
+/// file system.
+[[nodiscard]] std::string indexFor(const Platform& platform, const std::string& indexDirectory,
+                                   const RootPath& root);
 
 /// The deepest of the mount points that contain the path; "/" when none does.
 [[nodiscard]] std::string mountPointOf(std::string_view path, const std::vector<std::string>& mountPoints);

@@ -82,6 +82,10 @@ class ScanPatcher {
 
   /// When the index was last scanned or patched, seconds since 1970; 0 when it does not say.
   [[nodiscard]] double writtenAt();
+  /// Ends the read lock that the operations above take, each for those that follow at once. To be called before
+  /// anything that may take its time: no other program can write meanwhile.
+  void releaseLock();
+
   /// Which state of the index this is. Every commit that changes rows raises it by one; a new index begins
   /// anywhere.
   [[nodiscard]] std::uint64_t revision();

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <compare>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "linux_fs/Descriptor.h"
@@ -15,7 +15,9 @@ struct Mount {
   std::string type = {};    ///< of the file system
   std::string source = {};  ///< bytes: a device, or what else it was mounted from
 
-  friend auto operator<=>(const Mount&, const Mount&) = default;
+  friend bool operator==(const Mount&, const Mount&) = default;
+  /// By what makes a mount another one.
+  friend bool operator<(const Mount& a, const Mount& b) { return std::tie(a.id, a.point) < std::tie(b.id, b.point); }
 };
 
 /// Opens the table of the mounts that this process sees; poll() reports POLLPRI on it when they change.
