@@ -1,6 +1,5 @@
 // Random edits, and the two ways to learn of them: live, and as the history of a recorder that ran. Each is
 // held against two snapshots of the tree.
-#include <cstdlib>
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
@@ -11,6 +10,7 @@
 #include "Snapshot.h"
 #include "support/ChildProcess.h"
 #include "support/Seed.h"
+#include "support/Shell.h"
 #include "support/TreeEditor.h"
 
 namespace quon::test {
@@ -83,10 +83,7 @@ void onFileSystem(const std::string& command, const std::function<void(EventHome
   inPrivateMounts([&] {
     EventHome home;
     const std::string image = home.temp.file("image", 400U << 20U);
-    const std::string line =
-        "set -e; set -- " + image + " " + home.root + "; { " + command + "; } >/dev/null 2>&1";
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread runs
-    if (std::system(line.c_str()) != 0) GTEST_SKIP() << "cannot do: " << command;
+    if (!shell(command, {image, home.root})) GTEST_SKIP() << "cannot do: " << command;
     body(home, seed);
   });
 }

@@ -1,16 +1,11 @@
 // The reference of everything live: after any sequence of edits, the patched index and tree equal those of a
 // fresh scan. Edits come from a seeded editor, with the events that an ideal service would report.
 #include <cstdlib>
-#include <fcntl.h>
-#include <filesystem>
 #include <gtest/gtest.h>
-#include <random>
 #include <string>
-#include <sys/stat.h>
 #include <vector>
 
 #include "ScannedTree.h"
-#include "live/Reconciliation.h"
 #include "support/FakeEvents.h"
 #include "support/IndexComparison.h"
 #include "support/Seed.h"
@@ -23,14 +18,6 @@ namespace {
 int burstsPerRun(int usual) {
   const char* wanted = std::getenv("QUON_MODEL_BURSTS");  // NOLINT(concurrency-mt-unsafe)
   return wanted == nullptr ? usual : std::atoi(wanted);
-}
-
-std::vector<std::string> foldersBelow(const std::string& root) {
-  std::vector<std::string> folders{root};
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
-    if (entry.is_directory() && !entry.is_symlink()) folders.push_back(entry.path().string());
-  }
-  return folders;
 }
 
 class Model : public ScannedTree {
@@ -87,35 +74,6 @@ TEST_F(Model, CatchUpEqualsAFreshScan) {
     ASSERT_EQ(outcome.newEventId, events.current);
     ASSERT_EQ(differences(*result.root, *load(index).result.root), "");
     ASSERT_EQ(differences(index, scan("fresh")), "") << "round " << round << ":\n" << lastEdits(editor, 25);
-  }
-}
-
-/// Nothing is known of what happened: not by a journal, and not from times, which are set back at random. The
-/// edits follow the scan at once, within the second that its times are stored in.
-TEST_F(Model, ReconcilingEqualsAFreshScan) {
-  const std::uint64_t seed = randomSeed();
-  std::mt19937_64 random(seed);
-  TreeEditor editor(root, seed);
-  editor.populate(120);
-  const std::string index = scan("patched");
-  for (int round = 0; round < burstsPerRun(30); ++round) {
-    const auto folders = foldersBelow(root);
-    for (int count = 0; count < 15; ++count) editor.edit();
-    for (int count = 0; count < 3; ++count) {
-      const std::string& folder = folders[random() % folders.size()];
-      const timespec past[2]{{0, UTIME_OMIT}, {1'000'000'000, 0}};
-      (void)::utimensat(AT_FDCWD, folder.c_str(), past, AT_SYMLINK_NOFOLLOW);
-    }
-    (void)editor.takeEvents();
-    Refresh::Reconciliation walk(platform, indexed(index), 2);
-    Loaded loaded = load(index);
-    const Refresh::Changes changes = walk.changes(loaded);
-    const Refresh::Applied applied = Refresh::applyChanges(
-        platform, changes, 7, loaded, {.index = {.root = rootPath, .indexURL = index}});
-    ASSERT_EQ(differences(*applied.result.root, *load(index).result.root), "");
-    ASSERT_EQ(differences(index, scan("fresh")), "") << "round " << round << ":\n" << lastEdits(editor, 15);
-    Refresh::Reconciliation again(platform, indexed(index), 2);
-    ASSERT_TRUE(again.changes(load(index)).empty()) << "what did not change was taken for changed";
   }
 }
 

@@ -51,6 +51,7 @@ class NameSearch {
         return static_cast<double>(item.second.present.mtime) < earliest;
       });
     }
+    patcher.releaseLock();
     if (wanted.empty()) return;
     const std::unique_ptr<DirectoryReader> reader = platform.directories.makeReader();
     std::vector<std::string> waiting{std::string(index.root.prefix())};

@@ -76,8 +76,9 @@ void LinuxPlatform::returnFreedMemory() {
   // By default both grow with what is freed, and each thread's arena keeps as much: a third of a scan's peak.
   constexpr int kLargeBlock = 128 * 1024;
   constexpr int kKept = 1024 * 1024;
-  (void)::mallopt(M_MMAP_THRESHOLD, kLargeBlock);
-  (void)::mallopt(M_TRIM_THRESHOLD, kKept);
+  // Called before there is a second thread.
+  (void)::mallopt(M_MMAP_THRESHOLD, kLargeBlock);  // NOLINT(concurrency-mt-unsafe)
+  (void)::mallopt(M_TRIM_THRESHOLD, kKept);        // NOLINT(concurrency-mt-unsafe)
 }
 
 void LinuxPlatform::ignoreFileSizeSignal() {
