@@ -1,7 +1,7 @@
-// Several programs on one root: two that watch it, one that asks at random, and a recorder, while files change at
-// random and programs are killed, the disk of the indexes is full, the root is mounted anew. What the third
-// program answers after each burst of edits, what the watching ones show, and the index, are held against a
-// scan by a program that shares nothing with them.
+// Several programs on one root: two that watch it, one that asks at random, and a recorder, while files
+// change at random and programs are killed, the disk of the indexes is full, the root is mounted anew. What
+// the third program answers after each burst of edits, what the watching ones show, and the index, are held
+// against a scan by a program that shares nothing with them.
 //
 // QUON_SOAK_SECONDS makes it run longer; QUON_SOAK_ON ("xfs user", say) chooses what is otherwise drawn.
 #include <algorithm>
@@ -11,12 +11,10 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <poll.h>
 #include <random>
 #include <sched.h>
 #include <set>
@@ -29,6 +27,7 @@
 #include <vector>
 
 #include "QuonProcess.h"
+#include "SharedRootParts.h"
 #include "base/HumanBytes.h"
 #include "support/ChildProcess.h"
 #include "support/IndexComparison.h"
@@ -38,9 +37,6 @@
 
 namespace quon::test {
 namespace {
-
-namespace fs = std::filesystem;
-using Clock = std::chrono::steady_clock;
 
 constexpr uid_t kNobody = 65534;
 constexpr int kFirstEntries = 120;
@@ -57,168 +53,7 @@ std::string fromEnvironment(const char* name, const std::string& usual) {
   return given == nullptr ? usual : given;
 }
 
-bool runs(const std::string& command) {
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread runs
-  return std::system(("{ " + command + "; } >/dev/null 2>&1").c_str()) == 0;
-}
-
-/// The test's own accesses to files as another user.
-class Acting {
- public:
-  explicit Acting(uid_t user) : is(user != 0) {
-    if (is && (::setegid(user) != 0 || ::seteuid(user) != 0)) throw std::runtime_error("seteuid");
-  }
-  ~Acting() {
-    if (is && (::seteuid(0) != 0 || ::setegid(0) != 0)) std::abort();
-  }
-  Acting(const Acting&) = delete;
-  Acting& operator=(const Acting&) = delete;
-
- private:
-  const bool is;
-};
-
-void giveTo(uid_t user, const std::string& path) {
-  if (user == 0) return;
-  const auto give = [&](const std::string& each) {
-    if (::lchown(each.c_str(), user, user) != 0) throw std::runtime_error("chown " + each);
-  };
-  give(path);
-  for (const auto& entry : fs::recursive_directory_iterator(path)) give(entry.path().string());
-}
-
-/// The file system that is mounted on the root. What is written takes its space on the disk at once: where
-/// blocks are allocated later, sizes change after the last event.
-class Disk {
- public:
-  Disk(std::string type, const std::string& folder, std::string mountPoint)
-      : kind(std::move(type)), image(folder + "/image"), spare(folder + "/spare"), place(std::move(mountPoint)) {}
-  ~Disk() {
-    if (isMounted) ::umount2(place.c_str(), MNT_DETACH);
-  }
-  Disk(const Disk&) = delete;
-  Disk& operator=(const Disk&) = delete;
-
-  /// False where that cannot be done here.
-  [[nodiscard]] bool make() {
-    if (kind == "tmpfs") return true;
-    std::ofstream(image).flush();
-    std::ofstream(spare).flush();
-    fs::resize_file(image, 512U << 20U);
-    fs::resize_file(spare, 1U << 20U);
-    return runs("mkfs." + kind + " -q " + image) && mount();
-  }
-  [[nodiscard]] bool mount() {
-    const std::string more = kind == "xfs" ? ",allocsize=4k" : kind == "btrfs" ? ",max_inline=0" : "";
-    isMounted = runs("mount -t " + kind + " -o loop,sync" + more + " " + image + " " + place);
-    return isMounted;
-  }
-  [[nodiscard]] bool unmount() {
-    isMounted = ::umount2(place.c_str(), 0) != 0;
-    return !isMounted;
-  }
-  /// As another device: the number that it had is taken.
-  [[nodiscard]] bool mountRenumbered() {
-    return runs("losetup -f " + spare) && mount() && runs("losetup -d $(losetup -n -O NAME -j " + spare + ")");
-  }
-  [[nodiscard]] bool canMove() const { return kind != "tmpfs"; }
-
- private:
-  const std::string kind;
-  const std::string image;
-  const std::string spare;
-  const std::string place;
-  bool isMounted = false;
-};
-
-std::unique_ptr<Running> started(const Quon& quon, const Arguments& words) {
-  return std::unique_ptr<Running>(new Running(quon.start(words)));
-}
-
-/// A program whose output is read while it runs.
-class Following {
- public:
-  Following(Quon& quon, const std::string& name, const Arguments& words) {
-    const std::string pipe = quon.folder.at(name);
-    ::unlink(pipe.c_str());
-    if (::mkfifo(pipe.c_str(), 0600) != 0) throw std::runtime_error("mkfifo");
-    out = Descriptor(::open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    quon.output = pipe;
-    process = started(quon, words);
-    quon.output.clear();
-  }
-
-  /// The next line of its output; nothing when none came within the time, or the program has ended.
-  std::optional<std::string> line(std::chrono::milliseconds longest) {
-    const auto until = Clock::now() + longest;
-    while (true) {
-      if (const std::size_t end = text.find('\n'); end != std::string::npos) {
-        last = text.substr(0, end);
-        text.erase(0, end + 1);
-        return last;
-      }
-      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now()).count();
-      pollfd waiting{out.get(), POLLIN, 0};
-      if (left < 0 || ::poll(&waiting, 1, static_cast<int>(left)) == 0) return std::nullopt;
-      std::array<char, 4096> piece{};
-      const ssize_t got = ::read(out.get(), piece.data(), piece.size());
-      if (got <= 0) {
-        atEnd = true;
-        return std::nullopt;
-      }
-      text.append(piece.data(), static_cast<std::size_t>(got));
-    }
-  }
-  /// Takes in what it has written; a program that writes to a full pipe stands still.
-  void drain() {
-    while (line(std::chrono::milliseconds(0))) {
-    }
-  }
-
-  const Clock::time_point begun = Clock::now();
-  std::unique_ptr<Running> process;
-  bool atEnd = false;
-  std::string last;  ///< the line that was read last
-
- private:
-  Descriptor out;
-  std::string text;
-};
-
-/// What recorders have used, those that were killed among them.
-struct Usage {
-  double seconds = 0;  ///< how long they ran
-  double cpuSeconds = 0;
-  std::uint64_t peakKilobytes = 0;
-  std::uint64_t written = 0;  ///< bytes handed to the system
-  std::uint64_t stored = 0;   ///< bytes that reached a disk
-
-  void add(pid_t process, Clock::time_point begun) {
-    seconds += std::chrono::duration<double>(Clock::now() - begun).count();
-    const std::string folder = "/proc/" + std::to_string(process);
-    std::ifstream stat(folder + "/stat");
-    std::string all((std::istreambuf_iterator<char>(stat)), {});
-    std::istringstream fields(all.substr(std::min(all.size(), all.rfind(')') + 1)));
-    std::vector<std::string> field{std::istream_iterator<std::string>(fields), {}};
-    if (field.size() > 12) {
-      cpuSeconds += (std::stod(field[11]) + std::stod(field[12])) / static_cast<double>(::sysconf(_SC_CLK_TCK));
-    }
-    peakKilobytes = std::max(peakKilobytes, numberIn(folder + "/status", "VmHWM:"));
-    written += numberIn(folder + "/io", "wchar:");
-    stored += numberIn(folder + "/io", "write_bytes:");
-  }
-
- private:
-  static std::uint64_t numberIn(const std::string& file, const std::string& name) {
-    std::ifstream lines(file);
-    for (std::string word; lines >> word;) {
-      std::uint64_t number = 0;
-      if (word == name && lines >> number) return number;
-    }
-    return 0;
-  }
-};
-
+/// The root, the programs, and what is known of both.
 class SharedRoot {
  public:
   SharedRoot(const std::string& fileSystem, uid_t who, std::uint64_t seed)
@@ -303,7 +138,7 @@ class SharedRoot {
     ASSERT_NO_FATAL_FAILURE(compareIndex(truth.at("index")));
     files = truth.at("files");
     logical = truth.at("logical");
-    (void)editor->takeEvents();
+    if (!isFull) (void)editor->takeEvents();  // else the next command begins from the same index
     for (auto& watcher : watchers) watcher->drain();
     ++checks;
   }
@@ -351,8 +186,9 @@ class SharedRoot {
     Usage all = usage;
     if (recorder) all.add(recorder->process->id(), recorder->begun);
     std::cout << edits << " edits, " << checks << " checks, " << settled << " times settled, " << troubles
-              << " troubles; recorders: " << all.cpuSeconds << " s of CPU in " << all.seconds << " s, " << all.peakKilobytes << " KB, "
-              << all.written << " bytes written, " << all.stored << " of them to a disk" << std::endl;
+              << " troubles; recorders: " << all.cpuSeconds << " s of CPU in " << all.seconds << " s, "
+              << all.peakKilobytes << " KB, " << all.written << " bytes written, " << all.stored
+              << " of them to a disk" << std::endl;
   }
 
   void populate() {
@@ -410,6 +246,7 @@ class SharedRoot {
   void remount() {
     const auto until = Clock::now() + std::chrono::seconds(5);
     while (!disk.unmount()) {
+      ASSERT_LT(Clock::now(), until + kGiveUpAfter) << "the root stays in use" << story();
       if (Clock::now() > until) {
         watchers = {};
         endRecorder();
@@ -438,8 +275,8 @@ class SharedRoot {
     ASSERT_EQ(kindsOf(answer), kindsOf(expected)) << words[0] << story();
   }
 
-  /// Which name of a multiply-linked file is counted is free, and so are the sizes of the folders that contain
-  /// them.
+  /// Which name of a multiply-linked file is counted is free, and so are the sizes of the folders that
+  /// contain them.
   static std::multiset<std::string> kindsOf(const Json& answer) {
     std::multiset<std::string> rows;
     for (const Json& row : answer.at("rows")) {
@@ -467,8 +304,7 @@ class SharedRoot {
       RawIndex original(index);
       original.exec("PRAGMA busy_timeout = 60000; VACUUM INTO '" + copy + "'");
     }
-    const std::string found =
-        differences(copy, expected, user == 0 ? SoleNames::asStored : SoleNames::alike);
+    const std::string found = differences(copy, expected, user == 0 ? SoleNames::asStored : SoleNames::alike);
     ASSERT_EQ(found, "") << story();
   }
 
@@ -494,8 +330,8 @@ class SharedRoot {
         if (line && isSettled(*line)) return;
         if (!watcher.atEnd) continue;
         const Finished done = watcher.process->wait();
-        ASSERT_TRUE(mayEnd && done.status == 1) << "a watcher ended by itself with " << done.status << ": "
-                                                << done.err << story();
+        ASSERT_TRUE(mayEnd && done.status == 1)
+            << "a watcher ended by itself with " << done.status << ": " << done.err << story();
         happen("watcher " + std::to_string(which) + " has ended: " + done.err);
         startWatcher(which);
       }
@@ -513,7 +349,8 @@ class SharedRoot {
     if (!line.starts_with('{')) return line.find(shownTotals()) != std::string::npos;
     const Json document = Json::parse(line);
     if (document.at("event") != "applied" || document.at("eventId") < markedAt) return false;
-    return std::ranges::any_of(document.at("changedDirs"), [&](const Json& path) { return path == quon.tree; });
+    return std::ranges::any_of(document.at("changedDirs"),
+                               [&](const Json& path) { return path == quon.tree; });
   }
 
   void happen(const std::string& what) {
@@ -523,7 +360,8 @@ class SharedRoot {
 
   [[nodiscard]] std::string story() const {
     std::string all = "\nafter " + std::to_string(edits) + " edits\n";
-    for (std::size_t at = events.size() - std::min<std::size_t>(events.size(), 12); at < events.size(); ++at) {
+    for (std::size_t at = events.size() - std::min<std::size_t>(events.size(), 12); at < events.size();
+         ++at) {
       all += events[at] + "\n";
     }
     const auto& log = editor->log();
@@ -546,8 +384,8 @@ class SharedRoot {
   Usage usage;
   std::vector<std::string> events;
   bool isFull = false;
-  bool mayEnd = false;  ///< what it watches has gone for a moment
-  std::uint64_t files = 0;    ///< what there is, by the last scan and the marks since
+  bool mayEnd = false;      ///< what it watches has gone for a moment
+  std::uint64_t files = 0;  ///< what there is, by the last scan and the marks since
   std::uint64_t logical = 0;
   std::int64_t markedAt = 0;  ///< in microseconds since 1970, like the identifiers of events
   std::uint64_t edits = 0;
@@ -560,8 +398,8 @@ class SharedRoot {
 TEST(SharedRoot, IsTrueForEveryProgramWhateverHappens) {
   const std::uint64_t seed = randomSeed();
   static const std::array<std::string, 4> kFileSystems{"tmpfs", "ext4", "xfs", "btrfs"};
-  std::istringstream where(fromEnvironment("QUON_SOAK_ON", kFileSystems[seed % kFileSystems.size()] +
-                                                               (seed / 8 % 2 == 0 ? " root" : " user")));
+  std::istringstream where(fromEnvironment(
+      "QUON_SOAK_ON", kFileSystems[seed % kFileSystems.size()] + (seed / 8 % 2 == 0 ? " root" : " user")));
   std::string fileSystem;
   std::string user;
   where >> fileSystem >> user;

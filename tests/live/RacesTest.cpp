@@ -114,6 +114,20 @@ TEST_F(Races, AFirstNameIsFoundThoughTheFileWasWrittenAndDatedBackThroughItsSeco
   EXPECT_EQ(differences(index, scan("fresh")), "");
 }
 
+/// The folder of the name that stays gets no event, whichever of the two was counted.
+TEST_F(Races, AWriteThroughANameThatThenGoesIsSeenAtTheOther) {
+  for (const std::string gone : {"first", "second"}) {
+    tree.file("first/" + gone, 5000);
+    tree.folder("second");
+    std::filesystem::create_hard_link(tree.at("first/" + gone), tree.at("second/" + gone));
+    const std::string index = scan("patched-" + gone);
+    tree.file(gone + "/" + gone, 70'000);
+    std::filesystem::remove(tree.at(gone + "/" + gone));
+    patch(platform, index, {{tree.at(gone), Depth::shallow}}, 1);
+    EXPECT_EQ(differences(index, scan("fresh-" + gone)), "");
+  }
+}
+
 /// The folder of the other name was never read while it had it, so nothing says later that it has gone.
 TEST_F(Races, AnOldFileWhoseOtherNameCameAndWentHasOneName) {
   const std::array<timespec, 2> old{};

@@ -4,13 +4,13 @@
 // known from the disk; those elsewhere ("untouched") from the registry. For each file that either has fresh
 // sightings or may have lost its counted one:
 //
-//   none fresh, an untouched one counted    nothing to do
+//   none fresh, an untouched one counted    it may have been written through a name that has gone: if its size
+//                                           has changed, read its folder
 //   none fresh, none counted                read the folder of an untouched one, which is fresh then
 //   some fresh, an untouched one counted    the fresh ones are not; if the size has changed, read the folder
-//   of
-//                                           the counted one
+//                                           of the counted one
 //   some fresh, none counted elsewhere      count one of them: the one that was counted before, if it is
-//   there
+//                                           there
 //
 // A file that is not in the registry may have had one name until now, counted like any file: the folder of
 // that name is searched for (NameSearch) and read as well. When all fresh names have vanished meanwhile,
@@ -114,6 +114,17 @@ bool LinkResolver::isStale(const LinkSighting& counted, const Linked& linked) co
          stored->physical != present->entry.physical || stored->mtime != present->entry.mtime;
 }
 
+bool LinkResolver::isRewritten(std::uint64_t fileID, const LinkSighting& counted) const {
+  const std::optional<std::string> folder = builder.patcher.path(counted.dirId);
+  const std::optional<FileEntry> stored = builder.patcher.file(counted.dirId, counted.name);
+  builder.patcher.releaseLock();
+  if (!folder || !stored) return false;
+  std::error_code gone;
+  const auto facts = builder.platform.files.ownFacts(joinPath(pathPrefix(*folder), counted.name), gone);
+  return facts && facts->fileID == fileID &&
+         (facts->logical != stored->logical || facts->mtime != stored->mtime);
+}
+
 void LinkResolver::settle() {
   collectFresh();
   std::map<std::uint64_t, WantedNames> unknown;
@@ -123,7 +134,8 @@ void LinkResolver::settle() {
     const LinkSighting* needed = nullptr;
     if (linked.fresh.empty() && counted == nullptr && !linked.untouched.empty())
       needed = &linked.untouched.front();
-    if (!linked.fresh.empty() && counted != nullptr && isStale(*counted, linked)) needed = counted;
+    if (counted != nullptr && (linked.fresh.empty() ? isRewritten(fileID, *counted) : isStale(*counted, linked)))
+      needed = counted;
     if (needed != nullptr) {
       const std::optional<std::string> folder = builder.patcher.path(needed->dirId);
       if (!folder) throw StoreError::superseded();  // the registry contained it a moment ago

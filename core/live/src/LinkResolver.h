@@ -49,7 +49,10 @@ class LinkResolver {
   [[nodiscard]] Linked gather(std::uint64_t fileID);
   /// What a name of the file shows now; none when every name has vanished since it was read.
   [[nodiscard]] std::optional<PathFacts> presentFacts(std::uint64_t fileID, const Linked& linked) const;
+  /// By what a fresh name shows.
   [[nodiscard]] bool isStale(const LinkSighting& counted, const Linked& linked) const;
+  /// By what it shows itself.
+  [[nodiscard]] bool isRewritten(std::uint64_t fileID, const LinkSighting& counted) const;
   [[nodiscard]] std::map<std::string, WalkedSubtree, std::less<>>::iterator walkAround(
       std::string_view folder);
   void addName(const FoundName& found);
