@@ -28,18 +28,20 @@ void Runner::wait() {
   (void)loop.runUntil([this] { return !model.isBusy() || model.lastRun.cancelled || graceOver; });
   waiting = false;
   clearProgress();
-  if (graceOver) {
-    const std::string building = model.buildingFile();
-    if (!building.empty()) platform.files.remove(building);
-    leaveNow(kInterrupted);
-  }
+  if (graceOver) leave();
   if (model.lastRun.cancelled) throw Interrupted();
 }
 
 void Runner::onInterrupt() {
-  if (!waiting) leaveNow(kInterrupted);
+  if (!waiting) leave();  // a scan may have begun that is not waited for yet
   model.cancel();
   loop.postAfter(kGrace, [this] { graceOver = true; });
+}
+
+void Runner::leave() {
+  const std::string building = model.buildingFile();
+  if (!building.empty()) platform.files.remove(building);
+  leaveNow(kInterrupted);
 }
 
 void Runner::showProgress() {

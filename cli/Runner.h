@@ -31,6 +31,8 @@ class Runner {
   void runUntil(const std::function<bool()>& predicate) { (void)loop.runUntil(predicate); }
 
  private:
+  /// Ends the process, without the file that a scan is building.
+  [[noreturn]] void leave();
   void showProgress();
   void clearProgress();
 
