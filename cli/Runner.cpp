@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdio>
 #include <fmt/format.h>
+#include <system_error>
 
 #include "base/Text.h"
 #include "platform/Files.h"
@@ -39,8 +40,12 @@ void Runner::onInterrupt() {
 }
 
 void Runner::leave() {
-  const std::string building = model.buildingFile();
-  if (!building.empty()) platform.files.remove(building);
+  try {
+    const std::string building = model.buildingFile();
+    if (!building.empty()) platform.files.remove(building);
+  } catch (const std::system_error&) {
+    // Its folder has become read-only, say; the next scan's sweep finds it.
+  }
   leaveNow(kInterrupted);
 }
 

@@ -31,7 +31,7 @@ class Runner {
   void runUntil(const std::function<bool()>& predicate) { (void)loop.runUntil(predicate); }
 
  private:
-  /// Ends the process, without the file that a scan is building.
+  /// Ends the process, without the file that a scan is building. Threads: any.
   [[noreturn]] void leave();
   void showProgress();
   void clearProgress();

@@ -117,6 +117,7 @@ void ScanSession::Run::loadInMemory(Finished& finished, const std::string& url, 
 void ScanSession::Run::loadOnce(Finished& finished, const std::string& onDisk, const std::string& url) {
   finished.outcome = {.index = onDisk, .wasLoaded = true, .message = "index loaded"};
   finished.indexURL = url;
+  finished.notRecorded.clear();  // of a try before
   const IndexSummary summary = ScanStore::summary(url);
   if (request.options.catchUp || purpose == Purpose::reload || purpose == Purpose::recover) {
     catchUp(finished, url, summary);
