@@ -144,17 +144,22 @@ TEST_F(OneDisk, OfAnEarlierBootIsGoneUnlessItsIdentityLasts) {
   });
 }
 
-/// Those in user space have no identity but what they were mounted from.
+/// Those in user space have no identity but what they were mounted from. Whatever else is mounted meanwhile, one of
+/// many other file systems takes the number that it had.
 TEST_F(OneDisk, IsTheSameUnderAnotherNumber) {
   inPrivateMounts([&] {
     if (!does("truncate -s 50M $1/disk; mkfs.ntfs -qfF $1/disk; ntfs-3g $1/disk $2"))
       GTEST_SKIP() << "cannot mount NTFS in user space";
     const std::string saved = scan();
-    ASSERT_TRUE(does("umount $2; mkdir $1/spare; mount -t tmpfs tmpfs $1/spare; ntfs-3g $1/disk $2"));
-    std::error_code none;
-    ASSERT_NE(linuxPlatform().files.facts(place, none).value().device, ScanStore::summary(saved).rootDev);
+    const std::uint64_t before = ScanStore::summary(saved).rootDev;
+    for (std::uint64_t now = before, tries = 0; now == before; ++tries) {
+      ASSERT_LT(tries, 100U);
+      ASSERT_TRUE(does("umount $2; mount -t tmpfs tmpfs $(mktemp -d -p $1); ntfs-3g $1/disk $2"));
+      std::error_code none;
+      now = linuxPlatform().files.facts(place, none).value().device;
+    }
     EXPECT_EQ(listed().begin()->second, Status::live);
-    ASSERT_TRUE(does("umount $2 $1/spare"));
+    ASSERT_TRUE(does("umount $2"));
   });
 }
 
