@@ -129,6 +129,19 @@ void addOlderThan(CLI::App& verb, Command& command) {
            });
 }
 
+void addTrash(CLI::App& verb, Command& command) {
+  verb.add_option("PATH", command.items, "What to move: a link is moved itself")->type_name("");
+  verb.add_flag("--list", command.listTrash, "List what the trashes of this user contain");
+  verb.add_flag("--yes", command.yes, "Do not ask");
+  verb.add_flag("--dry-run", command.dryRun, "Move nothing, and say what would be moved");
+}
+
+void checkTrash(const Command& command) {
+  if (command.verb != Command::Verb::trash) return;
+  if (command.listTrash && !command.items.empty()) throw CLI::ValidationError("--list takes no PATH");
+  if (!command.listTrash && command.items.empty()) throw CLI::ValidationError("PATH is required");
+}
+
 void addVerbs(CLI::App& app, Command& command) {
   using Verb = Command::Verb;
   const auto add = [&](const char* name, Verb verb, const char* about) -> CLI::App& {
@@ -165,6 +178,7 @@ void addVerbs(CLI::App& app, Command& command) {
   indexes.add_flag("--collect", command.collect, "Remove indexes of deleted folders first");
   CLI::App& watch = add("watch", Verb::watch, "Keep the index of a folder current and report each change");
   add("refresh", Verb::refresh, "Bring every saved index up to date");
+  addTrash(add("trash", Verb::trash, "Move files and folders to the trash"), command);
   add("record", Verb::record, "Record file-system events in the foreground");
 
   for (CLI::App* verb : {&scan, &list, &largest, &kinds, &untouched, &reclaim, &names, &watch}) {
@@ -207,6 +221,7 @@ std::variant<Command, int> parseCommandLine(int count, char** arguments) {
       throw CLI::ValidationError(first.empty() ? "no command given" : "no such command: " + first);
     }
     app.parse(words);
+    checkTrash(command);
   } catch (const CLI::ParseError& stop) {
     if (stop.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) return app.exit(stop);
     std::string reason = reasonOf(stop);
@@ -216,6 +231,7 @@ std::variant<Command, int> parseCommandLine(int count, char** arguments) {
     return kWrongUsage;
   }
   for (std::string* text : {&command.path, &command.name, &command.text}) dropGuards(*text);
+  for (std::string& item : command.items) dropGuards(item);
   return command;
 }
 

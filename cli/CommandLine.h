@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "rows/Entry.h"
 
@@ -25,6 +26,7 @@ struct Command {
     indexes,
     watch,
     refresh,
+    trash,
     record
   };
 
@@ -40,6 +42,10 @@ struct Command {
   std::string name;                     ///< names: list the files of this name; "" for the table of names
   std::int64_t olderThan = 31'536'000;  ///< untouched: seconds
   std::string text;                     ///< search, commands: the words that were typed, joined
+  std::vector<std::string> items;       ///< trash: paths as typed
+  bool yes = false;                     ///< trash: does not ask
+  bool dryRun = false;                  ///< trash: says what would be moved
+  bool listTrash = false;               ///< trash: what the trashes contain
   bool collect = false;                 ///< indexes: remove those of no use first
 };
 

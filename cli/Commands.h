@@ -21,6 +21,8 @@ namespace quon::cli {
 [[nodiscard]] int runWatch(Session& session, const Command& command);
 /// Catches up every index whose root is there.
 [[nodiscard]] int runRefresh(Session& session, const Command& command);
+/// The only command that changes anything of the user's.
+[[nodiscard]] int runTrash(Session& session, const Command& command);
 [[nodiscard]] int runRecord(Session& session, const Command& command);
 [[nodiscard]] int runIndexes(Session& session, const Command& command);
 

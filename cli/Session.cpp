@@ -87,6 +87,7 @@ class Session::NoDesktop final : public DesktopService {
   void chooseFolder(const std::string&, std::function<void(const std::string&)>) override {}
   bool hasFullDiskAccess() override { return true; }  // nothing guards folders but their permissions
   void openPrivacySettings() override {}
+  void whenUnlocked(std::function<void()>) override {}
 };
 
 Session::Session(const Platform& services, Folders places, const Terminal& streams, Stay stay)
@@ -95,11 +96,12 @@ Session::Session(const Platform& services, Folders places, const Terminal& strea
       terminal(streams),
       interrupts([this] { onInterrupt(); }),
       defaults(folders.config),
+      bin(folders.dataHome, folders.userID),
       events(platform.threads, folders, log, {.mayRecord = stay == Stay::stays}),
       queues(std::make_unique<Queues>()),
       desktop(std::make_unique<NoDesktop>()),
       driven(std::make_unique<AppModel>(AppModel::Services{
-          platform, events, defaults, *desktop, folders, loop,
+          platform, events, defaults, *desktop, volumes, diagnostics, bin, folders, loop,
           [this](std::string_view name) -> BackgroundQueue& { return queues->queue(name); },
           [] { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()); },
           [] {
@@ -107,6 +109,8 @@ Session::Session(const Platform& services, Folders places, const Terminal& strea
                        std::chrono::system_clock::now().time_since_epoch())
                 .count();
           }})) {
+  // The widget shows what the user keeps an eye on, not what a command was once asked for.
+  driven->options.writesSnapshot = stay == Stay::stays;
   driven->options.liveUpdates = stay == Stay::stays;
   // A root on a disk that does not answer would hold up the end of the command: `indexes --collect` does it.
   driven->options.collectsIndexes = false;

@@ -12,6 +12,8 @@
 #include "base/Mutex.h"
 #include "base/ThreadQueue.h"
 #include "events/LinuxEvents.h"
+#include "linux_desktop/LinuxTrash.h"
+#include "linux_fs/LinuxVolumes.h"
 #include "model/AppModel.h"
 #include "platform/Folders.h"
 #include "platform/Platform.h"
@@ -64,6 +66,7 @@ class Session {
     return terminal.outputIsTerminal ? folders.home : std::string();
   }
 
+  [[nodiscard]] TrashService& trash() { return bin; }
   [[nodiscard]] AppModel& model() { return *driven; }
   [[nodiscard]] Runner& runner() { return *runs; }
   /// Runs the main loop until the predicate is true.
@@ -89,7 +92,10 @@ class Session {
       nullptr;            ///< who ends what runs at an interrupt; none: the process leaves
   Interrupts interrupts;  // before all that starts threads
   SystemLog log{SystemLog::Echo::always};
+  SystemLog diagnostics{SystemLog::Echo::never};
+  LinuxVolumes volumes;
   KeyFileDefaults defaults;
+  LinuxTrash bin;
   LinuxEvents events;
   LoopQueue loop;
   std::unique_ptr<Queues> queues;

@@ -43,6 +43,8 @@ int run(Session& session, const Command& command) {
       return runWatch(session, command);
     case Command::Verb::refresh:
       return runRefresh(session, command);
+    case Command::Verb::trash:
+      return runTrash(session, command);
     case Command::Verb::record:
       return runRecord(session, command);
   }

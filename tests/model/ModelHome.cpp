@@ -1,10 +1,15 @@
 #include "ModelHome.h"
 
+#include <filesystem>
+#include <fmt/format.h>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <system_error>
+#include <unistd.h>
 #include <utility>
 
 #include "base/MainThread.h"
+#include "linux_desktop/LinuxTrash.h"
 
 namespace quon::test {
 namespace {
@@ -77,6 +82,10 @@ void BackgroundFiles::createPrivateFile(const std::string& path) const {
   expectBackground("createPrivateFile");
   real.createPrivateFile(path);
 }
+void BackgroundFiles::writePrivateFile(const std::string& path, std::string_view content) const {
+  expectBackground("writePrivateFile");
+  real.writePrivateFile(path, content);
+}
 void BackgroundFiles::replace(const std::string& from, const std::string& to) const {
   expectBackground("replace");
   real.replace(from, to);
@@ -100,7 +109,29 @@ std::unique_ptr<RunningThread> PausableThreads::start(const std::string& name, s
   });
 }
 
-ModelHome::ModelHome() : root(top.folder("tree")), userHome(top.path) {
+namespace {
+
+/// As the system does it for the home folder's file system.
+void moveToTrash(const std::string& bin, const std::string& path) {
+  namespace fs = std::filesystem;
+  fs::create_directories(bin + "/files");
+  fs::create_directories(bin + "/info");
+  const std::string name = path.substr(path.rfind('/') + 1);
+  std::string free = name;
+  for (int next = 2; fs::exists(fs::symlink_status(bin + "/files/" + free)); ++next) {
+    free = name + "." + std::to_string(next);
+  }
+  std::string escaped;
+  for (const char byte : path) escaped += byte == '/' ? "/" : fmt::format("%{:02X}", static_cast<unsigned char>(byte));
+  std::ofstream(bin + "/info/" + free + ".trashinfo")
+      << "[Trash Info]\nPath=" << escaped << "\nDeletionDate=2026-11-21T12:00:00\n";
+  fs::rename(path, bin + "/files/" + free);
+}
+
+}  // namespace
+
+ModelHome::ModelHome(const std::string& scannedRoot)
+    : root(scannedRoot.empty() ? top.folder("tree") : scannedRoot), userHome(top.path) {
   restart();
 }
 ModelHome::~ModelHome() {
@@ -113,8 +144,11 @@ ManualBackgroundQueue& ModelHome::queue(std::string_view name) {
 
 void ModelHome::restart() {
   model.reset();
+  const std::string bin = userHome + "/.local/share/Trash";
+  trash = std::make_unique<LinuxTrash>(userHome + "/.local/share", ::getuid(),
+                                       [bin](const std::string& path) { moveToTrash(bin, path); });
   model = std::make_unique<AppModel>(
-      ModelServices{services, events, defaults, desktop,
+      ModelServices{services, events, defaults, desktop, volumes, log, *trash,
                     Folders{.home = userHome,
                             .data = top.at("data"),
                             .config = top.at("config"),

@@ -10,11 +10,14 @@
 #include <vector>
 
 #include "base/ManualQueue.h"
+#include "base/Log.h"
 #include "model/AppModel.h"
 #include "platform/Desktop.h"
 #include "platform/Files.h"
 #include "platform/Threads.h"
+#include "platform/Trash.h"
 #include "platform/UserDefaults.h"
+#include "platform/Volume.h"
 #include "platform_linux/LinuxPlatform.h"
 #include "support/FakeEvents.h"
 #include "support/TempFolder.h"
@@ -54,6 +57,7 @@ class BackgroundFiles final : public FileService {
   [[nodiscard]] std::vector<std::string> mountPoints() const override;
   void makePrivateFolder(const std::string& path) const override;
   void createPrivateFile(const std::string& path) const override;
+  void writePrivateFile(const std::string& path, std::string_view content) const override;
   void replace(const std::string& from, const std::string& to) const override;
   bool remove(const std::string& path) const override;
   [[nodiscard]] std::vector<FolderItem> list(const std::string& folder) const override;
@@ -76,6 +80,26 @@ class RecordingDesktop final : public DesktopService {
   }
   bool hasFullDiskAccess() override { return fullDiskAccess; }
   void openPrivacySettings() override { ++settingsOpened; }
+  void whenUnlocked(std::function<void()> call) override { unlocked = std::move(call); }
+  std::function<void()> unlocked;
+};
+
+/// A volume of any size, and lines that are remembered.
+class FakeVolumes final : public VolumeService {
+ public:
+  std::optional<VolumeCapacity> volume = VolumeCapacity{"home", 1000, 250, std::nullopt};
+  [[nodiscard]] std::optional<VolumeCapacity> capacity(const std::string&) const override { return volume; }
+};
+class RememberedLog final : public Log {
+ public:
+  std::vector<std::string> lines;
+  void line(std::string_view text) override {
+    const std::lock_guard held(lock);
+    lines.emplace_back(text);
+  }
+
+ private:
+  std::mutex lock;
 };
 
 /// Real threads, of which those of scans and loads may be paused before they begin, or be refused.
@@ -102,7 +126,8 @@ class PausableThreads final : public ThreadService {
 /// A model over real folders, with manual queues: nothing happens between two lines of a test but what it
 /// says, except that scans and loads run on threads, which `finish` waits for.
 struct ModelHome {
-  ModelHome();
+  /// Of a folder of its own, or of another one.
+  explicit ModelHome(const std::string& scannedRoot = "");
   ~ModelHome();
 
   /// Runs the main queue until no scan or load runs.
@@ -127,6 +152,10 @@ struct ModelHome {
   FakeEvents events;
   MemoryDefaults defaults;
   RecordingDesktop desktop;
+  FakeVolumes volumes;
+  RememberedLog log;
+  /// The real one, but that the home folder's trash is in `userHome` whatever the process's is.
+  std::unique_ptr<TrashService> trash;
   ManualQueue main;
   std::map<std::string, ManualBackgroundQueue, std::less<>> queues;
   std::int64_t now = 2'000'000'000;

@@ -4,6 +4,7 @@
 #include <map>
 #include <string>
 
+#include "linux_desktop/LinuxTrash.h"
 #include "ModelHome.h"
 #include "base/LoopQueue.h"
 #include "base/ThreadQueue.h"
@@ -24,10 +25,13 @@ TEST(RealQueues, SearchesAndLensesStayRightBesideBatches) {
   FakeEvents events;
   MemoryDefaults defaults;
   RecordingDesktop desktop;
+  FakeVolumes volumes;
+  RememberedLog log;
+  LinuxTrash trash(top.at("home"), 0);
   LoopQueue main;
   std::map<std::string, ThreadQueue, std::less<>> queues;
   AppModel model(ModelServices{
-      platform.services(), events, defaults, desktop,
+      platform.services(), events, defaults, desktop, volumes, log, trash,
       Folders{.home = top.path, .data = top.at("data"), .config = top.at("config"), .state = top.at("state")},
       main, [&](std::string_view name) -> BackgroundQueue& { return queues[std::string(name)]; },
       [] { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()); },

@@ -8,6 +8,9 @@ AppModel::AppModel(ModelServices given)
     : ModelState(std::move(given)),
       Settings(static_cast<ModelState&>(*this)),
       ScanSession(static_cast<ModelState&>(*this), static_cast<Settings&>(*this)),
+      TrashBin(static_cast<ModelState&>(*this), static_cast<LiveUpdates&>(*this)),
+      WidgetSnapshot(static_cast<ModelState&>(*this)),
+      GapProbe(static_cast<ModelState&>(*this), static_cast<const Settings&>(*this)),
       Catalogue(static_cast<ModelState&>(*this)),
       Search(static_cast<ModelState&>(*this)),
       CommandBar(static_cast<ModelState&>(*this)),
@@ -33,6 +36,8 @@ void AppModel::derive() {
   deriveSearch();
   deriveCommandBar();
   deriveLenses(_lens.get());
+  deriveWidgetSnapshot();
+  if (shownTree()) armGapProbeIfRequested();
 }
 
 }  // namespace quon

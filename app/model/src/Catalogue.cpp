@@ -4,12 +4,19 @@
 #include <utility>
 
 #include "base/HumanBytes.h"
+#include "trash/Freed.h"
 
 namespace quon {
+namespace {
+
+constexpr std::int64_t kFootprintLasts = 60;  // seconds
+
+}  // namespace
 
 Catalogue::Catalogue(ModelState& model)
     : _indexes(model),
       _indexesLoading(model),
+      _selfFootprint(model),
       state(model),
       listing(
           model, QueueName::catalogue, Job::Reads::nothing,
@@ -31,6 +38,15 @@ Catalogue::Catalogue(ModelState& model)
           },
           [this](const std::string& reason) {
             state.raise(Problem::Kind::catalogue, "Stale indexes cannot be removed: " + reason);
+          }),
+      footprint(
+          model, QueueName::catalogue, Job::Reads::nothing,
+          [this](std::uint64_t&& bytes) {
+            footprintReadAt = state.services.now();
+            _selfFootprint.set(bytes);
+          },
+          [this](const std::string& reason) {
+            state.raise(Problem::Kind::catalogue, "The program's own files cannot be measured: " + reason);
           }) {}
 
 void Catalogue::refreshIndexes() {
@@ -39,6 +55,21 @@ void Catalogue::refreshIndexes() {
     listing.start([&platform = state.services.platform, folder = state.services.folders.index()](
                       const IsVoid&) -> std::optional<std::vector<IndexEntry>> {
       return IndexCatalog::list(platform, folder);
+    });
+  });
+}
+
+void Catalogue::refreshSelfFootprint(bool force) {
+  state.perform([this, force] {
+    const bool isFresh = footprintReadAt && state.services.now() - *footprintReadAt < kFootprintLasts;
+    if (!force && (isFresh || footprint.isRunning())) return;
+    footprint.start([&platform = state.services.platform,
+                     folders = state.services.folders](const IsVoid& isVoid) -> std::optional<std::uint64_t> {
+      Freed own;
+      for (const std::string& folder : {folders.data, folders.config, folders.state}) {
+        own.add(Freed::of(platform, folder, isVoid));
+      }
+      return own.total().physical;
     });
   });
 }

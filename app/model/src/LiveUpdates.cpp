@@ -1,9 +1,11 @@
 #include "model/LiveUpdates.h"
 
 #include <algorithm>
+#include <fmt/format.h>
 #include <utility>
 #include <variant>
 
+#include "base/Log.h"
 #include "base/MainQueue.h"
 #include "scan/KeptFiles.h"
 
@@ -32,24 +34,25 @@ LiveUpdates::LiveUpdates(ModelState& model)
           },
           [this](const std::string& reason) { take(LiveWatcher::NeedsRescan{reason}); }) {}
 
+/// "" when they can be.
+std::string LiveUpdates::whyNotFollowed(const LiveStart& start) const {
+  if (state.shownTree()->indexURL.empty()) {
+    return "Changes are not followed, because the index of this folder could not be saved. Rescan once it can be.";
+  }
+  if (!start.notRecorded.empty()) return "Changes are not followed: " + start.notRecorded + ".";
+  if (start.eventId == 0) {
+    return "Changes are not followed, because file-system events were not available when this folder was scanned. "
+           "Rescan to follow them.";
+  }
+  return "";
+}
+
 void LiveUpdates::startLiveWatch(const LiveStart& start) {
   stopLiveWatch();
-  if (!state.options.liveUpdates) return;
   const ShownTreeRef& tree = state.shownTree();
-  if (tree->indexURL.empty()) {
-    return state.raise(
-        Problem::Kind::notWatched,
-        "Changes are not followed, because the index of this folder could not be saved. Rescan "
-        "once it can be.");
-  }
-  if (!start.notRecorded.empty()) {
-    return state.raise(Problem::Kind::notWatched, "Changes are not followed: " + start.notRecorded + ".");
-  }
-  if (start.eventId == 0) {
-    return state.raise(Problem::Kind::notWatched,
-                       "Changes are not followed, because file-system events were not available when this "
-                       "folder was scanned. Rescan to follow them.");
-  }
+  const std::string reason = whyNotFollowed(start);
+  if (state.options.liveUpdates && !reason.empty()) state.raise(Problem::Kind::notWatched, reason);
+  if (tree->indexURL.empty()) return;
   watch = std::make_shared<LiveUpdates*>(this);
   const std::weak_ptr<LiveUpdates*> weak = watch;
   MainQueue& main = state.services.main;
@@ -79,12 +82,22 @@ void LiveUpdates::startLiveWatch(const LiveStart& start) {
       .tree = result.root,
       .topFiles = result.topFiles,
       .sinceEventId = start.eventId,
+      .followsEvents = state.options.liveUpdates && reason.empty(),
       .revision = start.revision};
+  if (!options.followsEvents) {
+    liveWatcher = std::make_shared<LiveWatcher>(watcherServices, options);
+    return;
+  }
   // It opens the event journal.
   starting.start([watcherServices, options = std::move(options)](
                      const IsVoid&) -> std::optional<std::shared_ptr<LiveWatcher>> {
     return std::make_shared<LiveWatcher>(watcherServices, options);
   });
+}
+
+bool LiveUpdates::refreshFolders(const std::vector<std::string>& paths) {
+  if (liveWatcher) liveWatcher->foldersChanged(paths);
+  return liveWatcher != nullptr;
 }
 
 void LiveUpdates::stopLiveWatch() {
@@ -149,6 +162,8 @@ void LiveUpdates::scheduleRecovery(LiveWatcher::Cause cause) {
 }
 
 void LiveUpdates::liveBatchApplied(const LiveWatcher::Update& update) {
+  state.services.log.line(fmt::format("batch changed={} replaced={}", update.changedDirs.size(),
+                                      update.replacedPrefixes.size()));
   auto result = std::make_shared<WalkResult>(*state.shownTree()->result);
   result->topFiles = update.topFiles;
   result->hardlinksDeduped = update.hardlinksDeduped;

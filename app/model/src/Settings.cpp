@@ -27,6 +27,7 @@ Settings::Settings(ModelState& model)
           [this](Stored&& stored) {
             _recentRoots.set(std::move(stored.recentRoots));
             _showOnboarding.set(!stored.hasOnboarded);
+            gapProbeRequested = stored.gapProbe;
             if (!stored.failure.empty()) return raise(stored.failure);
             unsavedRoots.clear();
             unsavedOnboarded = false;
@@ -62,7 +63,8 @@ void Settings::synchronise() {
   job.start([&defaults = state.services.defaults, roots = unsavedRoots,
              onboarded = unsavedOnboarded](const IsVoid&) -> std::optional<Stored> {
     Stored stored{.recentRoots = defaults.texts("recentRoots"),
-                  .hasOnboarded = defaults.flag("hasOnboarded")};
+                  .hasOnboarded = defaults.flag("hasOnboarded"),
+                  .gapProbe = defaults.flag("gapprobe")};
     for (const std::string& root : roots) moveToFront(stored.recentRoots, root);
     const bool isNewlyOnboarded = onboarded && !stored.hasOnboarded;
     stored.hasOnboarded = stored.hasOnboarded || onboarded;

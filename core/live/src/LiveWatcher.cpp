@@ -38,9 +38,11 @@ class LiveWatcher::State : public std::enable_shared_from_this<LiveWatcher::Stat
   State(Services given, Options chosen) : services(std::move(given)), options(std::move(chosen)) {
     if (options.topFiles.size() > options.topCapacity) options.topFiles.resize(options.topCapacity);
     topFiles = std::move(options.topFiles);
+    pendingMaxId = options.sinceEventId;
   }
 
   void start();
+  void foldersChanged(const std::vector<std::string>& paths) QUON_EXCLUDES(lock);
   void stop() QUON_EXCLUDES(lock);
 
  private:
@@ -83,6 +85,9 @@ LiveWatcher::LiveWatcher(Services services, Options options)
     : state(std::make_shared<State>(std::move(services), std::move(options))) {
   state->start();
 }
+void LiveWatcher::foldersChanged(const std::vector<std::string>& paths) {
+  state->foldersChanged(paths);
+}
 LiveWatcher::~LiveWatcher() {
   state->stop();
 }
@@ -91,6 +96,7 @@ void LiveWatcher::stop() {
 }
 
 void LiveWatcher::State::start() {
+  if (!options.followsEvents) return;
   std::unique_ptr<EventStream> made = services.events.create(
       {.root = options.index.root.path(),
        .since = options.sinceEventId,
@@ -147,6 +153,18 @@ void LiveWatcher::State::buffer(const FolderEvent& event) {
     armed = true;
   }
   schedule(options.coalesceWindow);
+}
+
+void LiveWatcher::State::foldersChanged(const std::vector<std::string>& paths) {
+  {
+    const MutexLock held(lock);
+    if (stopped || failureReason) return;
+    for (const std::string& path : paths) {
+      Refresh::addChange(pending, {.path = path}, options.index.root, options.index.skipPaths);
+    }
+    armed = true;
+  }
+  schedule(Seconds(0));
 }
 
 void LiveWatcher::State::schedule(Seconds delay) {

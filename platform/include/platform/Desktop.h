@@ -18,6 +18,8 @@ class DesktopService {
   /// False where the system would ask the user, or refuse, when guarded folders of the home are read. May wait
   /// for the system. Threads: any.
   [[nodiscard]] virtual bool hasFullDiskAccess() = 0;
+  /// Calls once, the next time the session's screen is unlocked.
+  virtual void whenUnlocked(std::function<void()> call) = 0;
   /// Opens the settings in which that is granted.
   virtual void openPrivacySettings() = 0;
 };

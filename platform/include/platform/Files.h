@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -17,6 +18,7 @@ struct PathFacts {
   std::uint64_t fileID = 0;
   std::uint64_t linkCount = 1;
   std::uint64_t logical = 0;
+  std::uint64_t physical = 0;
   std::int64_t mtime = 0;  ///< whole seconds since 1970
 };
 
@@ -57,6 +59,8 @@ class FileService {
   virtual void makePrivateFolder(const std::string& path) const = 0;
   /// Makes an empty file for the user alone (0600) that did not exist before.
   virtual void createPrivateFile(const std::string& path) const = 0;
+  /// Writes a file for the user alone (0600), in place of what has its name: it is there whole or as it was.
+  virtual void writePrivateFile(const std::string& path, std::string_view content) const = 0;
   /// Moves a file to another name in the same folder, replacing in one step what has that name.
   virtual void replace(const std::string& from, const std::string& to) const = 0;
   /// Removes a file; false when there was none.

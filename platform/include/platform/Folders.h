@@ -18,6 +18,8 @@ struct Folders {
   std::string dataHome = {};
   std::uint32_t userID = 0;
 
+  /// What the program's widget reads.
+  [[nodiscard]] std::string shared() const { return data + "/shared"; }
   /// One database a scanned root lies here.
   [[nodiscard]] std::string index() const { return data + "/index"; }
 };

@@ -21,7 +21,9 @@ std::optional<InodeFacts> read(int descriptor, const char* name, int flags) {
       .device = deviceOf(found),
       .type = typeOfMode(found.stx_mode),
       .changedMicros = micros(found.stx_ctime),
-      .modifiedMicros = micros(found.stx_mtime)};
+      .modifiedMicros = micros(found.stx_mtime),
+      .size = found.stx_size,
+      .isMountRoot = (found.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0};
 }
 
 }  // namespace

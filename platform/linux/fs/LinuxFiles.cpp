@@ -12,6 +12,7 @@
 #include "DeviceNumber.h"
 #include "base/MainThread.h"
 #include "base/Text.h"
+#include "base/Uuid.h"
 #include "linux_fs/Descriptor.h"
 #include "linux_fs/DiskIdentity.h"
 #include "linux_fs/Mounts.h"
@@ -21,6 +22,7 @@ namespace {
 
 constexpr mode_t kFolderMode = 0700;
 constexpr mode_t kFileMode = 0600;
+constexpr std::uint64_t kBlockBytes = 512;  // of st_blocks, whatever the file system's are
 
 std::error_code lastError() {
   return {errno, std::generic_category()};
@@ -41,6 +43,7 @@ std::optional<PathFacts> factsOf(const std::string& path, int flags, std::error_
                    .fileID = found.st_ino,
                    .linkCount = found.st_nlink,
                    .logical = static_cast<std::uint64_t>(found.st_size),
+                   .physical = static_cast<std::uint64_t>(found.st_blocks) * kBlockBytes,
                    .mtime = found.st_mtim.tv_sec};
 }
 
@@ -110,6 +113,24 @@ void LinuxFiles::createPrivateFile(const std::string& path) const {
   requireBackground("FileService::createPrivateFile");
   const Descriptor file(::open(path.c_str(), O_CREAT | O_EXCL | O_RDWR | O_NOFOLLOW | O_CLOEXEC, kFileMode));
   if (!file.isOpen()) raise("cannot create", path);
+}
+
+void LinuxFiles::writePrivateFile(const std::string& path, std::string_view content) const {
+  requireBackground("FileService::writePrivateFile");
+  const std::string fresh = path + "." + freshUuid();
+  createPrivateFile(fresh);
+  try {
+    const Descriptor opened(::open(fresh.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW));
+    ssize_t bytes = opened.isOpen() ? 0 : -1;
+    for (std::size_t at = 0; bytes >= 0 && at < content.size(); at += static_cast<std::size_t>(bytes)) {
+      bytes = ::write(opened.get(), content.data() + at, content.size() - at);
+    }
+    if (bytes < 0 || ::fsync(opened.get()) != 0) raise("cannot write", path);
+    replace(fresh, path);
+  } catch (const std::system_error&) {
+    remove(fresh);
+    throw;
+  }
 }
 
 void LinuxFiles::replace(const std::string& from, const std::string& to) const {

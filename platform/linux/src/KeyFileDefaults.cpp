@@ -13,7 +13,6 @@
 #include "KeyFileText.h"
 #include "base/MainThread.h"
 #include "base/Text.h"
-#include "base/Uuid.h"
 #include "linux_fs/Descriptor.h"
 #include "linux_fs/LinuxFiles.h"
 
@@ -66,17 +65,6 @@ std::string fromLine(const char* line) {
   return path ? path.get() : line;
 }
 
-void write(const std::string& file, const std::string& text) {
-  const Descriptor opened(::open(file.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC | O_NOFOLLOW));
-  ssize_t bytes = opened.isOpen() ? 0 : -1;
-  for (std::size_t at = 0; bytes >= 0 && at < text.size(); at += static_cast<std::size_t>(bytes)) {
-    bytes = ::write(opened.get(), text.data() + at, text.size() - at);
-  }
-  if (bytes < 0 || ::fsync(opened.get()) != 0) {
-    throw std::system_error(errno, std::generic_category(), "cannot write " + displayText(file));
-  }
-}
-
 /// Puts the line that the key file has for the key into the file, which is written whole under another name
 /// and moved into place. Where a link leads elsewhere, the file there is replaced.
 void save(const KeyFile& keys, const std::string& folder, const std::string& file, const std::string& key) {
@@ -87,15 +75,7 @@ void save(const KeyFile& keys, const std::string& folder, const std::string& fil
   const std::string text = withKeyFileLine(readFile(file), kGroup, key, line);
   std::error_code missing;
   const std::string place = files.canonical(file, missing).value_or(file);
-  const std::string fresh = place + "." + freshUuid();
-  files.createPrivateFile(fresh);
-  try {
-    write(fresh, text);
-    files.replace(fresh, place);
-  } catch (const std::system_error&) {
-    files.remove(fresh);
-    throw;
-  }
+  files.writePrivateFile(place, text);
 }
 
 }  // namespace

@@ -11,6 +11,7 @@ namespace quon {
 void SystemLog::line(std::string_view text) {
   const std::string shown = displayText(text);
   ::syslog(LOG_USER | LOG_NOTICE, "[quon] %s", shown.c_str());
+  if (echo == Echo::never) return;
   if (echo == Echo::always || ::isatty(STDERR_FILENO) != 0) StandardErrorLog().line(text);
 }
 

@@ -2,12 +2,15 @@
 
 #include "model/Catalogue.h"
 #include "model/CommandBar.h"
+#include "model/GapProbe.h"
 #include "model/LensList.h"
 #include "model/ModelState.h"
 #include "model/Navigator.h"
 #include "model/ScanSession.h"
 #include "model/Search.h"
 #include "model/Settings.h"
+#include "model/TrashBin.h"
+#include "model/WidgetSnapshot.h"
 
 namespace quon {
 
@@ -25,6 +28,9 @@ namespace quon {
 class AppModel final : public ModelState,
                        public Settings,
                        public ScanSession,
+                       public TrashBin,
+                       public WidgetSnapshot,
+                       public GapProbe,
                        public Catalogue,
                        public Search,
                        public CommandBar,

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "model/LatestJob.h"
@@ -15,7 +17,12 @@ class Catalogue {
   Observed<std::vector<IndexEntry>> _indexes;
   Observed<bool> _indexesLoading;
 
+  /// What the program's own files take on the disk, bytes.
+  Observed<std::uint64_t> _selfFootprint;
+
   void refreshIndexes();
+  /// Measures the program's own files, unless that was done within the last minute; `force` does it all the same.
+  void refreshSelfFootprint(bool force);
   /// Removes indexes of no use; the toast reports what that freed.
   void collectIndexGarbage();
 
@@ -26,6 +33,8 @@ class Catalogue {
   ModelState& state;
   LatestJob<std::vector<IndexEntry>> listing;
   LatestJob<IndexCatalog::Collected> collection;
+  std::optional<std::int64_t> footprintReadAt;  // seconds since 1970
+  LatestJob<std::uint64_t> footprint;
 };
 
 }  // namespace quon

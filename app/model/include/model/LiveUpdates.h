@@ -32,6 +32,9 @@ class LiveUpdates {
   [[nodiscard]] bool isLiveStarting() const { return starting.isRunning(); }
   /// The shown tree is not followed now, and will be brought up to date by itself.
   [[nodiscard]] bool isRecovering() const { return recovering; }
+  /// Brings what is directly in these folders up to date at once, without waiting for events. False when nothing
+  /// is there that could do it: then the shown tree has no index, or is being brought up to date as a whole.
+  bool refreshFolders(const std::vector<std::string>& paths);
   /// Called for each live event with the observers of the operation that took it in.
   std::function<void(const LiveWatcher::Event&)> onLiveEvent;
 
@@ -57,6 +60,7 @@ class LiveUpdates {
   void report(const LiveWatcher::Event& event);
 
  private:
+  [[nodiscard]] std::string whyNotFollowed(const LiveStart& start) const;
   void commit(const std::function<void()>& commitToTree);
   void take(const LiveWatcher::Event& event);
   void liveBatchApplied(const LiveWatcher::Update& update);

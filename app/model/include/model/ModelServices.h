@@ -14,8 +14,11 @@ namespace quon {
 class BackgroundQueue;
 class DesktopService;
 class EventService;
+class Log;
 class MainQueue;
+class TrashService;
 class UserDefaults;
+class VolumeService;
 
 /// The serial queues of the model. What may take seconds has one of its own, so that it holds up nothing
 /// else.
@@ -27,6 +30,8 @@ inline constexpr std::string_view reclaim = "quon-reclaim";      ///< reads mark
 inline constexpr std::string_view names = "quon-names";          ///< reads the index
 inline constexpr std::string_view catalogue = "quon-catalogue";  ///< visits every saved root
 inline constexpr std::string_view settings = "quon-settings";
+inline constexpr std::string_view snapshot = "quon-snapshot";  ///< asks the volume
+inline constexpr std::string_view trash = "quon-trash";
 inline constexpr std::string_view liveEvents = "quon.fsevents.live";
 inline constexpr std::string_view liveWork = "quon.live.apply";
 }  // namespace QueueName
@@ -37,6 +42,9 @@ struct ModelServices {
   EventService& events;
   UserDefaults& defaults;
   DesktopService& desktop;
+  const VolumeService& volumes;
+  Log& log;
+  TrashService& trash;
   Folders folders;
   MainQueue& main;
   /// The queue of a name, the same at each call. Threads: main.
@@ -52,6 +60,7 @@ struct ModelOptions {
   bool waitsForRecorder = false;  ///< for one that is at work to cover the root
   bool collectsIndexes = true;  ///< at launch; visits every saved root
   bool saveIndex = true;
+  bool writesSnapshot = true;      ///< for the widget
   bool typingPauses = true;        ///< searches wait a moment for the next key
   bool searchScope = false;        ///< the search and the Names lens cover the scope instead of the root
   std::size_t searchCap = 10'000;  ///< rows of a search, the largest: more than anyone goes through

@@ -21,6 +21,8 @@ class Settings {
   [[nodiscard]] bool areSettingsStored() const { return !job.isRunning(); }
   /// The user has been welcomed, and never will be again.
   void finishOnboarding();
+  /// The diagnostic of the map's transitions was requested.
+  [[nodiscard]] bool isGapProbeRequested() const { return gapProbeRequested; }
   /// A scan of the root has begun. Within an operation.
   void rememberRoot(const std::string& root);
 
@@ -32,6 +34,7 @@ class Settings {
   struct Stored {
     std::vector<std::string> recentRoots;
     bool hasOnboarded = false;
+    bool gapProbe = false;
     std::string failure = {};  ///< why they could not be kept; "" when they were
   };
 
@@ -41,6 +44,7 @@ class Settings {
   ModelState& state;
   std::vector<std::string> unsavedRoots;  // scanned first first
   bool unsavedOnboarded = false;
+  bool gapProbeRequested = false;
   LatestJob<Stored> job;
 };
 

@@ -58,6 +58,7 @@ class LiveWatcher {
     RefPtr<DirNode> tree;
     std::vector<TopFile> topFiles = {};  ///< no more than topCapacity are kept
     std::uint64_t sinceEventId = 0;
+    bool followsEvents = true;  ///< else only what `foldersChanged` reports is applied
     std::uint64_t revision = 0;  ///< of the index, that the tree stands for
     std::chrono::duration<double> coalesceWindow{1.5};
     std::size_t maxChanges = Refresh::kMaxChanges;
@@ -80,6 +81,8 @@ class LiveWatcher {
   LiveWatcher(const LiveWatcher&) = delete;
   LiveWatcher& operator=(const LiveWatcher&) = delete;
 
+  /// Applies at once what changed directly in these folders, without waiting for the events. Threads: any.
+  void foldersChanged(const std::vector<std::string>& paths);
   /// No event is accepted after it; may be called twice.
   void stop();
 

@@ -9,6 +9,7 @@ class SystemLog final : public Log {
  public:
   enum class Echo {
     onTerminal,  ///< on standard error where that is a terminal: for services and windows
+    never,
     always,      ///< for commands, whose user is there to read it
   };
   explicit SystemLog(Echo when) : echo(when) {}

@@ -22,6 +22,8 @@ struct InodeFacts {
   EntryType type = EntryType::unknown;
   std::int64_t changedMicros = 0;   ///< ctime
   std::int64_t modifiedMicros = 0;  ///< mtime
+  std::uint64_t size = 0;           ///< apparent, bytes
+  bool isMountRoot = false;
 
   [[nodiscard]] bool isFolder() const { return type == EntryType::directory; }
 };

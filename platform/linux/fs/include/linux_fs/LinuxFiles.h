@@ -18,6 +18,7 @@ class LinuxFiles : public FileService {
   [[nodiscard]] std::vector<std::string> mountPoints() const override;
   void makePrivateFolder(const std::string& path) const override;
   void createPrivateFile(const std::string& path) const override;
+  void writePrivateFile(const std::string& path, std::string_view content) const override;
   void replace(const std::string& from, const std::string& to) const override;
   bool remove(const std::string& path) const override;
   [[nodiscard]] std::vector<FolderItem> list(const std::string& folder) const override;

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <optional>
+#include <vector>
+
+#include "model/LatestJob.h"
+#include "model/ModelState.h"
+#include "rows/Entry.h"
+#include "trash/TrashMove.h"
+
+namespace quon {
+
+class LiveUpdates;
+
+/// Moves items to the desktop's trash: nothing else in the program changes anything below a scanned folder. What
+/// was moved leaves the tree, and what lies in the trash enters it where the trash was scanned too, as one batch
+/// of live updates that is not waited for.
+///
+/// Threads: main only. Items are moved on a queue of their own, call after call; the model's end does not stop
+/// the call that has begun.
+class TrashBin {
+ public:
+  /// Items are on their way.
+  Observed<bool> _trashing;
+  /// What became of the last call, with the toast that tells it; none before the first.
+  Observed<std::optional<TrashOutcome>> _trashed;
+
+  /// Moves what the row stands for, if it still is what the row shows. Nothing for the rest.
+  void trash(const Entry& entry);
+  /// Several, of which those that lie in others are moved with them.
+  void trash(const std::vector<Entry>& entries);
+  /// Items that need not be in the shown tree.
+  void trash(std::vector<TrashItem> items);
+
+ protected:
+  TrashBin(ModelState& model, LiveUpdates& liveUpdates);
+
+ private:
+  void startNext();
+  void finish(TrashOutcome&& outcome);
+  void dropFromTree(const TrashOutcome& outcome);
+
+  ModelState& state;
+  LiveUpdates& live;
+  std::vector<std::vector<TrashItem>> waiting;
+  LatestJob<TrashOutcome> job;
+};
+
+}  // namespace quon

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/Folders.h"
+#include "platform/Platform.h"
+#include "platform/Trash.h"
+#include "trash/Freed.h"
+
+namespace quon {
+
+/// An item to be moved to the trash, with what was known of it when the user saw it.
+struct TrashItem {
+  std::string path;  ///< absolute, without links but the item itself
+  ExpectedItem expected;
+
+  friend bool operator==(const TrashItem&, const TrashItem&) = default;
+};
+
+/// What became of several of them. Items within others of the same call are moved with those, and not counted.
+struct TrashOutcome {
+  struct Failed {
+    std::string path;
+    std::string reason;
+
+    friend bool operator==(const Failed&, const Failed&) = default;
+  };
+
+  std::vector<TrashedItem> moved;
+  std::vector<Failed> failed;
+  /// The folders in which something came or went, trashes included; absolute and without links.
+  std::set<std::string> changedFolders;
+  /// By what was moved, once the trash is emptied.
+  Freed::Total freed;
+
+  /// One line about it all; "" when there was nothing to move.
+  [[nodiscard]] std::string message() const;
+
+  friend bool operator==(const TrashOutcome&, const TrashOutcome&) = default;
+};
+
+/// Moves the items one after the other; one that fails stops no other. `root` is the folder that was scanned, "" for
+/// none. Threads: any but the main one.
+[[nodiscard]] TrashOutcome moveToTrash(const Platform& platform, TrashService& trash, const Folders& folders,
+                                       const std::string& root, const std::vector<TrashItem>& items);
+
+}  // namespace quon

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <set>
+#include <string>
+
+#include "platform/Folders.h"
+#include "platform/Platform.h"
+#include "platform/Trash.h"
+
+namespace quon {
+
+/// What may not be moved to the trash, although the system would do it.
+class TrashRules {
+ public:
+  /// Where the program's files, the trashes and the home folder are now. Threads: any but the main one.
+  TrashRules(const Platform& platform, const TrashService& trash, const Folders& folders);
+
+  /// Why the item at this path, absolute and without links, may not be moved; "" when it may. `root` is the folder
+  /// that was scanned, "" for none.
+  [[nodiscard]] std::string refusalOf(const std::string& path, const std::string& root) const;
+
+ private:
+  std::string home;
+  std::set<std::string> own;
+  std::set<std::string> trashes;
+};
+
+}  // namespace quon
