@@ -117,6 +117,12 @@ void Quon::become(const Arguments& arguments, int out, int err) const {
                                     ::setresuid(user, user, user) == 0);
   const bool ready = isUser && ::chdir(workingFolder.c_str()) == 0 && ::dup2(out, STDOUT_FILENO) >= 0 &&
                      ::dup2(err, STDERR_FILENO) >= 0;
+  if (ready && !runUnder.empty()) {
+    std::vector<std::string> traced = runUnder;
+    traced.emplace_back(QUON_PROGRAM);
+    traced.insert(traced.end(), arguments.begin(), arguments.end());
+    ::execvpe(traced.front().c_str(), pointersTo(traced).data(), pointersTo(variables).data());
+  }
   if (ready) ::fexecve(kProgram.get(), pointersTo(words).data(), pointersTo(variables).data());
   ::_exit(kCannotStart);
 }
@@ -127,7 +133,10 @@ Running Quon::start(const Arguments& arguments) const {
   Descriptor err = fileInMemory();
   const pid_t child = ::fork();
   if (child < 0) raise("fork");
-  if (child == 0) become(arguments, out.get(), err.get());
+  if (child == 0) {
+    ::dup2(::open("/dev/null", O_RDONLY), STDIN_FILENO);
+    become(arguments, out.get(), err.get());
+  }
   return {child, output.empty() ? std::move(out) : Descriptor(), std::move(err)};
 }
 

@@ -65,6 +65,7 @@ class Quon {
   std::map<int, rlim_t> limits;  ///< by RLIMIT_ number
   bool ignoresHangups = false;   ///< as under nohup
   uid_t user = 0;                ///< whom to run it as, when the test runs as root
+  Arguments runUnder;            ///< another program with its arguments, found in PATH
   std::string output;            ///< the file that takes standard output, when it is to be another than ours
 
   [[nodiscard]] Running start(const Arguments& arguments) const;
