@@ -23,34 +23,6 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-/// What a program writes, line by line while it runs.
-class Lines {
- public:
-  /// From now on the program's output goes here.
-  explicit Lines(Quon& quon) {
-    quon.output = quon.folder.at("lines");
-    if (::mkfifo(quon.output.c_str(), 0600) != 0) throw std::runtime_error("mkfifo");
-    pipe = Descriptor(::open(quon.output.c_str(), O_RDWR | O_CLOEXEC));
-  }
-
-  /// Waits for it.
-  std::string next() const {
-    std::string line;
-    for (char byte = 0; ::read(pipe.get(), &byte, 1) == 1 && byte != '\n';) line += byte;
-    return line;
-  }
-  Json document() const { return Json::parse(next()); }
-  /// The next document about that event; what comes before is passed over.
-  Json event(const std::string& event) const {
-    Json found = document();
-    while (found.at("event") != event) found = document();
-    return found;
-  }
-
- private:
-  Descriptor pipe;
-};
-
 /// The document of another program of the same user.
 Json documentBeside(const Quon& watching, const Arguments& arguments) {
   Quon beside;

@@ -17,7 +17,6 @@
 #include <vector>
 
 #include "QuonProcess.h"
-#include "support/Shell.h"
 #include "support/TreeEditor.h"
 
 namespace quon::test {
@@ -83,14 +82,6 @@ class NothingWritten : public testing::Test {
             {"trash", "--dry-run", tree + "/film.mp4", tree + "/project"}};
   }
 
-  /// The scanned folder is changed once, and the change seen, before the command is stopped.
-  void follow(const Arguments& arguments) const {
-    const Running running = quon.start(arguments);
-    ASSERT_TRUE(shell("until test -S $1/quon/recorder.socket; do sleep 0.02; done",
-                      {quon.environment.at("XDG_STATE_HOME")}));
-    running.signal(SIGTERM);
-  }
-
   Quon quon;
 };
 
@@ -100,8 +91,12 @@ TEST_F(NothingWritten, ByAnyCommand) {
     EXPECT_EQ(quon.run(arguments).status, 0) << arguments.front();
     EXPECT_EQ(stateOf(quon.tree), before) << arguments.front();
   }
-  for (const Arguments& arguments : {Arguments{"watch", quon.tree}, Arguments{"record"}}) {
-    follow(arguments);
+  const Lines lines(quon);
+  for (const Arguments& arguments : {Arguments{"watch", "--json", quon.tree}, Arguments{"record", "--json"}}) {
+    Running running = quon.start(arguments);
+    (void)lines.event("ready");
+    running.signal(SIGTERM);
+    (void)running.wait();
     EXPECT_EQ(stateOf(quon.tree), before) << arguments.front();
   }
 }

@@ -179,6 +179,24 @@ std::string Quon::onlyIndex() const {
   return indexFolder() + "/" + names.front();
 }
 
+Lines::Lines(Quon& quon) {
+  quon.output = quon.folder.at("lines");
+  if (::access(quon.output.c_str(), F_OK) != 0 && ::mkfifo(quon.output.c_str(), 0600) != 0) raise("mkfifo");
+  pipe = Descriptor(::open(quon.output.c_str(), O_RDWR | O_CLOEXEC));
+}
+
+std::string Lines::next() const {
+  std::string line;
+  for (char byte = 0; ::read(pipe.get(), &byte, 1) == 1 && byte != '\n';) line += byte;
+  return line;
+}
+
+Json Lines::event(const std::string& event) const {
+  Json found = document();
+  while (found.at("event") != event) found = document();
+  return found;
+}
+
 bool canMakeTerminals() {
   int master = -1;
   int slave = -1;

@@ -87,6 +87,22 @@ class Quon {
   [[noreturn]] void become(const Arguments& arguments, int out, int err) const;
 };
 
+/// What a program writes, line by line while it runs.
+class Lines {
+ public:
+  /// From now on the program's output goes here.
+  explicit Lines(Quon& quon);
+
+  /// Waits for it.
+  [[nodiscard]] std::string next() const;
+  [[nodiscard]] Json document() const { return Json::parse(next()); }
+  /// The next document about that event; what comes before is passed over.
+  [[nodiscard]] Json event(const std::string& event) const;
+
+ private:
+  Descriptor pipe;
+};
+
 /// False where no pseudo-terminal can be opened: in a chroot, say.
 [[nodiscard]] bool canMakeTerminals();
 
