@@ -52,6 +52,7 @@ std::string pathOf(const Session& session, const std::string& typed) {
 
 Selection select(Session& session, const std::vector<std::string>& typed) {
   Selection selection;
+  PathSet paths;
   const TrashRules rules(session.platform, session.trash(), session.folders);
   for (const std::string& each : typed) {
     std::string path = each;
@@ -61,18 +62,18 @@ Selection select(Session& session, const std::vector<std::string>& typed) {
       const std::string refusal = rules.refusalOf(path, "");
       if (!refusal.empty()) throw TrashFailure(refusal);
       const ExpectedItem found = session.trash().inspect(path);
-      const bool isWithin = std::ranges::any_of(
-          selection.items, [&](const Selected& other) { return isInside(path, other.item.path); });
-      if (isWithin) continue;
-      std::erase_if(selection.items, [&](const Selected& other) { return isInside(other.item.path, path); });
-      selection.items.push_back({{path, found}, Freed::of(session.platform, path, [] { return false; })});
+      if (paths.insert(path).second) selection.items.push_back({{path, found}, {}});
     } catch (const TrashFailure& failure) {
       selection.refused.push_back({path, failure.what()});
     } catch (const std::system_error& failure) {
       selection.refused.push_back({path, failure.what()});
     }
   }
-  for (const Selected& each : selection.items) selection.freed.add(each.freed);
+  std::erase_if(selection.items, [&](const Selected& each) { return isWithinAny(paths, each.item.path); });
+  for (Selected& each : selection.items) {
+    each.freed = Freed::of(session.platform, each.item.path, [] { return false; });
+    selection.freed.add(each.freed);
+  }
   return selection;
 }
 

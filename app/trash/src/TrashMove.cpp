@@ -2,9 +2,6 @@
 
 #include <algorithm>
 #include <fmt/format.h>
-#include <functional>
-#include <set>
-#include <string_view>
 #include <system_error>
 
 #include "base/HumanBytes.h"
@@ -20,15 +17,8 @@ std::string countedItems(std::size_t count) {
   return fmt::format("{} {}", grouped(count), count == 1 ? "item" : "items");
 }
 
-bool isWithinAny(const std::set<std::string, std::less<>>& folders, std::string_view path) {
-  for (std::string_view above = parentPath(path); above.size() > 1; above = parentPath(above)) {
-    if (folders.contains(above)) return true;
-  }
-  return false;
-}
-
 /// The trash may have been made just now, or a folder that is shared by the trashes of all users.
-void addChangedFolders(const FileService& files, const TrashedItem& item, std::set<std::string>& changed) {
+void addChangedFolders(const FileService& files, const TrashedItem& item, PathSet& changed) {
   changed.emplace(parentPath(item.originalPath));
   if (item.path.empty()) return;
   std::error_code error;
@@ -42,6 +32,13 @@ void addChangedFolders(const FileService& files, const TrashedItem& item, std::s
 }
 
 }  // namespace
+
+bool isWithinAny(const PathSet& folders, std::string_view path) {
+  for (std::string_view above = parentPath(path); above.size() > 1; above = parentPath(above)) {
+    if (folders.contains(above)) return true;
+  }
+  return false;
+}
 
 std::string TrashOutcome::message() const {
   if (moved.empty()) {
@@ -66,8 +63,8 @@ TrashOutcome moveToTrash(const Platform& platform, TrashService& trash, const Fo
   TrashOutcome outcome;
   Freed freed;
   const TrashRules rules(platform, trash, folders);
-  std::set<std::string, std::less<>> tried;
-  std::set<std::string, std::less<>> moved;
+  PathSet tried;
+  PathSet moved;
   for (const TrashItem& item : sorted) {
     if (!tried.insert(item.path).second || isWithinAny(moved, item.path)) continue;
     const auto fail = [&](const char* reason) {

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <functional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/Folders.h"
@@ -10,6 +12,11 @@
 #include "trash/Freed.h"
 
 namespace quon {
+
+using PathSet = std::set<std::string, std::less<>>;
+
+/// True for what lies below one of the folders, at any depth; not for themselves.
+[[nodiscard]] bool isWithinAny(const PathSet& folders, std::string_view path);
 
 /// An item to be moved to the trash, with what was known of it when the user saw it.
 struct TrashItem {
@@ -31,7 +38,7 @@ struct TrashOutcome {
   std::vector<TrashedItem> moved;
   std::vector<Failed> failed;
   /// The folders in which something came or went, trashes included; absolute and without links.
-  std::set<std::string> changedFolders;
+  PathSet changedFolders;
   /// By what was moved, once the trash is emptied.
   Freed::Total freed;
 
