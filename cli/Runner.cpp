@@ -33,7 +33,15 @@ void Runner::wait() {
   if (model.lastRun.cancelled) throw Interrupted();
 }
 
+void Runner::waitForTrash() {
+  trashing = true;
+  (void)loop.runUntil([this] { return !model._trashing.get(); });
+  trashing = false;
+}
+
 void Runner::onInterrupt() {
+  // What was moved is to be told. A second interrupt does not wait for the disk.
+  if (trashing.exchange(false)) return model.cancelTrash();
   if (!waiting) leave();  // a scan may have begun that is not waited for yet
   model.cancel();
   loop.postAfter(kGrace, [this] { graceOver = true; });

@@ -25,6 +25,8 @@ class Runner {
 
   /// Until the model is done with its scan or load. Throws Interrupted.
   void wait();
+  /// Until what was to be moved to the trash is; an interrupt leaves what has not begun.
+  void waitForTrash();
   /// Threads: any.
   void onInterrupt();
   /// Until the predicate is true, which an interrupt does not wait for.
@@ -43,6 +45,7 @@ class Runner {
   bool progressShown = false;
   bool graceOver = false;  ///< an interrupted scan or load did not end in time
   std::atomic<bool> waiting{false};
+  std::atomic<bool> trashing{false};
   Observation place;
 };
 

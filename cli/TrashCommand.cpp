@@ -29,6 +29,7 @@ using Failed = TrashOutcome::Failed;
 struct Selected {
   TrashItem item;
   Freed freed;
+  bool isNested = false;  ///< lies in another, and is moved with it
 };
 
 struct Selection {
@@ -39,25 +40,28 @@ struct Selection {
 
 /// The item that was named, which may be a link: only what lies above it is resolved. TrashFailure.
 std::string pathOf(const Session& session, const std::string& typed) {
-  const std::string path = withoutTrailingSlashes(expandTilde(typed, session.folders.home));
+  if (typed.empty()) throw TrashFailure("the path is empty");
+  const std::string path = withoutTrailingSlashes(typed);
   const std::string name(lastComponent(path));
+  // A pattern for hidden files may match both.
+  if (name == "." || name == "..") throw TrashFailure("\"" + name + "\" is not taken as the name of a folder");
   std::error_code error;
-  const bool isItself = name != "." && name != ".." && path != "/";
-  const bool isRelative = path.find('/') == std::string::npos;
-  const std::string above = !isItself ? path : isRelative ? "." : std::string(parentPath(path));
+  const bool isPlain = path.find('/') == std::string::npos;
+  const std::string above = isPlain ? "." : std::string(parentPath(path));
   const auto resolved = session.platform.files.canonical(above, error);
-  if (!resolved) throw TrashFailure(error == std::errc::no_such_file_or_directory ? "no such file or folder" : reasonOf(error));
-  return isItself ? joinPath(pathPrefix(*resolved), name) : *resolved;
+  if (!resolved) {
+    throw TrashFailure(error == std::errc::no_such_file_or_directory ? "no such file or folder" : reasonOf(error));
+  }
+  return path == "/" ? path : joinPath(pathPrefix(*resolved), name);
 }
 
 Selection select(Session& session, const std::vector<std::string>& typed) {
   Selection selection;
   PathSet paths;
-  const TrashRules rules(session.platform, session.trash(), session.folders);
+  const TrashRules rules(session.platform, session.folders);
   for (const std::string& each : typed) {
     std::string path = each;
     try {
-      if (each.empty()) throw TrashFailure("the path is empty");
       path = pathOf(session, each);
       const std::string refusal = rules.refusalOf(path, "");
       if (!refusal.empty()) throw TrashFailure(refusal);
@@ -69,8 +73,9 @@ Selection select(Session& session, const std::vector<std::string>& typed) {
       selection.refused.push_back({path, failure.what()});
     }
   }
-  std::erase_if(selection.items, [&](const Selected& each) { return isWithinAny(paths, each.item.path); });
   for (Selected& each : selection.items) {
+    each.isNested = isWithinAny(paths, each.item.path);
+    if (each.isNested) continue;
     each.freed = Freed::of(session.platform, each.item.path, [] { return false; });
     selection.freed.add(each.freed);
   }
@@ -85,12 +90,18 @@ std::string described(const Selected& selected, const std::string& home) {
   return text + "\n";
 }
 
-/// True when the user agrees. What is asked goes to where progress goes, so that output can be redirected.
+/// True when the user agrees.
 bool isAgreed(std::size_t count) {
   fmt::print(stderr, "Move {} to the trash? [y/N] ", counted(count, "item"));
   std::string answer;
   std::getline(std::cin, answer);
-  return answer == "y" || answer == "Y" || answer == "yes";
+  answer = lowerCase(answer);
+  return answer == "y" || answer == "yes";
+}
+
+void warnOf(const Failed& failure) {
+  const std::string path = failure.path.empty() ? "\"\"" : displayText(failure.path);
+  warn(fmt::format("cannot move {} to the trash: {}", path, displayText(failure.reason)));
 }
 
 Json toJson(const std::vector<Failed>& failures) {
@@ -101,18 +112,27 @@ Json toJson(const std::vector<Failed>& failures) {
   return rows;
 }
 
+/// Where the question is asked: output may be redirected.
+void printSelection(const Session& session, const Selection& selection, std::FILE* stream) {
+  for (const Selected& each : selection.items) {
+    if (!each.isNested) fmt::print(stream, "{}", described(each, session.homeShownAsTilde()));
+  }
+  if (selection.items.empty()) return;
+  fmt::print(stream, "{:>10}  freed once the Trash is emptied\n", humanBytes(selection.freed.total().physical));
+}
+
 void printDryRun(const Session& session, const Command& command, const Selection& selection) {
   const std::uint64_t freed = selection.freed.total().physical;
   if (command.json) {
     Json rows = Json::array();
     for (const Selected& each : selection.items) {
+      if (each.isNested) continue;
       rows.push_back({{"path", encodeBytes(each.item.path)}, {"freed", each.freed.total().physical}});
     }
     return printDocument(
         Json{{"items", std::move(rows)}, {"failed", toJson(selection.refused)}, {"freed", freed}});
   }
-  for (const Selected& each : selection.items) print(described(each, session.homeShownAsTilde()));
-  if (!selection.items.empty()) print(fmt::format("{:>10}  freed once the Trash is emptied\n", humanBytes(freed)));
+  printSelection(session, selection, stdout);
 }
 
 int move(Session& session, const Command& command, const Selection& selection) {
@@ -122,15 +142,15 @@ int move(Session& session, const Command& command, const Selection& selection) {
   TrashOutcome outcome;
   if (!items.empty()) {
     model.trash(std::move(items));
-    session.await([&model] { return !model._trashing.get(); });
+    session.runner().waitForTrash();
     if (!model._trashed.get()) throw CommandFailure(model._toast.get().value_or("trash failed"));
     outcome = *model._trashed.get();
   }
   for (const Failed& failure : outcome.failed) {
-    warn(fmt::format("cannot move {} to the trash: {}", displayText(failure.path), displayText(failure.reason)));
+    warnOf(failure);
   }
   if (!command.json) {
-    if (!outcome.moved.empty()) print(outcome.message() + "\n");
+    if (!outcome.moved.empty() || outcome.untried > 0) print(outcome.message() + "\n");
   } else {
     Json moved = Json::array();
     for (const TrashedItem& item : outcome.moved) {
@@ -138,7 +158,16 @@ int move(Session& session, const Command& command, const Selection& selection) {
     }
     std::vector<Failed> failures = selection.refused;
     failures.insert(failures.end(), outcome.failed.begin(), outcome.failed.end());
-    printDocument(Json{{"items", std::move(moved)}, {"failed", toJson(failures)}, {"freed", outcome.freed.physical}});
+    printDocument(Json{{"items", std::move(moved)},
+                       {"failed", toJson(failures)},
+                       {"freed", outcome.freed.physical},
+                       {"keptByLinks", outcome.freed.keptByLinks},
+                       {"unreadable", outcome.freed.unreadable},
+                       {"untried", outcome.untried}});
+  }
+  if (outcome.untried > 0) {
+    (void)flushOutput();
+    throw Interrupted();
   }
   return selection.refused.empty() && outcome.failed.empty() ? 0 : 1;
 }
@@ -203,7 +232,7 @@ int runTrash(Session& session, const Command& command) {
   }
   const Selection selection = select(session, command.items);
   for (const Failed& failure : selection.refused) {
-    warn(fmt::format("cannot move {} to the trash: {}", displayText(failure.path), displayText(failure.reason)));
+    warnOf(failure);
   }
   const int refused = selection.refused.empty() ? 0 : 1;
   if (command.dryRun) {
@@ -211,9 +240,9 @@ int runTrash(Session& session, const Command& command) {
     return refused;
   }
   if (!command.yes && !selection.items.empty()) {
-    printDryRun(session, command, selection);
-    (void)flushOutput();
-    if (!isAgreed(selection.items.size())) {
+    printSelection(session, selection, stderr);
+    const auto count = std::ranges::count(selection.items, false, &Selected::isNested);
+    if (!isAgreed(static_cast<std::size_t>(count))) {
       print("Nothing was moved.\n");
       return refused;
     }

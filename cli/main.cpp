@@ -59,6 +59,7 @@ int main(int count, char** arguments) {
   try {
     endQuietlyOutOfMemory();
     LinuxPlatform::returnFreedMemory();
+    LinuxPlatform::dropRelativeFolders();
     LinuxPlatform::ignoreFileSizeSignal();
     LinuxPlatform::raiseOpenFileLimit();
     const LinuxPlatform platform;

@@ -1,8 +1,11 @@
+#include <csignal>
 #include <filesystem>
+#include <iterator>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <set>
 #include <string>
+#include <thread>
 #include <unistd.h>
 
 #include "QuonProcess.h"
@@ -55,6 +58,36 @@ TEST_F(TrashCommand, AsksOnATerminalAndElsewhereWantsToBeSure) {
   EXPECT_THAT(on("y\n", {"trash", film}), HasSubstr("trashed a film.mp4 — "));
   EXPECT_FALSE(fs::exists(film));
   EXPECT_TRUE(fs::exists(trashed("a film.mp4")));
+}
+
+TEST_F(TrashCommand, TakesNamesAsTheyAre) {
+  quon.workingFolder = quon.folder.folder("tree/work");
+  const std::string named = quon.folder.file("tree/work/~/junk", 10);
+  const std::string precious = quon.folder.file("tree/home/junk", 10);
+  EXPECT_EQ(quon.run({"trash", "--yes", "~/junk"}).status, 0);
+  EXPECT_FALSE(fs::exists(named));
+  EXPECT_TRUE(fs::exists(precious)) << "the shell has expanded what was to be expanded";
+  for (const char* pattern : {".", "..", "../work/.", "../work/..", ""}) {
+    EXPECT_EQ(quon.run({"trash", "--yes", pattern}).status, 1) << pattern;
+  }
+  EXPECT_TRUE(fs::exists(quon.workingFolder));
+  quon.environment["XDG_DATA_HOME"] = "relative";
+  const Json moved = quon.document({"trash", "--yes", "~"});
+  EXPECT_EQ(moved["items"][0]["trashedTo"], quon.environment.at("HOME") + "/.local/share/Trash/files/~");
+}
+
+TEST_F(TrashCommand, WhenInterruptedTellsWhatItMoved) {
+  Arguments arguments{"trash", "--yes", "--json"};
+  for (int count = 0; count < 3000; ++count) arguments.push_back(quon.folder.file("tree/many/" + std::to_string(count), 1));
+  Running running = quon.start(arguments);
+  while (!fs::exists(trashed("0")) && !running.hasEnded()) std::this_thread::yield();
+  running.signal(SIGINT);
+  const Finished run = running.wait();
+  const Json document = run.document();
+  const std::size_t moved = document["items"].size();
+  EXPECT_EQ(moved + document["untried"].get<std::size_t>(), 3000U);
+  EXPECT_EQ(run.status, document["untried"] == 0 ? 0 : 130);
+  EXPECT_EQ(std::distance(fs::directory_iterator(trashed("")), fs::directory_iterator()), static_cast<std::ptrdiff_t>(moved));
 }
 
 TEST_F(TrashCommand, OfSeveralTellsWhatFailedAndEveryAnswerIsRightAfterwards) {

@@ -226,6 +226,23 @@ TEST_F(Trash, OfAFolderThatABatchIsAboutToReplace) {
   EXPECT_EQ(differencesFromFresh(), "");
 }
 
+TEST_F(Trash, WhileAScanHasPassedTheItemLeavesTheNewTreeTrue) {
+  const std::string film = home.top.file("tree/a/film", 2 * kMiB);
+  home.scan();
+  home.settle();
+  const Entry row = *model().entryFor(film);
+  home.events.coverage = {.since = 0, .reason = "nobody records"};  // nothing else reports the change
+  model().scan(home.root);
+  home.main.runUntil([&] { return !model().buildingFile().empty() || !model().isBusy(); });
+  model().trash(row);
+  home.queue(QueueName::trash).runPosted();
+  ASSERT_FALSE(fs::exists(film));
+  home.finish();
+  home.settle();
+  home.settle(5);
+  EXPECT_EQ(model().entryFor(film), std::nullopt);
+}
+
 TEST_F(Trash, FromATreeWithoutAnIndexLeavesTheTreeTrue) {
   home.top.file("tree/a/film", 2 * kMiB);
   home.top.file("tree/b", 3 * kMiB);

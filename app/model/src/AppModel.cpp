@@ -8,7 +8,7 @@ AppModel::AppModel(ModelServices given)
     : ModelState(std::move(given)),
       Settings(static_cast<ModelState&>(*this)),
       ScanSession(static_cast<ModelState&>(*this), static_cast<Settings&>(*this)),
-      TrashBin(static_cast<ModelState&>(*this), static_cast<LiveUpdates&>(*this)),
+      TrashBin(static_cast<ModelState&>(*this), static_cast<ScanSession&>(*this)),
       WidgetSnapshot(static_cast<ModelState&>(*this)),
       GapProbe(static_cast<ModelState&>(*this), static_cast<const Settings&>(*this)),
       Catalogue(static_cast<ModelState&>(*this)),

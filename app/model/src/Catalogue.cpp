@@ -1,6 +1,7 @@
 #include "model/Catalogue.h"
 
 #include <fmt/format.h>
+#include <set>
 #include <utility>
 
 #include "base/HumanBytes.h"
@@ -66,7 +67,7 @@ void Catalogue::refreshSelfFootprint(bool force) {
     footprint.start([&platform = state.services.platform,
                      folders = state.services.folders](const IsVoid& isVoid) -> std::optional<std::uint64_t> {
       Freed own;
-      for (const std::string& folder : {folders.data, folders.config, folders.state}) {
+      for (const std::string& folder : std::set{folders.data, folders.config, folders.state}) {
         own.add(Freed::of(platform, folder, isVoid));
       }
       return own.total().physical;

@@ -31,6 +31,7 @@ LiveUpdates::LiveUpdates(ModelState& model)
           [this](std::shared_ptr<LiveWatcher>&& watcher) {
             liveWatcher = std::move(watcher);
             _isLive.set(true);
+            refreshWaiting();
           },
           [this](const std::string& reason) { take(LiveWatcher::NeedsRescan{reason}); }) {}
 
@@ -49,6 +50,7 @@ std::string LiveUpdates::whyNotFollowed(const LiveStart& start) const {
 
 void LiveUpdates::startLiveWatch(const LiveStart& start) {
   stopLiveWatch();
+  toRefresh.insert(toRefresh.end(), start.changed.begin(), start.changed.end());
   const ShownTreeRef& tree = state.shownTree();
   const std::string reason = whyNotFollowed(start);
   if (state.options.liveUpdates && !reason.empty()) state.raise(Problem::Kind::notWatched, reason);
@@ -86,7 +88,7 @@ void LiveUpdates::startLiveWatch(const LiveStart& start) {
       .revision = start.revision};
   if (!options.followsEvents) {
     liveWatcher = std::make_shared<LiveWatcher>(watcherServices, options);
-    return;
+    return refreshWaiting();
   }
   // It opens the event journal.
   starting.start([watcherServices, options = std::move(options)](
@@ -96,8 +98,18 @@ void LiveUpdates::startLiveWatch(const LiveStart& start) {
 }
 
 bool LiveUpdates::refreshFolders(const std::vector<std::string>& paths) {
-  if (liveWatcher) liveWatcher->foldersChanged(paths);
-  return liveWatcher != nullptr;
+  if (liveWatcher) {
+    liveWatcher->foldersChanged(paths);
+    return true;
+  }
+  if (!starting.isRunning() && !recovering) return false;
+  toRefresh.insert(toRefresh.end(), paths.begin(), paths.end());
+  return true;
+}
+
+void LiveUpdates::refreshWaiting() {
+  const std::vector<std::string> paths = std::exchange(toRefresh, {});
+  if (!paths.empty()) liveWatcher->foldersChanged(paths);
 }
 
 void LiveUpdates::stopLiveWatch() {

@@ -91,6 +91,11 @@ void ScanSession::openPrivacySettings() {
   state.services.desktop.openPrivacySettings();
 }
 
+bool ScanSession::refreshFolders(const std::vector<std::string>& paths) {
+  if (_busy.get()) changedMeanwhile.insert(changedMeanwhile.end(), paths.begin(), paths.end());
+  return LiveUpdates::refreshFolders(paths) || _busy.get();
+}
+
 void ScanSession::recover() {
   const ShownTreeRef& shown = state.shownTree();
   // What runs brings a tree of its own, or leads back to this one.
@@ -256,7 +261,8 @@ void ScanSession::install(const Finished& finished, Purpose purpose) {
   startLiveWatch({.eventId = finished.eventId,
                   .rootDev = finished.rootDev,
                   .revision = finished.revision,
-                  .notRecorded = state.options.liveUpdates ? finished.notRecorded : ""});
+                  .notRecorded = state.options.liveUpdates ? finished.notRecorded : "",
+                  .changed = std::exchange(changedMeanwhile, {})});
 }
 
 /// What a recovery found changed is as good as a batch to whoever follows the changes; so is what another

@@ -5,7 +5,7 @@
 #include <variant>
 
 #include "base/Path.h"
-#include "model/LiveUpdates.h"
+#include "model/ScanSession.h"
 #include "scan/DirNode.h"
 
 namespace quon {
@@ -25,11 +25,11 @@ std::optional<TrashItem> itemOf(const Entry& entry) {
 
 }  // namespace
 
-TrashBin::TrashBin(ModelState& model, LiveUpdates& liveUpdates)
+TrashBin::TrashBin(ModelState& model, ScanSession& scanSession)
     : _trashing(model),
       _trashed(model),
       state(model),
-      live(liveUpdates),
+      session(scanSession),
       job(
           model, QueueName::trash, Job::Reads::nothing,
           [this](TrashOutcome&& outcome) { finish(std::move(outcome)); },
@@ -53,19 +53,22 @@ void TrashBin::trash(const std::vector<Entry>& entries) {
 void TrashBin::trash(std::vector<TrashItem> items) {
   if (items.empty()) return;
   state.perform([this, items = std::move(items)] {
+    if (!job.isRunning()) *cancelled = false;
     waiting.push_back(items);
     if (!job.isRunning()) startNext();
   });
 }
 
 void TrashBin::startNext() {
+  if (*cancelled) waiting.clear();
   _trashing.set(!waiting.empty());
   if (waiting.empty()) return;
   const ShownTreeRef& tree = state.shownTree();
   job.start([&platform = state.services.platform, &trash = state.services.trash,
              folders = state.services.folders, root = tree ? tree->root.path() : std::string(),
-             items = std::move(waiting.front())](const IsVoid&) -> std::optional<TrashOutcome> {
-    return moveToTrash(platform, trash, folders, root, items);
+             items = std::move(waiting.front()),
+             stopped = cancelled](const IsVoid& isVoid) -> std::optional<TrashOutcome> {
+    return moveToTrash(platform, trash, folders, root, items, [&] { return *stopped || isVoid(); });
   });
   waiting.erase(waiting.begin());
 }
@@ -73,16 +76,17 @@ void TrashBin::startNext() {
 void TrashBin::finish(TrashOutcome&& outcome) {
   if (!outcome.moved.empty()) state._selection.set(std::nullopt);
   const std::vector<std::string> changed(outcome.changedFolders.begin(), outcome.changedFolders.end());
-  if (!changed.empty() && !live.refreshFolders(changed)) dropFromTree(outcome);
+  if (!changed.empty() && !session.refreshFolders(changed)) dropFromTree(outcome);
   state._toast.set(outcome.message());
   _trashed.set(std::move(outcome));
   startNext();
 }
 
-/// The tree has no index by which it could be brought up to date.
+/// Nothing will bring the tree up to date: it has no index, or that cannot be used any longer. What is too small for a
+/// row of its own, and what entered a trash below the root, the next scan finds.
 void TrashBin::dropFromTree(const TrashOutcome& outcome) {
   const ShownTreeRef tree = state.shownTree();
-  if (!tree || !tree->indexURL.empty()) return;  // being opened or recovered: what changed is found then
+  if (!tree) return;
   auto result = std::make_shared<WalkResult>(*tree->result);
   {
     state.interruptReaders();

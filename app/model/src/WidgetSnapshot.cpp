@@ -32,7 +32,8 @@ WidgetSnapshot::WidgetSnapshot(ModelState& model)
     : state(model),
       self(std::make_shared<WidgetSnapshot*>(this)),
       job(
-          model, QueueName::snapshot, Job::Reads::treeInParts, [](bool&&) {}, [](const std::string&) {}) {}
+          model, QueueName::snapshot, Job::Reads::treeInParts, [](bool&&) {},
+          [this](const std::string& reason) { state.services.log.line("snapshot write failed: " + reason); }) {}
 
 WidgetSnapshot::~WidgetSnapshot() {
   widgetSnapshotWork.cancel();
@@ -72,7 +73,7 @@ void WidgetSnapshot::writeWidgetSnapshot() {
 }
 
 void WidgetSnapshot::deriveWidgetSnapshot() {
-  const Seen present{state.shownTree() ? state.shownTree()->id : 0, state._version.get()};
+  const Seen present{state.shownTree() ? state.shownTree()->id : 0, state._version.get(), state._metric.get()};
   // A batch that interrupted the writing has raised the version, and is followed by another.
   const Seen before = std::exchange(seen, present);
   if (present.tree == 0 || present == before) return;

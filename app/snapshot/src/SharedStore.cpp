@@ -1,6 +1,7 @@
 #include "snapshot/SharedStore.h"
 
 #include <ctime>
+#include <exception>
 #include <fmt/format.h>
 #include <system_error>
 
@@ -33,12 +34,13 @@ bool SharedStore::write(const QuonSnapshot& snapshot) const {
     log.line("app-group container unavailable (entitlement missing?)");
     return false;
   }
-  const std::string text = snapshot.encoded();
   const std::string path = joinPath(*container, kName);
+  std::string text;
   try {
+    text = snapshot.encoded();
     removeAbandoned(*container);
     files.writePrivateFile(path, text);
-  } catch (const std::system_error& failure) {
+  } catch (const std::exception& failure) {
     log.line(fmt::format("snapshot write failed: {}", failure.what()));
     return false;
   }

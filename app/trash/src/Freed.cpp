@@ -30,7 +30,6 @@ Freed Freed::of(const Platform& platform, const std::string& path, FunctionRef<b
       ++freed.alone.unreadable;
       continue;
     }
-    if (opened.directory->facts().device != top->device) continue;
     reader->start(opened.directory);
     for (bool more = true; more;) {
       const DirectoryBatch batch = reader->next();
@@ -52,8 +51,8 @@ void Freed::count(std::uint32_t device, std::uint64_t fileID, std::uint64_t link
                   std::uint64_t physical) {
   if (links < 2) {
     ++alone.files;
-    alone.logical = checkedAdd(alone.logical, logical);
-    alone.physical = checkedAdd(alone.physical, physical);
+    alone.logical = saturatingAdd(alone.logical, logical);
+    alone.physical = saturatingAdd(alone.physical, physical);
     return;
   }
   File& file = linked[{device, fileID}];
@@ -66,8 +65,8 @@ void Freed::count(std::uint32_t device, std::uint64_t fileID, std::uint64_t link
 void Freed::add(const Freed& other) {
   alone.files += other.alone.files;
   alone.unreadable += other.alone.unreadable;
-  alone.logical = checkedAdd(alone.logical, other.alone.logical);
-  alone.physical = checkedAdd(alone.physical, other.alone.physical);
+  alone.logical = saturatingAdd(alone.logical, other.alone.logical);
+  alone.physical = saturatingAdd(alone.physical, other.alone.physical);
   for (const auto& [identity, file] : other.linked) {
     File& own = linked[identity];
     own.logical = file.logical;
@@ -85,8 +84,8 @@ Freed::Total Freed::total() const {
       ++total.keptByLinks;
       continue;
     }
-    total.logical = checkedAdd(total.logical, file.logical);
-    total.physical = checkedAdd(total.physical, file.physical);
+    total.logical = saturatingAdd(total.logical, file.logical);
+    total.physical = saturatingAdd(total.physical, file.physical);
   }
   return total;
 }

@@ -16,12 +16,11 @@ std::string resolved(const Platform& platform, const std::string& path) {
 
 }  // namespace
 
-TrashRules::TrashRules(const Platform& platform, const TrashService& trash, const Folders& folders)
+TrashRules::TrashRules(const Platform& platform, const Folders& folders)
     : home(resolved(platform, folders.home)) {
   for (const std::string& folder : {folders.data, folders.config, folders.state}) {
     own.insert(resolved(platform, folder));
   }
-  for (const std::string& folder : trash.folders()) trashes.insert(resolved(platform, folder));
 }
 
 std::string TrashRules::refusalOf(const std::string& path, const std::string& root) const {
@@ -30,11 +29,6 @@ std::string TrashRules::refusalOf(const std::string& path, const std::string& ro
   if (!root.empty() && isInside(root, path)) return "it contains the folder that was scanned";
   if (path == home) return "it is the home folder";
   if (isInside(home, path)) return "it contains the home folder";
-  for (const std::string& trash : trashes) {
-    if (path == trash) return "it is the trash";
-    if (isInside(path, trash)) return "it is in the trash already";
-    if (isInside(trash, path)) return "it contains the trash";
-  }
   for (const std::string& folder : own) {
     if (isInside(path, folder) || isInside(folder, path)) return "quon keeps its own files there";
   }

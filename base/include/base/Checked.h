@@ -1,6 +1,7 @@
 #pragma once
 
 #include <concepts>
+#include <limits>
 
 #include "base/Fatal.h"
 
@@ -26,6 +27,13 @@ template <std::integral Number>
   Number product{};
   if (__builtin_mul_overflow(a, b, &product)) fatal("a product of sizes overflows");
   return product;
+}
+
+/// a + b, or the largest number when that is more.
+template <std::unsigned_integral Number>
+[[nodiscard]] constexpr Number saturatingAdd(Number a, Number b) {
+  Number sum{};
+  return __builtin_add_overflow(a, b, &sum) ? std::numeric_limits<Number>::max() : sum;
 }
 
 /// a - b, or 0 when b is the larger.

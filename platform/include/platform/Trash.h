@@ -4,6 +4,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/Directories.h"
@@ -40,7 +41,9 @@ struct TrashFolder {
 /// Why an item was not moved. what() is the reason, without the item's name where the system gives none.
 class TrashFailure : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  explicit TrashFailure(const std::string& reason, std::string touchedTrash = {})
+      : std::runtime_error(reason), touched(std::move(touchedTrash)) {}
+  const std::string touched;  ///< a trash folder in which something came and went; "" for none
 };
 
 /// The desktop's trash. What moves an item is the only thing in the program that changes anything of the user's.
@@ -52,11 +55,12 @@ class TrashService {
   TrashService& operator=(const TrashService&) = delete;
   virtual ~TrashService() = default;
 
-  /// What the item is now, a link its own. TrashFailure also for a mount point, and what contains one.
+  /// What the item is now, a link its own. TrashFailure also for a mount point, for a trash, and for what contains
+  /// one of them or lies in a trash.
   [[nodiscard]] virtual ExpectedItem inspect(const std::string& path) const = 0;
   /// Moves the item into the trash of the home folder, or into that of its own file system. A link is moved
-  /// itself. Nothing is moved, TrashFailure says why, when the item is not the expected one, is a mount point or
-  /// contains one, or has no trash. The path is absolute and without links but the item itself.
+  /// itself. Nothing is moved, TrashFailure says why, when the item is not the expected one, is one that
+  /// `inspect` refuses, or has no trash. The path is absolute and without links but the item itself.
   [[nodiscard]] virtual TrashedItem moveToTrash(const std::string& path, const ExpectedItem& expected) = 0;
   /// The trash folders of this user that exist, the home folder's first.
   [[nodiscard]] virtual std::vector<std::string> folders() const = 0;

@@ -1,10 +1,14 @@
 #include "TrashInfo.h"
 
+#include <algorithm>
+#include <fcntl.h>
 #include <glib.h>
 #include <memory>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "base/Path.h"
+#include "linux_fs/Descriptor.h"
 
 namespace quon {
 namespace {
@@ -23,6 +27,19 @@ using Owned = std::unique_ptr<T, Free>;
 
 Owned<char> valueOf(GKeyFile* file, const char* key) {
   return Owned<char>(g_key_file_get_value(file, kGroup, key, nullptr));
+}
+
+/// The beginning of a regular file, which is all of any record; "" for what is none. A disk may come from anyone: a
+/// pipe would be waited for, a link would lead elsewhere.
+std::string recordIn(const std::string& file) {
+  constexpr std::size_t kMost = 65536;
+  const Descriptor opened(::open(file.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+  struct stat found {};
+  if (!opened.isOpen() || ::fstat(opened.get(), &found) != 0 || !S_ISREG(found.st_mode)) return "";
+  std::string text(kMost, '\0');
+  const ssize_t bytes = ::read(opened.get(), text.data(), text.size());
+  text.resize(static_cast<std::size_t>(std::max<ssize_t>(bytes, 0)));
+  return text;
 }
 
 std::int64_t secondsOf(const char* localTime) {
@@ -45,8 +62,9 @@ std::string infoFileOf(std::string_view trash, std::string_view name) {
 }
 
 std::optional<TrashInfo> readTrashInfo(const std::string& file, const std::string& top) {
+  const std::string text = recordIn(file);
   const Owned<GKeyFile> keys(g_key_file_new());
-  if (g_key_file_load_from_file(keys.get(), file.c_str(), G_KEY_FILE_NONE, nullptr) == FALSE) return std::nullopt;
+  if (g_key_file_load_from_data(keys.get(), text.data(), text.size(), G_KEY_FILE_NONE, nullptr) == FALSE) return std::nullopt;
   const Owned<char> escaped = valueOf(keys.get(), "Path");
   if (!escaped || *escaped == '\0') return std::nullopt;
   const Owned<char> path(g_uri_unescape_string(escaped.get(), nullptr));

@@ -128,7 +128,7 @@ void LinuxFiles::writePrivateFile(const std::string& path, std::string_view cont
     if (bytes < 0 || ::fsync(opened.get()) != 0) raise("cannot write", path);
     replace(fresh, path);
   } catch (const std::system_error&) {
-    remove(fresh);
+    (void)::unlink(fresh.c_str());  // what went wrong is what is to be told
     throw;
   }
 }

@@ -64,6 +64,13 @@ Folders LinuxPlatform::folders() {
   return found;
 }
 
+void LinuxPlatform::dropRelativeFolders() {
+  for (const char* variable : {"XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_STATE_HOME"}) {
+    const char* const value = std::getenv(variable);  // NOLINT(concurrency-mt-unsafe): main, before any thread
+    if (value != nullptr && *value != '/') ::unsetenv(variable);  // NOLINT(concurrency-mt-unsafe): likewise
+  }
+}
+
 void LinuxPlatform::raiseOpenFileLimit() {
   rlimit limit{};
   if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == limit.rlim_max) return;

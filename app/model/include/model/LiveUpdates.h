@@ -32,9 +32,6 @@ class LiveUpdates {
   [[nodiscard]] bool isLiveStarting() const { return starting.isRunning(); }
   /// The shown tree is not followed now, and will be brought up to date by itself.
   [[nodiscard]] bool isRecovering() const { return recovering; }
-  /// Brings what is directly in these folders up to date at once, without waiting for events. False when nothing
-  /// is there that could do it: then the shown tree has no index, or is being brought up to date as a whole.
-  bool refreshFolders(const std::vector<std::string>& paths);
   /// Called for each live event with the observers of the operation that took it in.
   std::function<void(const LiveWatcher::Event&)> onLiveEvent;
 
@@ -46,10 +43,14 @@ class LiveUpdates {
     std::uint32_t rootDev = 0;
     std::uint64_t revision = 0;   ///< of the index, that the shown tree stands for
     std::string notRecorded = {}; ///< why changes cannot be followed; "" when they can
+    std::vector<std::string> changed = {};  ///< folders that may have changed since they were read
   };
   /// Follows the shown tree. When it cannot be followed, or should not be, the problem says why.
   void startLiveWatch(const LiveStart& start);
   void stopLiveWatch();
+  /// Brings what is directly in these folders up to date at once, without waiting for events, or as soon as a watcher
+  /// that is on its way is there. False when none is.
+  bool refreshFolders(const std::vector<std::string>& paths);
 
   /// Brings the shown tree up to date and follows it again: from its index, by comparing it with the disk where
   /// the journal does not help, by a scan where more changed than that is good for.
@@ -60,6 +61,7 @@ class LiveUpdates {
   void report(const LiveWatcher::Event& event);
 
  private:
+  void refreshWaiting();
   [[nodiscard]] std::string whyNotFollowed(const LiveStart& start) const;
   void commit(const std::function<void()>& commitToTree);
   void take(const LiveWatcher::Event& event);
@@ -69,6 +71,7 @@ class LiveUpdates {
   ModelState& state;
   bool recovering = false;
   std::vector<std::string> overtaken;
+  std::vector<std::string> toRefresh;  // once a watcher is there
   std::chrono::duration<double> nextDelay{0};  // of a recovery, when it soon follows another
   std::chrono::duration<double> lastRecovery{-1e9};
   WorkItem recovery;

@@ -61,6 +61,9 @@ class ScanSession : public LiveUpdates {
   void openFolder();
   void openPrivacySettings();
   [[nodiscard]] bool isBusy() const { return _busy.get(); }
+  /// Something changed directly in these folders: reads them at once, and once more when the tree is there that a scan
+  /// or load is about to bring, which may have come by before. False when nothing will bring the shown tree up to date.
+  bool refreshFolders(const std::vector<std::string>& paths);
   /// Ends the scan or load that runs, soon. What was shown before stays, and is brought up to date; `lastRun`
   /// says that it was cancelled. Threads: any.
   void cancel();
@@ -98,6 +101,7 @@ class ScanSession : public LiveUpdates {
   Settings& settings;
   std::shared_ptr<ScanSession*> self;  // what posted work refers to weakly
   WorkItem timer;
+  std::vector<std::string> changedMeanwhile;  // folders, since the run began
   mutable Mutex runLock;
   std::unique_ptr<Run> run QUON_GUARDED_BY(runLock);  // the one under way
   std::vector<std::unique_ptr<Run>> retired;          // cancelled ones whose threads may not have ended

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -10,14 +12,14 @@
 
 namespace quon {
 
-class LiveUpdates;
+class ScanSession;
 
 /// Moves items to the desktop's trash: nothing else in the program changes anything below a scanned folder. What
 /// was moved leaves the tree, and what lies in the trash enters it where the trash was scanned too, as one batch
 /// of live updates that is not waited for.
 ///
-/// Threads: main only. Items are moved on a queue of their own, call after call; the model's end does not stop
-/// the call that has begun.
+/// Threads: main only. Items are moved on a queue of their own, call after call; at the model's end none is begun
+/// any more.
 class TrashBin {
  public:
   /// Items are on their way.
@@ -31,9 +33,11 @@ class TrashBin {
   void trash(const std::vector<Entry>& entries);
   /// Items that need not be in the shown tree.
   void trash(std::vector<TrashItem> items);
+  /// Moves nothing more than what is being moved just now; `_trashed` tells what was. Threads: any.
+  void cancelTrash() { *cancelled = true; }
 
  protected:
-  TrashBin(ModelState& model, LiveUpdates& liveUpdates);
+  TrashBin(ModelState& model, ScanSession& scanSession);
 
  private:
   void startNext();
@@ -41,7 +45,8 @@ class TrashBin {
   void dropFromTree(const TrashOutcome& outcome);
 
   ModelState& state;
-  LiveUpdates& live;
+  ScanSession& session;
+  std::shared_ptr<std::atomic<bool>> cancelled = std::make_shared<std::atomic<bool>>(false);
   std::vector<std::vector<TrashItem>> waiting;
   LatestJob<TrashOutcome> job;
 };

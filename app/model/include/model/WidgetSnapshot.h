@@ -31,6 +31,7 @@ class WidgetSnapshot {
   struct Seen {
     std::uint64_t tree = 0;
     std::uint64_t version = 0;
+    Metric metric = Metric::logical;
 
     friend bool operator==(const Seen&, const Seen&) = default;
   };

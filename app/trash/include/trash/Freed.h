@@ -25,7 +25,7 @@ class Freed {
     friend bool operator==(const Total&, const Total&) = default;
   };
 
-  /// Of the file or folder, a link's own, on its own file system. Stops early when `cancelled` says so, which is
+  /// Of the file or folder, a link's own. Sums end at the largest number: file systems may claim any size. Stops early when `cancelled` says so, which is
   /// asked for each folder. Nothing for an item that is not there. Throws std::system_error without memory for
   /// a reader. Threads: any but the main one.
   [[nodiscard]] static Freed of(const Platform& platform, const std::string& path,

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "base/FunctionRef.h"
 #include "platform/Folders.h"
 #include "platform/Platform.h"
 #include "platform/Trash.h"
@@ -37,6 +39,7 @@ struct TrashOutcome {
 
   std::vector<TrashedItem> moved;
   std::vector<Failed> failed;
+  std::size_t untried = 0;  ///< items that were left alone, as it was cancelled
   /// The folders in which something came or went, trashes included; absolute and without links.
   PathSet changedFolders;
   /// By what was moved, once the trash is emptied.
@@ -48,9 +51,10 @@ struct TrashOutcome {
   friend bool operator==(const TrashOutcome&, const TrashOutcome&) = default;
 };
 
-/// Moves the items one after the other; one that fails stops no other. `root` is the folder that was scanned, "" for
+/// Moves the items one after the other; one that fails stops no other. `cancelled` is asked before each. `root` is the folder that was scanned, "" for
 /// none. Threads: any but the main one.
 [[nodiscard]] TrashOutcome moveToTrash(const Platform& platform, TrashService& trash, const Folders& folders,
-                                       const std::string& root, const std::vector<TrashItem>& items);
+                                       const std::string& root, const std::vector<TrashItem>& items,
+                                       FunctionRef<bool()> cancelled);
 
 }  // namespace quon

@@ -5,15 +5,14 @@
 
 #include "platform/Folders.h"
 #include "platform/Platform.h"
-#include "platform/Trash.h"
 
 namespace quon {
 
 /// What may not be moved to the trash, although the system would do it.
 class TrashRules {
  public:
-  /// Where the program's files, the trashes and the home folder are now. Threads: any but the main one.
-  TrashRules(const Platform& platform, const TrashService& trash, const Folders& folders);
+  /// Where the program's files and the home folder are now. Threads: any but the main one.
+  TrashRules(const Platform& platform, const Folders& folders);
 
   /// Why the item at this path, absolute and without links, may not be moved; "" when it may. `root` is the folder
   /// that was scanned, "" for none.
@@ -22,7 +21,6 @@ class TrashRules {
  private:
   std::string home;
   std::set<std::string> own;
-  std::set<std::string> trashes;
 };
 
 }  // namespace quon

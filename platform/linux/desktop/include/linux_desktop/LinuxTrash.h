@@ -27,6 +27,7 @@ class LinuxTrash final : public TrashService {
   static void moveByGio(const std::string& path);
 
  private:
+  void refuseTrash(const std::string& path, const std::string& mountPoint) const;
   /// Where an item on this mount may go.
   [[nodiscard]] std::vector<std::string> foldersOf(const std::string& mountPoint) const;
 
