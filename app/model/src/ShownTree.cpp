@@ -31,8 +31,7 @@ std::optional<Entry> ShownTree::entryAt(const std::string& path) const {
 std::optional<int> ShownTree::slotOf(const DirNode& folder) const {
   const DirNode* top = nullptr;
   for (const DirNode* at = &folder; at->parent != nullptr; at = at->parent) top = at;
-  const auto slot = slots.find(top);
-  return slot == slots.end() ? std::nullopt : std::optional(slot->second);
+  return top == nullptr ? std::nullopt : std::optional<int>(top->slotIndex);
 }
 
 }  // namespace quon
