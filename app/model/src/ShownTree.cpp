@@ -28,10 +28,4 @@ std::optional<Entry> ShownTree::entryAt(const std::string& path) const {
   return std::nullopt;
 }
 
-std::optional<int> ShownTree::slotOf(const DirNode& folder) const {
-  const DirNode* top = nullptr;
-  for (const DirNode* at = &folder; at->parent != nullptr; at = at->parent) top = at;
-  return top == nullptr ? std::nullopt : std::optional<int>(top->slotIndex);
-}
-
 }  // namespace quon

@@ -38,9 +38,6 @@ struct ShownTree {
   [[nodiscard]] RefPtr<DirNode> folderAt(std::string_view path) const;
   /// The row of the folder or kept file at a full path.
   [[nodiscard]] std::optional<Entry> entryAt(const std::string& path) const;
-  /// The slot of the folder's colour: that of the folder below the root which it is or lies in. None for the
-  /// root.
-  [[nodiscard]] std::optional<int> slotOf(const DirNode& folder) const;
 };
 
 using ShownTreeRef = std::shared_ptr<const ShownTree>;
