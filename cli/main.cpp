@@ -7,6 +7,7 @@
 #include "Output.h"
 #include "Session.h"
 #include "base/Fatal.h"
+#include "picture/FolderPicture.h"
 #include "platform_linux/LinuxPlatform.h"
 
 namespace {
@@ -31,6 +32,8 @@ int run(Session& session, const Command& command) {
       return runUntouched(session, command);
     case Command::Verb::reclaim:
       return runReclaim(session, command);
+    case Command::Verb::map:
+      return runMap(session, command);
     case Command::Verb::search:
       return runSearch(session, command);
     case Command::Verb::commands:
@@ -64,7 +67,9 @@ int main(int count, char** arguments) {
     const LinuxPlatform platform;
     const Command& command = std::get<Command>(parsed);
     const auto stay = command.verb == Command::Verb::watch ? Session::Stay::stays : Session::Stay::ends;
-    Session session(platform.services(), LinuxPlatform::folders(), Terminal::detect(), stay);
+    const Folders folders = LinuxPlatform::folders();
+    if (command.verb == Command::Verb::map) keepFontCacheIn(folders.data);
+    Session session(platform.services(), folders, Terminal::detect(), stay);
     AppModel& model = session.model();
     model.options.catchUp = command.catchUp;
     model.options.typingPauses = false;
