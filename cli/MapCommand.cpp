@@ -23,6 +23,7 @@ int runMap(Session& session, const Command& command) {
              .when = localTime(tree.scannedAt),
              .mode = wanted.mode,
              .dark = wanted.dark,
+             .fontCache = session.folders.data + "/fonts",
              .size = {static_cast<double>(wanted.width), static_cast<double>(wanted.height)},
              .scale = wanted.scale},
             wanted.isVector() ? PictureFormat::svg : PictureFormat::png);

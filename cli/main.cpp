@@ -7,7 +7,6 @@
 #include "Output.h"
 #include "Session.h"
 #include "base/Fatal.h"
-#include "picture/FolderPicture.h"
 #include "platform_linux/LinuxPlatform.h"
 
 namespace {
@@ -67,9 +66,7 @@ int main(int count, char** arguments) {
     const LinuxPlatform platform;
     const Command& command = std::get<Command>(parsed);
     const auto stay = command.verb == Command::Verb::watch ? Session::Stay::stays : Session::Stay::ends;
-    const Folders folders = LinuxPlatform::folders();
-    if (command.verb == Command::Verb::map) keepFontCacheIn(folders.data);
-    Session session(platform.services(), folders, Terminal::detect(), stay);
+    Session session(platform.services(), LinuxPlatform::folders(), Terminal::detect(), stay);
     AppModel& model = session.model();
     model.options.catchUp = command.catchUp;
     model.options.typingPauses = false;

@@ -227,10 +227,22 @@ TEST_F(Map, InterruptedWhileItWritesLeavesNoPartOfAPicture) {
   RecordProperty("interrupted", interrupted);
 }
 
-TEST_F(Map, WritesNothingBelowTheScannedFolderButThePicture) {
-  const Finished run = quon.run({"map", quon.home, "-o", picture("home.svg")});
-  EXPECT_EQ(run.status, 0) << run.err;
-  EXPECT_FALSE(std::filesystem::exists(quon.home + "/.cache")) << "the cache of fonts";
+TEST_F(Map, KeepsWhatItLearnsOfFontsAmongItsOwnFiles) {
+  // A font that no cache of the system contains.
+  const std::filesystem::recursive_directory_iterator all("/usr/share/fonts");
+  const auto font = std::find_if(begin(all), end(all), [](const auto& entry) {
+    return entry.path().extension() == ".ttf" || entry.path().extension() == ".otf";
+  });
+  ASSERT_NE(font, end(all)) << "no font is installed";
+  const std::filesystem::path data = std::filesystem::path(quon.indexFolder()).parent_path();
+  const std::filesystem::path fonts = data.parent_path() / "fonts";
+  std::filesystem::create_directories(fonts);
+  std::filesystem::copy(font->path(), fonts / "a.ttf");
+  (void)drawn("map.svg");
+  EXPECT_FALSE(std::filesystem::is_empty(data / "fonts"));
+  for (const char* elsewhere : {"/.cache", "/.fontconfig"}) {
+    EXPECT_FALSE(std::filesystem::exists(quon.home + elsewhere)) << elsewhere;
+  }
 }
 
 }  // namespace

@@ -23,6 +23,7 @@ constexpr double kUnit = 27;    ///< with the space before it
 constexpr double kShare = 56;   ///< "100.0 %", with the space before it
 constexpr TextStyle kHeadStyle{11.5, 500};
 constexpr TextStyle kText{13, 400};
+constexpr TextStyle kFigure{13, 400, true};
 constexpr TextStyle kCaption{12, 400};
 
 /// "12.3 %", or "<0.1 %" of what is there but rounds to nothing.
@@ -47,9 +48,9 @@ void drawRow(const Canvas& canvas, const MapRect& row, const Entry& entry, const
   canvas.text(name, kText, isRest ? theme.ink3 : theme.ink, left, middle);
   const std::string bytes = humanBytes(size);
   const std::size_t space = bytes.find(' ');
-  canvas.text(bytes.substr(0, space), kText, theme.ink, numberEnd, middle, Canvas::Align::right);
+  canvas.text(bytes.substr(0, space), kFigure, theme.ink, numberEnd, middle, Canvas::Align::right);
   canvas.text(bytes.substr(space + 1), kCaption, theme.ink3, numberEnd + 4, middle);
-  canvas.text(shareOf(size, total), kText, theme.ink2, row.right(), middle, Canvas::Align::right);
+  canvas.text(shareOf(size, total), kFigure, theme.ink2, row.right(), middle, Canvas::Align::right);
 }
 
 }  // namespace

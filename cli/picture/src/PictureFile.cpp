@@ -51,7 +51,7 @@ DrawnPicture drawn(const FolderPicture& picture, PictureFormat format) {
   {
     const Context context(cairo_create(surface.get()), &cairo_destroy);
     cairo_scale(context.get(), picture.scale, picture.scale);
-    Typesetter type;
+    Typesetter type(picture.fontCache);
     result.marks = drawPage(Canvas(context.get(), type, picture.scale), picture);
     require(cairo_status(context.get()));
   }
@@ -61,10 +61,6 @@ DrawnPicture drawn(const FolderPicture& picture, PictureFormat format) {
   cairo_surface_finish(surface.get());
   require(cairo_surface_status(surface.get()));
   return result;
-}
-
-void keepFontCacheIn(const std::string& folder) {
-  setenv("XDG_CACHE_HOME", folder.c_str(), 1);  // NOLINT(concurrency-mt-unsafe): before any other thread
 }
 
 }  // namespace quon

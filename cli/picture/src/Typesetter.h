@@ -6,6 +6,7 @@
 #include "map/TextWidths.h"
 
 using cairo_t = struct _cairo;
+using PangoAttrList = struct _PangoAttrList;
 using PangoContext = struct _PangoContext;
 using PangoLayout = struct _PangoLayout;
 
@@ -15,7 +16,9 @@ namespace quon {
 /// any script and direction; what is no text must have been replaced. Threads: confined.
 class Typesetter final : public TextMeasure {
  public:
-  Typesetter();
+  /// Fonts that the system has no cache of are read and remembered in a cache in this folder, and nowhere
+  /// else.
+  explicit Typesetter(const std::string& fontCache);
   ~Typesetter() override;
   Typesetter(const Typesetter&) = delete;
   Typesetter& operator=(const Typesetter&) = delete;
@@ -28,10 +31,14 @@ class Typesetter final : public TextMeasure {
   struct Release {
     void operator()(void* object) const;
   };
+  struct Unref {
+    void operator()(PangoAttrList* list) const;
+  };
   void set(const std::string& utf8, const TextStyle& style);
 
   std::unique_ptr<PangoContext, Release> context;
   std::unique_ptr<PangoLayout, Release> layout;
+  std::unique_ptr<PangoAttrList, Unref> tabular;
 };
 
 }  // namespace quon

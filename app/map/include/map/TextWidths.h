@@ -8,8 +8,9 @@ namespace quon {
 
 /// How a text is set, in the one family that the map uses.
 struct TextStyle {
-  double size = 0;   ///< in points
-  int weight = 400;  ///< as in CSS
+  double size = 0;         ///< in points
+  int weight = 400;        ///< as in CSS
+  bool isTabular = false;  ///< figures of one width, for columns
 
   friend bool operator==(const TextStyle&, const TextStyle&) = default;
 };

@@ -16,8 +16,9 @@ struct FolderPicture {
   std::string when;  ///< the figures are of, in words
   MapMode mode = MapMode::sunburst;
   bool dark = false;
-  MapSize size;        ///< in points; each side at least 200
-  unsigned scale = 1;  ///< pixels to a point
+  std::string fontCache;  ///< folder for what is learnt of the fonts, where the system has not stored it
+  MapSize size;           ///< in points; each side at least 200
+  unsigned scale = 1;     ///< pixels to a point
 };
 
 /// The bytes of a file.
@@ -33,9 +34,5 @@ enum class PictureFormat : std::uint8_t {
 
 /// Threads: one at a time. Throws std::runtime_error when there is not enough memory for so many pixels.
 [[nodiscard]] DrawnPicture drawn(const FolderPicture& picture, PictureFormat format);
-
-/// Has the cache of fonts, which is written where the system has none that is up to date, lie in this folder.
-/// Threads: before any other starts.
-void keepFontCacheIn(const std::string& folder);
 
 }  // namespace quon
