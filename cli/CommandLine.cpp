@@ -193,10 +193,7 @@ void addVerbs(CLI::App& app, Command& command) {
   using Verb = Command::Verb;
   const auto add = [&](const char* name, Verb verb, const char* about) -> CLI::App& {
     CLI::App& added = *app.add_subcommand(name, about);
-    added.callback([&command, verb] {
-      command.verb = verb;
-      if (verb == Verb::map) checkPicture(command.map);
-    });
+    added.callback([&command, verb] { command.verb = verb; });
     addShared(added, command);
     return added;
   };
@@ -275,6 +272,7 @@ std::variant<Command, int> parseCommandLine(int count, char** arguments) {
     }
     app.parse(words);
     checkTrash(command);
+    checkPicture(command.map);
   } catch (const CLI::ParseError& stop) {
     if (stop.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) return app.exit(stop);
     std::string reason = reasonOf(stop);

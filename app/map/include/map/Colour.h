@@ -20,8 +20,8 @@ struct Colour {
   friend bool operator==(const Colour&, const Colour&) = default;
 };
 
-/// `share` of the way from one opaque colour to another, in OKLab: steps that look even, and no grey or
-/// foreign hue on the way. https://bottosson.github.io/posts/oklab
+/// `share` of the way from one opaque colour to another, in OKLab: even steps, and no grey or foreign
+/// hue in between. https://bottosson.github.io/posts/oklab
 [[nodiscard]] Colour mixed(Colour from, Colour to, double share);
 
 }  // namespace quon

@@ -28,7 +28,7 @@ struct DrawnPicture {
 };
 
 enum class PictureFormat : std::uint8_t {
-  svg,  ///< text as outlines, so that it looks the same wherever it is shown; `scale` must be 1
+  svg,  ///< text as outlines, the same wherever it is shown; `scale` must be 1
   png,
 };
 
