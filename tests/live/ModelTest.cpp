@@ -50,17 +50,10 @@ std::map<std::string, const DirNode*> foldersOf(const DirNode& root) {
 /// The slots of a tree that was scanned or loaded just now are ranks by size.
 void expectRankedSlots(const DirNode& root) {
   for (const auto& [path, folder] : foldersOf(root)) {
-    for (const RefPtr<DirNode>& child : folder->subdirs) {
-      std::ptrdiff_t rank = 0;
-      for (const RefPtr<DirNode>& other : folder->subdirs) {
-        if (other == child) break;
-        rank += other->totalLogical >= child->totalLogical;
-      }
-      const auto isLarger = [&](const RefPtr<DirNode>& other) {
-        return other->totalLogical > child->totalLogical;
-      };
-      rank += std::count_if(std::ranges::find(folder->subdirs, child), folder->subdirs.end(), isLarger);
-      ASSERT_EQ(child->slotIndex, rank % 12) << child->path("");
+    std::vector<RefPtr<DirNode>> ranked = folder->subdirs;
+    std::ranges::stable_sort(ranked, std::greater<>(), [](const auto& child) { return child->totalLogical; });
+    for (std::size_t rank = 0; rank < ranked.size(); ++rank) {
+      ASSERT_EQ(ranked[rank]->slotIndex, rank % 12) << ranked[rank]->path("");
     }
   }
 }

@@ -47,7 +47,8 @@ std::size_t drawSunburst(const Canvas& canvas, const MapScope& scope, MapSize si
     drawLabel(canvas, label, theme.label, theme.label);
   }
   const std::uint64_t files = scope.node->totalFiles;
-  const std::string count = fmt::format("{} {}", grouped(files), files == 1 ? "file" : "files");
+  const std::string count =
+      files == 0 ? "empty" : fmt::format("{} {}", grouped(files), files == 1 ? "file" : "files");
   const std::uint64_t bytes =
       scope.metric == Metric::logical ? scope.node->totalLogical : scope.node->totalPhysical;
   drawLabel(canvas, holeLabel(nameOf(scope), bytes, count, size, options, canvas.measures()), theme.ink,

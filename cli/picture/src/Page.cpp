@@ -63,9 +63,9 @@ void drawTitle(const Canvas& canvas, const FolderPicture& picture, const MapRect
 
 /// Takes the legend's part off the area; none where there is no room for both.
 MapRect takeLegend(MapRect& area, MapSize page) {
-  constexpr double kShareOfWidth = 0.28;
+  constexpr double kShareOfWidth = 0.3;
   constexpr double kShareOfHeight = 0.36;
-  constexpr double kNarrowest = 230;
+  constexpr double kNarrowest = 250;
   constexpr double kWidest = 380;
   if (page.w > page.h && page.w >= kLeastBeside.w && page.h >= kLeastBeside.h) {
     const double width = std::round(std::clamp(page.w * kShareOfWidth, kNarrowest, kWidest));
