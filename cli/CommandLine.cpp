@@ -21,6 +21,9 @@ namespace {
 
 constexpr unsigned kMostThreads = 1024;
 constexpr std::size_t kMostRows = 1'000'000'000;
+constexpr unsigned kShortestSide = 200;
+constexpr unsigned kLongestSide = 16'384;
+constexpr unsigned kMostScale = 8;
 constexpr const char* kFolder = "A folder; without one the configured root, else the home folder";
 constexpr const char* kFilters =
     "Filters:\n"
@@ -142,6 +145,50 @@ void checkTrash(const Command& command) {
   if (!command.listTrash && command.items.empty()) throw CLI::ValidationError("PATH is required");
 }
 
+/// "1200x800".
+bool readSize(std::string_view text, MapPicture& picture) {
+  const std::size_t times = text.find('x');
+  if (times == std::string_view::npos) return false;
+  const auto read = [](std::string_view digits, unsigned& side) {
+    const char* const end = digits.data() + digits.size();
+    const auto result = std::from_chars(digits.data(), end, side);
+    return result.ec == std::errc() && result.ptr == end && side >= kShortestSide && side <= kLongestSide;
+  };
+  return read(text.substr(0, times), picture.width) && read(text.substr(times + 1), picture.height);
+}
+
+void addPicture(CLI::App& verb, MapPicture& picture) {
+  addValue(verb, "-o,--output", "FILE", "The picture to write, .svg or .png",
+           "a file that ends in .svg or .png",
+           [&picture](const std::string& value) {
+             picture.file = value;
+             return value.ends_with(".svg") || value.ends_with(".png");
+           })
+      ->required();
+  addValue(verb, "--mode", "sunburst|treemap", "How to draw the folder (default: sunburst)",
+           "sunburst or treemap", [&picture](const std::string& value) {
+             const auto mode = mapModeOf(value);
+             picture.mode = mode.value_or(MapMode::sunburst);
+             return mode.has_value();
+           });
+  addValue(verb, "--size", "WxH", fmt::format("Points (default: {}x{})", picture.width, picture.height),
+           fmt::format("two sides from {0} to {1}, such as 1200x800", kShortestSide, kLongestSide),
+           [&picture](const std::string& value) { return readSize(value, picture); });
+  addNumber(verb, "--scale", picture.scale, kMostScale, "Pixels to a point, of a .png (default: 1)");
+  verb.add_flag("--dark", picture.dark, "Light text on a dark ground");
+}
+
+/// What the options do not refuse each by itself.
+void checkPicture(const MapPicture& picture) {
+  if (picture.scale == 1) return;
+  if (picture.isVector()) throw CLI::ValidationError("--scale is for .png files; a .svg fits any size");
+  if (std::max(picture.width, picture.height) * picture.scale > kLongestSide) {
+    throw CLI::ValidationError(fmt::format("a picture of {}x{} pixels is too large; each side may have {}",
+                                           picture.width * picture.scale, picture.height * picture.scale,
+                                           kLongestSide));
+  }
+}
+
 void addVerbs(CLI::App& app, Command& command) {
   using Verb = Command::Verb;
   const auto add = [&](const char* name, Verb verb, const char* about) -> CLI::App& {
@@ -171,6 +218,9 @@ void addVerbs(CLI::App& app, Command& command) {
   CLI::App& commands = add("commands", Verb::commands, "List what the command bar offers for a text");
   addText(commands, command, "What is typed into the bar");
 
+  CLI::App& map = add("map", Verb::map, "Draw where the storage of a folder goes");
+  addPicture(map, command.map);
+
   CLI::App& names = add("names", Verb::names, "List file names that occur more than once");
   names.add_option("--name", command.name, "List the files of this name instead")->type_name("NAME");
 
@@ -181,7 +231,7 @@ void addVerbs(CLI::App& app, Command& command) {
   addTrash(add("trash", Verb::trash, "Move files and folders to the trash"), command);
   add("record", Verb::record, "Record file-system events in the foreground");
 
-  for (CLI::App* verb : {&scan, &list, &largest, &kinds, &untouched, &reclaim, &names, &watch}) {
+  for (CLI::App* verb : {&scan, &list, &largest, &kinds, &untouched, &reclaim, &map, &names, &watch}) {
     addPath(*verb, command);
   }
   for (CLI::App* verb : {&list, &largest, &untouched, &reclaim, &search, &names}) addLimit(*verb, command);
@@ -222,6 +272,7 @@ std::variant<Command, int> parseCommandLine(int count, char** arguments) {
     }
     app.parse(words);
     checkTrash(command);
+    checkPicture(command.map);
   } catch (const CLI::ParseError& stop) {
     if (stop.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) return app.exit(stop);
     std::string reason = reasonOf(stop);

@@ -7,9 +7,22 @@
 #include <variant>
 #include <vector>
 
+#include "map/MapMode.h"
 #include "rows/Entry.h"
 
 namespace quon::cli {
+
+/// The picture that `map` is to draw.
+struct MapPicture {
+  std::string file;  ///< ends in .svg or .png
+  MapMode mode = MapMode::sunburst;
+  unsigned width = 1200;
+  unsigned height = 800;
+  unsigned scale = 1;  ///< pixels to a point, in a .png
+  bool dark = false;
+
+  [[nodiscard]] bool isVector() const { return file.ends_with(".svg"); }
+};
 
 /// What was typed on the command line.
 struct Command {
@@ -22,6 +35,7 @@ struct Command {
     reclaim,
     names,
     search,
+    map,
     commands,
     indexes,
     watch,
@@ -47,6 +61,7 @@ struct Command {
   bool dryRun = false;                  ///< trash: says what would be moved
   bool listTrash = false;               ///< trash: what the trashes contain
   bool collect = false;                 ///< indexes: remove those of no use first
+  MapPicture map;
 };
 
 /// The exit status of a command line, or of a search, that cannot be understood.

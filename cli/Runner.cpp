@@ -47,10 +47,17 @@ void Runner::onInterrupt() {
   loop.postAfter(kGrace, [this] { graceOver = true; });
 }
 
+void Runner::setUnfinished(const std::string& file) {
+  const MutexLock held(lock);
+  unfinished = file;
+}
+
 void Runner::leave() {
   try {
-    const std::string building = model.buildingFile();
-    if (!building.empty()) platform.files.remove(building);
+    const MutexLock held(lock);
+    for (const std::string& file : {model.buildingFile(), unfinished}) {
+      if (!file.empty()) platform.files.remove(file);
+    }
   } catch (const std::system_error&) {
     // Its folder has become read-only, say; the next scan's sweep finds it.
   }

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "base/LoopQueue.h"
+#include "base/Mutex.h"
 #include "base/Observed.h"
 #include "model/AppModel.h"
 #include "platform_linux/LinuxTerminal.h"
@@ -29,12 +30,14 @@ class Runner {
   void waitForTrash();
   /// Threads: any.
   void onInterrupt();
+  /// An interrupt removes this file, which the command is about to write; "" for none.
+  void setUnfinished(const std::string& file) QUON_EXCLUDES(lock);
   /// Until the predicate is true, which an interrupt does not wait for.
   void runUntil(const std::function<bool()>& predicate) { (void)loop.runUntil(predicate); }
 
  private:
-  /// Ends the process, without the file that a scan is building. Threads: any.
-  [[noreturn]] void leave();
+  /// Ends the process, without the file that a scan is building or the command is writing. Threads: any.
+  [[noreturn]] void leave() QUON_EXCLUDES(lock);
   void showProgress();
   void clearProgress();
 
@@ -46,6 +49,8 @@ class Runner {
   bool graceOver = false;  ///< an interrupted scan or load did not end in time
   std::atomic<bool> waiting{false};
   std::atomic<bool> trashing{false};
+  Mutex lock;
+  std::string unfinished QUON_GUARDED_BY(lock);
   Observation place;
 };
 

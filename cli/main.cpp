@@ -31,6 +31,8 @@ int run(Session& session, const Command& command) {
       return runUntouched(session, command);
     case Command::Verb::reclaim:
       return runReclaim(session, command);
+    case Command::Verb::map:
+      return runMap(session, command);
     case Command::Verb::search:
       return runSearch(session, command);
     case Command::Verb::commands:

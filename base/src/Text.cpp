@@ -183,6 +183,12 @@ std::string fitToWidth(std::string_view utf8, std::size_t columns) {
   return fitted;
 }
 
+std::vector<std::size_t> characterOffsets(std::string_view utf8) {
+  std::vector<std::size_t> offsets;
+  for (const Cluster& cluster : clustersOf(utf8)) offsets.push_back(cluster.offset);
+  return offsets;
+}
+
 std::string lowerCase(std::string_view bytes) {
   std::string lower(bytes.size(), '\0');
   unsigned char seen = 0;

@@ -76,6 +76,8 @@ class NothingWritten : public testing::Test {
             {"names", "--name", "b.js", tree},
             {"search", "kind:video", "--in", tree},
             {"commands", "scan"},
+            {"map", tree, "-o", pictures + "map.svg"},
+            {"map", tree, "-o", pictures + "map.png", "--mode", "treemap"},
             {"indexes", "--collect"},
             {"refresh"},
             {"trash", "--list"},
@@ -83,6 +85,7 @@ class NothingWritten : public testing::Test {
   }
 
   Quon quon;
+  const std::string pictures = quon.folder.folder("pictures") + "/";
 };
 
 TEST_F(NothingWritten, ByAnyCommand) {
@@ -133,7 +136,7 @@ TEST_F(NothingWritten, AsItsSystemCallsShow) {
   EXPECT_GT(reads, 50U) << "the walk was not traced";
   EXPECT_THAT(written, Not(IsEmpty()));
   const std::set<std::string> own{quon.environment.at("XDG_DATA_HOME"), quon.environment.at("XDG_STATE_HOME"),
-                                  quon.environment.at("XDG_CONFIG_HOME"), "/dev/"};
+                                  quon.environment.at("XDG_CONFIG_HOME"), pictures, "/dev/"};
   for (const std::string& path : written) {
     std::cout << "written: " << path << '\n';
     EXPECT_TRUE(std::ranges::any_of(own, [&](const std::string& folder) { return path.starts_with(folder); }))

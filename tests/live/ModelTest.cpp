@@ -1,7 +1,10 @@
 // The reference of everything live: after any sequence of edits, the patched index and tree equal those of a
 // fresh scan. Edits come from a seeded editor, with the events that an ideal service would report.
+#include <algorithm>
 #include <cstdlib>
 #include <gtest/gtest.h>
+#include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -31,12 +34,74 @@ class Model : public ScannedTree {
   }
 };
 
+/// The folders of a tree by path.
+std::map<std::string, const DirNode*> foldersOf(const DirNode& root) {
+  std::map<std::string, const DirNode*> folders{{"", &root}};
+  std::vector<const DirNode*> all{&root};
+  for (std::size_t at = 0; at < all.size(); ++at) {
+    for (const RefPtr<DirNode>& child : all[at]->subdirs) {
+      folders.emplace(child->path(""), child.get());
+      all.push_back(child.get());
+    }
+  }
+  return folders;
+}
+
+/// The slots of a tree that was scanned or loaded just now are ranks by size.
+void expectRankedSlots(const DirNode& root) {
+  for (const auto& [path, folder] : foldersOf(root)) {
+    std::vector<RefPtr<DirNode>> ranked = folder->subdirs;
+    std::ranges::stable_sort(ranked, std::greater<>(), [](const auto& child) { return child->totalLogical; });
+    for (std::size_t rank = 0; rank < ranked.size(); ++rank) {
+      ASSERT_EQ(ranked[rank]->slotIndex, rank % 12) << ranked[rank]->path("");
+    }
+  }
+}
+
+/// The slots of a tree across batches: a path keeps its slot, and what is new takes none that is in use as
+/// long as some are not.
+class SlotHistory {
+ public:
+  explicit SlotHistory(const DirNode& root) { expectKept(root); }
+
+  void expectKept(const DirNode& root) {
+    std::map<std::string, int> now;
+    for (const auto& [path, folder] : foldersOf(root)) {
+      now[path] = folder->slotIndex;
+      if (const auto before = slots.find(path); before != slots.end()) {
+        ASSERT_EQ(folder->slotIndex, before->second) << path;
+      }
+      const std::size_t known = childCounts[path];
+      std::set<int> used;
+      std::size_t fresh = 0;
+      for (const RefPtr<DirNode>& child : folder->subdirs) {
+        used.insert(child->slotIndex);
+        if (!slots.contains(child->path(""))) ++fresh;
+      }
+      // With more, some share a slot, and still do when others have gone.
+      if (known + fresh > 12) crowded.insert(path);
+      if (!crowded.contains(path)) {
+        ASSERT_EQ(used.size(), folder->subdirs.size()) << path;
+      }
+      childCounts[path] = folder->subdirs.size();
+    }
+    slots = std::move(now);
+  }
+
+ private:
+  std::map<std::string, int> slots;
+  std::map<std::string, std::size_t> childCounts;
+  std::set<std::string> crowded;
+};
+
 TEST_F(Model, PatchedTreeAndIndexEqualAFreshScan) {
   const std::uint64_t seed = randomSeed();
   TreeEditor editor(root, seed);
   editor.populate(120);
   const std::string index = scan("patched");
   Loaded loaded = load(index);
+  expectRankedSlots(*loaded.result.root);
+  SlotHistory slots(*loaded.result.root);
   std::vector<TopFile> top = loaded.result.topFiles;
   std::size_t edits = 0;
   for (int burst = 0; burst < burstsPerRun(60); ++burst) {
@@ -54,9 +119,43 @@ TEST_F(Model, PatchedTreeAndIndexEqualAFreshScan) {
       Refresh::rollupDirty(Refresh::commitTree(loaded.result.root, rootPath, kMinKeep, batch));
     }
     ASSERT_EQ(differences(*loaded.result.root, *load(index).result.root), "") << lastEdits(editor, size);
+    slots.expectKept(*loaded.result.root);
     ASSERT_EQ(differences(index, scan("fresh")), "") << "burst " << burst << ":\n" << lastEdits(editor, size);
   }
   RecordProperty("edits", static_cast<int>(edits));
+}
+
+TEST_F(Model, NewFolderTakesTheLowestFreeSlot) {
+  for (const char* folder : {"a", "b", "c", "d"}) tree.file(std::string(folder) + "/x", 100 - *folder % 4);
+  Loaded loaded = load(scan("slots"));
+  DirNode& top = *loaded.result.root;
+  const auto slotsByName = [&top] {
+    std::map<std::string, int> slots;
+    for (const RefPtr<DirNode>& child : top.subdirs) slots[child->name] = child->slotIndex;
+    return slots;
+  };
+  const auto commit = [&](const std::string& name, const char* below) {
+    Refresh::Batch batch;
+    RefPtr<DirNode> node;
+    if (below != nullptr) {
+      node = new DirNode(name);
+      node->subdirs.emplace_back(new DirNode(below));
+      node->subdirs.back()->parent = node.get();
+    }
+    Refresh::Batch::Op& op = batch.ops.emplace_back();
+    op.path = root;
+    op.children = {{name, node}};
+    Refresh::rollupDirty(Refresh::commitTree(loaded.result.root, rootPath, kMinKeep, batch));
+  };
+  const std::map<std::string, int> ranked{{"d", 0}, {"a", 1}, {"b", 2}, {"c", 3}};
+  ASSERT_EQ(slotsByName(), ranked);
+  commit("a", nullptr);
+  commit("c", "x");
+  commit("e", "y");
+  EXPECT_EQ(slotsByName(), (std::map<std::string, int>{{"b", 2}, {"c", 3}, {"d", 0}, {"e", 1}}));
+  for (int more = 0; more < 9; ++more) commit("f" + std::to_string(more), "z");
+  EXPECT_EQ(slotsByName()["f7"], 11);
+  EXPECT_EQ(slotsByName()["f8"], 0) << "all are in use, each by one";
 }
 
 TEST_F(Model, CatchUpEqualsAFreshScan) {

@@ -131,6 +131,21 @@ TEST_F(Navigation, LostTrackIsFoundAgainWithoutKeepingTheDiskBusy) {
   EXPECT_EQ(root()->totalLogical, 3 * kMiB + 1005) << "updates did not go on after the scan";
 }
 
+TEST_F(Navigation, ColoursStayWhenTheTreeIsReadAgain) {
+  const auto slot = [&](const char* folder) { return model.topSlot(*folderAt(root(), folder)).value(); };
+  const int before = slot("a/b");
+  home.top.file("tree/larger/than/all", 30 * kMiB);
+  home.push({{home.root, EventFlag::mustScanSubdirs, 5}});
+  home.events.history = {{home.root, EventFlag::userDropped, 4}};
+  home.main.advance(std::chrono::duration<double>(0));
+  home.finish();
+  EXPECT_EQ(slot("a/b"), before);
+  EXPECT_NE(slot("larger"), before);
+  home.scan();
+  home.settle();
+  EXPECT_EQ(slot("larger"), 0) << "a scan ranks them by size";
+}
+
 TEST_F(Navigation, ABatchThatAScanMadeVoidChangesNothing) {
   home.settle();
   home.top.file("tree/a/more", 1000);

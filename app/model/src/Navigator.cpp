@@ -3,6 +3,7 @@
 #include <variant>
 
 #include "base/Text.h"
+#include "map/TopSlot.h"
 #include "model/Search.h"
 #include "platform/Desktop.h"
 #include "rows/FolderRows.h"
@@ -32,7 +33,7 @@ std::optional<Entry> Navigator::entryFor(const std::string& path) const {
 }
 
 std::optional<int> Navigator::topSlot(const DirNode& folder) const {
-  return state.shownTree() ? state.shownTree()->slotOf(folder) : std::nullopt;
+  return state._scope.get() ? quon::topSlot(folder, *state._scope.get()) : std::nullopt;
 }
 
 void Navigator::jump(const Entry& entry) {

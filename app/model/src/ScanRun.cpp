@@ -137,7 +137,6 @@ void ScanSession::Run::loadOnce(Finished& finished, const std::string& onDisk, c
     finished.result = std::make_shared<WalkResult>(std::move(loaded.result));
   }
   if (cancelled) throw Refresh::Failure::cancelled();
-  finished.slots = colourSlots(*finished.result->root);
 }
 
 std::uint64_t ScanSession::Run::beginRecording(Finished& finished) {
@@ -227,7 +226,6 @@ void ScanSession::Run::scan(Finished& finished, bool hasFullDiskAccess) {
   finished.rootDev = outcome.rootDev;
   finished.revision = outcome.revision;
   finished.result = std::make_shared<WalkResult>(std::move(outcome.result));
-  finished.slots = colourSlots(*finished.result->root);
 }
 
 void ScanSession::Run::cancel() {

@@ -23,7 +23,6 @@ namespace quon {
 struct ScanSession::Finished {
   RootPath root;                       ///< empty when the folder could not be examined
   std::shared_ptr<WalkResult> result;  ///< none when it failed or was cancelled
-  SlotIndex slots;
   LastRun outcome;
   std::int64_t trueAt = 0;  ///< seconds since 1970
   std::uint64_t eventId = 0;

@@ -14,6 +14,7 @@
 #include "base/Path.h"
 #include "base/Text.h"
 #include "platform/Desktop.h"
+#include "scan/MapSlots.h"
 
 namespace quon {
 namespace {
@@ -222,12 +223,15 @@ void ScanSession::install(const Finished& finished, Purpose purpose) {
   const bool isReload = purpose == Purpose::reload || purpose == Purpose::recover;
   const LastRun& outcome = finished.outcome;
   const std::string scopeBefore = state.scopePath();
-  if (!isReload) lastRun = outcome;
+  if (!isReload) {
+    lastRun = outcome;
+  } else if (state.shownTree()) {  // the same folders, in the colours that they have on screen
+    keepSlots(*state.shownTree()->rootNode(), *finished.result->root);
+  }
   state.show({.root = finished.root,
               .indexURL = finished.indexURL,
               .indexInMemory = finished.inMemory,
               .result = finished.result,
-              .slots = finished.slots,
               .kindOverrides = {},
               .gate = nullptr});
   _scanStats.set("");

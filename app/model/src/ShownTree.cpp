@@ -28,11 +28,4 @@ std::optional<Entry> ShownTree::entryAt(const std::string& path) const {
   return std::nullopt;
 }
 
-std::optional<int> ShownTree::slotOf(const DirNode& folder) const {
-  const DirNode* top = nullptr;
-  for (const DirNode* at = &folder; at->parent != nullptr; at = at->parent) top = at;
-  const auto slot = slots.find(top);
-  return slot == slots.end() ? std::nullopt : std::optional(slot->second);
-}
-
 }  // namespace quon

@@ -1,6 +1,7 @@
 #include "rows/FolderRows.h"
 
 #include <algorithm>
+#include <span>
 #include <utility>
 
 #include "base/Checked.h"
@@ -24,20 +25,41 @@ struct Candidate {
   }
 };
 
-/// Brings the `cap` largest to the front, in order; equal ones keep the tree's order.
-void sortLargest(std::vector<Candidate>& all, std::size_t cap, Metric metric) {
+/// Brings the `cap` largest to the front, and those of them that have the least size into order before the
+/// others; returns how many these are. Equal ones keep the tree's order.
+std::size_t sortLargest(std::vector<Candidate>& all, std::size_t cap, Metric metric,
+                        std::uint64_t least = 0) {
   const auto isBefore = [metric](const Candidate& a, const Candidate& b) {
     return a.size(metric) != b.size(metric) ? a.size(metric) > b.size(metric) : a.order < b.order;
   };
-  const auto end = all.begin() + static_cast<std::ptrdiff_t>(std::min(cap, all.size()));
+  auto end = all.begin() + static_cast<std::ptrdiff_t>(std::min(cap, all.size()));
   if (end != all.end()) std::ranges::nth_element(all, end, isBefore);
+  if (least > 0) {
+    end = std::partition(all.begin(), end, [&](const Candidate& each) { return each.size(metric) >= least; });
+  }
   std::sort(all.begin(), end, isBefore);
+  return static_cast<std::size_t>(end - all.begin());
+}
+
+/// What of a folder's totals is not in the first `listed` candidates.
+Entry restOf(const DirNode& node, std::span<const Candidate> all, std::size_t listed, std::string_view path) {
+  Entry rest{Entry::Rest(), Entry::kRestName, node.totalLogical, node.totalPhysical, "r:"};
+  for (const Candidate& each : all) {
+    rest.logical = saturatingSub(rest.logical, each.logical);
+    rest.physical = saturatingSub(rest.physical, each.physical);
+  }
+  for (const Candidate& each : all.subspan(listed)) {
+    rest.logical = checkedAdd(rest.logical, each.logical);
+    rest.physical = checkedAdd(rest.physical, each.physical);
+  }
+  rest.id += path;
+  return rest;
 }
 
 }  // namespace
 
 std::vector<Entry> scopeEntries(const RefPtr<DirNode>& node, std::string_view rootPath, Metric metric,
-                                std::size_t cap) {
+                                std::size_t cap, std::uint64_t least) {
   std::vector<Candidate> all;
   all.reserve(node->subdirs.size() + node->keptFiles.size());
   for (const RefPtr<DirNode>& child : node->subdirs) {
@@ -46,30 +68,18 @@ std::vector<Entry> scopeEntries(const RefPtr<DirNode>& node, std::string_view ro
   for (const FileEntry& file : node->keptFiles) {
     all.push_back({node.get(), &file, file.logical, file.physical, all.size()});
   }
-  sortLargest(all, cap, metric);
+  const std::size_t shown = sortLargest(all, cap, metric, least);
 
   const std::string path = node->path(rootPath);
   std::vector<Entry> rows;
-  rows.reserve(std::min(cap, all.size()) + 1);
-  std::uint64_t logical = node->totalLogical;
-  std::uint64_t physical = node->totalPhysical;
-  for (const Candidate& each : all) {
-    logical = saturatingSub(logical, each.logical);
-    physical = saturatingSub(physical, each.physical);
+  rows.reserve(shown + 1);
+  for (const Candidate& each : std::span(all).first(shown)) {
+    rows.push_back(each.file == nullptr
+                       ? Entry::ofFolder(RefPtr<DirNode>(each.folder), joinPath(path, each.folder->name))
+                       : Entry::ofFile(*each.file, node, path));
   }
-  for (const Candidate& each : all) {
-    if (rows.size() == cap) {
-      logical = checkedAdd(logical, each.logical);
-      physical = checkedAdd(physical, each.physical);
-    } else if (each.file == nullptr) {
-      rows.push_back(Entry::ofFolder(RefPtr<DirNode>(each.folder), joinPath(path, each.folder->name)));
-    } else {
-      rows.push_back(Entry::ofFile(*each.file, node, path));
-    }
-  }
-  if (logical != 0 || physical != 0) {
-    rows.push_back({Entry::Rest(), Entry::kRestName, logical, physical, "r:" + path});
-  }
+  Entry rest = restOf(*node, all, std::min(cap, all.size()), path);
+  if (rest.logical != 0 || rest.physical != 0) rows.push_back(std::move(rest));
   return rows;
 }
 
@@ -88,7 +98,7 @@ std::optional<LargestFiles> largestFiles(const RefPtr<DirNode>& node, std::strin
     for (const RefPtr<DirNode>& child : folder->subdirs) folders.push_back(child.get());
   }
   LargestFiles largest{.rows = {}, .found = files.size()};
-  sortLargest(files, cap, metric);
+  (void)sortLargest(files, cap, metric);
   files.resize(std::min(cap, files.size()));
   largest.rows.reserve(files.size());
   for (const Candidate& each : files) {

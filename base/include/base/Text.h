@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace quon {
 
@@ -27,6 +28,10 @@ namespace quon {
 /// The text unchanged when it fits, otherwise cut in the middle with "…" and at most `columns` wide. Grapheme
 /// clusters stay whole, so a character keeps its combining marks. "" when `columns` is 0.
 [[nodiscard]] std::string fitToWidth(std::string_view utf8, std::size_t columns);
+
+/// Where each character that people see begins: grapheme clusters. A byte outside a valid sequence is one of
+/// its own.
+[[nodiscard]] std::vector<std::size_t> characterOffsets(std::string_view utf8);
 
 /// Lower case for searching: every code point by its Unicode mapping to one code point, whatever the locale.
 /// Bytes outside a valid sequence pass through unchanged.

@@ -11,6 +11,7 @@
 #include "base/PathRange.h"
 #include "live/Refresh.h"
 #include "scan/DirNode.h"
+#include "scan/MapSlots.h"
 
 namespace quon::Refresh {
 namespace {
@@ -28,7 +29,8 @@ class TreePatch {
   TreePatch(const RefPtr<DirNode>& rootNode, const RootPath& root) : tree(rootNode), rootPath(root) {}
   ~TreePatch() {
     for (auto& [parent, gone] : taken) {
-      std::erase_if(parent->subdirs, [&](const RefPtr<DirNode>& child) { return gone.contains(child.get()); });
+      std::erase_if(parent->subdirs,
+                    [&](const RefPtr<DirNode>& child) { return gone.contains(child.get()); });
     }
   }
   TreePatch(const TreePatch&) = delete;
@@ -83,9 +85,18 @@ class TreePatch {
     node.parent = nullptr;
     taken[&parent].emplace(&node);
     if (const auto index = children.find(&parent); index != children.end()) index->second.erase(node.name);
+    if (const auto use = slots.find(&parent); use != slots.end()) use->second.remove(node.slotIndex);
   }
 
-  void put(DirNode& parent, const RefPtr<DirNode>& child) {
+  /// Puts in a folder that is new, or that replaces the former one, which was taken out.
+  void put(DirNode& parent, const RefPtr<DirNode>& child, const DirNode* former) {
+    SlotUse& use = slots.try_emplace(&parent, parent).first->second;
+    if (former != nullptr) {
+      keepSlots(*former, *child);
+    } else {
+      child->slotIndex = use.free();
+    }
+    use.add(child->slotIndex);
     child->parent = &parent;
     parent.subdirs.push_back(child);
     if (const auto index = children.find(&parent); index != children.end()) {
@@ -98,6 +109,7 @@ class TreePatch {
   const RootPath& rootPath;
   std::map<std::string, DirNode*, std::less<>> known;
   std::unordered_map<DirNode*, ChildIndex> children;
+  std::unordered_map<DirNode*, SlotUse> slots;  ///< of the parents that got children
   /// By parent; erased from it together: each by itself would take time by the number of its siblings. A
   /// parent that is itself taken out stays alive until then.
   std::map<RefPtr<DirNode>, boost::unordered_flat_set<const DirNode*>> taken;
@@ -126,10 +138,9 @@ void applyRefresh(TreePatch& nodes, const Batch::Op& op, std::uint64_t minKeep) 
   DirNode& node = nodes.at(op.path);
   setFiles(node, op, minKeep);
   for (const Batch::Op::Child& child : op.children) {
-    if (DirNode* former = nodes.child(node, child.name)) {
-      nodes.take(*former, joinPath(pathPrefix(op.path), child.name));
-    }
-    if (child.node) nodes.put(node, child.node);
+    DirNode* const former = nodes.child(node, child.name);
+    if (former != nullptr) nodes.take(*former, joinPath(pathPrefix(op.path), child.name));
+    if (child.node) nodes.put(node, child.node, former);
   }
 }
 
@@ -146,7 +157,7 @@ DirNode* apply(TreePatch& nodes, const Batch::Op& op, std::uint64_t minKeep) {
   }
   DirNode* const parent = former->parent;
   nodes.take(*former, op.path);
-  if (op.node) nodes.put(*parent, op.node);
+  if (op.node) nodes.put(*parent, op.node, former);
   return parent;
 }
 

@@ -5,6 +5,7 @@
 
 #include "base/Checked.h"
 #include "base/Path.h"
+#include "scan/MapSlots.h"
 
 namespace quon {
 
@@ -34,7 +35,10 @@ void DirNode::rollup() {
   for (std::size_t at = 0; at < parentsFirst.size(); ++at) {
     for (const RefPtr<DirNode>& child : parentsFirst[at]->subdirs) parentsFirst.push_back(child.get());
   }
-  std::for_each(parentsFirst.rbegin(), parentsFirst.rend(), [](DirNode* node) { node->rollupShallow(); });
+  std::for_each(parentsFirst.rbegin(), parentsFirst.rend(), [](DirNode* node) {
+    node->rollupShallow();
+    rankSlots(*node);  // while the children are in the processor's cache
+  });
 }
 
 void DirNode::rollupShallow() {

@@ -22,6 +22,7 @@ class Navigator {
   [[nodiscard]] std::vector<Entry> scopeEntries(const RefPtr<DirNode>& node, std::size_t cap) const;
   /// The row of a full path.
   [[nodiscard]] std::optional<Entry> entryFor(const std::string& path) const;
+  /// The colour slot of the folder in the map of the scope: see map/TopSlot.h.
   [[nodiscard]] std::optional<int> topSlot(const DirNode& folder) const;
   /// Goes to a folder, or to a file in its folder. A folder that was taken out of the tree since the row was
   /// made is looked for at its path; the toast reports that nothing is there any more.

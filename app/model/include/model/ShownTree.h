@@ -11,7 +11,6 @@
 #include "lenses/Kinds.h"
 #include "model/TreeGate.h"
 #include "rows/Entry.h"
-#include "rows/SlotIndex.h"
 #include "scan/DirNode.h"
 #include "scan/WalkResult.h"
 
@@ -29,7 +28,6 @@ struct ShownTree {
   std::string indexURL;  ///< the index, on disk or in memory; "" when there is none
   std::shared_ptr<const void> indexInMemory;  ///< keeps the latter alive
   std::shared_ptr<const WalkResult> result;
-  SlotIndex slots;
   KindOverrides kindOverrides;
   std::shared_ptr<TreeGate> gate;
 
@@ -40,9 +38,6 @@ struct ShownTree {
   [[nodiscard]] RefPtr<DirNode> folderAt(std::string_view path) const;
   /// The row of the folder or kept file at a full path.
   [[nodiscard]] std::optional<Entry> entryAt(const std::string& path) const;
-  /// The slot of the folder's colour: that of the folder below the root which it is or lies in. None for the
-  /// root and below folders that came after the scan.
-  [[nodiscard]] std::optional<int> slotOf(const DirNode& folder) const;
 };
 
 using ShownTreeRef = std::shared_ptr<const ShownTree>;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,9 +17,10 @@ namespace quon {
 // for the file system's root. Threads: any that may read the tree.
 
 /// The child folders and kept files, largest first in the metric, at most `cap`; then, when it is not empty,
-/// the row for all that is not listed. Equal sizes keep folders before files and the tree's order.
+/// the row for all that is not listed. Equal sizes keep folders before files and the tree's order. Of these
+/// rows, those smaller than `least` are left out, though the one for the rest does not contain them.
 [[nodiscard]] std::vector<Entry> scopeEntries(const RefPtr<DirNode>& node, std::string_view rootPath,
-                                              Metric metric, std::size_t cap);
+                                              Metric metric, std::size_t cap, std::uint64_t least = 0);
 
 struct LargestFiles {
   std::vector<Entry> rows;  ///< largest first in the metric

@@ -44,11 +44,14 @@ class DirNode final : public RefCounted<DirNode> {
   /// The system's error number, when `error` is set; 0 when it is not known, as in a loaded tree.
   std::uint16_t errorNumber = 0;
   bool cacheTagged = false;  ///< one of the direct files is called kCacheTag; its content was not checked
+  /// Which of the map's colours it has among its siblings: see scan/MapSlots.h.
+  std::uint8_t slotIndex = 0;
 
   /// The file by which programs mark a folder as a cache.
   static constexpr std::string_view kCacheTag = "CACHEDIR.TAG";
 
-  /// Totals of the whole subtree, children first. An overflow is fatal.
+  /// Totals of the whole subtree, children first, and by them the slots of all below this node: what a scan or
+  /// a load ends with. An overflow is fatal.
   void rollup();
   /// Totals of this node alone, taking the children's as they stand.
   void rollupShallow();
