@@ -5,6 +5,7 @@
 #include <string>
 
 #include "base/LoopQueue.h"
+#include "base/Mutex.h"
 #include "base/Observed.h"
 #include "model/AppModel.h"
 #include "platform_linux/LinuxTerminal.h"
@@ -26,7 +27,10 @@ class Runner {
   /// Until the model is done with its scan or load. Throws Interrupted.
   void wait();
   /// Threads: any.
-  void onInterrupt();
+  void onInterrupt() QUON_EXCLUDES(lock);
+  /// Runs work that waits elsewhere; an interrupt calls `stop`, on another thread, which makes it return.
+  /// Throws Interrupted after that. A second interrupt ends the process.
+  void run(const std::function<void()>& work, std::function<void()> stop) QUON_EXCLUDES(lock);
   /// Until the predicate is true, which an interrupt does not wait for.
   void runUntil(const std::function<bool()>& predicate) { (void)loop.runUntil(predicate); }
 
@@ -43,6 +47,9 @@ class Runner {
   bool progressShown = false;
   bool graceOver = false;  ///< an interrupted scan or load did not end in time
   std::atomic<bool> waiting{false};
+  std::atomic<bool> stopped{false};
+  Mutex lock;
+  std::function<void()> stopWork QUON_GUARDED_BY(lock);  ///< of what runs; none once it was called
   Observation place;
 };
 
