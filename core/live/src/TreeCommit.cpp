@@ -27,8 +27,9 @@ class TreePatch {
  public:
   TreePatch(const RefPtr<DirNode>& rootNode, const RootPath& root) : tree(rootNode), rootPath(root) {}
   ~TreePatch() {
-    for (auto& [parent, gone] : taken) {
-      std::erase_if(parent->subdirs, [&](const RefPtr<DirNode>& child) { return gone.contains(child.get()); });
+    for (auto& [parent, nodes] : taken) {
+      std::erase_if(parent->subdirs,
+                    [&gone = nodes](const RefPtr<DirNode>& child) { return gone.contains(child.get()); });
     }
   }
   TreePatch(const TreePatch&) = delete;
