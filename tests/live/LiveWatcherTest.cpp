@@ -44,8 +44,8 @@ class LiveWatcherTest : public ScannedTree {
                              .maxChanges = maxChanges});
   }
 
-  void deliver(std::vector<FolderEvent> list) {
-    events.push(std::move(list));
+  void deliver(const std::vector<FolderEvent>& list) {
+    events.push(list);
     callbacks.runPosted();
   }
 
