@@ -1,5 +1,5 @@
-// Names, and the files of one name, from the saved index. The index gives them by size on disk; by apparent
-// size all of them are read, sorted and cut here.
+// Names, and the files of one name, from the saved index. All of them are read, sorted and cut here, so that
+// it is known how many more there are.
 #include <algorithm>
 #include <fmt/format.h>
 #include <functional>
@@ -50,6 +50,7 @@ std::string line(const Session& session, std::uint64_t size, const std::string& 
 std::vector<RepeatedName> readNames(Session& session) {
   AppModel& model = session.model();
   model.options.namesCap = kAll;
+  model.options.namesByMetric = true;
   session.show(Lens::names, model._namesLoading);
   if (model._namesError.get()) throw CommandFailure(*model._namesError.get());
   return model._names.get().value_or(std::vector<RepeatedName>());
@@ -69,23 +70,25 @@ void printNames(Session& session, const Command& command, const std::string& pat
     printDocument(Json{{"rows", std::move(rows)}, {"more", found - names.size()}});
     return;
   }
-  print(fmt::format(
-      "{}: names of more than one file, by {}, as of {}\n\n", shownPath(path, session.homeShownAsTilde()),
-      command.metric == Metric::logical ? "apparent size" : "size on disk", localTime(tree.scannedAt)));
+  const bool isLogical = command.metric == Metric::logical;
+  print(fmt::format("{}: names of more than one file, by {}, as of {}\n\n",
+                    shownPath(path, session.homeShownAsTilde()), isLogical ? "apparent size" : "size on disk",
+                    localTime(tree.scannedAt)));
+  const std::string least =
+      humanBytes(AppModel::leastNameTotal) + (isLogical ? " or more in apparent size" : " or more on disk");
   for (const RepeatedName& name : names) {
     print(line(session, sizeOf(name, command.metric), grouped(static_cast<std::uint64_t>(name.count)) + " ×",
                displayText(name.name)));
   }
   print(lineForMore(found, names.size()));
   if (names.empty()) {
-    print(fmt::format("No name of more than one file takes {} or more on disk.\n",
-                      humanBytes(AppModel::leastNameTotal)));
+    print(fmt::format("No name of more than one file comes to {}.\n", least));
     return;
   }
   print(fmt::format(
-      "\nThe same file name in more than one place, small files included, where the files take {}\n"
-      "or more on disk. Their contents may differ; quon names --name NAME lists them.\n",
-      humanBytes(AppModel::leastNameTotal)));
+      "\nThe same file name in more than one place, small files included, where the files come to\n"
+      "{}. Their contents may differ; quon names --name NAME lists them.\n",
+      least));
 }
 
 void printFilesOfName(Session& session, const Command& command) {

@@ -9,7 +9,7 @@
 
 namespace quon::cli {
 
-/// What the background service does, in the foreground; an interrupt ends the process.
+/// What the background service does, in the foreground, until an interrupt.
 int runRecord(Session& session, const Command& command) {
   constexpr const char* kReady = "recording file-system events";
   SystemLog log(SystemLog::Echo::always);
@@ -19,13 +19,16 @@ int runRecord(Session& session, const Command& command) {
     throw CommandFailure(other == 0 ? "another process records events already"
                                     : fmt::format("process {} records events already", other));
   }
-  if (command.json) {
-    printDocument(Json{{"event", "ready"}, {"message", kReady}});
-    if (!flushOutput()) return 1;
-  } else {
-    warn(kReady);
-  }
-  recorder.run();
+  const auto record = [&] {
+    if (command.json) {
+      printDocument(Json{{"event", "ready"}, {"message", kReady}});
+      if (!flushOutput()) return;
+    } else {
+      warn(kReady);
+    }
+    recorder.run();
+  };
+  session.runner().run(record, [&] { recorder.stop(); });
   return 0;
 }
 

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <fmt/format.h>
 #include <system_error>
+#include <utility>
 
 #include "base/Text.h"
 #include "platform/Files.h"
@@ -33,15 +34,34 @@ void Runner::wait() {
   if (model.lastRun.cancelled) throw Interrupted();
 }
 
-void Runner::waitForTrash() {
-  trashing = true;
-  (void)loop.runUntil([this] { return !model._trashing.get(); });
-  trashing = false;
+void Runner::run(const std::function<void()>& work, std::function<void()> stop) {
+  struct Stoppable {
+    Stoppable(Runner& owner, std::function<void()> end) : runner(owner) { set(std::move(end)); }
+    ~Stoppable() { set(nullptr); }
+    Stoppable(const Stoppable&) = delete;
+    Stoppable& operator=(const Stoppable&) = delete;
+    void set(std::function<void()> end) {
+      const MutexLock held(runner.lock);
+      runner.stopWork = std::move(end);
+    }
+    Runner& runner;
+  };
+  {
+    const Stoppable stoppable(*this, std::move(stop));
+    work();
+  }
+  if (stopped) throw Interrupted();
 }
 
 void Runner::onInterrupt() {
-  // What was moved is to be told. A second interrupt does not wait for the disk.
-  if (trashing.exchange(false)) return model.cancelTrash();
+  {
+    // What `stop` refers to lives as long as it stands here.
+    const MutexLock held(lock);
+    if (const auto stop = std::exchange(stopWork, nullptr)) {
+      stopped = true;
+      return stop();
+    }
+  }
   if (!waiting) leave();  // a scan may have begun that is not waited for yet
   model.cancel();
   loop.postAfter(kGrace, [this] { graceOver = true; });

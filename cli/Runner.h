@@ -26,10 +26,11 @@ class Runner {
 
   /// Until the model is done with its scan or load. Throws Interrupted.
   void wait();
-  /// Until what was to be moved to the trash is; an interrupt leaves what has not begun.
-  void waitForTrash();
   /// Threads: any.
-  void onInterrupt();
+  void onInterrupt() QUON_EXCLUDES(lock);
+  /// Runs work that waits elsewhere; an interrupt calls `stop`, on another thread, which makes it return.
+  /// Throws Interrupted after that. A second interrupt ends the process.
+  void run(const std::function<void()>& work, std::function<void()> stop) QUON_EXCLUDES(lock);
   /// An interrupt removes this file, which the command is about to write; "" for none.
   void setUnfinished(const std::string& file) QUON_EXCLUDES(lock);
   /// Until the predicate is true, which an interrupt does not wait for.
@@ -48,8 +49,9 @@ class Runner {
   bool progressShown = false;
   bool graceOver = false;  ///< an interrupted scan or load did not end in time
   std::atomic<bool> waiting{false};
-  std::atomic<bool> trashing{false};
+  std::atomic<bool> stopped{false};
   Mutex lock;
+  std::function<void()> stopWork QUON_GUARDED_BY(lock);  ///< of what runs; none once it was called
   std::string unfinished QUON_GUARDED_BY(lock);
   Observation place;
 };

@@ -142,7 +142,12 @@ int move(Session& session, const Command& command, const Selection& selection) {
   TrashOutcome outcome;
   if (!items.empty()) {
     model.trash(std::move(items));
-    session.runner().waitForTrash();
+    try {
+      session.runner().run([&] { session.await([&model] { return !model._trashing.get(); }); },
+                           [&model] { model.cancelTrash(); });
+    } catch (const Interrupted&) {
+      // What was moved by then is to be told first.
+    }
     if (!model._trashed.get()) throw CommandFailure(model._toast.get().value_or("trash failed"));
     outcome = *model._trashed.get();
   }

@@ -14,7 +14,8 @@ namespace {
 TEST(WorkItem, RunsAtMostOnceAndFreesItsCaptures) {
   const auto captured = std::make_shared<int>();
   const WorkItem run([captured] { ++*captured; });
-  const WorkItem copy = run;
+  const WorkItem copy =
+      run;  // NOLINT(performance-unnecessary-copy-initialization): what copies share is tested
   EXPECT_TRUE(copy.isPending());
   run.run();
   copy.run();

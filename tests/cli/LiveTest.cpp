@@ -13,6 +13,7 @@
 
 #include "QuonProcess.h"
 #include "support/ChildProcess.h"
+#include "support/RawIndex.h"
 
 namespace quon::test {
 namespace {
@@ -98,7 +99,8 @@ TEST(Watch, EndsWhenTheFolderHasGone) {
   EXPECT_NE(lines.event("needsRescan").at("reason"), "");
   const Finished done = watch.wait();
   EXPECT_EQ(done.status, 1);
-  EXPECT_THAT(linesOf(done.err), Contains(AllOf(HasSubstr("changes cannot be watched"), HasSubstr(quon.tree))));
+  EXPECT_THAT(linesOf(done.err),
+              Contains(AllOf(HasSubstr("changes cannot be watched"), HasSubstr(quon.tree))));
 }
 
 /// What cannot be written is kept in memory: every answer stays true, and the index stays as it was.
@@ -134,6 +136,20 @@ TEST(Watch, GoesOnOverAFullDisk) {
     EXPECT_EQ(documentBeside(quon, {"ls", quon.tree, "--no-catch-up"}).at("files"), 1);
     ASSERT_EQ(::umount2(data.c_str(), MNT_DETACH), 0);
   });
+}
+
+/// Those of the next recorder continue from there, whatever its clock says.
+TEST(Record, AnInterruptLeavesTheNewestIdentifierInTheJournal) {
+  Quon quon;
+  const Lines lines(quon);
+  Running recorder = quon.start({"record", "--json"});
+  ASSERT_EQ(lines.document().at("event"), "ready");
+  const std::string index = documentBeside(quon, {"scan", quon.tree}).at("index");
+  const std::string issued = RawIndex(index).value("SELECT value FROM meta WHERE key = 'lastEventId'");
+  recorder.signal(SIGINT);
+  EXPECT_EQ(recorder.wait().status, 128 + SIGINT);
+  RawIndex journal(quon.environment.at("XDG_STATE_HOME") + "/quon/journal.sqlite");
+  EXPECT_EQ(journal.value("SELECT value >= " + issued + " FROM meta WHERE key = 'newest'"), "1");
 }
 
 }  // namespace

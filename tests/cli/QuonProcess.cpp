@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
+#include <fmt/format.h>
 #include <grp.h>
 #include <pty.h>
 #include <stdexcept>
@@ -105,7 +106,7 @@ void Quon::become(const Arguments& arguments, int out, int err) const {
   std::vector<std::string> words{"quon"};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<std::string> variables;
-  for (const auto& [name, value] : environment) variables.push_back(name + "=" + value);
+  for (const auto& [name, value] : environment) variables.push_back(fmt::format("{}={}", name, value));
   // Whoever runs the tests may ignore interrupts, and what is ignored stays so in the program.
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) std::signal(number, SIG_DFL);
   for (const auto& [resource, most] : limits) {

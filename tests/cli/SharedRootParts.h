@@ -80,7 +80,12 @@ class Disk {
     std::ofstream(spare).flush();
     fs::resize_file(image, 512U << 20U);
     fs::resize_file(spare, 1U << 20U);
-    return runs("mkfs." + kind + " -q " + image) && mount();
+    if (!runs("mkfs." + kind + " -q " + image) || !mount()) return false;
+    if (kind != "btrfs") return true;
+    // A subvolume, as most roots of that kind are; such a one is watched folder by folder.
+    const std::string sub = place + "/sub";
+    return runs("btrfs subvolume create " + sub + " && btrfs subvolume set-default " + sub) && unmount() &&
+           mount();
   }
   [[nodiscard]] bool mount() {
     const std::string more = kind == "xfs" ? ",allocsize=4k" : kind == "btrfs" ? ",max_inline=0" : "";

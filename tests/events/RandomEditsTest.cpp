@@ -8,9 +8,7 @@
 
 #include "EventHome.h"
 #include "Snapshot.h"
-#include "support/ChildProcess.h"
 #include "support/Seed.h"
-#include "support/Shell.h"
 #include "support/TreeEditor.h"
 
 namespace quon::test {
@@ -49,16 +47,12 @@ void expectReportsOfEdits(EventHome& home, TreeEditor& editor, const std::functi
   }
 }
 
-void expectLiveEventsOfEdits(EventHome& home, const EventOptions& options, std::uint64_t seed) {
-  TreeEditor editor(home.root, seed);
-  editor.populate(kFirstEdits);
-  Follower follower(home, options);
-  expectReportsOfEdits(home, editor, [&] { return follower.changesSettledIn(home.root); });
-}
-
 TEST_P(RandomEdits, AreReportedLive) {
   EventHome home;
-  expectLiveEventsOfEdits(home, options(), randomSeed());
+  TreeEditor editor(home.root, randomSeed());
+  editor.populate(kFirstEdits);
+  Follower follower(home, options());
+  expectReportsOfEdits(home, editor, [&] { return follower.changesSettledIn(home.root); });
 }
 
 TEST_P(RandomEdits, AreInTheHistoryOfARecorderThatRan) {
@@ -75,35 +69,6 @@ TEST_P(RandomEdits, AreInTheHistoryOfARecorderThatRan) {
 }
 
 INSTANTIATE_TEST_SUITE_P(BackEnds, RandomEdits, eachBackEnd(), backEndName);
-
-/// The random edits on a file system of its own, mounted by the command, with $1 for an image and $2 for the
-/// folder.
-void onFileSystem(const std::string& command, const std::function<void(EventHome&, std::uint64_t)>& body) {
-  const std::uint64_t seed = randomSeed();
-  inPrivateMounts([&] {
-    EventHome home;
-    const std::string image = home.temp.file("image", 400U << 20U);
-    if (!shell(command, {image, home.root})) GTEST_SKIP() << "cannot do: " << command;
-    body(home, seed);
-  });
-}
-
-void liveEvents(EventHome& home, std::uint64_t seed) {
-  expectLiveEventsOfEdits(home, {}, seed);
-}
-
-TEST(RandomEditsOn, Ext4) {
-  onFileSystem("mkfs.ext4 -q $1; mount -o loop $1 $2", liveEvents);
-}
-TEST(RandomEditsOn, Xfs) {
-  onFileSystem("mkfs.xfs -q $1; mount -o loop $1 $2", liveEvents);
-}
-TEST(RandomEditsOn, ASubvolumeOfBtrfs) {
-  onFileSystem(
-      "mkfs.btrfs -q $1; mount -o loop $1 $2; btrfs subvolume create $2/sub; umount $2; "
-      "mount -o loop,subvol=sub $1 $2",
-      liveEvents);
-}
 
 }  // namespace
 }  // namespace quon::test

@@ -111,6 +111,7 @@ TEST(Recorder, ServesSeveralProgramsAtOnceFromWhereEachHasBeen) {
     const std::string name = "new" + std::to_string(round);
     home.temp.folder("root/" + name + "/inner");
     std::vector<std::jthread> clients;
+    clients.reserve(3);
     for (int client = 0; client < 3; ++client) {
       clients.emplace_back([&] {
         const Reported found = historySince(home, {.mayRecord = false}, since);

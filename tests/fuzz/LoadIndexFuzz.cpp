@@ -216,6 +216,7 @@ void loadIndexOf(Bytes input) {
 
 }  // namespace quon::test
 
+// NOLINTNEXTLINE(readability-identifier-naming): libFuzzer calls it by this name
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size > 0) quon::test::loadIndexOf({data, size});
   return 0;

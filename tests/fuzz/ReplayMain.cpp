@@ -8,6 +8,7 @@
 
 #include "support/RawIndex.h"
 
+// NOLINTNEXTLINE(readability-identifier-naming): libFuzzer's name for it
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 int main(int count, char** arguments) {

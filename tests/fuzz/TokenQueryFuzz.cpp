@@ -86,6 +86,7 @@ void searchFieldOf(const std::string& text) {
 }  // namespace
 }  // namespace quon::test
 
+// NOLINTNEXTLINE(readability-identifier-naming): libFuzzer calls it by this name
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   quon::test::searchFieldOf({reinterpret_cast<const char*>(data), size});
   return 0;

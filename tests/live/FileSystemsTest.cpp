@@ -45,6 +45,7 @@ FileSystem overlay() {
           "mount -t overlay -o lowerdir=$1/lower,upperdir=$1/upper,workdir=$1/work overlay $2"};
 }
 
+// NOLINTNEXTLINE(readability-identifier-naming): GoogleTest calls it by this name
 void PrintTo(const FileSystem& kind, std::ostream* out) {
   *out << kind.name;
 }

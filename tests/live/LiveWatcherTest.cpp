@@ -26,8 +26,13 @@ class LiveWatcherTest : public ScannedTree {
   LiveWatcherTest() {
     tree.file("a/one", 100);
     tree.file("b/two", 200);
+    begin();
+  }
+
+  void begin() {
     index = scan("watched");
     loaded.emplace(load(index));
+    loaded->lastEventId = 1;  // below those of the events that are made here
   }
 
   void watch(std::size_t maxChanges = 20000) {
@@ -44,8 +49,8 @@ class LiveWatcherTest : public ScannedTree {
                              .maxChanges = maxChanges});
   }
 
-  void deliver(std::vector<FolderEvent> list) {
-    events.push(std::move(list));
+  void deliver(const std::vector<FolderEvent>& list) {
+    events.push(list);
     callbacks.runPosted();
   }
 
@@ -177,8 +182,7 @@ TEST_F(LiveWatcherTest, StopsWhenTheIndexCannotBePatched) {
 TEST_F(LiveWatcherTest, AFullDiskKeepsTheBatchBeforeInIndexAndTree) {
   inPrivateMounts([&] {
     ASSERT_EQ(::mount("tmpfs", work.path.c_str(), "tmpfs", 0, "size=256k,mode=0700"), 0);
-    index = scan("watched");
-    loaded.emplace(load(index));
+    begin();
     watch();
     tree.file("a/new", 1);
     deliver({{root + "/a", 0, 2}});

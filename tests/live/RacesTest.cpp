@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 
 #include "ScannedTree.h"
+#include "base/Path.h"
 #include "linux_fs/LinuxFiles.h"
 #include "support/HookedDirectories.h"
 #include "support/IndexComparison.h"
@@ -51,6 +52,29 @@ class Races : public ScannedTree {
   }
 };
 
+/// The folder of the first name is not read again for that: nothing happens in it.
+TEST_F(Races, AFileThatGetsItsSecondNameWhileItIsScannedIsCountedOnce) {
+  tree.file("a/one", 5000);
+  tree.file("b/one", 70'000);
+  std::string before;
+  std::string linked;
+  const HookedDirectories directories(platform.directories, [&](const std::string& opened) {
+    if (opened != "a" && opened != "b") return;
+    if (!before.empty()) {
+      linked = tree.at(opened);
+      std::filesystem::create_hard_link(tree.at(before + "/one"), linked + "/two");
+    }
+    before = opened;
+  });
+  const std::string index = scan("patched", {directories, platform.files, platform.threads}, 1);
+  ASSERT_EQ(RawIndex(index).value("SELECT COUNT(*) FROM links"), "1")
+      << "it had both names from the beginning";
+  const std::uint64_t event = load(index).lastEventId;
+  patch(platform, index, {}, event + 1);  // another program, before the event has come
+  patch(platform, index, {{linked, Depth::shallow}}, event + 2);
+  EXPECT_EQ(differences(index, scan("fresh")), "");
+}
+
 /// The folder of the name that stays was read while the file had two names; no event says that one is left.
 TEST_F(Races, AFileWhoseOtherNameGoesWhileTheBatchIsReadHasOneName) {
   for (const bool wasKnown : {false, true}) {
@@ -78,7 +102,7 @@ TEST_F(Races, AFileWhoseOtherNameGoesWhileTheBatchIsReadHasOneName) {
 /// Package stores do this all day: one folder is read for the new name and one for the first.
 TEST_F(Races, ASecondNameCostsAFewListings) {
   for (int number = 0; number < 300; ++number) {
-    tree.file("folder" + std::to_string(number) + "/file", 5000 + number % 3);
+    tree.file("folder" + std::to_string(number) + "/file", 5000U + static_cast<unsigned>(number) % 3);
   }
   tree.folder("second");
   const std::string index = scan("patched");
@@ -121,8 +145,9 @@ TEST_F(Races, AWriteThroughANameThatThenGoesIsSeenAtTheOther) {
     tree.folder("second");
     std::filesystem::create_hard_link(tree.at("first/" + gone), tree.at("second/" + gone));
     const std::string index = scan("patched-" + gone);
-    tree.file(gone + "/" + gone, 70'000);
-    std::filesystem::remove(tree.at(gone + "/" + gone));
+    const std::string going = joinPath(gone, gone);
+    tree.file(going, 70'000);
+    std::filesystem::remove(tree.at(going));
     patch(platform, index, {{tree.at(gone), Depth::shallow}}, 1);
     EXPECT_EQ(differences(index, scan("fresh-" + gone)), "");
   }

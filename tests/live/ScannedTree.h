@@ -19,8 +19,10 @@ namespace quon::test {
 class ScannedTree : public testing::Test {
  protected:
   /// Scans the tree into the index of that name; its path.
-  std::string scan(const std::string& name) {
-    FolderScan run(platform, {.root = rootPath, .indexDirectory = work.folder(name)});
+  std::string scan(const std::string& name) { return scan(name, platform, 0); }
+  /// The same, seeing the tree through these services; `threads` as of a scan.
+  std::string scan(const std::string& name, const Platform& seen, unsigned threads) {
+    FolderScan run(seen, {.root = rootPath, .threads = threads, .indexDirectory = work.folder(name)});
     const FolderScan::Outcome outcome = run.run();
     EXPECT_EQ(outcome.notSaved, "");
     return outcome.index;

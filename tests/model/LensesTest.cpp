@@ -96,6 +96,13 @@ TEST_F(Lenses, KindsAndReclaimAreOfTheScope) {
   home.push({{home.root + "/node_modules", 0, 5}});
   home.settle();
   EXPECT_EQ(model.reclaimAllCache.get()->front().total, 3 * kMiB + 1536 * 1024);
+  std::uint64_t event = 5;
+  for (const char* tag : {"no tag", "Signature: 8a477f597d28d172789f06886806bc55", "no tag again"}) {
+    writeBytes(home.root + "/old/CACHEDIR.TAG", tag);
+    home.push({{home.root + "/old", 0, ++event}});
+    home.settle();
+    EXPECT_THAT(*model.reclaimAllCache.get(), SizeIs(*tag == 'S' ? 2 : 1)) << tag;
+  }
 }
 
 TEST_F(Lenses, NamesAreReadFromTheIndexThatBelongsToTheTree) {

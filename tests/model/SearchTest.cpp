@@ -53,23 +53,6 @@ TEST_F(Searches, WaitsForAPauseInTyping) {
   EXPECT_THAT(model.entries(), SizeIs(2)) << "the scope's two folders";
 }
 
-TEST_F(Searches, OnlyTheLatestQueryDelivers) {
-  model._query.set("winter");
-  home.queue(QueueName::search).advance(std::chrono::milliseconds(120));  // found, and on its way
-  model._query.set("summer");
-  home.main.runPosted();
-  EXPECT_FALSE(model._searchHits.get());
-  home.queue(QueueName::search).advance(std::chrono::milliseconds(120));
-  home.main.runPosted();
-  EXPECT_THAT(found(model), ElementsAre("summer.mp4", "summer.txt"));
-
-  model._query.set("winter");
-  home.queue(QueueName::search).advance(std::chrono::milliseconds(120));
-  model.clearQuery();
-  home.main.runPosted();
-  EXPECT_FALSE(model._searchHits.get());
-}
-
 TEST_F(Searches, AResultOfTheTreeBeforeIsDropped) {
   model._query.set("winter");
   home.queue(QueueName::search).advance(std::chrono::milliseconds(120));

@@ -14,6 +14,7 @@ TEST(TreeGate, ReadersSeeNoHalfWrittenState) {
   int second = 0;
   std::atomic<bool> torn{false};
   std::vector<std::thread> threads;
+  threads.reserve(5);
   for (int reader = 0; reader < 3; ++reader) {
     threads.emplace_back([&] {
       for (int round = 0; round < 2000; ++round) {
@@ -40,6 +41,7 @@ TEST(TreeGate, AWriterIsNotStarvedByReadersThatKeepComing) {
   TreeGate gate;
   std::atomic<bool> written{false};
   std::vector<std::thread> readers;
+  readers.reserve(3);
   for (int reader = 0; reader < 3; ++reader) {
     readers.emplace_back([&] {
       while (!written) {

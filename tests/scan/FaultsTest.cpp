@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <filesystem>
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -97,7 +98,7 @@ TEST(Faults, FewDescriptorsLoseNoFolder) {
   const TempFolder temp;
   std::string spine = "spine";
   for (int level = 0; level < 60; ++level, spine += "/spine") {
-    for (const std::string child : {"first", "last"}) temp.file(spine + "/" + child + "/file", 10);
+    for (const std::string child : {"first", "last"}) temp.file(fmt::format("{}/{}/file", spine, child), 10);
   }
   const ReferenceTree tree = ReferenceTree::of(temp.path);
   const Walker::Options options = optionsFor(temp.path);
@@ -105,7 +106,7 @@ TEST(Faults, FewDescriptorsLoseNoFolder) {
     const auto leave = [lowest = Descriptor(::open("/", O_PATH | O_CLOEXEC)).get()](int descriptors) {
       rlimit limit{};
       ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
-      limit.rlim_cur = static_cast<rlim_t>(lowest + descriptors);
+      limit.rlim_cur = static_cast<rlim_t>(lowest) + static_cast<rlim_t>(descriptors);
       ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
     };
     for (const int descriptors : {1, 2, 5, 20}) {

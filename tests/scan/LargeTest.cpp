@@ -127,7 +127,7 @@ TEST_F(Large, FoldersWithSiblingsOnEveryLevelKeepABoundedNumberOpen) {
       EXPECT_EQ(result.root->totalDirs, 3 * depth);
       EXPECT_EQ(result.root->totalFiles, 3 * depth);
       EXPECT_EQ(result.root->totalLogical, 300 * depth);
-      EXPECT_LE(sink.mostDescriptors, before + 512 + 4 * threads);
+      EXPECT_LE(sink.mostDescriptors, before + 512 + std::size_t{4} * threads);
       // One worker goes straight down: the bound is reached, and the other folders are opened by path.
       EXPECT_TRUE(threads > 1 || sink.mostDescriptors >= before + 512) << sink.mostDescriptors;
       EXPECT_EQ(openDescriptors(), before);

@@ -27,7 +27,7 @@ using Status = IndexEntry::Status;
 
 /// The index of an empty tree, scanned at a time of the test's choice.
 std::string saveAt(const std::string& folder, const std::string& root, const std::string& scannedAt) {
-  const std::string url = SampleTree(root).save(folder);
+  std::string url = SampleTree(root).save(folder);
   RawIndex(url).exec("UPDATE meta SET value = '" + scannedAt + "' WHERE key = 'scannedAt'");
   return url;
 }

@@ -58,6 +58,7 @@ const Pair kPairInMemory{.name = "Tmpfs",
                          .replaceByAnother = "mount -t tmpfs tmpfs $2",
                          .bringBack = "umount $2"};
 
+// NOLINTNEXTLINE(readability-identifier-naming): GoogleTest calls it by this name
 void PrintTo(const Pair& pair, std::ostream* out) {
   *out << pair.name;
 }
@@ -144,8 +145,8 @@ TEST_F(OneDisk, OfAnEarlierBootIsGoneUnlessItsIdentityLasts) {
   });
 }
 
-/// Those in user space have no identity but what they were mounted from. Whatever else is mounted meanwhile, one of
-/// many other file systems takes the number that it had.
+/// Those in user space have no identity but what they were mounted from. Whatever else is mounted meanwhile,
+/// one of many other file systems takes the number that it had.
 TEST_F(OneDisk, IsTheSameUnderAnotherNumber) {
   inPrivateMounts([&] {
     if (!does("truncate -s 50M $1/disk; mkfs.ntfs -qfF $1/disk; ntfs-3g $1/disk $2"))

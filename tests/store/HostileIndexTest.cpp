@@ -27,7 +27,7 @@ const RootPath kRoot("/sample");
 
 /// An index of root 1 > a 2 > b 3 > c 4, and d 5 beside a; a kept file and a small one in each of a and d.
 std::string saveSmall(const std::string& folder) {
-  const std::string url = SampleTree(kRoot.path()).save(folder);
+  std::string url = SampleTree(kRoot.path()).save(folder);
   RawIndex(url).exec(
       "INSERT INTO dirs VALUES (2, 1, 'a', 0, 0), (3, 2, 'b', 0, 0), (4, 3, 'c', 0, 0), (5, 1, 'd', 0, 0);"
       "INSERT INTO files VALUES (2, 'small', 100, 512, 5), (2, 'kept', 5000, 8192, 6),"
@@ -240,7 +240,8 @@ std::string saveWhole(const std::string& folder) {
   for (int number = 0; number < 60; ++number) {
     DirNode& child = tree.folder("folder" + std::to_string(number));
     for (int file = 0; file < 8; ++file) {
-      const auto size = static_cast<std::uint64_t>(100 * number + file + 1);
+      const std::uint64_t size =
+          100 * static_cast<std::uint64_t>(number) + static_cast<std::uint64_t>(file) + 1;
       tree.file(child, {"file" + std::to_string(file), size * 17, size * 512, number + file});
     }
   }
@@ -256,7 +257,8 @@ TEST_F(HostileIndex, WithBytesChangedIsRefusedOrTheSameTree) {
   for (int round = 0; round < 400; ++round) {
     std::string changed = bytes;
     for (std::size_t left = 1 + random() % 3; left > 0; --left) {
-      changed[random() % changed.size()] ^= static_cast<char>(1U << random() % 8);
+      char& byte = changed[random() % changed.size()];
+      byte = static_cast<char>(static_cast<unsigned char>(byte) ^ 1U << random() % 8);
     }
     writeBytes(whole, changed);
     try {

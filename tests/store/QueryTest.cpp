@@ -64,16 +64,21 @@ TEST(Query, AgreesWithAModelInMemory) {
               name.physical + file.entry.physical};
       ++sizes[file.entry.logical];
     }
-    for (const std::uint64_t least : {0ULL, 4096ULL, 9000ULL, 1ULL << 40U, ~0ULL}) {
-      std::erase_if(byName,
-                    [&](const auto& each) { return each.second.count < 2 || each.second.physical < least; });
-      const auto found = ScanStore::repeatedNames(url, 100000, least);
-      ASSERT_EQ(found.size(), byName.size()) << least;
-      for (std::size_t at = 0; at < found.size(); ++at) {
-        EXPECT_TRUE(found[at] == byName.at(found[at].name)) << displayText(found[at].name);
-        EXPECT_LE(found[at].physical, found[at == 0 ? 0 : at - 1].physical);
+    for (const NamesBy by : {NamesBy::physical, NamesBy::logical}) {
+      const auto size = by == NamesBy::logical ? &RepeatedName::logical : &RepeatedName::physical;
+      auto left = byName;
+      for (const std::uint64_t least : {0ULL, 4096ULL, 9000ULL, 1ULL << 40U, ~0ULL}) {
+        std::erase_if(left,
+                      [&](const auto& each) { return each.second.count < 2 || each.second.*size < least; });
+        const auto found = ScanStore::repeatedNames(url, 100000, least, {}, by);
+        ASSERT_EQ(found.size(), left.size()) << least;
+        for (std::size_t at = 0; at < found.size(); ++at) {
+          EXPECT_TRUE(found[at] == left.at(found[at].name)) << displayText(found[at].name);
+          EXPECT_LE(found[at].*size, found[at == 0 ? 0 : at - 1].*size);
+        }
+        EXPECT_EQ(ScanStore::repeatedNames(url, 3, least, {}, by).size(),
+                  std::min<std::size_t>(3, found.size()));
       }
-      EXPECT_EQ(ScanStore::repeatedNames(url, 3, least).size(), std::min<std::size_t>(3, found.size()));
     }
 
     const std::string& name = index.files[random() % index.files.size()].entry.name;

@@ -134,9 +134,10 @@ TEST(Schema, IsTheOneThatOtherProgramsRead) {
       "CREATE INDEX idx_links_dir ON links(dir);CREATE INDEX idx_files_dir ON files(dir);"
       "CREATE INDEX idx_dirs_parent_name ON dirs(parent, name)");
   EXPECT_EQ(index.value("PRAGMA integrity_check"), "ok");
-  EXPECT_EQ(index.value("SELECT group_concat(key) FROM (SELECT key FROM meta ORDER BY rowid)"),
-            "format,root,scannedAt,elapsedMs,errorCount,errorSamples,hardlinksDeduped,linksVersion,"
-            "skippedProtected,topFiles,lastEventId,rootDev,mountPoint,totals,revision,complete");
+  EXPECT_EQ(
+      index.value("SELECT group_concat(key) FROM (SELECT key FROM meta ORDER BY rowid)"),
+      "format,root,scannedAt,elapsedMs,errorCount,errorSamples,hardlinksDeduped,linksVersion,"
+      "skippedProtected,topFiles,lastEventId,rootDev,mountPoint,linksCompleteFrom,totals,revision,complete");
   EXPECT_EQ(index.rows("SELECT d.name, p.name, l.fileid, l.counted FROM links l JOIN dirs d ON l.dir = d.id "
                        "JOIN dirs p ON d.parent = p.id"),
             (std::vector<RawIndex::Row>{{"b", "a", "-1", "1"}}));

@@ -179,6 +179,7 @@ void LiveUpdates::liveBatchApplied(const LiveWatcher::Update& update) {
   auto result = std::make_shared<WalkResult>(*state.shownTree()->result);
   result->topFiles = update.topFiles;
   result->hardlinksDeduped = update.hardlinksDeduped;
+  state.shownTree()->markers->forget(update.changedDirs, update.replacedPrefixes);
   state.showChanged(std::move(result));
   _indexedAt.set(state.services.now());
 }

@@ -25,6 +25,7 @@ void ModelState::show(ShownTree tree) {
   interruptReaders();
   tree.id = ++lastId;
   tree.gate = std::make_shared<TreeGate>();
+  tree.markers = std::make_shared<KnownMarkers>();
   shown = std::make_shared<const ShownTree>(std::move(tree));
   scopeOfPath = nullptr;
   _result.set(shown->result);

@@ -90,8 +90,8 @@ void ScanSession::Run::work(const std::function<void(Step)>& onStep, Finished& f
   scan(finished, step.hasFullDiskAccess);
 }
 
-/// Another program may change the index while it is caught up; then from the beginning. What cannot be written
-/// stays in memory.
+/// Another program may change the index while it is caught up; then from the beginning. What cannot be
+/// written stays in memory.
 void ScanSession::Run::load(Finished& finished, const std::string& url) {
   constexpr int kTries = 10;
   for (int left = kTries; true; --left) {
@@ -152,14 +152,11 @@ std::uint64_t ScanSession::Run::beginRecording(Finished& finished) {
 /// By the journal where that knows all that has changed, else by a walk, which runs beside the load.
 void ScanSession::Run::catchUp(Finished& finished, const std::string& url, const IndexSummary& summary) {
   using Refresh::Failure;
-  if (!summary.hasLinkRegistry) throw Failure::journalUnavailable("index predates the hardlink registry");
-  if (summary.lastEventId == 0) throw Failure::journalUnavailable("index predates event tracking");
   const std::vector<std::string>& skipped = summary.skippedProtected;
   const Refresh::CatchUpOptions options{
-      .index = Refresh::presentRoot(
+      .index = Refresh::rootToCatchUp(
           services.platform,
-          {.root = finished.root, .indexURL = url, .skipPaths = {skipped.begin(), skipped.end()}},
-          summary.disk, summary.rootDev),
+          {.root = finished.root, .indexURL = url, .skipPaths = {skipped.begin(), skipped.end()}}, summary),
       .stopped = stopping.get_token()};
   finished.eventId = services.events.currentEventId();
   std::optional<Refresh::Reconciliation> walk;
@@ -186,9 +183,9 @@ void ScanSession::Run::catchUp(Finished& finished, const std::string& url, const
   const Refresh::Outcome& outcome = applied.outcome;
   const std::int64_t changed = outcome.refreshedDirs + outcome.walkedSubtrees + outcome.removedSubtrees;
   finished.outcome.elapsedMs = loaded.scanElapsedMs;
-  finished.outcome.message =
-      changed == 0 ? "index loaded — nothing changed since " + relativeDate(trueAt, request.now)
-                   : fmt::format("index loaded — {} changed folders caught up", changed);
+  finished.outcome.message = changed == 0
+                                 ? "index loaded — nothing changed since " + relativeDate(trueAt, request.now)
+                                 : fmt::format("index loaded — {} changed folders caught up", changed);
   finished.outcome.caughtUp = changed;
   finished.trueAt = request.now;
   finished.rootDev = options.index.rootDev;

@@ -137,11 +137,17 @@ IndexedRoot presentRoot(const Platform& platform, IndexedRoot index, const DiskI
   if (!facts || storedDevice == 0) throw Failure::deviceChanged();
   // Device numbers are handed out anew by every boot and mount; they count only where nothing else is known.
   const DiskIdentity present = platform.files.disk(index.root.path());
-  const bool isSame = disk.isKnown() && present.isKnown() ? disk.isSameDisk(present)
-                                                          : facts->device == storedDevice;
+  const bool isSame =
+      disk.isKnown() && present.isKnown() ? disk.isSameDisk(present) : facts->device == storedDevice;
   if (!isSame) throw Failure::deviceChanged();
   index.rootDev = facts->device;
   return index;
+}
+
+IndexedRoot rootToCatchUp(const Platform& platform, IndexedRoot index, const IndexState& state) {
+  if (!state.hasLinkRegistry) throw Failure::journalUnavailable("index predates the hardlink registry");
+  if (state.lastEventId == 0) throw Failure::journalUnavailable("index predates event tracking");
+  return presentRoot(platform, std::move(index), state.disk, state.rootDev);
 }
 
 Changes changesSince(const Platform& platform, EventService& events, std::uint64_t eventId,
@@ -187,9 +193,7 @@ Applied applyChanges(const Platform& platform, const Changes& changes, std::uint
 
 std::pair<WalkResult, Outcome> catchUp(const Platform& platform, EventService& events, Loaded& loaded,
                                        const CatchUpOptions& options) {
-  if (!loaded.hasLinkRegistry) throw Failure::journalUnavailable("index predates the hardlink registry");
-  if (loaded.lastEventId == 0) throw Failure::journalUnavailable("index predates event tracking");
-  (void)presentRoot(platform, options.index, loaded.disk, loaded.rootDev);
+  (void)rootToCatchUp(platform, options.index, loaded);
   // Taken before the replay: what happens meanwhile is replayed once more by whoever continues from here.
   const std::uint64_t newEventId = events.currentEventId();
   const Changes changes = changesSince(platform, events, loaded.lastEventId, options);

@@ -4,7 +4,8 @@
 // known from the disk; those elsewhere ("untouched") from the registry. For each file that either has fresh
 // sightings or may have lost its counted one:
 //
-//   none fresh, an untouched one counted    it may have been written through a name that has gone: if its size
+//   none fresh, an untouched one counted    it may have been written through a name that has gone: if its
+//   size
 //                                           has changed, read its folder
 //   none fresh, none counted                read the folder of an untouched one, which is fresh then
 //   some fresh, an untouched one counted    the fresh ones are not; if the size has changed, read the folder
@@ -13,9 +14,11 @@
 //                                           there
 //
 // A file that is not in the registry may have had one name until now, counted like any file: the folder of
-// that name is searched for (NameSearch) and read as well. When all fresh names have vanished meanwhile,
-// their folders will be read again; until then the file is kept out of the registry, so that it is searched
-// for then.
+// that name is searched for (NameSearch) and read as well. So may one that a scan has put there: a file that
+// gets its second name after the scan has listed the first one's folder. Only the folder of the second has an
+// event, so as long as such events may come, every name that is missing is searched for. When all fresh names
+// have vanished meanwhile, their folders will be read again; until then the file is kept out of the registry,
+// so that it is searched for then.
 #include "LinkResolver.h"
 
 #include <algorithm>
@@ -42,6 +45,9 @@ bool containsName(const FileBatch& files, std::string_view name) {
 }
 
 }  // namespace
+
+LinkResolver::LinkResolver(BatchBuilder& owner)
+    : builder(owner), registryMayLackNames(owner.patcher.mayLackLinks()) {}
 
 void LinkResolver::collectListed(const ListedFolder& folder) {
   for (const FileEntry& entry : folder.listing.files) {
@@ -134,7 +140,8 @@ void LinkResolver::settle() {
     const LinkSighting* needed = nullptr;
     if (linked.fresh.empty() && counted == nullptr && !linked.untouched.empty())
       needed = &linked.untouched.front();
-    if (counted != nullptr && (linked.fresh.empty() ? isRewritten(fileID, *counted) : isStale(*counted, linked)))
+    if (counted != nullptr &&
+        (linked.fresh.empty() ? isRewritten(fileID, *counted) : isStale(*counted, linked)))
       needed = counted;
     if (needed != nullptr) {
       const std::optional<std::string> folder = builder.patcher.path(needed->dirId);
@@ -142,26 +149,34 @@ void LinkResolver::settle() {
       builder.addFolder(*folder);
       builder.batch.promotedDirs.push_back(*folder);
     }
-    if (linked.wasKnown || linked.fresh.empty() || searched.contains(fileID)) continue;
+    const bool isComplete = linked.wasKnown && !registryMayLackNames;
+    if (isComplete || linked.fresh.empty() || searched.contains(fileID)) continue;
     const std::optional<PathFacts> present = presentFacts(fileID, linked);
     vanished.erase(fileID);
-    if (!present) vanished.insert(fileID);
+    if (!present && !linked.wasKnown) vanished.insert(fileID);
     // Some of the others may be in the tree.
-    if (present && present->linkCount > linked.fresh.size()) {
+    const std::size_t names = linked.fresh.size() + linked.untouched.size();
+    if (present && present->linkCount > names) {
       WantedNames& wanted = unknown[fileID];
-      wanted = {.present = *present, .known = {}, .missing = present->linkCount - linked.fresh.size()};
+      wanted = {.present = *present, .known = {}, .missing = present->linkCount - names};
       for (const Fresh& fresh : linked.fresh) wanted.known.emplace(fresh.folder, fresh.name);
+      for (const LinkSighting& other : linked.untouched) {
+        const std::optional<std::string> folder = builder.patcher.path(other.dirId);
+        if (folder) wanted.known.emplace(*folder, other.name);
+      }
       searched.insert(fileID);
     }
   }
   if (unknown.empty()) return;
-  for (const FoundName& found : findNames(std::move(unknown), builder.platform, builder.patcher, builder.index)) {
+  for (const FoundName& found :
+       findNames(std::move(unknown), builder.platform, builder.patcher, builder.index)) {
     addName(found);
   }
 }
 
 /// The walked subtree that contains the folder.
-std::map<std::string, WalkedSubtree, std::less<>>::iterator LinkResolver::walkAround(std::string_view folder) {
+std::map<std::string, WalkedSubtree, std::less<>>::iterator LinkResolver::walkAround(
+    std::string_view folder) {
   auto found = builder.walked.find(folder);
   while (found == builder.walked.end() && folder.size() > 1) {
     folder = parentPath(folder);

@@ -17,7 +17,7 @@ namespace quon::Refresh {
 /// Works on what a batch has read. Threads: confined to one.
 class LinkResolver {
  public:
-  explicit LinkResolver(BatchBuilder& owner) : builder(owner) {}
+  explicit LinkResolver(BatchBuilder& owner);
 
   /// Asks for every further folder that a decision depends on: where a sighting must be counted from now on,
   /// where the counted sighting's size is out of date, where the first name is of a file that had only one.
@@ -63,6 +63,7 @@ class LinkResolver {
   void forgetVanished();
 
   BatchBuilder& builder;
+  const bool registryMayLackNames;
   std::set<std::uint64_t> searched;
   std::set<std::uint64_t> vanished;  ///< files whose names have all gone since they were read
   std::map<std::uint64_t, std::vector<Fresh>> freshByFile;

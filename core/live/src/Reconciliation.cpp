@@ -194,7 +194,8 @@ class Comparison {
 
   void add(const DirNode& folder, const RootPath& root) {
     std::string path = folder.path(root.prefix());
-    changes.emplace(path.empty() ? root.path() : std::move(path), Depth::shallow);
+    if (path.empty()) path = root.path();
+    changes.emplace(std::move(path), Depth::shallow);
   }
 
   const Loaded& loaded;

@@ -28,9 +28,9 @@ class TreePatch {
  public:
   TreePatch(const RefPtr<DirNode>& rootNode, const RootPath& root) : tree(rootNode), rootPath(root) {}
   ~TreePatch() {
-    for (auto& [parent, gone] : taken) {
+    for (auto& [parent, nodes] : taken) {
       std::erase_if(parent->subdirs,
-                    [&](const RefPtr<DirNode>& child) { return gone.contains(child.get()); });
+                    [&gone = nodes](const RefPtr<DirNode>& child) { return gone.contains(child.get()); });
     }
   }
   TreePatch(const TreePatch&) = delete;

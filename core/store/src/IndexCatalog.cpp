@@ -150,7 +150,7 @@ IndexCatalog::Collected IndexCatalog::collectGarbage(const Platform& platform,
 
 std::string IndexCatalog::indexFor(const Platform& platform, const std::string& indexDirectory,
                                    const RootPath& root) {
-  const std::string usual = ScanStore::canonicalURL(indexDirectory, root);
+  std::string usual = ScanStore::canonicalURL(indexDirectory, root);
   const DiskIdentity present = platform.files.disk(root.path());
   try {
     DiskIndexes::bringBack(platform, usual, present);

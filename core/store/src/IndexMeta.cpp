@@ -21,6 +21,10 @@ using Json = nlohmann::ordered_json;
 /// recursion, which a value made for that turns into a stack overflow.
 using ParsedJson = nlohmann::json;
 
+/// Milliseconds. So much later than its change an event may come: a link that waits for the disk is in its
+/// folder before it is reported.
+constexpr std::uint64_t kEventsLag = 10'000;
+
 std::string encodePaths(const std::vector<std::string>& paths) {
   Json array = Json::array();
   for (const std::string& path : paths) array.push_back(encodeBytes(path));
@@ -71,6 +75,8 @@ void writeMeta(Database& database, std::string_view key, std::string_view value)
 }
 
 std::vector<std::pair<std::string, std::string>> metaRows(const ScanFigures& scan, const WalkResult& result) {
+  const std::uint64_t completeFrom =
+      scan.lastEventId + (static_cast<std::uint64_t>(scan.elapsedMs) + kEventsLag) * 1000;
   std::vector<std::pair<std::string, std::string>> rows{
       {"format", std::to_string(ScanStore::formatVersion)},
       {"root", std::string(scan.rootPath)},
@@ -91,6 +97,7 @@ std::vector<std::pair<std::string, std::string>> metaRows(const ScanFigures& sca
     rows.emplace_back("rootInode", std::to_string(scan.disk.rootInode));
     rows.emplace_back("rootBorn", std::to_string(scan.disk.rootBorn));
   }
+  rows.emplace_back("linksCompleteFrom", std::to_string(completeFrom));
   rows.emplace_back("totals", scan.totals.encode());
   rows.emplace_back("revision", std::to_string(scan.revision));
   rows.emplace_back("complete", "1");

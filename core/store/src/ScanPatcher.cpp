@@ -73,8 +73,8 @@ struct ScanPatcher::Statements {
     deletion.reset();
   }
 
-  /// One transaction for the reads that follow each other: each by itself would lock the file, look for what a
-  /// killed writer left, and read its first page.
+  /// One transaction for the reads that follow each other: each by itself would lock the file, look for what
+  /// a killed writer left, and read its first page.
   void read() {
     if (isWriting || isReading) return;
     beginReading.run();
@@ -106,8 +106,8 @@ struct ScanPatcher::Statements {
   Statement insertDir = db.prepare(kInsertDir);
   Statement markError = db.prepare(kMarkError);
   Statement linksIn = db.prepare("SELECT fileid, name, counted FROM links WHERE dir = ?");
-  Statement linkedUnder = db.prepare(
-      std::string(kSubtreeSQL) + "SELECT DISTINCT fileid FROM links WHERE dir IN (SELECT id FROM sub)");
+  Statement linkedUnder = db.prepare(std::string(kSubtreeSQL) +
+                                     "SELECT DISTINCT fileid FROM links WHERE dir IN (SELECT id FROM sub)");
   Statement linkSightings = db.prepare("SELECT dir, name, counted FROM links WHERE fileid = ?");
   Statement setLink = db.prepare(kInsertLink);
   Statement deleteLink = db.prepare("DELETE FROM links WHERE fileid = ? AND dir = ? AND name = ?");
@@ -142,6 +142,15 @@ double ScanPatcher::writtenAt() {
     return decodeSeconds(readMeta(statements->db), "scannedAt");
   } catch (const std::invalid_argument&) {
     return 0;
+  }
+}
+
+bool ScanPatcher::mayLackLinks() {
+  const MetaMap meta = readMeta(statements->db);
+  try {
+    return decodeCountOr(meta, "lastEventId", 0) < decodeCountOr(meta, "linksCompleteFrom", 0);
+  } catch (const std::invalid_argument&) {
+    return true;
   }
 }
 

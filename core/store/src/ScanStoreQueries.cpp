@@ -1,6 +1,7 @@
 // Queries for more than the tree contains, which keeps only large files. Each opens the index for the length
 // of one call.
 #include <algorithm>
+#include <fmt/format.h>
 #include <limits>
 #include <map>
 #include <optional>
@@ -61,13 +62,15 @@ IndexSummary ScanStore::summary(const std::string& url) {
     if (figures["complete"] != "1" || figures["format"] != std::to_string(formatVersion)) {
       throw std::invalid_argument("complete");
     }
-    return {.root = figures["root"],
-            .scannedAt = decodeSeconds(figures, "scannedAt"),
-            .lastEventId = decodeCountOr(figures, "lastEventId", 0),
-            .hasLinkRegistry = figures["linksVersion"] == "1",
-            .rootDev = static_cast<std::uint32_t>(decodeCountOr(figures, "rootDev", 0)),
-            .disk = decodeDisk(figures),
-            .skippedProtected = decodePaths(figures, "skippedProtected")};
+    IndexSummary summary;
+    summary.lastEventId = decodeCountOr(figures, "lastEventId", 0);
+    summary.hasLinkRegistry = figures["linksVersion"] == "1";
+    summary.rootDev = static_cast<std::uint32_t>(decodeCountOr(figures, "rootDev", 0));
+    summary.disk = decodeDisk(figures);
+    summary.root = figures["root"];
+    summary.scannedAt = decodeSeconds(figures, "scannedAt");
+    summary.skippedProtected = decodePaths(figures, "skippedProtected");
+    return summary;
   } catch (const std::invalid_argument&) {
     throw StoreError::incompatible(incompleteMessage(url));
   }
@@ -85,7 +88,8 @@ std::vector<RegisteredLink> ScanStore::links(const std::string& url) {
                        .counted = rows.integer(3) != 0});
     }
   }
-  // The files of a folder are read once for all its links: one look-up a link would read each again and again.
+  // The files of a folder are read once for all its links: one look-up a link would read each again and
+  // again.
   Statement files = database.prepare("SELECT name, logical, physical, mtime FROM files WHERE dir = ?");
   for (std::size_t first = 0; first < links.size();) {
     std::size_t end = first;
@@ -108,17 +112,20 @@ std::vector<RegisteredLink> ScanStore::links(const std::string& url) {
 }
 
 std::vector<RepeatedName> ScanStore::repeatedNames(const std::string& url, std::int64_t limit,
-                                                   std::uint64_t minTotalPhysical, std::string_view below) {
+                                                   std::uint64_t minTotal, std::string_view below,
+                                                   NamesBy by) {
   Database database = IndexDatabase::openRead(url);
   const Within within(database, below);
+  const char* const size = by == NamesBy::logical ? "SUM(logical)" : "SUM(physical)";
   Statement rows = database.prepare(
       within.subtree + "SELECT name, COUNT(*), SUM(logical), SUM(physical) FROM files\n" + within.condition +
-      "GROUP BY name\n"
-      "HAVING COUNT(*) > 1 AND (SUM(physical) < 0, SUM(physical)) >= (?2 < 0, ?2)\n"
-      "ORDER BY SUM(physical) < 0 DESC, SUM(physical) DESC LIMIT ?3");
+      fmt::format("GROUP BY name\n"
+                  "HAVING COUNT(*) > 1 AND ({0} < 0, {0}) >= (?2 < 0, ?2)\n"
+                  "ORDER BY {0} < 0 DESC, {0} DESC LIMIT ?3",
+                  size));
   // Totals are unsigned, SQL's integers signed: what SQL takes for negative is the larger.
   within.bind(rows);
-  rows.bind(2, static_cast<std::int64_t>(minTotalPhysical));
+  rows.bind(2, static_cast<std::int64_t>(minTotal));
   rows.bind(3, limit);
   std::vector<RepeatedName> names;
   while (rows.step()) {

@@ -1,6 +1,7 @@
 #include "support/IndexComparison.h"
 
 #include <algorithm>
+#include <fmt/format.h>
 #include <map>
 #include <set>
 #include <vector>
@@ -149,7 +150,7 @@ std::string differences(const DirNode& tree, const DirNode& expected) {
     const auto [node, wanted] = pairs.back();
     pairs.pop_back();
     if (const std::string own = figures(*node), other = figures(*wanted); own != other)
-      found += "node at " + displayText(node->path("")) + ": " + own + "\n  expected " + other + "\n";
+      found += fmt::format("node at {}: {}\n  expected {}\n", displayText(node->path("")), own, other);
     const auto children = childrenByName(*node);
     const auto others = childrenByName(*wanted);
     if (children.size() != others.size()) found += "other children at " + displayText(node->path("")) + "\n";

@@ -102,7 +102,7 @@ std::string inconsistency(const Loaded& loaded, const RootPath& root) {
     const DirNode* node = left.back();
     left.pop_back();
     ++folders;
-    if (const std::string wrong = inconsistencyOf(*node); !wrong.empty()) return wrong;
+    if (std::string wrong = inconsistencyOf(*node); !wrong.empty()) return wrong;
     const auto id = loaded.idByPath.find(node->parent == nullptr ? root.path() : node->path(root.prefix()));
     if (!id) return "a folder is not found by its path";
     if (!ids.insert(*id).second) return "two folders have one id";

@@ -106,7 +106,7 @@ std::string TempFolder::folder(std::string_view name) const {
 }
 
 std::string TempFolder::file(std::string_view name, std::uint64_t bytes) const {
-  const std::string full = at(name);
+  std::string full = at(name);
   std::filesystem::create_directories(std::filesystem::path(full).parent_path());
   const Descriptor made(::open(full.c_str(), O_CREAT | O_WRONLY | O_TRUNC | O_CLOEXEC, S_IRUSR | S_IWUSR));
   if (!made.isOpen()) raise("cannot make " + full);

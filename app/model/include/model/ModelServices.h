@@ -56,9 +56,9 @@ struct ModelServices {
 /// How this program uses the model. Set before the first scan.
 struct ModelOptions {
   bool liveUpdates = true;
-  bool catchUp = true;          ///< a loaded index is brought up to date
+  bool catchUp = true;            ///< a loaded index is brought up to date
   bool waitsForRecorder = false;  ///< for one that is at work to cover the root
-  bool collectsIndexes = true;  ///< at launch; visits every saved root
+  bool collectsIndexes = true;    ///< at launch; visits every saved root
   bool saveIndex = true;
   bool writesSnapshot = true;      ///< for the widget
   bool typingPauses = true;        ///< searches wait a moment for the next key
@@ -67,6 +67,7 @@ struct ModelOptions {
   std::size_t largestCap = 1'000;  ///< rows of the Largest lens
   std::int64_t namesCap = 300;     ///< rows of the Names lens
   std::int64_t namedFilesCap = 10'000;
+  bool namesByMetric = false;  ///< names are chosen by the shown metric, instead of by size on disk
   bool oneFileSystem = true;
   unsigned threads = 0;  ///< of a walk; 0 for as many as there are processors, at least 4
 };

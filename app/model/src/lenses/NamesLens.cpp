@@ -27,10 +27,10 @@ NamesLens::NamesLens(ModelState& model)
       names(model, QueueName::names, Job::Reads::nothing, _namesLoading,
             {.prepare =
                  [this] {
-                   return [url = state.shownTree()->indexURL, limit = state.options.namesCap,
-                           below = below()](const IsVoid&) -> std::optional<std::vector<RepeatedName>> {
+                   return [url = state.shownTree()->indexURL, limit = state.options.namesCap, below = below(),
+                           by = by()](const IsVoid&) -> std::optional<std::vector<RepeatedName>> {
                      requireIndex(url);
-                     return ScanStore::repeatedNames(url, limit, leastNameTotal, below);
+                     return ScanStore::repeatedNames(url, limit, leastNameTotal, below, by);
                    };
                  },
              .deliver =
@@ -80,9 +80,15 @@ std::string NamesLens::below() const {
   return std::string(state.shownTree()->root.relative(state.scopePath()).value_or(""));
 }
 
+NamesBy NamesLens::by() const {
+  const bool isLogical = state.options.namesByMetric && state._metric.get() == Metric::logical;
+  return isLogical ? NamesBy::logical : NamesBy::physical;
+}
+
 void NamesLens::deriveLens(bool isShown) {
   ViewKey key = state.viewKey();
-  key.metric = Metric::logical;  // the index orders them by allocated size
+  // The files of a name stand by size on disk whatever the metric.
+  key.metric = by() == NamesBy::logical ? Metric::logical : Metric::physical;
   if (!state.options.searchScope) key.scopePath.clear();
   // A new scan voids the names: its index takes the place of the one that they were read from.
   if (state.isScanning()) key.tree = 0;

@@ -50,10 +50,9 @@ FollowingJob<ReclaimLens::Groups>::Work ReclaimLens::work(std::string path) cons
           &files = state.services.platform.files,
           folders = state.services.folders](const IsVoid& isVoid) -> std::optional<Groups> {
     const Reclaim::Surroundings surroundings = surroundingsOf(files, folders, tree->root.prefix());
-    const DiskMarkers disk;
-    KnownMarkers markers(disk);
+    KnownMarkers& markers = *tree->markers;
     // The tree is read again with what the disk said, until that raises no further question: a live batch
-    // never waits for the disk behind this reader.
+    // never waits for the disk behind this reader. What is known by then serves the next start, too.
     for (;;) {
       std::optional<Groups> groups;
       {
@@ -65,7 +64,7 @@ FollowingJob<ReclaimLens::Groups>::Work ReclaimLens::work(std::string path) cons
         if (!groups || !markers.hasNewQuestions()) return groups;
         groups.reset();  // its nodes may leave the tree while the disk is read
       }
-      if (!markers.findOut(isVoid)) return std::nullopt;
+      if (!markers.findOut(DiskMarkers(), isVoid)) return std::nullopt;
     }
   };
 }

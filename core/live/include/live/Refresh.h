@@ -23,6 +23,7 @@ namespace quon {
 class EventService;
 class ScanPatcher;
 struct FolderEvent;
+struct IndexState;
 struct Loaded;
 
 /// Brings an index and its tree up to date with the folders that changed, without a scan. The batch
@@ -84,11 +85,11 @@ using Changes = std::map<std::string, Depth, std::less<>>;
 void addChange(Changes& changes, const FolderEvent& event, const RootPath& root,
                const std::set<std::string>& skipPaths);
 
-/// Reads the changed folders from the disk and compares them with the patcher's index, without a lock on that.
-/// Folders whose modification time differs from the stored one are read even when no event named them. Throws
-/// Failure when the root has gone or lies on another device, or a folder cannot be read now; StoreError
-/// (superseded) when the index changed meanwhile, which may also turn out only when the patcher begins to
-/// write. Threads: any; starts walker threads.
+/// Reads the changed folders from the disk and compares them with the patcher's index, without a lock on
+/// that. Folders whose modification time differs from the stored one are read even when no event named them.
+/// Throws Failure when the root has gone or lies on another device, or a folder cannot be read now;
+/// StoreError (superseded) when the index changed meanwhile, which may also turn out only when the patcher
+/// begins to write. Threads: any; starts walker threads.
 [[nodiscard]] Batch prepare(const Platform& platform, const Changes& changes, ScanPatcher& patcher,
                             const IndexedRoot& index);
 
@@ -122,6 +123,9 @@ struct CatchUpOptions {
 /// than the one the index was made of.
 [[nodiscard]] IndexedRoot presentRoot(const Platform& platform, IndexedRoot index, const DiskIdentity& disk,
                                       std::uint32_t storedDevice);
+
+/// The same for a catch-up. Throws Failure also when the index lacks what that takes.
+[[nodiscard]] IndexedRoot rootToCatchUp(const Platform& platform, IndexedRoot index, const IndexState& state);
 
 /// What the journal says has changed since the event. Throws Failure: journalUnavailable when it cannot say,
 /// tooManyChanges, cancelled. Threads: any but the main one: waits up to 30 seconds for the journal.

@@ -39,10 +39,10 @@ struct StoredFile {
   std::string name;
 };
 
-/// One batch of changes to an existing index. First it is read, without any lock, while the batch is prepared;
-/// then `begin` starts the one transaction that writes, which `commit` ends; without that the destructor
-/// leaves every row as it was. A statement that fails (a full disk) throws StoreError, and the batch is lost as
-/// a whole.
+/// One batch of changes to an existing index. First it is read, without any lock, while the batch is
+/// prepared; then `begin` starts the one transaction that writes, which `commit` ends; without that the
+/// destructor leaves every row as it was. A statement that fails (a full disk) throws StoreError, and the
+/// batch is lost as a whole.
 ///
 /// Threads: confined to one at a time. From `begin` to `commit` other connections wait up to 2 seconds.
 class ScanPatcher {
@@ -82,8 +82,11 @@ class ScanPatcher {
 
   /// When the index was last scanned or patched, seconds since 1970; 0 when it does not say.
   [[nodiscard]] double writtenAt();
-  /// Ends the read lock that the operations above take, each for those that follow at once. To be called before
-  /// anything that may take its time: no other program can write meanwhile.
+  /// True until events from after the scan are in: the registry may lack names of files that were linked while
+  /// they were scanned.
+  [[nodiscard]] bool mayLackLinks();
+  /// Ends the read lock that the operations above take, each for those that follow at once. To be called
+  /// before anything that may take its time: no other program can write meanwhile.
   void releaseLock();
 
   /// Which state of the index this is. Every commit that changes rows raises it by one; a new index begins

@@ -17,29 +17,29 @@
 
 namespace quon {
 
-/// An index read back.
-struct Loaded {
-  WalkResult result;     ///< the tree, rolled up, with the scan's saved figures
-  double scannedAt = 0;  ///< seconds since 1970, with fraction
-  std::int64_t scanElapsedMs = 0;
+/// What an index says of how it can be brought up to date.
+struct IndexState {
   std::uint64_t lastEventId = 0;  ///< 0 when the index does not say
   bool hasLinkRegistry = false;   ///< the registry of links is present and complete
   std::uint32_t rootDev = 0;      ///< 0 when the index does not say
   DiskIdentity disk;              ///< that the index was made of
-  std::uint64_t revision = 0;     ///< of the index
-  DirIds idByPath;                ///< folder path to row id
+};
+
+/// An index read back.
+struct Loaded : IndexState {
+  WalkResult result;     ///< the tree, rolled up, with the scan's saved figures
+  double scannedAt = 0;  ///< seconds since 1970, with fraction
+  std::int64_t scanElapsedMs = 0;
+  std::uint64_t revision = 0;  ///< of the index
+  DirIds idByPath;             ///< folder path to row id
   /// Of each folder, by its index in `idByPath`: the sum of the fileDigest of its files.
   std::vector<std::uint64_t> folderDigests;
 };
 
 /// What an index says of itself, without its tree.
-struct IndexSummary {
+struct IndexSummary : IndexState {
   std::string root;
   double scannedAt = 0;  ///< seconds since 1970
-  std::uint64_t lastEventId = 0;
-  bool hasLinkRegistry = false;
-  std::uint32_t rootDev = 0;
-  DiskIdentity disk;
   std::vector<std::string> skippedProtected;
 };
 
@@ -51,6 +51,9 @@ struct RegisteredLink {
   bool counted = false;
   FileEntry file = {};  ///< of a counted one: the row of its file; without a name when there is none
 };
+
+/// The size that names are chosen and sorted by.
+enum class NamesBy : std::uint8_t { physical, logical };
 
 /// A file name that occurs more than once, with the totals over all files of that name.
 struct RepeatedName {
@@ -130,11 +133,12 @@ class ScanStore final : public ScanSink {
   [[nodiscard]] static IndexSummary summary(const std::string& url);
   /// The whole registry of links. StoreError as openRead.
   [[nodiscard]] static std::vector<RegisteredLink> links(const std::string& url);
-  /// Names that occur more than once with at least so many allocated bytes in all, largest first. With
-  /// `below`, a folder's path below the root, only files in or below it count.
+  /// Names that occur more than once with at least so many bytes in all, largest first. With `below`, a
+  /// folder's path below the root, only files in or below it count.
   [[nodiscard]] static std::vector<RepeatedName> repeatedNames(const std::string& url, std::int64_t limit,
-                                                               std::uint64_t minTotalPhysical,
-                                                               std::string_view below = {});
+                                                               std::uint64_t minTotal,
+                                                               std::string_view below = {},
+                                                               NamesBy by = NamesBy::physical);
   /// Files of one name, largest allocation first; `below` as for names.
   [[nodiscard]] static std::vector<NamedFile> paths(std::string_view named, const std::string& url,
                                                     const RootPath& root, std::int64_t limit,

@@ -23,7 +23,7 @@ struct FilesOfName {
 class NamesLens {
  public:
   static constexpr Lens kLens = Lens::names;
-  /// Bytes on disk; names whose files together take less are noise.
+  /// Bytes, on disk unless names go by the metric; names whose files together take less are noise.
   static constexpr std::uint64_t leastNameTotal = 10485760;
 
   Observed<std::optional<std::vector<RepeatedName>>> _names;
@@ -42,6 +42,7 @@ class NamesLens {
 
  private:
   [[nodiscard]] std::string below() const;
+  [[nodiscard]] NamesBy by() const;
 
   ModelState& state;
   FollowingJob<std::vector<RepeatedName>> names;
