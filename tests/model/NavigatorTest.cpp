@@ -104,6 +104,7 @@ TEST_F(Navigation, AnOldRowLeadsToWhatIsThereNow) {
 /// The tree is compared with the disk, at once the first time, then after ever longer breaks.
 TEST_F(Navigation, LostTrackIsFoundAgainWithoutKeepingTheDiskBusy) {
   home.top.file("tree/unnoticed", 40);
+  home.settle();
   home.events.history = {{home.root, EventFlag::userDropped, 4}};  // which the recovery's thread reads
   home.push({{home.root, EventFlag::mustScanSubdirs, 5}});
   EXPECT_EQ(model._toast.get(), "live updates paused — deep rescan flagged at the root");
