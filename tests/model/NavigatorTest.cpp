@@ -136,8 +136,9 @@ TEST_F(Navigation, ColoursStayWhenTheTreeIsReadAgain) {
   const auto slot = [&](const char* folder) { return model.topSlot(*folderAt(root(), folder)).value(); };
   const int before = slot("a/b");
   home.top.file("tree/larger/than/all", 30 * kMiB);
+  home.settle();
+  home.events.history = {{home.root, EventFlag::userDropped, 4}};  // which the recovery's thread reads
   home.push({{home.root, EventFlag::mustScanSubdirs, 5}});
-  home.events.history = {{home.root, EventFlag::userDropped, 4}};
   home.main.advance(std::chrono::duration<double>(0));
   home.finish();
   EXPECT_EQ(slot("a/b"), before);
