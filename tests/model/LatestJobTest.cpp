@@ -50,7 +50,10 @@ TEST_F(LatestJobs, OnlyTheLatestStartDeliversItsResultOrItsFailure) {
     home.queue("job").runPosted();
   }
   run();
-  EXPECT_EQ(log, (std::vector<std::string>{"2", "no disk"}));
+  home.refusedQueue = "job";
+  job.start(returning(6));
+  home.main.runPosted();
+  EXPECT_EQ(log, (std::vector<std::string>{"2", "no disk", "Resource temporarily unavailable"}));
 }
 
 TEST_F(LatestJobs, DropTheLastReferenceToATreeOnTheMainThread) {

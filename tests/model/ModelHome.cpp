@@ -122,7 +122,8 @@ void moveToTrash(const std::string& bin, const std::string& path) {
     free = name + "." + std::to_string(next);
   }
   std::string escaped;
-  for (const char byte : path) escaped += byte == '/' ? "/" : fmt::format("%{:02X}", static_cast<unsigned char>(byte));
+  for (const char byte : path)
+    escaped += byte == '/' ? "/" : fmt::format("%{:02X}", static_cast<unsigned char>(byte));
   std::ofstream(bin + "/info/" + free + ".trashinfo")
       << "[Trash Info]\nPath=" << escaped << "\nDeletionDate=2026-11-21T12:00:00\n";
   fs::rename(path, bin + "/files/" + free);
@@ -147,18 +148,23 @@ void ModelHome::restart() {
   const std::string bin = userHome + "/.local/share/Trash";
   trash = std::make_unique<LinuxTrash>(userHome + "/.local/share", ::getuid(),
                                        [bin](const std::string& path) { moveToTrash(bin, path); });
-  model = std::make_unique<AppModel>(
-      ModelServices{services, events, defaults, desktop, volumes, log, *trash,
-                    Folders{.home = userHome,
-                            .data = top.at("data"),
-                            .config = top.at("config"),
-                            .state = top.at("state"),
-                            .cacheHome = userHome + "/.cache",
-                            .configHome = userHome + "/.config",
-                            .dataHome = userHome + "/.local/share"},
-                    main, [this](std::string_view name) -> BackgroundQueue& { return queue(name); },
-                    [this] { return std::chrono::duration<double>(queue(QueueName::liveWork).now()); },
-                    [this] { return now; }});
+  model = std::make_unique<AppModel>(ModelServices{
+      services, events, defaults, desktop, volumes, log, *trash,
+      Folders{.home = userHome,
+              .data = top.at("data"),
+              .config = top.at("config"),
+              .state = top.at("state"),
+              .cacheHome = userHome + "/.cache",
+              .configHome = userHome + "/.config",
+              .dataHome = userHome + "/.local/share"},
+      main,
+      [this](std::string_view name) -> BackgroundQueue& {
+        if (name == refusedQueue)
+          throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
+        return queue(name);
+      },
+      [this] { return std::chrono::duration<double>(queue(QueueName::liveWork).now()); },
+      [this] { return now; }});
 }
 
 void ModelHome::finish() {

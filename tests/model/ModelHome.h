@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "base/ManualQueue.h"
 #include "base/Log.h"
+#include "base/ManualQueue.h"
 #include "model/AppModel.h"
 #include "platform/Desktop.h"
 #include "platform/Files.h"
@@ -141,6 +141,7 @@ struct ModelHome {
   /// Delivers the events and applies them as one batch.
   void push(const std::vector<FolderEvent>& list);
   [[nodiscard]] ManualBackgroundQueue& queue(std::string_view name);
+  std::string refusedQueue;  ///< the system has no thread for it
 
   const LinuxPlatform platform;
   PausableThreads threads{platform.services().threads};

@@ -1,6 +1,7 @@
 #include "model/LatestJob.h"
 
 #include <exception>
+#include <system_error>
 
 #include "base/BackgroundQueue.h"
 #include "base/MainQueue.h"
@@ -76,13 +77,21 @@ void Job::launch(std::function<void(const IsVoid&)> work, std::function<void(con
                                                 .job = self,
                                                 .box = box,
                                                 .generation = box->advance()});
-  waiting = state.services.queue(queueName).postAfter(delay, [flight, &main = state.services.main]() mutable {
-    flight->run();
-    main.post([landed = std::move(flight)] {
+  const auto land = [&main = state.services.main](std::shared_ptr<Flight> ended) {
+    main.post([landed = std::move(ended)] {
       const auto alive = landed->job.lock();
       if (alive) (*alive)->state.perform([landed] { landed->deliver(); });
     });
-  });
+  };
+  try {
+    waiting = state.services.queue(queueName).postAfter(delay, [flight, land]() mutable {
+      flight->run();
+      land(std::move(flight));
+    });
+  } catch (const std::system_error& refusal) {
+    flight->failure = refusal.what();  // the system has no thread to give
+    land(std::move(flight));
+  }
 }
 
 }  // namespace quon
