@@ -147,10 +147,10 @@ TEST_F(LiveWatcherTest, StopsAtTooManyChangesAndReportsItOnce) {
 }
 
 TEST_F(LiveWatcherTest, ReportsWhyItLostTrack) {
-  const auto reasonAfter = [&](std::vector<FolderEvent> list) {
+  const auto reasonAfter = [&](const std::vector<FolderEvent>& list) {
     reported.clear();
     watch();
-    deliver(std::move(list));
+    deliver(list);
     pass(2);
     return rescanReason();
   };

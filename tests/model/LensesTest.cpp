@@ -31,7 +31,7 @@ class Lenses : public testing::Test {
     home.top.file("tree/old/film.mp4", 3 * kMiB);
     home.top.file("tree/node_modules/lib.so", 2 * kMiB);
     // Larger on disk, smaller by length: the others are sparse.
-    writeBytes(home.root + "/node_modules/data.bin", std::string(1536 * 1024, 'x'));
+    writeBytes(home.root + "/node_modules/data.bin", std::string(std::size_t{1536} * 1024, 'x'));
     home.now = std::time(nullptr) + 1000;
     model._ageCutoff.set(500);
     home.scan();
@@ -85,7 +85,7 @@ TEST_F(Lenses, KindsAndReclaimAreOfTheScope) {
   EXPECT_EQ(model._kinds.get()->rows.at(0).kind.id, "media");
   see(Lens::reclaim);
   ASSERT_THAT(*model._reclaim.get(), SizeIs(1));
-  EXPECT_EQ(model._reclaim.get()->front().total, 2 * kMiB + 1536 * 1024);
+  EXPECT_EQ(model._reclaim.get()->front().total, 2 * kMiB + std::uint64_t{1536} * 1024);
   model.jump(*model.entryFor(home.root + "/old"));
   home.settle();
   EXPECT_THAT(*model._reclaim.get(), SizeIs(0));
@@ -95,7 +95,7 @@ TEST_F(Lenses, KindsAndReclaimAreOfTheScope) {
   home.top.file("tree/node_modules/more.so", kMiB);
   home.push({{home.root + "/node_modules", 0, 5}});
   home.settle();
-  EXPECT_EQ(model.reclaimAllCache.get()->front().total, 3 * kMiB + 1536 * 1024);
+  EXPECT_EQ(model.reclaimAllCache.get()->front().total, 3 * kMiB + std::uint64_t{1536} * 1024);
   std::uint64_t event = 5;
   for (const char* tag : {"no tag", "Signature: 8a477f597d28d172789f06886806bc55", "no tag again"}) {
     writeBytes(home.root + "/old/CACHEDIR.TAG", tag);
