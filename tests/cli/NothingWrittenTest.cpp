@@ -148,8 +148,8 @@ TEST_F(NothingWritten, AsItsSystemCallsShow) {
                                   quon.environment.at("XDG_CONFIG_HOME"), pictures, "/dev/"};
   for (const auto& [path, call] : written) {
     std::cout << "written: " << path << '\n';
-    EXPECT_TRUE(std::ranges::any_of(own, [&](const std::string& folder) { return path.starts_with(folder); }))
-        << call;
+    const auto isAbove = [&at = path](const std::string& folder) { return at.starts_with(folder); };
+    EXPECT_TRUE(std::ranges::any_of(own, isAbove)) << call;
   }
 }
 

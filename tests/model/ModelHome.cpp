@@ -118,7 +118,8 @@ void moveToTrash(const std::string& bin, const std::string& path) {
   fs::create_directories(bin + "/info");
   const std::string name = path.substr(path.rfind('/') + 1);
   std::string free = name;
-  for (int next = 2; fs::exists(fs::symlink_status(bin + "/files/" + free)); ++next) {
+  const std::string files = bin + "/files/";
+  for (int next = 2; fs::exists(fs::symlink_status(files + free)); ++next) {
     free = name + "." + std::to_string(next);
   }
   std::string escaped;
