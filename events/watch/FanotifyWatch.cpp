@@ -130,7 +130,7 @@ void FanotifyWatch::gather(const fanotify_event_metadata& event, const char* rec
 }
 
 std::string FanotifyWatch::resolve(const Descriptor& rootFolder, const std::string& handle,
-                                   bool& beyond) const {
+                                   bool& beyond) {
   std::vector<char> copy(handle.begin(), handle.end());
   Descriptor folder;
   {
@@ -138,8 +138,11 @@ std::string FanotifyWatch::resolve(const Descriptor& rootFolder, const std::stri
     folder = Descriptor(::open_by_handle_at(rootFolder.get(), reinterpret_cast<file_handle*>(copy.data()),
                                             O_PATH | O_CLOEXEC));
   }
-  // The folder is gone, which its parent's event reports.
-  if (!folder.isOpen()) return {};
+  if (!folder.isOpen()) {
+    // Without descriptors or memory the change would be lost. Else the folder is gone, which its parent's event reports.
+    if (isTransient({errno, std::generic_category()})) found.overflowed = true;
+    return {};
+  }
   std::string path = pathOf(folder, beyond);
   for (bool tooLong = beyond; tooLong;) {
     const Privilege privilege;

@@ -46,7 +46,7 @@ class FanotifyWatch final : public RootWatch {
   void report(const std::string& handle, const Change& change, UserView& user, FolderChanges& into);
   /// The path of a handle's folder; "" for one that is not below the root.
   [[nodiscard]] std::string resolve(const Descriptor& rootFolder, const std::string& handle,
-                                    bool& beyond) const;
+                                    bool& beyond);
   void reportNewFolders(const Descriptor& folder, const std::string& path, FolderChanges& into);
 
   const RootWatchSettings settings;

@@ -22,6 +22,7 @@ constexpr Seconds kLongestWait{10.0};
 
 std::string namesOf(const std::vector<QuonSnapshot::Item>& items) {
   std::vector<std::string_view> names;
+  names.reserve(items.size());
   for (const QuonSnapshot::Item& item : items) names.emplace_back(item.name);
   return fmt::format("{}", fmt::join(names, ", "));
 }
