@@ -103,7 +103,7 @@ void cancelled(benchmark::State& state) {
     std::chrono::steady_clock::time_point ended;
     std::thread searching([&] {
       (void)quon::search(
-          query, root, "", Metric::logical, kindOfFile, [&] { return off.load(); }, kRowsShown);
+          query, root, "", Metric::logical, &kindOfFile, [&] { return off.load(); }, kRowsShown);
       ended = std::chrono::steady_clock::now();
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(random() % 400));

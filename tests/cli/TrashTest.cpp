@@ -35,7 +35,7 @@ class TrashCommand : public testing::Test {
     Descriptor terminal;
     Running running = quon.startOnTerminal(arguments, 100, terminal);
     EXPECT_EQ(::write(terminal.get(), answer.data(), answer.size()), static_cast<ssize_t>(answer.size()));
-    const std::string text = everythingFrom(terminal);
+    std::string text = everythingFrom(terminal);
     EXPECT_EQ(running.wait().status, 0) << text;
     return text;
   }

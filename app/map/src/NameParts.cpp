@@ -79,6 +79,7 @@ std::optional<std::vector<std::string>> broken(const ShownName& name, std::size_
   const std::vector<std::string_view> pieces = piecesOf(name);
   if (pieces.size() < lines || pieces.size() > kMostPieces) return std::nullopt;
   std::vector<double> lengths;
+  lengths.reserve(pieces.size());
   for (const std::string_view piece : pieces) lengths.push_back(widths.of(piece, style));
   // The longest line is some run of pieces: the shortest such run that suffices.
   std::vector<double> limits;

@@ -31,6 +31,7 @@ std::vector<RefPtr<DirNode>> largestFolders(const DirNode& parent, Metric metric
 
 std::vector<QuonSnapshot::Item> itemsOf(const std::vector<RefPtr<DirNode>>& folders, Metric metric) {
   std::vector<QuonSnapshot::Item> items;
+  items.reserve(folders.size());
   for (const RefPtr<DirNode>& folder : folders) {
     items.push_back({displayText(folder->name), signedBytes(sizeOf(*folder, metric))});
   }

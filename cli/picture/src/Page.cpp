@@ -55,7 +55,8 @@ void drawTitle(const Canvas& canvas, const FolderPicture& picture, const MapRect
   const std::string folders = " · " + counted(scope.totalDirs, "folder");
   const std::string when = " · as of " + picture.when;
   // The first that there is room for.
-  for (const std::string& caption : {size + files + folders + when, size + files + when, size + when, size}) {
+  for (const std::string& caption :
+       {fmt::format("{}{}{}{}", size, files, folders, when), fmt::format("{}{}{}", size, files, when), size + when, size}) {
     if (canvas.measures().of(caption, kCaptionStyle) > area.w) continue;
     return canvas.text(caption, kCaptionStyle, theme.ink3, area.x, area.y + kCaptionLine);
   }

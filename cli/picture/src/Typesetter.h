@@ -5,10 +5,12 @@
 
 #include "map/TextWidths.h"
 
+// NOLINTBEGIN(bugprone-reserved-identifier): the libraries' own names
 using cairo_t = struct _cairo;
 using PangoAttrList = struct _PangoAttrList;
 using PangoContext = struct _PangoContext;
 using PangoLayout = struct _PangoLayout;
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace quon {
 

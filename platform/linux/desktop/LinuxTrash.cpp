@@ -226,7 +226,7 @@ bool mayHaveTrash(const std::string& type) {
 
 }  // namespace
 
-LinuxTrash::LinuxTrash(std::string dataHome, std::uint32_t owner, Mover mover)
+LinuxTrash::LinuxTrash(const std::string& dataHome, std::uint32_t owner, Mover mover)
     : homeTrash(joinPath(dataHome, "Trash")), user(owner), move(std::move(mover)) {}
 
 void LinuxTrash::moveByGio(const std::string& path) {

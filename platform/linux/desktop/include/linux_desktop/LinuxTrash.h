@@ -17,7 +17,7 @@ class LinuxTrash final : public TrashService {
   using Mover = std::function<void(const std::string& path)>;
 
   /// `dataHome` as in Folders.
-  LinuxTrash(std::string dataHome, std::uint32_t user, Mover mover = moveByGio);
+  LinuxTrash(const std::string& dataHome, std::uint32_t user, Mover mover = moveByGio);
 
   [[nodiscard]] ExpectedItem inspect(const std::string& path) const override;
   [[nodiscard]] TrashedItem moveToTrash(const std::string& path, const ExpectedItem& expected) override;
