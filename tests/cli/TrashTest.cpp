@@ -61,13 +61,13 @@ TEST_F(TrashCommand, AsksOnATerminalAndElsewhereWantsToBeSure) {
 }
 
 TEST_F(TrashCommand, TakesNamesAsTheyAre) {
-  quon.workingFolder = quon.folder.folder("tree/work");
-  const std::string named = quon.folder.file("tree/work/~/junk", 10);
+  quon.workingFolder = quon.folder.folder("tree/place");
+  const std::string named = quon.folder.file("tree/place/~/junk", 10);
   const std::string precious = quon.folder.file("tree/home/junk", 10);
   EXPECT_EQ(quon.run({"trash", "--yes", "~/junk"}).status, 0);
   EXPECT_FALSE(fs::exists(named));
   EXPECT_TRUE(fs::exists(precious)) << "the shell has expanded what was to be expanded";
-  for (const char* pattern : {".", "..", "../work/.", "../work/..", ""}) {
+  for (const char* pattern : {".", "..", "../place/.", "../place/..", ""}) {
     EXPECT_EQ(quon.run({"trash", "--yes", pattern}).status, 1) << pattern;
   }
   EXPECT_TRUE(fs::exists(quon.workingFolder));
