@@ -5,8 +5,7 @@
 // sightings or may have lost its counted one:
 //
 //   none fresh, an untouched one counted    it may have been written through a name that has gone: if its
-//   size
-//                                           has changed, read its folder
+//                                           size has changed, read its folder
 //   none fresh, none counted                read the folder of an untouched one, which is fresh then
 //   some fresh, an untouched one counted    the fresh ones are not; if the size has changed, read the folder
 //                                           of the counted one

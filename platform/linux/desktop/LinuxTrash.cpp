@@ -25,6 +25,7 @@
 #include <sys/vfs.h>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 #include "TrashInfo.h"
 #include "base/MainThread.h"
@@ -98,9 +99,9 @@ bool isExpected(const ExpectedItem& found, const ExpectedItem& expected, bool wi
          (found.fileID == expected.fileID && found.device == expected.device);
 }
 
-std::string mountPointAbove(const std::string& path) {
+std::string mountPointAbove(const std::string& path, const std::vector<Mount>& mounts) {
   std::string nearest = "/";
-  for (const Mount& mount : readMounts(openMounts())) {
+  for (const Mount& mount : mounts) {
     if (isInside(path, mount.point) && mount.point.size() > nearest.size()) nearest = mount.point;
   }
   return nearest;
@@ -109,11 +110,12 @@ std::string mountPointAbove(const std::string& path) {
 /// The mount that the path lies on, unless it is itself, or contains, a mount point.
 std::string mountPointOf(const std::string& path, const InodeFacts& found) {
   if (found.isMountRoot) refuse("it is a mount point");
-  for (const Mount& mount : readMounts(openMounts())) {
+  const std::vector<Mount> mounts = readMounts(openMounts());
+  for (const Mount& mount : mounts) {
     if (mount.point == path) refuse("it is a mount point");
     if (isInside(mount.point, path)) refuse("another file system is mounted in it, at " + displayText(mount.point));
   }
-  return mountPointAbove(path);
+  return mountPointAbove(path, mounts);
 }
 
 /// Where the path leads: links are followed as far as it exists.
@@ -322,7 +324,7 @@ TrashedItem LinuxTrash::moveToTrash(const std::string& path, const ExpectedItem&
   if (other) undo(*other, path, kChanged);
   // Not where it should be. Links may lead the path elsewhere by now.
   std::vector<std::string> trashes = foldersOf(mountPoint);
-  for (std::string& trash : foldersOf(mountPointAbove(resolved(path)))) trashes.push_back(std::move(trash));
+  for (std::string& trash : foldersOf(mountPointAbove(resolved(path), readMounts(openMounts())))) trashes.push_back(std::move(trash));
   for (const std::string& trash : trashes) {
     for (const std::string& name : namesIn(trash)) {
       const auto arrival = arrivalAt(trash, name);
